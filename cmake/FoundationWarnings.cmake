@@ -1,0 +1,10 @@
+# foundation_enable_warnings(TARGET): the warnings that all of the project's own code is built with.
+function(foundation_enable_warnings target)
+    if(MSVC)
+        target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${FOUNDATION_CERTIFICATES_WARNINGS_AS_ERRORS}>:/WX>)
+    else()
+        target_compile_options(${target} PRIVATE
+            -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+            $<$<BOOL:${FOUNDATION_CERTIFICATES_WARNINGS_AS_ERRORS}>:-Werror>)
+    endif()
+endfunction()
