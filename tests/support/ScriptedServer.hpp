@@ -1,0 +1,121 @@
+#pragma once
+
+#include "support/Handles.hpp"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace foundation::test {
+
+/// One step of what the server does with a connection.
+struct Action
+{
+    enum class Kind
+    {
+        ReadRequest,
+        Send,
+        SendByteByByte,
+        Respond,
+        Wait,
+        WaitForPeer,
+        Reset
+    };
+
+    Kind kind = Kind::ReadRequest;
+    std::string bytes;
+    std::chrono::milliseconds delay{0};
+    std::function<std::string(std::string const& request)> respond;
+};
+
+using Script = std::vector<Action>;
+
+/// Reads until a blank line ends the request, or the peer closes.
+Action readRequest();
+Action send(std::string bytes);
+Action send(Bytes const& bytes);
+/// One byte, then the pause, and so on.
+Action sendByteByByte(std::string bytes, std::chrono::milliseconds pause);
+/// Sends what the function makes of the request read so far.
+Action respondWith(std::function<std::string(std::string const& request)> respond);
+Action wait(std::chrono::milliseconds duration);
+/// Reads and drops until the peer closes.
+Action waitForPeer();
+/// Closes with RST instead of FIN; the last step of its script.
+Action reset();
+
+/// "HTTP/1.0 200 OK" with the length and the body.
+std::string httpOk(Bytes const& body);
+/// A head with the status line given whole, and the body.
+std::string httpResponse(std::string const& statusLine, std::string const& body);
+
+/// A TCP server on a loopback address. Each connection is served by the script of its number, the last script by
+/// all that come after; after its script a connection is closed. The destructor stops everything at once, also
+/// connections in the midst of a wait.
+class ScriptedServer
+{
+public:
+    /// Throws `std::system_error` if the address cannot be bound. Port 0 picks a free one.
+    ScriptedServer(std::string const& address, std::uint16_t port, std::vector<Script> connectionScripts);
+    ~ScriptedServer();
+    ScriptedServer(ScriptedServer const&) = delete;
+    ScriptedServer& operator=(ScriptedServer const&) = delete;
+
+    std::uint16_t port() const { return boundPort; }
+    /// All bytes that each connection has read so far, in the order of the connections.
+    std::vector<std::string> requests() const;
+    std::size_t numConnections() const;
+    void stop();
+
+private:
+    struct Connection
+    {
+        int descriptor = -1;
+        std::string request;
+        std::thread worker;
+    };
+
+    void listenOn(std::string const& address, std::uint16_t port);
+    void acceptUntilStopped();
+    void serve(Connection& connection, Script const& script);
+    bool perform(Connection& connection, Action const& action);
+    bool receive(Connection& connection, bool untilBlankLine);
+    bool sendAll(int descriptor, char const* data, std::size_t size);
+    bool sendSlowly(int descriptor, Action const& action);
+    /// False if the server was stopped meanwhile.
+    bool waitUntilReady(int descriptor, short events);
+    bool sleepUnlessStopped(std::chrono::milliseconds duration);
+
+    std::vector<Script> scripts;
+    int listener = -1;
+    int stopReader = -1;
+    int stopWriter = -1;
+    std::uint16_t boundPort = 0;
+    mutable std::mutex mutex;
+    std::list<Connection> connections;
+    std::thread acceptor;
+};
+
+/// Answers "GET path" with status 200 and the file's bytes, and with 404 what it does not have.
+class HttpFileServer
+{
+public:
+    HttpFileServer(std::string const& address, std::map<std::string, Bytes> files, std::uint16_t port = 80);
+
+    std::uint16_t port() const { return server.port(); }
+    std::vector<std::string> requests() const { return server.requests(); }
+    std::size_t numConnections() const { return server.numConnections(); }
+    void stop() { server.stop(); }
+
+private:
+    ScriptedServer server;
+};
+
+} // namespace foundation::test
