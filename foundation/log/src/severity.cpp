@@ -1,0 +1,29 @@
+#include <foundation/log/severity.hpp>
+
+#include <atomic>
+
+namespace foundation::log {
+namespace {
+
+constexpr std::uint32_t bit(severity level)
+{
+    return static_cast<std::uint32_t>(level);
+}
+
+// Constant-initialised: a logger may be used while other static objects are still being constructed.
+std::atomic<std::uint32_t> enabledSeverities{
+    bit(severity::warning) | bit(severity::error) | bit(severity::fatal)};
+
+} // namespace
+
+std::uint32_t diagnostic_severity_mask() noexcept
+{
+    return enabledSeverities.load(std::memory_order_relaxed);
+}
+
+void set_diagnostic_severity_mask(std::uint32_t mask) noexcept
+{
+    enabledSeverities.store(mask, std::memory_order_relaxed);
+}
+
+} // namespace foundation::log
