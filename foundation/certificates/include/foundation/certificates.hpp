@@ -1,0 +1,15 @@
+#pragma once
+
+/// @file
+/// Everything the library offers.
+
+#include <foundation/certificates/ByteArray.hpp>
+#include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/KeyInfo.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+#include <foundation/certificates/X509CertificateChainImpl.hpp>

@@ -1,0 +1,57 @@
+#include "LoadingInput.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <istream>
+#include <iterator>
+
+namespace foundation::certificates {
+
+namespace {
+
+template <typename Bytes>
+Bytes contentsOfStream(std::istream& stream, char const* notGoodText, char const* reasonText)
+{
+    if (!stream.good()) {
+        throw InvalidArgument(notGoodText);
+    }
+    try {
+        return Bytes(std::istreambuf_iterator<char>(stream.rdbuf()), std::istreambuf_iterator<char>());
+    } catch (std::exception const& failure) {
+        throw InvalidArgument(std::string(reasonText) + failure.what());
+    }
+}
+
+} // namespace
+
+ByteArray bytesOfString(std::string const& data, char const* reasonText)
+{
+    try {
+        return ByteArray(data.begin(), data.end());
+    } catch (std::exception const& failure) {
+        throw InvalidArgument(std::string(reasonText) + failure.what());
+    }
+}
+
+ByteArray bytesOfStream(std::istream& stream, char const* notGoodText, char const* reasonText)
+{
+    return contentsOfStream<ByteArray>(stream, notGoodText, reasonText);
+}
+
+std::string textOfStream(std::istream& stream, char const* notGoodText, char const* reasonText)
+{
+    return contentsOfStream<std::string>(stream, notGoodText, reasonText);
+}
+
+bool containsMarker(ByteArray const& data, std::string_view marker)
+{
+    std::string_view const text(reinterpret_cast<char const*>(data.data()), data.size());
+    return text.find(marker) != std::string_view::npos;
+}
+
+int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
+{
+    return -1;
+}
+
+} // namespace foundation::certificates

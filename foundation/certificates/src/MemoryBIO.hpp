@@ -1,0 +1,26 @@
+#pragma once
+
+/// @file
+/// Memory BIOs: the way to get text and bytes into OpenSSL and out of it.
+
+#include "OpenSSLHandles.hpp"
+
+#include <foundation/certificates/ByteArray.hpp>
+
+#include <string>
+
+namespace foundation::certificates {
+
+inline BIOUPtr makeMemoryBIO()
+{
+    return makeBIO(BIO_new(BIO_s_mem()));
+}
+
+/// Writes all bytes; false if the BIO took fewer, or if there are more than a single BIO_write can name.
+bool writeAll(BIO* bio, ByteArray const& data);
+
+/// What the BIO holds and nobody has read yet. Empty for a null BIO.
+std::string contentsAsString(BIO* bio);
+ByteArray contentsAsBytes(BIO* bio);
+
+} // namespace foundation::certificates

@@ -1,0 +1,216 @@
+#pragma once
+
+/// @file
+/// The owning handles of all OpenSSL objects, and the one place that knows how each of them is released.
+///
+/// A handle is two words, the deleter function and the pointer; the deleter is fixed by the handle's maker
+/// and runs only if the pointer is not null. What OpenSSL hands out goes into a handle in the same statement:
+/// `auto const bio = makeBIO(BIO_new(BIO_s_mem()));`
+///
+/// There are two families of makers: those named make...UPtr refuse a null pointer, all others hold it.
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <openssl/asn1.h>
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/params.h>
+#include <openssl/pkcs12.h>
+#include <openssl/pkcs7.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <memory>
+#include <string>
+
+namespace foundation::certificates {
+
+template <typename T>
+using OpenSSLHandle = std::unique_ptr<T, void (*)(T*)>;
+
+using BN_CTXUPtr = OpenSSLHandle<BN_CTX>;
+using EC_GROUPUPtr = OpenSSLHandle<EC_GROUP>;
+using EC_POINTUPtr = OpenSSLHandle<EC_POINT>;
+using OSSL_PARAMUPtr = OpenSSLHandle<OSSL_PARAM>;
+
+using BIOUPtr = OpenSSLHandle<BIO>;
+using BIGNUMUPtr = OpenSSLHandle<BIGNUM>;
+using EVP_MD_CTXUPtr = OpenSSLHandle<EVP_MD_CTX>;
+using EVP_PKEYUPtr = OpenSSLHandle<EVP_PKEY>;
+using X509UPtr = OpenSSLHandle<X509>;
+using X509_CRLUPtr = OpenSSLHandle<X509_CRL>;
+using X509_STOREUPtr = OpenSSLHandle<X509_STORE>;
+using X509_STORE_CTXUPtr = OpenSSLHandle<X509_STORE_CTX>;
+using X509_VERIFY_PARAMUPtr = OpenSSLHandle<X509_VERIFY_PARAM>;
+using X509_OBJECTUPtr = OpenSSLHandle<X509_OBJECT>;
+using X509_EXTENSIONUPtr = OpenSSLHandle<X509_EXTENSION>;
+using ASN1_TIMEUPtr = OpenSSLHandle<ASN1_TIME>;
+using ASN1_INTEGERUPtr = OpenSSLHandle<ASN1_INTEGER>;
+using ASN1_BIT_STRINGUPtr = OpenSSLHandle<ASN1_BIT_STRING>;
+using PKCS7UPtr = OpenSSLHandle<PKCS7>;
+using PKCS12UPtr = OpenSSLHandle<PKCS12>;
+
+/// Characters or bytes that OpenSSL allocated, released with OPENSSL_free.
+using OpenSSLCharsUPtr = OpenSSLHandle<char>;
+using OpenSSLBytesUPtr = OpenSSLHandle<unsigned char>;
+
+/// Stacks that own their elements.
+using X509StackUPtr = OpenSSLHandle<STACK_OF(X509)>;
+using X509_INFOStackUPtr = OpenSSLHandle<STACK_OF(X509_INFO)>;
+using ASN1_OBJECTStackUPtr = OpenSSLHandle<STACK_OF(ASN1_OBJECT)>;
+using POLICYINFOStackUPtr = OpenSSLHandle<STACK_OF(POLICYINFO)>;
+using DIST_POINTStackUPtr = OpenSSLHandle<STACK_OF(DIST_POINT)>;
+
+namespace detail {
+
+template <typename T>
+OpenSSLHandle<T> refuseNull(T* pointer, void (*deleter)(T*), char const* handleName)
+{
+    if (pointer == nullptr) {
+        throw CertificateException(
+            std::string("Fail to create ") + handleName + "; the given raw pointer is NULL");
+    }
+    return OpenSSLHandle<T>(pointer, deleter);
+}
+
+} // namespace detail
+
+inline BN_CTXUPtr makeBN_CTXUPtr(BN_CTX* pointer)
+{
+    return detail::refuseNull(pointer, BN_CTX_free, "BN_CTXUPtr");
+}
+
+inline EC_GROUPUPtr makeEC_GROUPUPtr(EC_GROUP* pointer)
+{
+    return detail::refuseNull(pointer, EC_GROUP_free, "EC_GROUPUPtr");
+}
+
+inline EC_POINTUPtr makeEC_POINTUPtr(EC_POINT* pointer)
+{
+    return detail::refuseNull(pointer, EC_POINT_free, "EC_POINTUPtr");
+}
+
+inline OSSL_PARAMUPtr makeOSSL_PARAMUPtr(OSSL_PARAM* pointer)
+{
+    return detail::refuseNull(pointer, OSSL_PARAM_free, "OSSL_PARAMUPtr");
+}
+
+inline BIOUPtr makeBIO(BIO* pointer)
+{
+    return {pointer, BIO_free_all};
+}
+
+/// Every big number is wiped on release.
+inline BIGNUMUPtr makeBIGNUM(BIGNUM* pointer)
+{
+    return {pointer, BN_clear_free};
+}
+
+inline EVP_MD_CTXUPtr makeEVP_MD_CTX(EVP_MD_CTX* pointer)
+{
+    return {pointer, EVP_MD_CTX_free};
+}
+
+inline EVP_PKEYUPtr makeEVP_PKEY(EVP_PKEY* pointer)
+{
+    return {pointer, EVP_PKEY_free};
+}
+
+inline X509UPtr makeX509(X509* pointer)
+{
+    return {pointer, X509_free};
+}
+
+inline X509_CRLUPtr makeX509_CRL(X509_CRL* pointer)
+{
+    return {pointer, X509_CRL_free};
+}
+
+inline X509_STOREUPtr makeX509_STORE(X509_STORE* pointer)
+{
+    return {pointer, X509_STORE_free};
+}
+
+inline X509_STORE_CTXUPtr makeX509_STORE_CTX(X509_STORE_CTX* pointer)
+{
+    return {pointer, X509_STORE_CTX_free};
+}
+
+inline X509_VERIFY_PARAMUPtr makeX509_VERIFY_PARAM(X509_VERIFY_PARAM* pointer)
+{
+    return {pointer, X509_VERIFY_PARAM_free};
+}
+
+inline X509_OBJECTUPtr makeX509_OBJECT(X509_OBJECT* pointer)
+{
+    return {pointer, X509_OBJECT_free};
+}
+
+inline X509_EXTENSIONUPtr makeX509_EXTENSION(X509_EXTENSION* pointer)
+{
+    return {pointer, X509_EXTENSION_free};
+}
+
+inline ASN1_TIMEUPtr makeASN1_TIME(ASN1_TIME* pointer)
+{
+    return {pointer, ASN1_TIME_free};
+}
+
+inline ASN1_INTEGERUPtr makeASN1_INTEGER(ASN1_INTEGER* pointer)
+{
+    return {pointer, ASN1_INTEGER_free};
+}
+
+inline ASN1_BIT_STRINGUPtr makeASN1_BIT_STRING(ASN1_BIT_STRING* pointer)
+{
+    return {pointer, ASN1_BIT_STRING_free};
+}
+
+inline PKCS7UPtr makePKCS7(PKCS7* pointer)
+{
+    return {pointer, PKCS7_free};
+}
+
+inline PKCS12UPtr makePKCS12(PKCS12* pointer)
+{
+    return {pointer, PKCS12_free};
+}
+
+inline OpenSSLCharsUPtr makeOpenSSLChars(char* pointer)
+{
+    return {pointer, [](char* chars) { OPENSSL_free(chars); }};
+}
+
+inline OpenSSLBytesUPtr makeOpenSSLBytes(unsigned char* pointer)
+{
+    return {pointer, [](unsigned char* bytes) { OPENSSL_free(bytes); }};
+}
+
+inline X509StackUPtr makeX509Stack(STACK_OF(X509) * pointer)
+{
+    return {pointer, [](STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }};
+}
+
+inline X509_INFOStackUPtr makeX509_INFOStack(STACK_OF(X509_INFO) * pointer)
+{
+    return {pointer, [](STACK_OF(X509_INFO) * stack) { sk_X509_INFO_pop_free(stack, X509_INFO_free); }};
+}
+
+inline ASN1_OBJECTStackUPtr makeASN1_OBJECTStack(STACK_OF(ASN1_OBJECT) * pointer)
+{
+    return {pointer, [](STACK_OF(ASN1_OBJECT) * stack) { sk_ASN1_OBJECT_pop_free(stack, ASN1_OBJECT_free); }};
+}
+
+inline POLICYINFOStackUPtr makePOLICYINFOStack(STACK_OF(POLICYINFO) * pointer)
+{
+    return {pointer, [](STACK_OF(POLICYINFO) * stack) { sk_POLICYINFO_pop_free(stack, POLICYINFO_free); }};
+}
+
+inline DIST_POINTStackUPtr makeDIST_POINTStack(STACK_OF(DIST_POINT) * pointer)
+{
+    return {pointer, [](STACK_OF(DIST_POINT) * stack) { sk_DIST_POINT_pop_free(stack, DIST_POINT_free); }};
+}
+
+} // namespace foundation::certificates
