@@ -7,9 +7,10 @@
 #include <string>
 #include <typeinfo>
 
-/// Expects that the expression throws an exception whose dynamic type is exactly `Type` (not a class derived from
-/// it) and whose `what()` is exactly `text`. The expression may contain commas and may yield a value, also one
-/// marked [[nodiscard]]. The failure is not fatal, so the macro can stand in functions that return values.
+/// Expects that the expression throws an exception whose dynamic type is exactly `Type` (not a class derived
+/// from it) and whose `what()` is exactly `text`. The expression may contain commas and may yield a value,
+/// also one marked [[nodiscard]]. The failure is not fatal, so the macro can stand in functions that return
+/// values.
 #define EXPECT_THROWS_EXACTLY(Type, text, ...)                                                               \
     FOUNDATION_TEST_EXPECT_THROW(Type, ::foundation::test::detail::Match::Whole, text, __VA_ARGS__)
 
@@ -48,7 +49,8 @@ testing::AssertionResult throwsAsExpected(Match match, std::string const& text, 
         callable();
     } catch (std::exception const& thrown) {
         std::string const what = thrown.what();
-        auto const textMatches = match == Match::Whole ? what == text : what.compare(0, text.size(), text) == 0;
+        auto const textMatches =
+            match == Match::Whole ? what == text : what.compare(0, text.size(), text) == 0;
         if (typeid(thrown) == typeid(Expected) && textMatches) {
             return testing::AssertionSuccess();
         }

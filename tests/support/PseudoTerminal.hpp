@@ -8,7 +8,8 @@ namespace foundation::test {
 
 struct TerminalRun
 {
-    /// False if the program still ran at the time limit, as one does that waits for someone to type; it was killed.
+    /// False if the program still ran at the time limit, as one does that waits for someone to type; it was
+    /// killed.
     bool finished = false;
     /// The callable's result; 99 if it threw; 128 plus the number of the signal that ended it.
     int exitCode = -1;
@@ -16,8 +17,9 @@ struct TerminalRun
     std::string output;
 };
 
-/// Runs the callable in a child process whose controlling terminal, standard input, output and error are a fresh
-/// pseudo-terminal on which nobody types. Code that prompts is found out by its output and by never finishing.
+/// Runs the callable in a child process whose controlling terminal, standard input, output and error are a
+/// fresh pseudo-terminal on which nobody types. Code that prompts is found out by its output and by never
+/// finishing.
 TerminalRun runOnTerminal(
     std::function<int()> const& callable, std::chrono::milliseconds limit = std::chrono::seconds(20));
 

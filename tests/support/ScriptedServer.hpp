@@ -56,9 +56,9 @@ std::string httpOk(Bytes const& body);
 /// A head with the status line given whole, and the body.
 std::string httpResponse(std::string const& statusLine, std::string const& body);
 
-/// A TCP server on a loopback address. Each connection is served by the script of its number, the last script by
-/// all that come after; after its script a connection is closed. The destructor stops everything at once, also
-/// connections in the midst of a wait.
+/// A TCP server on a loopback address. Each connection is served by the script of its number, the last script
+/// by all that come after; after its script a connection is closed. The destructor stops everything at once,
+/// also connections in the midst of a wait.
 class ScriptedServer
 {
 public:

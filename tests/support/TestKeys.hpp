@@ -6,8 +6,8 @@
 
 namespace foundation::test {
 
-/// Keys for test certificates. Each is generated once a process and kept under its kind and name: the same name
-/// gives the same key, another name another key of that kind. P-256 is the cheap default.
+/// Keys for test certificates. Each is generated once a process and kept under its kind and name: the same
+/// name gives the same key, another name another key of that kind. P-256 is the cheap default.
 KeyHandle p256Key(std::string const& name = "default");
 KeyHandle rsaKey(unsigned bits = 2048, std::string const& name = "default");
 /// An RSA key of type `EVP_PKEY_RSA_PSS` (id-RSASSA-PSS), which signs with nothing but PSS.

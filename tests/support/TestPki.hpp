@@ -22,8 +22,8 @@
 ///     });
 ///     X509Certificate certificate(leaf.der());
 ///
-/// The default certificates pass OpenSSL's strict validation (X509_V_FLAG_X509_STRICT) and are valid from yesterday
-/// for a year. The makers leave the caller's OpenSSL error queue as they found it.
+/// The default certificates pass OpenSSL's strict validation (X509_V_FLAG_X509_STRICT) and are valid from
+/// yesterday for a year. The makers leave the caller's OpenSSL error queue as they found it.
 namespace foundation::test {
 
 /// A point in time as a certificate or CRL states it.
@@ -31,7 +31,8 @@ class TimeSpec
 {
 public:
     static TimeSpec fromNow(std::chrono::seconds offset);
-    /// Seconds since 1970, also negative. UTCTime from 1950 to 2049, GeneralizedTime elsewhere (years 0 to 9999).
+    /// Seconds since 1970, also negative. UTCTime from 1950 to 2049, GeneralizedTime elsewhere (years 0 to
+    /// 9999).
     static TimeSpec at(std::time_t secondsSince1970);
     /// Any characters under the given tag (V_ASN1_UTCTIME or V_ASN1_GENERALIZEDTIME), also unreadable ones.
     static TimeSpec raw(int type, std::string text);
@@ -132,26 +133,26 @@ CertificateSpec rootSpec(std::string const& name);
 CertificateSpec intermediateSpec(CertificateAndKey const& issuer, std::string const& name);
 CertificateSpec leafSpec(CertificateAndKey const& issuer, std::string const& name);
 
-/// Signs the certificate that the spec describes. The result has been encoded and parsed again, so that nothing that
-/// OpenSSL remembers from building it survives.
+/// Signs the certificate that the spec describes. The result has been encoded and parsed again, so that
+/// nothing that OpenSSL remembers from building it survives.
 CertificateAndKey make(CertificateSpec const& spec);
 
 CertificateAndKey makeRoot(std::string const& name, Mutation const& mutate = {});
-CertificateAndKey makeIntermediate(
-    CertificateAndKey const& issuer, std::string const& name, Mutation const& mutate = {});
-CertificateAndKey makeLeaf(
-    CertificateAndKey const& issuer, std::string const& name, Mutation const& mutate = {});
+CertificateAndKey
+makeIntermediate(CertificateAndKey const& issuer, std::string const& name, Mutation const& mutate = {});
+CertificateAndKey
+makeLeaf(CertificateAndKey const& issuer, std::string const& name, Mutation const& mutate = {});
 /// A leaf that signs itself.
 CertificateAndKey makeSelfSignedLeaf(std::string const& name, Mutation const& mutate = {});
 
 /// Content of a crlDistributionPoints extension: one inner list a distribution point, each entry a URI.
 Bytes distributionPointsContent(std::vector<std::vector<std::string>> const& points);
 
-/// A declared topology: names and edges, and one mutation. A node without issuer is a root, one that issues others
-/// an intermediate, any other a leaf. Issuers are declared before what they issue.
+/// A declared topology: names and edges, and one mutation. A node without issuer is a root, one that issues
+/// others an intermediate, any other a leaf. Issuers are declared before what they issue.
 ///
-///     Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}, "ca", [](CertificateSpec& spec) {...});
-///     pki["leaf"].der();
+///     Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}, "ca", [](CertificateSpec& spec)
+///     {...}); pki["leaf"].der();
 class Topology
 {
 public:
