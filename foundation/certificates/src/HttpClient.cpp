@@ -1,0 +1,90 @@
+#include "HttpClient.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <boost/asio/ip/tcp.hpp>
+
+#include <chrono>
+#include <istream>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr std::chrono::seconds exchangeTimeLimit(60);
+constexpr unsigned int statusOk = 200;
+constexpr std::string_view versionPrefix = "HTTP/";
+
+void sendRequest(std::ostream& connection, std::string const& host, std::string const& path)
+{
+    // Composed first, so that it leaves in as few packets as it can.
+    std::string const request = "GET " + path + " HTTP/1.0\r\n" + "Host: " + host + "\r\n" +
+                                "Accept: */*\r\n"
+                                "Connection: close\r\n\r\n";
+    connection << request << std::flush;
+}
+
+/// A connection that has failed by now is refused as "invalid" only if the first word was wrong as well. One
+/// that is sound passes with any first word, and one that failed behind a good first word is told by the
+/// status code that it did not bring, which is then 0.
+void readStatusLine(std::istream& connection)
+{
+    std::string httpVersion;
+    unsigned int statusCode = 0;
+    std::string statusMessage;
+    connection >> httpVersion;
+    connection >> statusCode;
+    std::getline(connection, statusMessage);
+
+    if (!connection && httpVersion.compare(0, versionPrefix.size(), versionPrefix) != 0) {
+        throw X509CertificateException("CRL Download Error: Invalid response\n");
+    }
+    if (statusCode != statusOk) {
+        throw X509CertificateException(
+            "CRL Download Error: Response returned with status code: " + std::to_string(statusCode) + "\n");
+    }
+}
+
+/// Only a lone carriage return ends the headers: a line that is wholly empty does not.
+void skipHeaders(std::istream& connection)
+{
+    std::string line;
+    while (std::getline(connection, line) && line != "\r") {
+    }
+}
+
+std::string readToEnd(std::istream& connection)
+{
+    std::stringstream body;
+    body << connection.rdbuf();
+    return body.str();
+}
+
+} // namespace
+
+std::string exchangeOverHttp(std::iostream& connection, std::string const& host, std::string const& path)
+{
+    sendRequest(connection, host, path);
+    readStatusLine(connection);
+    skipHeaders(connection);
+    return readToEnd(connection);
+}
+
+std::string fetchOverHttp(std::string const& host, std::string const& path)
+{
+    boost::asio::ip::tcp::iostream connection(host, "http");
+    // An absolute point in time and not a limit for each read, so that a slow server cannot hold the caller
+    // for long.
+    connection.expires_after(exchangeTimeLimit);
+    if (!connection) {
+        throw X509CertificateException(
+            "CRL Download Error: Unable to connect: " + connection.error().message() + "\n");
+    }
+    return exchangeOverHttp(connection, host, path);
+}
+
+} // namespace foundation::certificates
