@@ -1,7 +1,5 @@
 #include "MemoryBIO.hpp"
 
-#include <limits>
-
 namespace foundation::certificates {
 
 namespace {
@@ -18,7 +16,7 @@ Bytes contents(BIO* bio)
 
 bool writeAll(BIO* bio, ByteArray const& data)
 {
-    if (data.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    if (!fitsOneWrite(data.size())) {
         return false;
     }
     int const size = static_cast<int>(data.size());

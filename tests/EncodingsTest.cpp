@@ -1,0 +1,324 @@
+#include "support/ExactThrow.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+
+#include <boost/archive/iterators/dataflow_exception.hpp>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iomanip>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <streambuf>
+#include <string>
+
+using namespace foundation::certificates;
+using boost::archive::iterators::dataflow_exception;
+
+namespace {
+
+constexpr char const notBase64[] = "attempt to decode a value not in base64 char set";
+constexpr char const oddHex[] = "Input string is invalid for hex decoding. It has odd number of characters.";
+constexpr char const notHex[] = "Input string contains characters which are not in Hex.";
+std::string const base64Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+ByteArray bytesOf(std::string const& text)
+{
+    return ByteArray(text.begin(), text.end());
+}
+
+/// Base64 written down straight from RFC 4648: a number of 24 bits a group.
+std::string referenceBase64(ByteArray const& data)
+{
+    std::string text;
+    for (std::size_t start = 0; start < data.size(); start += 3) {
+        std::size_t const count = std::min<std::size_t>(3, data.size() - start);
+        unsigned group = 0;
+        for (std::size_t index = 0; index < 3; ++index) {
+            group = group << 8U | (index < count ? data[start + index] : 0U);
+        }
+        for (std::size_t index = 0; index < 4; ++index) {
+            text += index <= count ? base64Alphabet[group >> (18 - 6 * index) & 63U] : '=';
+        }
+    }
+    return text;
+}
+
+/// Decoding as documented: as many characters as there are "=" are cut off, an "=" that stays is zero,
+/// left-over bits are dropped. Null where decoding must throw.
+std::unique_ptr<ByteArray> referenceDecoded(std::string text)
+{
+    text.resize(text.size() - static_cast<std::size_t>(std::count(text.begin(), text.end(), '=')));
+    auto bytes = std::make_unique<ByteArray>();
+    unsigned buffer = 0;
+    unsigned bits = 0;
+    for (char const character : text) {
+        auto const value = base64Alphabet.find(character);
+        if (value == std::string::npos && character != '=') {
+            return nullptr;
+        }
+        buffer = buffer << 6U | (character == '=' ? 0U : static_cast<unsigned>(value));
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            bytes->push_back(static_cast<unsigned char>(buffer >> bits));
+        }
+    }
+    return text.size() % 4 == 1 ? nullptr : std::move(bytes);
+}
+
+ByteArray randomBytes(std::mt19937& random, std::size_t size)
+{
+    ByteArray bytes(size);
+    for (unsigned char& byte : bytes) {
+        byte = static_cast<unsigned char>(random() & 0xFFU);
+    }
+    return bytes;
+}
+
+std::string prettyPrinted(ByteArray const& data, std::string const& label)
+{
+    std::ostringstream out;
+    prettyPrintBytes(data, label, out);
+    return out.str();
+}
+
+} // namespace
+
+TEST(Base64Encode, MeetsTheVectorsOfTheStandard)
+{
+    struct Row
+    {
+        char const* plain;
+        char const* encoded;
+    };
+    // RFC 4648, 10
+    for (Row const& row :
+         {Row{"", ""}, Row{"f", "Zg=="}, Row{"fo", "Zm8="}, Row{"foo", "Zm9v"}, Row{"foob", "Zm9vYg=="},
+          Row{"fooba", "Zm9vYmE="}, Row{"foobar", "Zm9vYmFy"}}) {
+        EXPECT_EQ(base64Encode(bytesOf(row.plain)), row.encoded);
+        EXPECT_EQ(base64Decode(row.encoded), bytesOf(row.plain));
+    }
+}
+
+TEST(Base64Encode, UsesThePlusAndTheSlash)
+{
+    EXPECT_EQ(base64Encode({0xFB, 0xEF, 0xFF}), "++//");
+}
+
+TEST(Base64Encode, WritesOneLine)
+{
+    EXPECT_EQ(base64Encode(ByteArray(3000, 0)), std::string(4000, 'A'));
+}
+
+TEST(Base64Encode, AgreesWithAStraightforwardReference)
+{
+    std::mt19937 random(20); // NOLINT(cert-msc51-cpp): the same bytes on every run
+    for (std::size_t size = 0; size < 400; ++size) {
+        auto const data = randomBytes(random, size);
+        auto const text = base64Encode(data);
+        ASSERT_EQ(text, referenceBase64(data));
+        ASSERT_EQ(base64Decode(text), data);
+    }
+}
+
+TEST(Base64Decode, GivesNothingForEmptyTextAndForPaddingAlone)
+{
+    EXPECT_EQ(base64Decode(""), ByteArray());
+    EXPECT_EQ(base64Decode("="), ByteArray());
+    EXPECT_EQ(base64Decode("===="), ByteArray());
+}
+
+TEST(Base64Decode, NeedsNoPadding)
+{
+    EXPECT_EQ(base64Decode("Zg"), bytesOf("f"));
+    EXPECT_EQ(base64Decode("Zm8"), bytesOf("fo"));
+}
+
+TEST(Base64Decode, DropsLeftOverBitsUnchecked)
+{
+    EXPECT_EQ(base64Decode("Zh=="), bytesOf("f"));
+    EXPECT_EQ(base64Decode("Zm9="), bytesOf("fo"));
+}
+
+TEST(Base64Decode, CutsOneCharacterOffTheEndForEachEqualsSign)
+{
+    struct Row
+    {
+        char const* text;
+        ByteArray bytes;
+    };
+    for (Row const& row :
+         {Row{"Zm=v", {0x66, 0x60}},   // decodes "Zm=", where "=" is zero
+          Row{"=Zm9", {0x01, 0x99}},   // decodes "=Zm"
+          Row{"==ABCD", {0, 0, 0x01}}, // decodes "==AB"
+          Row{"Zg=!", {0x66, 0x00}},   // the foreign character is what was cut
+          Row{"Zm9vZg==\n\n==", {0x66, 0x6F, 0x6F, 0x66, 0x00, 0x00}}}) {
+        EXPECT_EQ(base64Decode(row.text), row.bytes) << row.text;
+    }
+}
+
+TEST(Base64Decode, RefusesASingleCharacterLeftOver)
+{
+    for (char const* text : {"A", "ABCDE", "ABCDEFGHI", "A=", "ABCDE=", "A===", "ABCDE===", "==A"}) {
+        EXPECT_THROWS_EXACTLY(dataflow_exception, notBase64, base64Decode(text)) << text;
+    }
+}
+
+TEST(Base64Decode, RefusesLineBreaksAndBlanksAnywhere)
+{
+    for (char const* text : {"Zm9v\n", "\nZm9v", "Zm\n9v", "Zm9v\r\nZm9v", "Zm9v Zm9v", "\tZm9v", "    "}) {
+        EXPECT_THROWS_EXACTLY(dataflow_exception, notBase64, base64Decode(text)) << text;
+    }
+}
+
+TEST(Base64Decode, RefusesEveryByteOutsideTheAlphabet)
+{
+    for (int value = 0; value < 256; ++value) {
+        auto const character = static_cast<char>(value);
+        if (character == '=' || base64Alphabet.find(character) != std::string::npos) {
+            continue;
+        }
+        for (std::size_t position = 0; position < 4; ++position) {
+            std::string text = "AAAA";
+            text[position] = character;
+            EXPECT_THROWS_EXACTLY(dataflow_exception, notBase64, base64Decode(text)) << value;
+        }
+    }
+}
+
+TEST(Base64Decode, RaisesAnExceptionOutsideTheFamily)
+{
+    try {
+        base64Decode("!!!!");
+        FAIL() << "nothing was thrown";
+    } catch (CertificateException const&) {
+        FAIL() << "the exception belongs to the family";
+    } catch (dataflow_exception const& thrown) {
+        EXPECT_EQ(thrown.code, dataflow_exception::invalid_base64_character);
+    }
+}
+
+TEST(Base64Decode, AgreesWithAStraightforwardReferenceOnRandomText)
+{
+    // Mostly of the alphabet, with equals signs and strangers thrown in anywhere.
+    std::string const characters = base64Alphabet + base64Alphabet + base64Alphabet + "====" + "!\n";
+    std::mt19937 random(21); // NOLINT(cert-msc51-cpp): the same texts on every run
+    for (int round = 0; round < 20000; ++round) {
+        std::string text(random() % 24, ' ');
+        for (char& character : text) {
+            character = characters[random() % characters.size()];
+        }
+        auto const expected = referenceDecoded(text);
+        if (expected) {
+            ASSERT_EQ(base64Decode(text), *expected) << text;
+        } else {
+            ASSERT_THROW(base64Decode(text), dataflow_exception) << text;
+        }
+    }
+}
+
+TEST(HexEncode, WritesTwoLowerCaseDigitsAByte)
+{
+    EXPECT_EQ(hexEncode({}), "");
+    EXPECT_EQ(hexEncode({0x00, 0xAB}), "00ab");
+    EXPECT_EQ(hexEncode({0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xFF}), "0123456789abcdefff");
+}
+
+TEST(HexDecode, TakesDigitsOfEitherCase)
+{
+    EXPECT_EQ(hexDecode(""), ByteArray());
+    EXPECT_EQ(hexDecode("00AB"), (ByteArray{0x00, 0xAB}));
+    EXPECT_EQ(hexDecode("00ab"), (ByteArray{0x00, 0xAB}));
+    EXPECT_EQ(hexDecode("aBcDeF09"), (ByteArray{0xAB, 0xCD, 0xEF, 0x09}));
+}
+
+TEST(HexDecode, UndoesHexEncodeForEveryByte)
+{
+    ByteArray every;
+    for (int value = 0; value < 256; ++value) {
+        every.push_back(static_cast<unsigned char>(value));
+    }
+    EXPECT_EQ(hexDecode(hexEncode(every)), every);
+}
+
+TEST(HexDecode, RefusesAnOddNumberOfCharacters)
+{
+    for (char const* text : {"a", "abc", "0x1", "zzz"}) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, oddHex, hexDecode(text)) << text;
+    }
+}
+
+TEST(HexDecode, RefusesCharactersThatAreNoDigits)
+{
+    for (char const* text :
+         {"zz", "0x10", "0g", "g0", " 1", "1 ", "a b ", "00:11:", "+1", "-1", "\xC3\xA4", "/0", ":0", "@a",
+          "G0", "`a"}) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, notHex, hexDecode(text)) << text;
+    }
+    EXPECT_THROWS_EXACTLY(InvalidArgument, notHex, hexDecode(std::string(2, '\0')));
+}
+
+TEST(PrettyPrintBytes, WritesTheLabelAndEachByteWithABlankBehindIt)
+{
+    EXPECT_EQ(prettyPrinted({0x0A, 0xFF, 0x00}, "Key"), "Key 0x0a 0xff 0x00 \n");
+    EXPECT_EQ(prettyPrinted({0x0A}, ""), "0x0a \n");
+    EXPECT_EQ(prettyPrinted({}, "Key"), "Key \n");
+    EXPECT_EQ(prettyPrinted({}, ""), "\n");
+}
+
+TEST(PrettyPrintBytes, NeverWraps)
+{
+    std::string expected = "Key ";
+    for (int count = 0; count < 500; ++count) {
+        expected += "0x07 ";
+    }
+    EXPECT_EQ(prettyPrinted(ByteArray(500, 7), "Key"), expected + '\n');
+}
+
+TEST(PrettyPrintBytes, LeavesTheFormatStateAsItWas)
+{
+    std::ostringstream out;
+    out << std::oct << std::left << std::showbase << std::uppercase << std::setfill('*')
+        << std::setprecision(3);
+    auto const flags = out.flags();
+    prettyPrintBytes({1, 2}, "Key", out);
+    EXPECT_EQ(out.flags(), flags);
+    EXPECT_EQ(out.fill(), '*');
+    EXPECT_EQ(out.precision(), 3);
+    EXPECT_EQ(out.width(), 0);
+}
+
+TEST(PrettyPrintBytes, KeepsAWidthThatNoLabelHasUsedUp)
+{
+    std::ostringstream out;
+    out << std::setw(12);
+    prettyPrintBytes({}, "", out);
+    EXPECT_EQ(out.width(), 12);
+}
+
+TEST(PrettyPrintBytes, FlushesTheStream)
+{
+    struct CountingBuffer : std::stringbuf
+    {
+        int sync() override
+        {
+            ++flushes;
+            return 0;
+        }
+        int flushes = 0;
+    };
+    CountingBuffer buffer;
+    std::ostream out(&buffer);
+    prettyPrintBytes({1}, "Key", out);
+    EXPECT_EQ(buffer.flushes, 1);
+}
+
+TEST(PrettyPrintBytes, LeavesStreamFailuresToTheStream)
+{
+    std::ostream out(nullptr);
+    prettyPrintBytes({1, 2, 3}, "Key", out);
+    EXPECT_TRUE(out.bad());
+}

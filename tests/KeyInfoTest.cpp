@@ -1,0 +1,208 @@
+#include "support/ExactThrow.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/KeyInfo.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <utility>
+
+using namespace foundation::certificates;
+
+namespace {
+
+ByteArray const exponent{1, 0, 1};
+ByteArray const modulus{0xC0, 0xFF, 0xEE};
+ByteArray const point{4, 1, 2, 3};
+ByteArray const secret{9, 8, 7};
+
+PublicKeyInfo const rsaPublic(2048, exponent, modulus);
+PublicKeyInfo const eccPublic(256, point, EllipticCurve::Prime256v1);
+PrivateKeyInfo const rsaPrivate(secret);
+PrivateKeyInfo const eccPrivate(secret, EllipticCurve::Ed25519);
+
+} // namespace
+
+TEST(KeyKinds, HaveTheirNumbers)
+{
+    EXPECT_EQ(static_cast<int>(KeyType::RSA), 0);
+    EXPECT_EQ(static_cast<int>(KeyType::ECC), 1);
+    EXPECT_EQ(static_cast<int>(EllipticCurve::Prime256v1), 0);
+    EXPECT_EQ(static_cast<int>(EllipticCurve::Ed25519), 1);
+    EXPECT_EQ(sizeof(KeyType), 4U);
+    EXPECT_EQ(sizeof(EllipticCurve), 4U);
+}
+
+TEST(PublicKeyInfo, OfAnRSAKeyGivesItsNumbers)
+{
+    EXPECT_EQ(rsaPublic.getType(), KeyType::RSA);
+    EXPECT_EQ(rsaPublic.getKeySize(), 2048U);
+    EXPECT_EQ(rsaPublic.getRSAPublicExponent(), exponent);
+    EXPECT_EQ(rsaPublic.getRSAModulus(), modulus);
+}
+
+TEST(PublicKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
+{
+    EXPECT_THROWS_EXACTLY(
+        NotECCKey, "Cannot get the public point from the key because it is not an ECC key",
+        rsaPublic.getECCPublicPoint());
+    EXPECT_THROWS_EXACTLY(
+        NotECCKey, "Cannot get the elliptic curve from the key because it is not an ECC key",
+        rsaPublic.getECCCurve());
+}
+
+TEST(PublicKeyInfo, OfAnECCKeyGivesItsNumbers)
+{
+    EXPECT_EQ(eccPublic.getType(), KeyType::ECC);
+    EXPECT_EQ(eccPublic.getKeySize(), 256U);
+    EXPECT_EQ(eccPublic.getECCPublicPoint(), point);
+    EXPECT_EQ(eccPublic.getECCCurve(), EllipticCurve::Prime256v1);
+    EXPECT_EQ(PublicKeyInfo(256, point, EllipticCurve::Ed25519).getECCCurve(), EllipticCurve::Ed25519);
+}
+
+TEST(PublicKeyInfo, OfAnECCKeyRefusesTheGettersOfTheOtherKind)
+{
+    EXPECT_THROWS_EXACTLY(
+        NotRSAKey, "Cannot get the public exponent from the key because it is not an RSA key",
+        eccPublic.getRSAPublicExponent());
+    EXPECT_THROWS_EXACTLY(
+        NotRSAKey, "Cannot get the modulus from the key because it is not an RSA key",
+        eccPublic.getRSAModulus());
+}
+
+TEST(PublicKeyInfo, RefusesEmptyNumbersTheExponentFirst)
+{
+    ByteArray const none;
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty public exponent in public key", PublicKeyInfo(2048, none, modulus));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty public exponent in public key", PublicKeyInfo(2048, none, none));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty modulus in public key", PublicKeyInfo(2048, exponent, none));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty public point in public key",
+        PublicKeyInfo(256, none, EllipticCurve::Prime256v1));
+}
+
+TEST(PublicKeyInfo, StoresAnySizeUnchanged)
+{
+    EXPECT_EQ(PublicKeyInfo(0, point, EllipticCurve::Prime256v1).getKeySize(), 0U);
+    EXPECT_EQ(PublicKeyInfo(UINT64_MAX, exponent, modulus).getKeySize(), UINT64_MAX);
+}
+
+TEST(PublicKeyInfo, ComparesKindSizeAndNumbers)
+{
+    struct Row
+    {
+        PublicKeyInfo left;
+        PublicKeyInfo right;
+        bool equal;
+    };
+    PublicKeyInfo const sameNumbersAsPoint(256, point, point);
+    for (Row const& row :
+         {Row{rsaPublic, PublicKeyInfo(2048, exponent, modulus), true},
+          Row{rsaPublic, PublicKeyInfo(2049, exponent, modulus), false},
+          Row{rsaPublic, PublicKeyInfo(2048, {3}, modulus), false},
+          Row{rsaPublic, PublicKeyInfo(2048, exponent, {1}), false},
+          Row{rsaPublic, PublicKeyInfo(2048, {0, 1, 0, 1}, modulus), false},
+          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Prime256v1), true},
+          Row{eccPublic, PublicKeyInfo(255, point, EllipticCurve::Prime256v1), false},
+          Row{eccPublic, PublicKeyInfo(256, {4}, EllipticCurve::Prime256v1), false},
+          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Ed25519), false},
+          Row{eccPublic, sameNumbersAsPoint, false}}) {
+        EXPECT_EQ(row.left == row.right, row.equal);
+        EXPECT_EQ(row.right == row.left, row.equal);
+        EXPECT_EQ(row.left != row.right, !row.equal);
+    }
+}
+
+TEST(PublicKeyInfo, CopiesAsAValue)
+{
+    PublicKeyInfo const copy(rsaPublic);
+    EXPECT_EQ(copy, rsaPublic);
+    PublicKeyInfo assigned(eccPublic);
+    assigned = rsaPublic;
+    EXPECT_EQ(assigned, rsaPublic);
+}
+
+TEST(PublicKeyInfo, KeepsItsKindAndEmptyNumbersAfterAMove)
+{
+    PublicKeyInfo source(rsaPublic);
+    PublicKeyInfo const target(std::move(source));
+    EXPECT_EQ(target, rsaPublic);
+    EXPECT_EQ(source.getType(), KeyType::RSA); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_TRUE(source.getRSAModulus().empty());
+    EXPECT_TRUE(source.getRSAPublicExponent().empty());
+}
+
+TEST(PrivateKeyInfo, OfAnRSAKeyGivesItsNumber)
+{
+    EXPECT_EQ(rsaPrivate.getType(), KeyType::RSA);
+    EXPECT_EQ(rsaPrivate.getRSAPrivateExponent(), secret);
+}
+
+TEST(PrivateKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
+{
+    EXPECT_THROWS_EXACTLY(
+        NotECCKey, "Cannot get the private integer from the key because it is not an ECC key.",
+        rsaPrivate.getECCPrivateInteger());
+    EXPECT_THROWS_EXACTLY(
+        NotECCKey, "Cannot get the elliptic curve from the key because it is not an ECC key.",
+        rsaPrivate.getECCCurve());
+}
+
+TEST(PrivateKeyInfo, OfAnECCKeyGivesItsNumber)
+{
+    EXPECT_EQ(eccPrivate.getType(), KeyType::ECC);
+    EXPECT_EQ(eccPrivate.getECCPrivateInteger(), secret);
+    EXPECT_EQ(eccPrivate.getECCCurve(), EllipticCurve::Ed25519);
+}
+
+TEST(PrivateKeyInfo, OfAnECCKeyRefusesTheGetterOfTheOtherKind)
+{
+    EXPECT_THROWS_EXACTLY(
+        NotRSAKey, "Cannot get the private exponent from the key because it is not an RSA key.",
+        eccPrivate.getRSAPrivateExponent());
+}
+
+TEST(PrivateKeyInfo, RefusesEmptyNumbers)
+{
+    ByteArray const none;
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty private exponent in private key.", PrivateKeyInfo(none));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty private integer in private key.",
+        PrivateKeyInfo(none, EllipticCurve::Prime256v1));
+}
+
+TEST(PrivateKeyInfo, ComparesKindAndNumbers)
+{
+    struct Row
+    {
+        PrivateKeyInfo left;
+        PrivateKeyInfo right;
+        bool equal;
+    };
+    ByteArray const other{1};
+    for (Row const& row :
+         {Row{rsaPrivate, PrivateKeyInfo(secret), true}, Row{rsaPrivate, PrivateKeyInfo(other), false},
+          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Ed25519), true},
+          Row{eccPrivate, PrivateKeyInfo(other, EllipticCurve::Ed25519), false},
+          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), false},
+          Row{rsaPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), false}}) {
+        EXPECT_EQ(row.left == row.right, row.equal);
+        EXPECT_EQ(row.right == row.left, row.equal);
+        EXPECT_EQ(row.left != row.right, !row.equal);
+    }
+}
+
+TEST(PrivateKeyInfo, KeepsItsKindAndEmptyNumbersAfterAMove)
+{
+    PrivateKeyInfo source(eccPrivate);
+    PrivateKeyInfo target(rsaPrivate);
+    target = std::move(source);
+    EXPECT_EQ(target, eccPrivate);
+    EXPECT_EQ(source.getType(), KeyType::ECC); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_TRUE(source.getECCPrivateInteger().empty());
+}
