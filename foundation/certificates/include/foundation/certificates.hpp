@@ -8,7 +8,9 @@
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/KeyInfo.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+#include <foundation/certificates/SelfSignedCertBuilder.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
