@@ -256,6 +256,23 @@ void X509Certificate::print(std::ostream& out) const
     impl->print(out);
 }
 
+CertificateValidationResults X509Certificate::validateCertificate(
+    X509CertificateChain const& chain, CertificateValidationOptions const& options,
+    TrustStore const& trustStore) const
+{
+    std::lock_guard<std::mutex> const lock(mutex);
+    throwIfImplEmpty();
+    return impl->validateCertificate(chain, options, trustStore);
+}
+
+X509Certificate
+X509Certificate::getRootCACertificate(X509CertificateChain const& chain, TrustStore const& trustStore) const
+{
+    std::lock_guard<std::mutex> const lock(mutex);
+    throwIfImplEmpty();
+    return impl->getRootCACertificate(chain, trustStore);
+}
+
 // Built of the operations above, each of which locks its own object
 
 bool X509Certificate::operator==(X509Certificate const& other) const

@@ -56,14 +56,6 @@ X509UPtr parseDER(BIO* bio)
     return parsed;
 }
 
-std::string nameAsText(X509_NAME const* name)
-{
-    auto const bio = makeMemoryBIO();
-    // A name that cannot be printed gives what was printed of it.
-    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
-    return contentsAsString(bio.get());
-}
-
 std::optional<std::string> asUTF8(ASN1_STRING const* value)
 {
     unsigned char* buffer = nullptr;
@@ -122,6 +114,14 @@ EVP_PKEYUPtr publicKeyOf(X509* certificate)
 }
 
 } // namespace
+
+std::string nameAsText(X509_NAME const* name)
+{
+    auto const bio = makeMemoryBIO();
+    // A name that cannot be printed gives what was printed of it.
+    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
+    return contentsAsString(bio.get());
+}
 
 std::string serialToDecimalString(ASN1_INTEGER const* serial)
 {

@@ -16,6 +16,9 @@
 
 namespace foundation::certificates {
 
+/// The name on one line in the form of RFC 2253 (`XN_FLAG_RFC2253`).
+std::string nameAsText(X509_NAME const* name);
+
 /// The serial number in decimal digits.
 /// @throws X509CertificateException "Internal error: Unable to get serial number.", "Internal error: Unable
 /// to get serial
