@@ -1,0 +1,186 @@
+#include "X509CertificateImpl.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::certificates {
+namespace {
+
+using test::Bytes;
+using test::CertificateSpec;
+using test::Mutation;
+
+using URIs = std::vector<std::string>;
+
+/// DER of one value; for contents of less than 65536 bytes.
+std::string der(int tag, std::string const& content)
+{
+    std::string encoding(1, static_cast<char>(tag));
+    auto const size = content.size();
+    if (size >= 256) {
+        encoding.append({'\x82', static_cast<char>(size >> 8)});
+    } else if (size >= 128) {
+        encoding.push_back('\x81');
+    }
+    encoding.push_back(static_cast<char>(size & 0xff));
+    return encoding + content;
+}
+
+constexpr int sequenceTag = 0x30;
+constexpr int setTag = 0x31;
+constexpr int utf8Tag = 0x0c;
+constexpr int uriTag = 0x86;
+constexpr int dnsTag = 0x82;
+/// In a distribution point; within its name, [0] is the full name and [1] the relative one.
+constexpr int nameTag = 0xa0;
+constexpr int reasonsTag = 0x81;
+constexpr int crlIssuerTag = 0xa2;
+constexpr int fullNameTag = 0xa0;
+constexpr int relativeNameTag = 0xa1;
+
+std::string fullName(std::string const& names)
+{
+    return der(sequenceTag, der(nameTag, der(fullNameTag, names)));
+}
+
+/// CN=value, as an attribute of a relative name.
+std::string commonNameAttribute(std::string const& value)
+{
+    return der(sequenceTag, std::string("\x06\x03\x55\x04\x03", 5) + der(utf8Tag, value));
+}
+
+Mutation withContent(std::string const& content)
+{
+    return [content](CertificateSpec& spec) {
+        spec.setRawExtension("crlDistributionPoints", Bytes(content.begin(), content.end()));
+    };
+}
+
+Mutation withPoints(std::string const& points)
+{
+    return withContent(der(sequenceTag, points));
+}
+
+URIs distributionPointsOf(Mutation const& mutate)
+{
+    auto const certificate = test::makeSelfSignedLeaf("leaf", mutate);
+    return X509CertificateImpl().getCRLDistributionPoints(X509Certificate(certificate.der()));
+}
+
+TEST(CRLDistributionPoints, AreAllURIsInTheCertificatesOrder)
+{
+    auto const mutate = [](CertificateSpec& spec) {
+        spec.setRawExtension(
+            "crlDistributionPoints",
+            test::distributionPointsContent({{"ldap://a/b", "http://c/d"}, {"https://e"}, {"http://f/g"}}));
+    };
+    EXPECT_EQ(distributionPointsOf(mutate), (URIs{"ldap://a/b", "http://c/d", "https://e", "http://f/g"}));
+}
+
+TEST(CRLDistributionPoints, AreNoneWithoutAReadableExtension)
+{
+    struct
+    {
+        char const* name;
+        Mutation mutate;
+    } const rows[] = {
+        {"no extension", {}},
+        {"empty content", withContent("")},
+        {"garbage", withContent("garbage")},
+        {"cut short", withContent(der(sequenceTag, fullName(der(uriTag, "http://a/b"))).substr(0, 12))},
+        {"no points", withPoints("")},
+        {"name of a third type", withPoints(der(sequenceTag, der(nameTag, der(0xa2, ""))))},
+        {"two extensions",
+         [](CertificateSpec& spec) {
+             spec.setDistributionPoints({"http://a/b"});
+             spec.extensions.push_back({"2.5.29.31", "", test::distributionPointsContent({{"http://c/d"}})});
+         }},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(distributionPointsOf(row.mutate), URIs()) << row.name;
+    }
+}
+
+TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
+{
+    struct
+    {
+        char const* name;
+        std::string points;
+        URIs expected;
+    } const rows[] = {
+        {"point without any content", der(sequenceTag, ""), {}},
+        {"point with reasons alone", der(sequenceTag, der(reasonsTag, std::string("\x01\x40", 2))), {}},
+        {"point with an issuer alone", der(sequenceTag, der(crlIssuerTag, der(dnsTag, "a"))), {}},
+        {"full name without names", fullName(""), {}},
+        {"DNS name", fullName(der(dnsTag, "a.example")), {}},
+        {"DNS name before URI", fullName(der(dnsTag, "a") + der(uriTag, "http://a/b")), {"http://a/b"}},
+        {"nameless point before URI",
+         der(sequenceTag, "") + fullName(der(uriTag, "http://a/b")),
+         {"http://a/b"}},
+        {"empty URI", fullName(der(uriTag, "")), {""}},
+        {"zero byte in URI",
+         fullName(der(uriTag, std::string("http://a\0b/c", 12))),
+         {std::string("http://a\0b/c", 12)}},
+        {"URI of 50000 characters",
+         fullName(der(uriTag, std::string(50000, 'x'))),
+         {std::string(50000, 'x')}},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(distributionPointsOf(withPoints(row.points)), row.expected) << row.name;
+    }
+}
+
+TEST(CRLDistributionPoints, ContainTheValuesOfRelativeNames)
+{
+    auto const relative = [](std::string const& attributes) {
+        return der(sequenceTag, der(nameTag, der(relativeNameTag, attributes)));
+    };
+    struct
+    {
+        char const* name;
+        std::string points;
+        URIs expected;
+    } const rows[] = {
+        {"one attribute", relative(commonNameAttribute("one")), {"one"}},
+        {"two attributes", relative(commonNameAttribute("a") + commonNameAttribute("bb")), {"a", "bb"}},
+        {"empty value", relative(commonNameAttribute("")), {""}},
+        {"URL as value, before a URI",
+         relative(commonNameAttribute("http://a/b")) + fullName(der(uriTag, "http://c/d")),
+         {"http://a/b", "http://c/d"}},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(distributionPointsOf(withPoints(row.points)), row.expected) << row.name;
+    }
+}
+
+TEST(CRLDistributionPoints, MayBeVeryMany)
+{
+    URIs const uris(20000, "http://a/b");
+    EXPECT_EQ(distributionPointsOf([&](CertificateSpec& spec) { spec.setDistributionPoints(uris); }), uris);
+}
+
+TEST(CRLDistributionPoints, AreNotToBeHadWithoutACertificate)
+{
+    X509CertificateImpl const implementation;
+    X509Certificate const empty;
+    X509Certificate source;
+    X509Certificate const target(std::move(source));
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        implementation.getCRLDistributionPoints(empty));
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate is uninitialized.",
+        implementation.getCRLDistributionPoints(source));
+}
+
+} // namespace
+} // namespace foundation::certificates
