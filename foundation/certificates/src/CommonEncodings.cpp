@@ -45,7 +45,7 @@ std::string base64Encode(ByteArray const& data)
     text.reserve((data.size() + 2) / 3 * 4);
     Encoder const end(data.end());
     for (Encoder character(data.begin()); character != end; ++character) {
-        text.push_back(*character);
+        text.push_back(static_cast<char>(*character));
     }
     text.append(((data.size() / 3 + 1) * 3 - data.size()) % 3, '=');
     return text;

@@ -1,0 +1,22 @@
+# Sourced by the scripts: configure, build and test by preset, in the project's folder.
+
+jobs=$(nproc 2>/dev/null || sysctl -n hw.ncpu)
+
+if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+
+# configure PRESET FOLDER [CMake option...]: configures the preset into build/FOLDER.
+configure() {
+    cmake --preset "$1" -B "build/$2" "${@:3}"
+}
+
+# compile FOLDER [CMake option...]: builds build/FOLDER.
+compile() {
+    cmake --build "build/$1" -j "$jobs" "${@:2}"
+}
+
+# run_tests FOLDER [CTest option...]: runs the tests of build/FOLDER.
+run_tests() {
+    ctest --test-dir "build/$1" --output-on-failure --no-tests=error -j "$jobs" "${@:2}"
+}

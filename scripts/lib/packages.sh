@@ -1,0 +1,41 @@
+# Sourced by the scripts: the packages, by their Debian names, and the one way to install them.
+
+build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
+demo_packages=(ca-certificates openssl)
+# Tests read what other makers of certificates, signatures and key containers write.
+test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2)
+check_packages=(clang clang-format libclang-rt-dev)
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+is_installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# A package that this release does not know is part of another one there (libclang-rt-dev before Debian 12).
+is_known() {
+    apt-cache show "$1" >/dev/null 2>&1
+}
+
+# install_packages NAME...: installs those that are missing, without a question; does nothing if none is.
+install_packages() {
+    if ! command -v apt-get >/dev/null; then
+        echo "No apt-get here. These packages are needed, by their Debian names: $*" >&2
+        return
+    fi
+    local name missing=() available=()
+    for name in "$@"; do
+        is_installed "$name" || missing+=("$name")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+
+    as_root apt-get update -qq
+    for name in "${missing[@]}"; do
+        if is_known "$name"; then available+=("$name"); fi
+    done
+    [ ${#available[@]} -gt 0 ] || return 0
+    echo "Installing ${available[*]}"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${available[@]}" >/dev/null
+}
