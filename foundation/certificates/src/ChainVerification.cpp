@@ -2,6 +2,7 @@
 
 #include "OpenSSLResult.hpp"
 #include "VerifyErrors.hpp"
+#include "X509Stack.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
@@ -23,7 +24,6 @@ namespace {
 using Options = CertificateValidationOptions;
 
 constexpr char const noContextText[] = "Internal Error: error creating X509_STORE_CTX object\n";
-constexpr char const noContentText[] = "Error: X509Certificate has no content.";
 constexpr char const parameterFlagsText[] = "Failed to set the flags to X509 parameters";
 
 constexpr int optionsIndex = 0;
@@ -63,20 +63,6 @@ std::vector<X509Certificate> leafFirst(std::string const& leafPEM, X509Certifica
         certificates.insert(certificates.begin(), X509Certificate(leafPEM));
     }
     return certificates;
-}
-
-X509StackUPtr buildUntrustedStack(std::vector<X509Certificate> const& certificates)
-{
-    auto stack = makeX509Stack(sk_X509_new_null());
-    for (auto const& certificate : certificates) {
-        auto duplicate = makeX509(X509CertificateImpl(certificate.getAsPEMString()).duplicateX509());
-        throwIfNull<X509CertificateException>(duplicate.get(), noContentText);
-        throwIfBelowOne<X509CertificateException>(
-            sk_X509_push(stack.get(), duplicate.get()),
-            "Internal Error: error creating the stack of untrusted certificates\n");
-        static_cast<void>(duplicate.release()); // the stack's from here on; a push that failed took nothing
-    }
-    return stack;
 }
 
 unsigned long crlFlags(Options::CheckCRL check)
@@ -221,7 +207,7 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
 
     store = privateStoreOf(trustStore);
     auto certificates = leafFirst(getAsPEMString(), chain);
-    untrusted = buildUntrustedStack(certificates);
+    untrusted = stackOf(certificates);
     CRLs crls;
     bool const crlsReady =
         prepareCRLs(options.downloadCRL, options.checkCRL, crls, certificates, store, chain, trustStore);

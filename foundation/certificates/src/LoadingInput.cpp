@@ -1,6 +1,11 @@
 #include "LoadingInput.hpp"
 
+#include "OpenSSLResult.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
+
+#include <openssl/asn1.h>
+#include <openssl/pem.h>
 
 #include <istream>
 #include <iterator>
@@ -20,6 +25,13 @@ Bytes contentsOfStream(std::istream& stream, char const* notGoodText, char const
     } catch (std::exception const& failure) {
         throw InvalidArgument(std::string(reasonText) + failure.what());
     }
+}
+
+void throwWrongEncoding(std::string const& encoding)
+{
+    throw InvalidArgument(
+        "Input certificate data was autodetected to be " + encoding + "-encoded, but is not in " + encoding +
+        " encoding. Please verify the input data.");
 }
 
 } // namespace
@@ -47,6 +59,20 @@ bool containsMarker(ByteArray const& data, std::string_view marker)
 {
     std::string_view const text(reinterpret_cast<char const*>(data.data()), data.size());
     return text.find(marker) != std::string_view::npos;
+}
+
+void throwIfWrongPEMEncoding()
+{
+    if (reasonOfOldestError() == PEM_R_NO_START_LINE) {
+        throwWrongEncoding("PEM");
+    }
+}
+
+void throwIfWrongDEREncoding()
+{
+    if (reasonOfOldestError() == ASN1_R_WRONG_TAG) {
+        throwWrongEncoding("DER");
+    }
 }
 
 int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)

@@ -56,7 +56,7 @@ using PKCS12UPtr = OpenSSLHandle<PKCS12>;
 using OpenSSLCharsUPtr = OpenSSLHandle<char>;
 using OpenSSLBytesUPtr = OpenSSLHandle<unsigned char>;
 
-/// Stacks that own their elements.
+/// Stacks that own their elements, unless their maker says otherwise.
 using X509StackUPtr = OpenSSLHandle<STACK_OF(X509)>;
 using X509_INFOStackUPtr = OpenSSLHandle<STACK_OF(X509_INFO)>;
 using ASN1_OBJECTStackUPtr = OpenSSLHandle<STACK_OF(ASN1_OBJECT)>;
@@ -191,6 +191,12 @@ inline OpenSSLBytesUPtr makeOpenSSLBytes(unsigned char* pointer)
 inline X509StackUPtr makeX509Stack(STACK_OF(X509) * pointer)
 {
     return {pointer, [](STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }};
+}
+
+/// A stack whose elements belong to somebody else: only the stack itself is released.
+inline X509StackUPtr makeBorrowingX509Stack(STACK_OF(X509) * pointer)
+{
+    return {pointer, [](STACK_OF(X509) * stack) { sk_X509_free(stack); }};
 }
 
 inline X509_INFOStackUPtr makeX509_INFOStack(STACK_OF(X509_INFO) * pointer)

@@ -31,28 +31,17 @@ constexpr char const noNotBeforeText[] =
 constexpr char const noNotAfterText[] = "Error: Certificate does not have validNotAfter field correctly set.";
 constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
 
-[[noreturn]] void throwWrongEncoding(std::string const& encoding)
-{
-    throw InvalidArgument(
-        "Input certificate data was autodetected to be " + encoding + "-encoded, but is not in " + encoding +
-        " encoding. Please verify the input data.");
-}
-
 X509UPtr parsePEM(BIO* bio)
 {
     auto parsed = makeX509(PEM_read_bio_X509(bio, nullptr, refusePassphrase, nullptr));
-    if (reasonOfOldestError() == PEM_R_NO_START_LINE) {
-        throwWrongEncoding("PEM");
-    }
+    throwIfWrongPEMEncoding();
     return parsed;
 }
 
 X509UPtr parseDER(BIO* bio)
 {
     auto parsed = makeX509(d2i_X509_bio(bio, nullptr));
-    if (reasonOfOldestError() == ASN1_R_WRONG_TAG) {
-        throwWrongEncoding("DER");
-    }
+    throwIfWrongDEREncoding();
     return parsed;
 }
 

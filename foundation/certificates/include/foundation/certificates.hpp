@@ -9,6 +9,8 @@
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/KeyInfo.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/PKCS7CertificateImpl.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 #include <foundation/certificates/TrustStore.hpp>

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <foundation/certificates/ByteArray.hpp>
+#include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+#include <foundation/certificates/export.hpp>
+
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct pkcs7_st;
+
+namespace foundation::certificates {
+
+/// The implementation of PKCS7Certificate: owns the parsed structure, which no operation changes, and the
+/// list of certificates, which are the structure's and those added. It has no lock and is called by its
+/// handle, which holds its own; the operations are described there.
+class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateImpl
+{
+public:
+    /// No structure and no certificates.
+    PKCS7CertificateImpl();
+    PKCS7CertificateImpl(ByteArray const& data);
+    PKCS7CertificateImpl(std::string const& data);
+    PKCS7CertificateImpl(std::istream& stream);
+    /// Duplicates the source's structure. The guard proves that the caller holds the lock of the source's
+    /// handle.
+    PKCS7CertificateImpl(PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
+    /// Leaves the source without certificates and structure.
+    PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept;
+    ~PKCS7CertificateImpl();
+
+    /// Takes over the source's certificates, but never its structure: a target with a structure keeps an
+    /// equal copy of its own, one without stays without. For a whole copy use the copying constructor, as the
+    /// handle does.
+    PKCS7CertificateImpl& operator=(PKCS7CertificateImpl const& other);
+    /// Leaves the source without certificates and structure.
+    PKCS7CertificateImpl& operator=(PKCS7CertificateImpl&& other) noexcept;
+
+    bool empty() const;
+    ByteArray getAsBytes() const;
+    std::string getAsString() const;
+    std::vector<X509Certificate> getCertificates() const;
+    std::uint64_t getNumCertificates() const;
+    ByteArray getSignedData() const;
+    X509CertificateChain getSignerCerts() const;
+    PKCS7CertificateValidationResults verifySignature(
+        X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;
+    void print(std::ostream& out) const;
+    void addCertificate(X509Certificate const& certificate);
+
+    bool operator==(PKCS7CertificateImpl const& other) const;
+    bool operator!=(PKCS7CertificateImpl const& other) const;
+
+    /// @throws PKCS7CertificateException "PKCS7Certificate has no content."
+    void throwIfEmpty() const;
+
+private:
+    void init(ByteArray const& data);
+    CertificateEncoding autodetectEncoding(ByteArray const& data) const;
+    void readCertificates();
+    /// The verdict on the first signer's chain, for a signature that is sound.
+    PKCS7CertificateValidationResults
+    validateFirstSigner(X509CertificateChain const& intermediates, TrustStore const& trustStore) const;
+
+    std::vector<X509Certificate> certificates;
+    std::unique_ptr<pkcs7_st, void (*)(pkcs7_st*)> pkcs7;
+};
+
+} // namespace foundation::certificates
