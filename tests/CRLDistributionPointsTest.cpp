@@ -34,7 +34,6 @@ std::string der(int tag, std::string const& content)
 }
 
 constexpr int sequenceTag = 0x30;
-constexpr int setTag = 0x31;
 constexpr int utf8Tag = 0x0c;
 constexpr int uriTag = 0x86;
 constexpr int dnsTag = 0x82;
