@@ -1,0 +1,19 @@
+#include "DiagnosticLogger.hpp"
+
+namespace foundation::certificates {
+
+log::basic_diagnostic_logger<char>& diagnosticLogger()
+{
+    // A local, so that it is there for whoever calls the library out of a static initializer.
+    static log::basic_diagnostic_logger<char> logger("foundation::certificates");
+    return logger;
+}
+
+namespace {
+
+/// The logger is made when the library is loaded, not by the first record.
+[[maybe_unused]] auto const& loggerFromTheStart = diagnosticLogger();
+
+} // namespace
+
+} // namespace foundation::certificates

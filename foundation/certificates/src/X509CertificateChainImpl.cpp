@@ -1,0 +1,160 @@
+#include <foundation/certificates/X509CertificateChainImpl.hpp>
+
+#include "LoadingInput.hpp"
+#include "MemoryBIO.hpp"
+#include "X509CertificateImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <ostream>
+#include <utility>
+
+namespace foundation::certificates {
+
+namespace {
+
+/// What OpenSSL finds in the text. Null where it meets a damaged block, with the reason in its queue.
+X509_INFOStackUPtr readPEMBlocks(std::string const& text)
+{
+    auto const bio = makeMemoryBIO();
+    // A text that is too long for BIO_puts, or that it does not take, shows as one with no blocks in it.
+    if (std::strlen(text.c_str()) <= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        BIO_puts(bio.get(), text.c_str());
+    }
+    return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
+}
+
+/// OpenSSL puts a key or CRL into one entry with the certificate that it stands beside, or into an entry of
+/// its own. In either case the text holds what is no certificate, and the entry counts as one without a
+/// certificate.
+X509* certificateIn(X509_INFO const* entry)
+{
+    bool const holdsNothingElse = entry != nullptr && entry->crl == nullptr && entry->x_pkey == nullptr;
+    return holdsNothingElse ? entry->x509 : nullptr;
+}
+
+X509Certificate loadCertificate(X509_INFO const* entry)
+{
+    try {
+        return X509Certificate(X509CertificateImpl(certificateIn(entry)));
+    } catch (CertificateException const& failure) {
+        throw X509CertificateChainException(
+            std::string("Error: Unable to parse X509 certificate inside X509 certificate chain.") +
+            failure.what());
+    }
+}
+
+} // namespace
+
+X509CertificateChainImpl::X509CertificateChainImpl() = default;
+
+X509CertificateChainImpl::X509CertificateChainImpl(std::string const& pem)
+{
+    init(pem);
+}
+
+X509CertificateChainImpl::X509CertificateChainImpl(std::istream& stream)
+{
+    init(textOfStream(
+        stream, "The input certificate chain data stream is invalid.",
+        "The input X509 certificate chain data stream is invalid. Reason:"));
+}
+
+X509CertificateChainImpl::X509CertificateChainImpl(
+    X509CertificateChainImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
+    : certificates(other.certificates)
+{}
+
+X509CertificateChainImpl::X509CertificateChainImpl(X509CertificateChainImpl&& other) noexcept = default;
+
+X509CertificateChainImpl::~X509CertificateChainImpl() = default;
+
+X509CertificateChainImpl&
+X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other) = default;
+
+X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl&& other)
+{
+    if (this != &other) {
+        certificates = other.certificates;
+    }
+    other.certificates.clear();
+    return *this;
+}
+
+void X509CertificateChainImpl::init(std::string const& text)
+{
+    if (text.empty()) {
+        throw InvalidArgument("The provided certificate chain string has no content.");
+    }
+    RAIIOpenSSLErrorRemover errors(true);
+    auto const entries = readPEMBlocks(text);
+    for (int index = 0; index < sk_X509_INFO_num(entries.get()); ++index) {
+        certificates.push_back(loadCertificate(sk_X509_INFO_value(entries.get(), index)));
+    }
+    // Certificates that came out with anything in the queue count as failed, too.
+    if (certificates.empty() || ERR_peek_error() != 0) {
+        throw X509CertificateChainException(
+            "Error: Loading a certificate chain failed. Reason=" + errors.getErrorString());
+    }
+}
+
+void X509CertificateChainImpl::addCertificate(X509Certificate const& certificate)
+{
+    certificates.push_back(certificate);
+}
+
+bool X509CertificateChainImpl::empty() const
+{
+    return certificates.empty();
+}
+
+std::size_t X509CertificateChainImpl::getNumCertificates() const
+{
+    return certificates.size();
+}
+
+std::vector<X509Certificate> X509CertificateChainImpl::getCertificates() const
+{
+    return certificates;
+}
+
+void X509CertificateChainImpl::print(std::ostream& out) const
+{
+    out << "Printing certificate chain.\n"
+        << "---------------------------\n";
+    for (X509Certificate const& certificate : certificates) {
+        out << certificate << std::endl;
+    }
+}
+
+X509Certificate X509CertificateChainImpl::popLeafCertificate()
+{
+    throwIfEmpty();
+    auto const leaf =
+        std::find_if(certificates.begin(), certificates.end(), [](X509Certificate const& certificate) {
+            return !certificate.isCACertificate();
+        });
+    if (leaf == certificates.end()) {
+        throw X509CertificateChainException(
+            "Unable to find a leaf certificate in the given certificate chain");
+    }
+    X509Certificate result(*leaf);
+    certificates.erase(leaf);
+    return result;
+}
+
+void X509CertificateChainImpl::throwIfEmpty() const
+{
+    if (empty()) {
+        throw X509CertificateChainException("X509CertificateChain has no content.");
+    }
+}
+
+} // namespace foundation::certificates
