@@ -69,11 +69,9 @@ AsnStringHandle makeSerial(std::string const& number)
 
 std::shared_ptr<CONF> parseSections(std::string const& text)
 {
-    if (text.empty()) {
-        return nullptr;
-    }
     std::shared_ptr<CONF> sections(NCONF_new(nullptr), NCONF_free);
-    Bytes const bytes(text.begin(), text.end());
+    Bytes bytes(text.begin(), text.end());
+    bytes.push_back('\n');
     long errorLine = 0;
     require(NCONF_load_bio(sections.get(), readerOf(bytes).get(), &errorLine));
     return sections;

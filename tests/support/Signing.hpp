@@ -14,7 +14,8 @@ namespace foundation::test {
 /// Decimal, or hexadecimal after "0x"; a leading minus sign comes first of all.
 AsnStringHandle makeSerial(std::string const& number);
 
-/// The sections of a text in OpenSSL's configuration language; null for an empty text.
+/// The sections of a text in OpenSSL's configuration language. Some extensions want this database
+/// although they refer to none of its sections.
 std::shared_ptr<CONF> parseSections(std::string const& text);
 
 ExtensionHandle makeExtension(ExtensionSpec const& spec, X509V3_CTX& context);

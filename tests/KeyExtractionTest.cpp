@@ -1,0 +1,306 @@
+#include "KeyExtraction.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/TestKeys.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/core_names.h>
+#include <openssl/ec.h>
+#include <openssl/objects.h>
+#include <openssl/param_build.h>
+
+#include <memory>
+#include <string>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const nullKeyText[] = "Failed to sanity check EVP_PKEY. Argument is nullptr";
+constexpr char const ed448Text[] = "Key uses Ed448, which is not currently supported";
+constexpr char const kindText[] = "Key is not currently supported. OpenSSL type id: ";
+constexpr char const curveText[] = "ECC-based key is not using supported ECC Curve. Curve: ";
+
+BigNumberHandle number(std::string const& hexadecimal)
+{
+    BIGNUM* parsed = nullptr;
+    BN_hex2bn(&parsed, hexadecimal.c_str());
+    return own(parsed);
+}
+
+EC_GROUPUPtr p256Group()
+{
+    return makeEC_GROUPUPtr(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+}
+
+/// The key on prime256v1 of a 32-byte scalar, from its encoding after RFC 5915.
+KeyHandle p256KeyOf(Bytes const& scalar)
+{
+    Bytes der{0x30, 0x31, 0x02, 0x01, 0x01, 0x04, 0x20};
+    der.insert(der.end(), scalar.begin(), scalar.end());
+    Bytes const curve{0xA0, 0x0A, 0x06, 0x08, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
+    der.insert(der.end(), curve.begin(), curve.end());
+    unsigned char const* position = der.data();
+    return own(d2i_AutoPrivateKey(nullptr, &position, static_cast<long>(der.size())));
+}
+
+/// The same key without its private half.
+KeyHandle publicHalf(KeyHandle const& key)
+{
+    auto const der = publicKeyDer(key);
+    unsigned char const* position = der.data();
+    return own(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
+}
+
+/// An elliptic-curve key of which OpenSSL knows the type and nothing else.
+KeyHandle blankKeyOnACurve()
+{
+    auto key = own(EVP_PKEY_new());
+    require(EVP_PKEY_set_type(key.get(), EVP_PKEY_EC));
+    return key;
+}
+
+/// Parameters of a curve without a name: prime256v1 with twice its generator.
+KeyHandle keyOnANamelessCurve()
+{
+    auto const group = p256Group();
+    auto const p = number("0");
+    auto const a = number("0");
+    auto const b = number("0");
+    require(EC_GROUP_get_curve(group.get(), p.get(), a.get(), b.get(), nullptr));
+    auto const point = makeEC_POINTUPtr(EC_POINT_new(group.get()));
+    require(EC_POINT_dbl(group.get(), point.get(), EC_GROUP_get0_generator(group.get()), nullptr));
+    auto const generator = ecPointToByteArray(point.get(), group.get());
+
+    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
+    require(OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_EC_FIELD_TYPE, "prime-field", 0));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_P, p.get()));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_A, a.get()));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_B, b.get()));
+    require(
+        OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_ORDER, EC_GROUP_get0_order(group.get())));
+    require(OSSL_PARAM_BLD_push_octet_string(
+        builder.get(), OSSL_PKEY_PARAM_EC_GENERATOR, generator.data(), generator.size()));
+    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
+
+    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
+    require(EVP_PKEY_fromdata_init(context.get()));
+    EVP_PKEY* key = nullptr;
+    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEY_PARAMETERS, parameters.get()));
+    return own(key);
+}
+
+} // namespace
+
+TEST(SanityCheckEVPKey, TellsTheKindOfTheKeysThatAreAccepted)
+{
+    EXPECT_EQ(sanityCheckEVPKey(rsaKey().get()), KeyType::RSA);
+    EXPECT_EQ(sanityCheckEVPKey(p256Key().get()), KeyType::ECC);
+    EXPECT_EQ(sanityCheckEVPKey(ed25519Key().get()), KeyType::ECC);
+    EXPECT_EQ(sanityCheckEVPKey(p384Key().get()), KeyType::ECC); // the curve is another function's business
+}
+
+TEST(SanityCheckEVPKey, RefusesNull)
+{
+    EXPECT_THROWS_EXACTLY(CertificateException, nullKeyText, sanityCheckEVPKey(nullptr));
+}
+
+TEST(SanityCheckEVPKey, RefusesEd448AsACurve)
+{
+    EXPECT_THROWS_EXACTLY(UnsupportedEllipticCurve, ed448Text, sanityCheckEVPKey(ed448Key().get()));
+}
+
+TEST(SanityCheckEVPKey, RefusesAnyOtherKindWithItsNumber)
+{
+    std::string const text = kindText;
+    EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "116", sanityCheckEVPKey(dsaKey().get()));
+    EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "1034", sanityCheckEVPKey(x25519Key().get()));
+    EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "912", sanityCheckEVPKey(rsaPssKey(1024).get()));
+    EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "0", sanityCheckEVPKey(own(EVP_PKEY_new()).get()));
+}
+
+TEST(GetECCCurveFromEVPKey, NamesTheTwoCurves)
+{
+    EXPECT_EQ(getECCCurveFromEVPKey(p256Key().get()), EllipticCurve::Prime256v1);
+    EXPECT_EQ(getECCCurveFromEVPKey(publicHalf(p256Key()).get()), EllipticCurve::Prime256v1);
+    EXPECT_EQ(getECCCurveFromEVPKey(ed25519Key().get()), EllipticCurve::Ed25519);
+}
+
+TEST(GetECCCurveFromEVPKey, RecognisesPrime256v1AlsoWrittenOutAsNumbers)
+{
+    EXPECT_EQ(getECCCurveFromEVPKey(explicitP256Key().get()), EllipticCurve::Prime256v1);
+}
+
+TEST(GetECCCurveFromEVPKey, RefusesOtherCurvesByName)
+{
+    std::string const text = curveText;
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, text + "secp384r1", getECCCurveFromEVPKey(p384Key().get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, text + "secp521r1", getECCCurveFromEVPKey(p521Key().get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, text + "secp256k1", getECCCurveFromEVPKey(secp256k1Key().get()));
+}
+
+TEST(GetECCCurveFromEVPKey, RefusesNullAndKeysOfOtherKinds)
+{
+    EXPECT_THROWS_EXACTLY(CertificateException, nullKeyText, getECCCurveFromEVPKey(nullptr));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Expected the EVP_PKEY to be ECC-based. It is not.",
+        getECCCurveFromEVPKey(rsaKey().get()));
+    EXPECT_THROWS_EXACTLY(UnsupportedEllipticCurve, ed448Text, getECCCurveFromEVPKey(ed448Key().get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedKeyType, std::string(kindText) + "116", getECCCurveFromEVPKey(dsaKey().get()));
+}
+
+TEST(GetECCCurveFromEVPKey, RefusesAKeyThatCannotBeExported)
+{
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Could not extract public key information from EVP_PKEY",
+        getECCCurveFromEVPKey(blankKeyOnACurve().get()));
+}
+
+TEST(GetECCCurveFromEVPKey, RefusesACurveWithoutAName)
+{
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC",
+        getECCCurveFromEVPKey(keyOnANamelessCurve().get()));
+}
+
+TEST(BigNumToByteArray, WritesBigEndianWithoutLeadingZeros)
+{
+    EXPECT_EQ(bigNumToByteArray(number("0").get()), ByteArray());
+    EXPECT_EQ(bigNumToByteArray(number("1").get()), ByteArray{1});
+    EXPECT_EQ(bigNumToByteArray(number("FF").get()), ByteArray{0xFF});
+    EXPECT_EQ(bigNumToByteArray(number("100").get()), (ByteArray{1, 0}));
+    EXPECT_EQ(bigNumToByteArray(number("0000010203").get()), (ByteArray{1, 2, 3}));
+}
+
+TEST(BigNumToByteArray, DropsTheSign)
+{
+    EXPECT_EQ(bigNumToByteArray(number("-8001").get()), (ByteArray{0x80, 0x01}));
+}
+
+TEST(BigNumToByteArray, RefusesNull)
+{
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Failed to convert BIGNUM to ByteArray. Argument is nullptr.",
+        bigNumToByteArray(nullptr));
+}
+
+TEST(PointConversion, WritesTheUncompressedFormAndReadsItBack)
+{
+    auto const group = p256Group();
+    EC_POINT const* generator = EC_GROUP_get0_generator(group.get());
+    auto const bytes = ecPointToByteArray(generator, group.get());
+    ASSERT_EQ(bytes.size(), 65U);
+    EXPECT_EQ(bytes.front(), 4);
+    auto const point = byteArrayToECPoint(bytes, group.get());
+    EXPECT_EQ(EC_POINT_cmp(group.get(), point.get(), generator, nullptr), 0);
+}
+
+TEST(PointConversion, ReadsTheCompressedForm)
+{
+    auto const group = p256Group();
+    EC_POINT const* generator = EC_GROUP_get0_generator(group.get());
+    ByteArray compressed(33);
+    ASSERT_EQ(
+        EC_POINT_point2oct(
+            group.get(), generator, POINT_CONVERSION_COMPRESSED, compressed.data(), compressed.size(),
+            nullptr),
+        compressed.size());
+    auto const point = byteArrayToECPoint(compressed, group.get());
+    EXPECT_EQ(EC_POINT_cmp(group.get(), point.get(), generator, nullptr), 0);
+}
+
+TEST(PointConversion, WritesThePointAtInfinityAsAZero)
+{
+    auto const group = p256Group();
+    auto const infinity = makeEC_POINTUPtr(EC_POINT_new(group.get()));
+    EXPECT_EQ(ecPointToByteArray(infinity.get(), group.get()), ByteArray{0});
+}
+
+TEST(PointConversion, RefusesNull)
+{
+    constexpr char const nullText[] = "Failed to create ByteArray from EC_POINT. Argument(s) are nullptr";
+    auto const group = p256Group();
+    auto const* generator = EC_GROUP_get0_generator(group.get());
+    EXPECT_THROWS_EXACTLY(CertificateException, nullText, ecPointToByteArray(nullptr, group.get()));
+    EXPECT_THROWS_EXACTLY(CertificateException, nullText, ecPointToByteArray(generator, nullptr));
+    EXPECT_THROWS_EXACTLY(CertificateException, nullText, ecPointToByteArray(nullptr, nullptr));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Failed to create EC_POINT from ByteArray. Argument is nullptr",
+        byteArrayToECPoint({4}, nullptr));
+}
+
+TEST(PointConversion, RefusesBytesThatAreNoPointOfTheGroup)
+{
+    auto const group = p256Group();
+    auto offTheCurve = ecPointToByteArray(EC_GROUP_get0_generator(group.get()), group.get());
+    offTheCurve.back() ^= 1;
+    for (ByteArray const& bytes : {ByteArray(), ByteArray{9}, ByteArray(65, 0xFF), offTheCurve}) {
+        EXPECT_THROWS_EXACTLY(
+            CertificateException, "Failed to convert point from bytes to an EC_POINT",
+            byteArrayToECPoint(bytes, group.get()));
+    }
+}
+
+TEST(PointConversion, RefusesAPointOfAnotherGroup)
+{
+    auto const group = p256Group();
+    auto const other = makeEC_GROUPUPtr(EC_GROUP_new_by_curve_name(NID_secp384r1));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Failed to get number of bytes to store public point",
+        ecPointToByteArray(EC_GROUP_get0_generator(other.get()), group.get()));
+}
+
+TEST(GetECCPrivateIntegerFromEVPKey, GivesTheScalarWithoutLeadingZeros)
+{
+    Bytes scalar(32, 0x5A);
+    EXPECT_EQ(getECCPrivateIntegerFromEVPKey(p256KeyOf(scalar).get()), scalar);
+    scalar[0] = 0;
+    EXPECT_EQ(getECCPrivateIntegerFromEVPKey(p256KeyOf(scalar).get()), ByteArray(31, 0x5A));
+    Bytes one(32, 0);
+    one.back() = 1;
+    EXPECT_EQ(getECCPrivateIntegerFromEVPKey(p256KeyOf(one).get()), ByteArray{1});
+}
+
+TEST(GetECCPrivateIntegerFromEVPKey, GivesTheRawKeyOfEd25519WithItsLeadingZeros)
+{
+    Bytes raw(32, 0);
+    raw.back() = 7;
+    auto const key = own(EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, raw.data(), raw.size()));
+    EXPECT_EQ(getECCPrivateIntegerFromEVPKey(key.get()), raw);
+}
+
+TEST(GetECCPrivateIntegerFromEVPKey, RefusesAKeyThatCannotBeExported)
+{
+    constexpr char const text[] = "Failed to extract information from private EVP_PKEY.";
+    EXPECT_THROWS_EXACTLY(CertificateException, text, getECCPrivateIntegerFromEVPKey(nullptr));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, text, getECCPrivateIntegerFromEVPKey(blankKeyOnACurve().get()));
+}
+
+TEST(GetECCPrivateIntegerFromEVPKey, RefusesAKeyWithoutAPrivateInteger)
+{
+    constexpr char const text[] = "Could not find 'priv' in parameter list from EVP_PKEY_todata.";
+    EXPECT_THROWS_EXACTLY(CertificateException, text, getECCPrivateIntegerFromEVPKey(rsaKey().get()));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, text, getECCPrivateIntegerFromEVPKey(publicHalf(p256Key()).get()));
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, text, getECCPrivateIntegerFromEVPKey(publicHalf(ed25519Key()).get()));
+}
+
+TEST(GetECCPrivateIntegerFromEVPKey, RefusesOtherCurvesAndKinds)
+{
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, std::string(curveText) + "secp384r1",
+        getECCPrivateIntegerFromEVPKey(p384Key().get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, ed448Text, getECCPrivateIntegerFromEVPKey(ed448Key().get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedKeyType, std::string(kindText) + "116", getECCPrivateIntegerFromEVPKey(dsaKey().get()));
+}

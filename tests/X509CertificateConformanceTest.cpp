@@ -1,0 +1,48 @@
+#include "support/CertificateQueries.hpp"
+#include "support/HandleConformance.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace foundation::test {
+
+namespace {
+
+using certificates::X509Certificate;
+
+struct X509CertificateTraits
+{
+    using Handle = X509Certificate;
+    using Failure = certificates::X509CertificateException;
+    static constexpr char const* uninitializedText = "Error: X509Certificate is uninitialized.";
+    static constexpr char const* noContentText = "Error: X509Certificate has no content.";
+
+    static X509Certificate loaded(std::string const& name)
+    {
+        static std::map<std::string, Bytes> encodings;
+        Bytes& der = encodings[name];
+        if (der.empty()) {
+            der = makeRoot(name, [](CertificateSpec& spec) { spec.key = rsaKey(1024); }).der();
+        }
+        return X509Certificate(der);
+    }
+
+    static std::string identity(X509Certificate const& certificate)
+    {
+        return certificate.empty() ? "" : certificate.getSHA256Fingerprint();
+    }
+
+    static std::vector<Operation<X509Certificate>> operations() { return certificateQueries(); }
+};
+
+} // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(X509Certificate, HandleConformance, X509CertificateTraits);
+
+} // namespace foundation::test

@@ -1,0 +1,138 @@
+#include "support/CertificateQueries.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+/// A certificate in which every query has something to read.
+CertificateAndKey witness(KeyHandle const& key)
+{
+    return makeRoot("witness", [&](CertificateSpec& spec) {
+        spec.key = key;
+        spec.subject = {
+            {"C", "DE", V_ASN1_PRINTABLESTRING}, {"OU", "eins"}, {"OU", "zwei"}, {"CN", "witness"}};
+        spec.setExtension("extendedKeyUsage", "serverAuth,codeSigning");
+        spec.setExtension("certificatePolicies", "1.2.3.4,2.5.29.32.0");
+    });
+}
+
+/// Loads what may be damaged. The outcome is a certificate that answers, or an exception of the family and an
+/// empty queue.
+template <class Data>
+void expectCleanOutcome(Data const& data)
+{
+    std::optional<X509Certificate> certificate;
+    try {
+        certificate.emplace(data);
+    } catch (CertificateException const& refusal) {
+        EXPECT_STRNE(refusal.what(), "");
+        EXPECT_TRUE(queueIsEmpty());
+        return;
+    }
+    EXPECT_TRUE(queueIsEmpty());
+    expectEveryQueryAnswersOrFailsCleanly(*certificate);
+    drainErrorQueue();
+}
+
+template <class Data>
+void expectCleanOutcomeOfEveryTruncation(Data const& data)
+{
+    for (std::size_t size = 0; size < data.size(); ++size) {
+        SCOPED_TRACE(size);
+        expectCleanOutcome(Data(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(size)));
+    }
+}
+
+template <class Data>
+void expectCleanOutcomeOfEveryDamagedByte(Data const& data, std::initializer_list<unsigned char> masks)
+{
+    for (std::size_t position = 0; position < data.size(); ++position) {
+        SCOPED_TRACE(position);
+        for (unsigned char const mask : masks) {
+            Data damaged = data;
+            damaged[position] = static_cast<typename Data::value_type>(damaged[position] ^ mask);
+            expectCleanOutcome(damaged);
+        }
+    }
+}
+
+class DamagedX509Certificate : public testing::Test
+{
+    CleanErrorQueue const clean;
+};
+
+} // namespace
+
+TEST_F(DamagedX509Certificate, InDerFailsCleanlyAtEveryTruncation)
+{
+    expectCleanOutcomeOfEveryTruncation(witness(p256Key()).der());
+    expectCleanOutcomeOfEveryTruncation(witness(rsaKey(1024)).der());
+}
+
+TEST_F(DamagedX509Certificate, InPemFailsCleanlyAtEveryTruncation)
+{
+    expectCleanOutcomeOfEveryTruncation(witness(p256Key()).pem());
+}
+
+TEST_F(DamagedX509Certificate, InDerFailsCleanlyWithEveryDamagedByte)
+{
+    expectCleanOutcomeOfEveryDamagedByte(witness(p256Key()).der(), {0x01, 0x04, 0x80, 0xFF});
+    expectCleanOutcomeOfEveryDamagedByte(witness(ed25519Key()).der(), {0x20, 0x7F});
+    expectCleanOutcomeOfEveryDamagedByte(witness(rsaKey(1024)).der(), {0x02, 0x80});
+}
+
+TEST_F(DamagedX509Certificate, InPemFailsCleanlyWithEveryDamagedByte)
+{
+    expectCleanOutcomeOfEveryDamagedByte(witness(p256Key()).pem(), {0x01, 0x80});
+}
+
+TEST_F(DamagedX509Certificate, MayHaveLostEveryByte)
+{
+    expectCleanOutcome(ByteArray(1, 0));
+    expectCleanOutcome(ByteArray(1000, 0));
+    expectCleanOutcome(ByteArray(1000, 0xFF));
+    expectCleanOutcome(ByteArray(1000, 0x30));
+    expectCleanOutcome(ByteArray{0x30, 0x84, 0x7F, 0xFF, 0xFF, 0xFF});
+    expectCleanOutcome(ByteArray{0x30, 0x88, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
+    expectCleanOutcome(ByteArray{0x30, 0x80, 0, 0});
+}
+
+TEST_F(DamagedX509Certificate, MayNestDeeply)
+{
+    // Indefinite lengths within each other, a hundred thousand deep.
+    ByteArray nested;
+    for (int depth = 0; depth < 100000; ++depth) {
+        nested.push_back(0x30);
+        nested.push_back(0x80);
+    }
+    expectCleanOutcome(nested);
+}
+
+TEST_F(DamagedX509Certificate, MayHaveOneBrokenExtension)
+{
+    for (char const* extension :
+         {"keyUsage", "extendedKeyUsage", "certificatePolicies", "basicConstraints", "subjectKeyIdentifier",
+          "authorityKeyIdentifier", "crlDistributionPoints", "subjectAltName", "nameConstraints"}) {
+        for (Bytes const& content :
+             {Bytes{}, Bytes{0x00}, Bytes{0x30, 0x05}, Bytes{0x05, 0x00}, Bytes(8, 0xFF)}) {
+            SCOPED_TRACE(extension);
+            for (bool const critical : {false, true}) {
+                expectCleanOutcome(makeRoot("witness", [&](CertificateSpec& spec) {
+                                       spec.setRawExtension(extension, content, critical);
+                                   }).der());
+            }
+        }
+    }
+}

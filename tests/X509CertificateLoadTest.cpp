@@ -1,0 +1,408 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include "X509CertificateImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const noContent[] = "The input certificate has no content.";
+constexpr char const badStream[] = "The input certificate data stream is invalid.";
+constexpr char const notPem[] =
+    "Input certificate data was autodetected to be PEM-encoded, but is not in PEM "
+    "encoding. Please verify the input data.";
+constexpr char const notDer[] =
+    "Input certificate data was autodetected to be DER-encoded, but is not in DER "
+    "encoding. Please verify the input data.";
+constexpr char const loadingFailed[] = "Error: Loading a certificate failed. Reason=";
+constexpr char const weakKey[] = "RSA key size does not meet minimum cryptographic requirements";
+
+std::string const beginMarker = "-----BEGIN CERTIFICATE-----";
+
+std::string asText(Bytes const& bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
+
+Bytes asBytes(std::string const& text)
+{
+    return Bytes(text.begin(), text.end());
+}
+
+std::string replaced(std::string text, std::string const& from, std::string const& to)
+{
+    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+/// The reason that OpenSSL queues first when it reads the data by itself.
+std::string reasonOf(std::string const& data)
+{
+    CleanErrorQueue const clean;
+    auto const bytes = asBytes(data);
+    auto const bio = readerOf(bytes);
+    auto const refuse = [](char*, int, int, void*) { return -1; };
+    bool const isPem = data.find(beginMarker) != std::string::npos;
+    X509_free(
+        isPem ? PEM_read_bio_X509(bio.get(), nullptr, refuse, nullptr) : d2i_X509_bio(bio.get(), nullptr));
+    return oldestReasonText();
+}
+
+/// The certificate as a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED").
+std::string encryptedPem(X509Handle const& certificate)
+{
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    std::string passphrase = "secret";
+    require(PEM_ASN1_write_bio(
+        reinterpret_cast<i2d_of_void*>(i2d_X509), PEM_STRING_X509, bio.get(), certificate.get(),
+        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
+        static_cast<int>(passphrase.size()), nullptr, nullptr));
+    return asText(contentOf(bio));
+}
+
+CertificateAndKey const& witness()
+{
+    static auto const made = makeRoot("witness");
+    return made;
+}
+
+CertificateAndKey withKey(KeyHandle const& key)
+{
+    return makeRoot("root", [&](CertificateSpec& spec) {
+        spec.key = key;
+        spec.signer = witness();
+    });
+}
+
+class ThrowingBuffer : public std::streambuf
+{
+    int_type underflow() override { throw std::runtime_error("the disc is broken"); }
+};
+
+/// With and without a stranger's entry in OpenSSL's queue. Whatever happened to a load that got at any bytes,
+/// the queue is empty afterwards.
+class X509CertificateLoad : public testing::TestWithParam<bool>
+{
+protected:
+    void SetUp() override
+    {
+        if (GetParam()) {
+            foreignError = queueForeignError();
+        }
+    }
+
+    void expectEmptyQueue() const { EXPECT_TRUE(queueIsEmpty()); }
+    void expectUntouchedQueue() const { EXPECT_EQ(oldestError(), foreignError); }
+
+    /// Loads in all three forms; each must give this certificate.
+    void expectLoads(std::string const& data, X509Handle const& expected)
+    {
+        auto const der = toDer(expected);
+        EXPECT_EQ(X509Certificate(asBytes(data)).getAsBytes(), der);
+        expectEmptyQueue();
+        EXPECT_EQ(X509Certificate(data).getAsBytes(), der);
+        std::istringstream stream(data);
+        EXPECT_EQ(X509Certificate(stream).getAsBytes(), der);
+        expectEmptyQueue();
+    }
+
+    /// Loads in all three forms; each must fail so.
+    template <class Exception>
+    void expectRefused(std::string const& data, std::string const& text)
+    {
+        EXPECT_THROWS_EXACTLY(Exception, text, X509Certificate(asBytes(data)));
+        expectEmptyQueue();
+        EXPECT_THROWS_EXACTLY(Exception, text, X509Certificate(data));
+        std::istringstream stream(data);
+        EXPECT_THROWS_EXACTLY(Exception, text, X509Certificate(stream));
+        expectEmptyQueue();
+    }
+
+private:
+    CleanErrorQueue clean;
+    unsigned long foreignError = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(WithForeignError, X509CertificateLoad, testing::Bool());
+
+} // namespace
+
+TEST_P(X509CertificateLoad, ReadsDer)
+{
+    expectLoads(asText(witness().der()), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, ReadsPem)
+{
+    expectLoads(witness().pem(), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, ReadsPemWithDosLineEnds)
+{
+    expectLoads(replaced(witness().pem(), "\n", "\r\n"), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, FindsPemBehindCommentLines)
+{
+    expectLoads(
+        "Bag Attributes\n    friendlyName: x\n\n# comment\n" + witness().pem(), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, PassesOverBlocksWithOtherLabels)
+{
+    expectLoads(toPem(p256Key(), "a passphrase") + toPem(p256Key()) + witness().pem(), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, ReadsTheFirstOfSeveralCertificates)
+{
+    auto const other = makeRoot("other");
+    expectLoads(witness().pem() + other.pem(), witness().certificate);
+    expectLoads(other.pem() + witness().pem(), other.certificate);
+    expectLoads(asText(witness().der()) + asText(other.der()), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, IgnoresWhateverFollowsTheCertificate)
+{
+    expectLoads(asText(witness().der()) + "trailing bytes", witness().certificate);
+    expectLoads(witness().pem() + "-----BEGIN CERTIFICATE-----\nbroken", witness().certificate);
+    expectLoads(asText(witness().der()) + std::string(1 << 22, '\0'), witness().certificate);
+}
+
+TEST_P(X509CertificateLoad, RefusesEmptyInput)
+{
+    std::istringstream stream("");
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, X509Certificate(ByteArray()));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, X509Certificate(std::string()));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, X509Certificate(stream));
+    expectUntouchedQueue();
+}
+
+TEST_P(X509CertificateLoad, ReadsNothingFromAStreamThatIsNotGood)
+{
+    for (auto const state : {std::ios::failbit, std::ios::eofbit, std::ios::badbit}) {
+        std::istringstream stream(witness().pem());
+        stream.setstate(state);
+        EXPECT_THROWS_EXACTLY(InvalidArgument, badStream, X509Certificate(stream));
+        stream.clear();
+        EXPECT_EQ(stream.tellg(), std::streampos(0));
+    }
+    expectUntouchedQueue();
+}
+
+TEST_P(X509CertificateLoad, RefusesAStreamWithoutABuffer)
+{
+    std::istream stream(nullptr);
+    EXPECT_THROWS_EXACTLY(InvalidArgument, badStream, X509Certificate(stream));
+    expectUntouchedQueue();
+}
+
+TEST_P(X509CertificateLoad, WrapsWhatAStreamBufferThrows)
+{
+    ThrowingBuffer buffer;
+    std::istream stream(&buffer);
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The input certificate data stream is invalid. Reason:the disc is broken",
+        X509Certificate(stream));
+    expectUntouchedQueue();
+}
+
+TEST_P(X509CertificateLoad, ReadsTheRestOfAStreamAndLeavesItsFlagsAlone)
+{
+    std::istringstream stream("skip" + asText(witness().der()));
+    stream.ignore(4);
+    EXPECT_EQ(X509Certificate(stream).getAsBytes(), witness().der());
+    EXPECT_TRUE(stream.good());
+    EXPECT_EQ(stream.rdbuf()->in_avail(), 0);
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, X509Certificate(stream));
+}
+
+TEST_P(X509CertificateLoad, SkipsNoWhiteSpaceOfAStream)
+{
+    // Read as DER, a blank in front is a wrong first byte.
+    std::istringstream stream(" " + asText(witness().der()));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, notDer, X509Certificate(stream));
+    expectEmptyQueue();
+}
+
+TEST_P(X509CertificateLoad, RefusesBytesWithAWrongTagAsNoDer)
+{
+    for (char const* data : {"\x04\x01x", "\x31\x03\x02\x01\x05", "\x30\x03\x02\x01\x05"}) {
+        expectRefused<InvalidArgument>(data, notDer);
+    }
+}
+
+TEST_P(X509CertificateLoad, TakesPemBlocksWithOtherLabelsForDer)
+{
+    for (char const* label : {"TRUSTED CERTIFICATE", "X509 CERTIFICATE", "PRIVATE KEY", "PKCS7"}) {
+        auto const data = replaced(witness().pem(), "CERTIFICATE", label);
+        expectRefused<InvalidArgument>(data, notDer);
+    }
+}
+
+TEST_P(X509CertificateLoad, TakesInputShorterThanTheMarkerForDer)
+{
+    for (std::size_t size = 1; size < beginMarker.size(); ++size) {
+        auto const data = beginMarker.substr(0, size);
+        ASSERT_NE(reasonOf(data), "");
+        expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
+    }
+}
+
+TEST_P(X509CertificateLoad, RefusesTruncatedDerWithTheReason)
+{
+    auto const data = asText(witness().der());
+    for (std::size_t const size : {std::size_t(1), std::size_t(2), std::size_t(10), data.size() - 1}) {
+        auto const truncated = data.substr(0, size);
+        ASSERT_NE(reasonOf(truncated), "");
+        expectRefused<X509CertificateException>(truncated, loadingFailed + reasonOf(truncated));
+    }
+}
+
+TEST_P(X509CertificateLoad, RefusesAMarkerThatStartsNoLineAsNoPem)
+{
+    auto const pem = witness().pem();
+    for (std::string const& data : {"text " + pem, "x" + beginMarker + "\n", " " + pem}) {
+        expectRefused<InvalidArgument>(data, notPem);
+    }
+}
+
+TEST_P(X509CertificateLoad, TakesDerThatHoldsTheMarkerForPem)
+{
+    auto const certificate = makeRoot("root", [](CertificateSpec& spec) {
+        spec.subject = {{"CN", "root"}, {"O", beginMarker}};
+    });
+    expectRefused<InvalidArgument>(asText(certificate.der()), notPem);
+}
+
+TEST_P(X509CertificateLoad, RefusesBrokenBase64WithTheReason)
+{
+    auto data = witness().pem();
+    data[beginMarker.size() + 20] = '!';
+    ASSERT_NE(reasonOf(data), "");
+    expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
+}
+
+TEST_P(X509CertificateLoad, RefusesPemWithoutContentOrEndWithTheReason)
+{
+    auto const pem = witness().pem();
+    for (std::string const& data :
+         {beginMarker + "\n-----END CERTIFICATE-----\n", beginMarker + "\n", beginMarker,
+          pem.substr(0, pem.size() / 2), replaced(pem, "END CERTIFICATE", "END X509 CRL")}) {
+        expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
+    }
+}
+
+TEST_P(X509CertificateLoad, RefusesPemOfSomethingElseWithTheReason)
+{
+    auto const data = replaced(toPem(p256Key()), "PRIVATE KEY", "CERTIFICATE");
+    ASSERT_NE(reasonOf(data), "");
+    expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
+}
+
+TEST_P(X509CertificateLoad, RefusesAnEncryptedBlockAsAnyOtherThatCannotBeRead)
+{
+    auto const data = encryptedPem(witness().certificate);
+    ASSERT_NE(data.find("Proc-Type: 4,ENCRYPTED"), std::string::npos);
+    expectRefused<X509CertificateException>(
+        data, loadingFailed + reasonText(ERR_LIB_PEM, PEM_R_BAD_PASSWORD_READ));
+}
+
+TEST_P(X509CertificateLoad, AcceptsTheClosedListOfKeys)
+{
+    for (auto const& key : {rsaKey(1024), rsaKey(2048), p256Key(), explicitP256Key(), ed25519Key()}) {
+        auto const made = withKey(key);
+        expectLoads(made.pem(), made.certificate);
+    }
+}
+
+TEST_P(X509CertificateLoad, RefusesRsaKeysBelow1024Bits)
+{
+    expectRefused<X509CertificateException>(withKey(rsaKey(1023)).pem(), weakKey);
+    expectRefused<X509CertificateException>(asText(withKey(rsaKey(512)).der()), weakKey);
+}
+
+TEST_P(X509CertificateLoad, RefusesOtherCurvesByName)
+{
+    std::string const text = "ECC-based key is not using supported ECC Curve. Curve: ";
+    expectRefused<UnsupportedEllipticCurve>(withKey(p384Key()).pem(), text + "secp384r1");
+    expectRefused<UnsupportedEllipticCurve>(withKey(p521Key()).pem(), text + "secp521r1");
+    expectRefused<UnsupportedEllipticCurve>(withKey(secp256k1Key()).pem(), text + "secp256k1");
+    expectRefused<UnsupportedEllipticCurve>(
+        withKey(ed448Key()).pem(), "Key uses Ed448, which is not currently supported");
+}
+
+TEST_P(X509CertificateLoad, RefusesOtherKindsOfKeyByNumber)
+{
+    std::string const text = "Key is not currently supported. OpenSSL type id: ";
+    expectRefused<UnsupportedKeyType>(withKey(dsaKey()).pem(), text + "116");
+    expectRefused<UnsupportedKeyType>(withKey(x25519Key()).pem(), text + "1034");
+    expectRefused<UnsupportedKeyType>(withKey(rsaPssKey(1024)).pem(), text + "912");
+}
+
+TEST_P(X509CertificateLoad, RefusesAKeyThatCannotBeDecoded)
+{
+    for (auto const& key : {rsaKey(1024), p256Key(), ed25519Key()}) {
+        for (auto const fault : {PublicKeyFault::Undecodable, PublicKeyFault::UnknownType}) {
+            auto const made = makeRoot("root", [&](CertificateSpec& spec) {
+                spec.key = key;
+                spec.publicKeyFault = fault;
+            });
+            expectRefused<CertificateException>(
+                asText(made.der()), "Failed to sanity check EVP_PKEY. Argument is nullptr");
+        }
+    }
+}
+
+TEST_P(X509CertificateLoad, LooksAtNeitherDatesNorSignature)
+{
+    auto const made = makeRoot("root", [](CertificateSpec& spec) {
+        spec.notAfter = TimeSpec::fromNow(std::chrono::hours(-1));
+        spec.damagedSignature = true;
+    });
+    expectLoads(made.pem(), made.certificate);
+}
+
+TEST(X509CertificateImplFromX509, DuplicatesTheCertificate)
+{
+    X509CertificateImpl const implementation(witness().certificate.get());
+    auto const duplicate = own(implementation.duplicateX509());
+    EXPECT_NE(duplicate, witness().certificate);
+    EXPECT_EQ(toDer(duplicate), witness().der());
+}
+
+TEST(X509CertificateImplFromX509, RefusesAnUnfitKeyAndNull)
+{
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, weakKey, X509CertificateImpl(withKey(rsaKey(512)).certificate.get()));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, "Key uses Ed448, which is not currently supported",
+        X509CertificateImpl(withKey(ed448Key()).certificate.get()));
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        X509CertificateImpl(static_cast<X509*>(nullptr)));
+}
+
+TEST(X509CertificateImplFromX509, GivesNoDuplicateWithoutContent)
+{
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        X509CertificateImpl().duplicateX509());
+}

@@ -1,0 +1,143 @@
+#include "support/ExactThrow.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include "X509CertificateImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <type_traits>
+#include <utility>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const uninitialized[] = "Error: X509Certificate is uninitialized.";
+constexpr char const noContent[] = "Error: X509Certificate has no content.";
+
+CertificateAndKey const& witness()
+{
+    static auto const made = makeRoot("witness");
+    return made;
+}
+
+} // namespace
+
+TEST(X509CertificateValue, IsEmptyWhenDefaultConstructedAndThrowsWhenMovedFrom)
+{
+    X509Certificate a;
+    EXPECT_TRUE(a.empty());
+    X509Certificate const b(std::move(a));
+    EXPECT_TRUE(b.empty());
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, uninitialized, a.empty()); // NOLINT(bugprone-use-after-move)
+}
+
+TEST(X509CertificateValue, IsNotEmptyWhenLoaded)
+{
+    EXPECT_FALSE(X509Certificate(witness().der()).empty());
+}
+
+TEST(X509CertificateValue, LeavesTheFormerContentInTheSourceOfAMoveAssignment)
+{
+    X509Certificate a(witness().der());
+    X509Certificate b(makeRoot("other").der());
+    a = std::move(b);
+    EXPECT_EQ(a.getSubjectName(), "CN=other");
+    EXPECT_EQ(
+        b.getSubjectName(), "CN=witness"); // NOLINT(bugprone-use-after-move): what is left is documented
+}
+
+TEST(X509CertificateValue, PassesOnTheUninitializedStateByMoveConstruction)
+{
+    X509Certificate a(witness().der());
+    X509Certificate const b(std::move(a));
+    X509Certificate const c(std::move(a)); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, c.getSubjectName());
+    EXPECT_EQ(b.getSubjectName(), "CN=witness");
+}
+
+TEST(X509CertificateValue, RefusesToBeComparedWhenMovedFromOrEmpty)
+{
+    X509Certificate const loaded(witness().der());
+    X509Certificate const empty;
+    X509Certificate moved;
+    X509Certificate const sink(std::move(moved));
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, loaded == empty);
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty == loaded);
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty == empty);
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty == X509Certificate());
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty != X509Certificate());
+    EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, loaded == moved);
+    EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, moved == loaded);
+    // The argument is asked first.
+    EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, moved == empty);
+    EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, empty == moved);
+}
+
+TEST(X509CertificateValue, ComparesTheWholeContent)
+{
+    X509Certificate const a(witness().der());
+    X509Certificate const again(witness().pem());
+    X509Certificate const other(makeRoot("witness").der()); // another serial number
+    EXPECT_TRUE(a == X509Certificate(a));
+    EXPECT_TRUE(a == a);
+    EXPECT_TRUE(a == again);
+    EXPECT_FALSE(a != again);
+    EXPECT_FALSE(a == other);
+    EXPECT_TRUE(a != other);
+}
+
+TEST(X509CertificateValue, TakesACopyOfAnImplementation)
+{
+    X509CertificateImpl implementation(witness().der());
+    X509Certificate const certificate(implementation);
+    EXPECT_EQ(certificate.getSubjectName(), "CN=witness");
+    EXPECT_FALSE(implementation.empty());
+}
+
+TEST(X509CertificateValue, TakesTheContentOfAnImplementationThatItMayMoveFrom)
+{
+    X509CertificateImpl implementation(witness().der());
+    X509Certificate const certificate(std::move(implementation));
+    EXPECT_EQ(certificate.getSubjectName(), "CN=witness");
+    EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+}
+
+TEST(X509CertificateValue, SharesTheParsedCertificateAmongCopies)
+{
+    std::mutex mutex;
+    std::lock_guard<std::mutex> const lock(mutex);
+    auto source = std::make_unique<X509CertificateImpl>(witness().der());
+    X509CertificateImpl const copy(*source, lock);
+    EXPECT_EQ(copy.getSubjectName(), "CN=witness");
+    source.reset();
+    EXPECT_EQ(copy.getSubjectName(), "CN=witness");
+}
+
+TEST(X509CertificateValue, MovesWithoutThrowing)
+{
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<X509Certificate>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<X509Certificate>);
+    EXPECT_FALSE(std::is_polymorphic_v<X509Certificate>);
+}
+
+TEST(X509CertificateValue, NamesTheBitsOfTheKeyUsage)
+{
+    using KeyUsage = X509Certificate::KeyUsage;
+    EXPECT_EQ(static_cast<int>(KeyUsage::DigitalSignature), 0);
+    EXPECT_EQ(static_cast<int>(KeyUsage::NonRepudiation), 1);
+    EXPECT_EQ(static_cast<int>(KeyUsage::KeyEncipherment), 2);
+    EXPECT_EQ(static_cast<int>(KeyUsage::DataEncipherment), 3);
+    EXPECT_EQ(static_cast<int>(KeyUsage::KeyAgreement), 4);
+    EXPECT_EQ(static_cast<int>(KeyUsage::KeyCertSign), 5);
+    EXPECT_EQ(static_cast<int>(KeyUsage::CRLSign), 6);
+    EXPECT_EQ(static_cast<int>(KeyUsage::EncipherOnly), 7);
+    EXPECT_EQ(static_cast<int>(KeyUsage::DecipherOnly), 8);
+}
