@@ -2,7 +2,6 @@
 
 #include "support/Handles.hpp"
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -57,8 +56,8 @@ std::string httpOk(Bytes const& body);
 std::string httpResponse(std::string const& statusLine, std::string const& body);
 
 /// A TCP server on a loopback address. Each connection is served by the script of its number, the last script
-/// by all that come after; after its script a connection is closed. The destructor stops everything at once,
-/// also connections in the midst of a wait.
+/// by all that come after. After its script a connection is closed for writing, and read until the peer
+/// closes too. The destructor stops everything at once, also connections in the midst of a wait.
 class ScriptedServer
 {
 public:
@@ -72,12 +71,14 @@ public:
     /// All bytes that each connection has read so far, in the order of the connections.
     std::vector<std::string> requests() const;
     std::size_t numConnections() const;
+    /// Ends all connections and waits for their threads; the recorded requests stay. Happens once.
     void stop();
 
 private:
     struct Connection
     {
         int descriptor = -1;
+        /// Guarded by the server's mutex, as the list of connections is.
         std::string request;
         std::thread worker;
     };
@@ -87,11 +88,12 @@ private:
     void serve(Connection& connection, Script const& script);
     bool perform(Connection& connection, Action const& action);
     bool receive(Connection& connection, bool untilBlankLine);
-    bool sendAll(int descriptor, char const* data, std::size_t size);
-    bool sendSlowly(int descriptor, Action const& action);
+    bool sendAll(Connection const& connection, std::string const& bytes);
+    bool sendSlowly(Connection const& connection, Action const& action);
     /// False if the server was stopped meanwhile.
     bool waitUntilReady(int descriptor, short events);
     bool sleepUnlessStopped(std::chrono::milliseconds duration);
+    std::string requestOf(Connection const& connection) const;
 
     std::vector<Script> scripts;
     int listener = -1;

@@ -58,7 +58,7 @@ struct Pkcs12Spec
     /// After the certificate, in this order.
     std::vector<X509Handle> furtherCertificates;
     std::optional<std::string> friendlyName;
-    /// Ciphers by NID; 0 is OpenSSL's default (AES-256), -1 is none. Those of the legacy provider work too.
+    /// Ciphers by NID; 0 is AES-256, -1 is none. Those of the legacy provider work too.
     int keyCipher = 0;
     int certificateCipher = 0;
     bool withoutMac = false;

@@ -17,7 +17,7 @@ struct RevokedEntry
     std::string serialNumber;
     TimeSpec date = TimeSpec::fromNow(std::chrono::hours(-2));
     /// A CRLReason such as CRL_REASON_KEY_COMPROMISE.
-    std::optional<int> reason;
+    std::optional<int> reason = std::nullopt;
 };
 
 /// An entry for the certificate's own serial number.

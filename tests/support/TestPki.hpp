@@ -65,9 +65,9 @@ struct ExtensionSpec
     /// A short name such as "keyUsage", or an OID in dotted form.
     std::string name;
     /// In OpenSSL's configuration language, such as "critical,digitalSignature".
-    std::string text;
+    std::string text = {};
     /// Taken as the extension's content instead of `text` if present; may be damaged.
-    std::optional<Bytes> rawContent;
+    std::optional<Bytes> rawContent = std::nullopt;
     bool rawCritical = false;
 };
 
