@@ -10,15 +10,29 @@ namespace foundation::test {
 namespace {
 
 /// A library context with the legacy ciphers, so that the process's own context stays as the test finds it.
+class LegacyContext
+{
+public:
+    OSSL_LIB_CTX* get() const { return context.get(); }
+
+private:
+    using ProviderHandle = std::shared_ptr<OSSL_PROVIDER>;
+
+    ProviderHandle load(char const* name) const
+    {
+        auto* const provider = OSSL_PROVIDER_load(context.get(), name);
+        require(provider ? 1 : 0);
+        return {provider, OSSL_PROVIDER_unload};
+    }
+
+    std::shared_ptr<OSSL_LIB_CTX> context{OSSL_LIB_CTX_new(), OSSL_LIB_CTX_free};
+    ProviderHandle defaultProvider = load("default");
+    ProviderHandle legacyProvider = load("legacy");
+};
+
 OSSL_LIB_CTX* legacyContext()
 {
-    static auto const context = [] {
-        std::shared_ptr<OSSL_LIB_CTX> made(OSSL_LIB_CTX_new(), OSSL_LIB_CTX_free);
-        for (char const* const name : {"default", "legacy"}) {
-            require(OSSL_PROVIDER_load(made.get(), name) ? 1 : 0);
-        }
-        return made;
-    }();
+    static LegacyContext const context;
     return context.get();
 }
 
