@@ -1,0 +1,64 @@
+#include "support/HandleConformance.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace foundation::test {
+
+namespace {
+
+using certificates::PKCS12Certificate;
+
+/// Printing and comparing are not among the operations: without a certificate they fail as the certificate
+/// does.
+struct PKCS12CertificateTraits
+{
+    using Handle = PKCS12Certificate;
+    using Failure = certificates::PKCS12CertificateException;
+    static constexpr char const* uninitializedText = "Error: PKCS12Certificate is uninitialized.";
+    /// No operation needs it: an object without a bundle answers all of them.
+    static constexpr char const* noContentText = "PKCS12Certificate has no content.";
+
+    static PKCS12Certificate loaded(std::string const& name)
+    {
+        static std::map<std::string, Bytes> bundles;
+        Bytes& bundle = bundles[name];
+        if (bundle.empty()) {
+            auto const leaf =
+                makeSelfSignedLeaf(name, [](CertificateSpec& spec) { spec.key = rsaKey(1024); });
+            bundle = toDer(makePkcs12(leaf, "secret"));
+        }
+        return PKCS12Certificate(bundle, "secret");
+    }
+
+    static std::string identity(PKCS12Certificate const& bundle)
+    {
+        return certificates::hexEncode(bundle.getAsBytes());
+    }
+
+    static std::vector<Operation<PKCS12Certificate>> operations()
+    {
+        auto const answers = OnDefaultObject::Answers;
+        return {
+            {"empty", [](PKCS12Certificate& bundle) { bundle.empty(); }, answers},
+            {"getAsBytes", [](PKCS12Certificate& bundle) { bundle.getAsBytes(); }, answers},
+            {"getCertificate", [](PKCS12Certificate& bundle) { bundle.getCertificate(); }, answers},
+            {"getCAChain", [](PKCS12Certificate& bundle) { bundle.getCAChain(); }, answers},
+            {"getPrivateExponent", [](PKCS12Certificate& bundle) { bundle.getPrivateExponent(); }, answers},
+            {"getPrivateKeyInfo", [](PKCS12Certificate& bundle) { bundle.getPrivateKeyInfo(); }, answers},
+        };
+    }
+};
+
+} // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(PKCS12Certificate, HandleConformance, PKCS12CertificateTraits);
+
+} // namespace foundation::test

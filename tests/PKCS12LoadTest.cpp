@@ -1,0 +1,585 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/PseudoTerminal.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include "PKCS12CertificateImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/pkcs12.h>
+#include <openssl/provider.h>
+
+#include <cstdlib>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+#include <streambuf>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const notABundleText[] = "Error: Loading PKSC12 certificate failed. Reason=";
+constexpr char const wrongPassphraseText[] = "Input passphrase is incorrect. OpenSSL error message=";
+constexpr char const notParsedText[] = "Error: Parsing PKSC12 certificate failed.";
+
+CertificateAndKey const& server()
+{
+    static auto const made = makeSelfSignedLeaf("server");
+    return made;
+}
+
+Bytes bundle(std::string const& passphrase)
+{
+    return toDer(makePkcs12(server(), passphrase));
+}
+
+Bytes bundle(std::function<void(Pkcs12Spec&)> const& mutate)
+{
+    Pkcs12Spec spec;
+    spec.passphrase = "secret";
+    spec.certificate = server().certificate;
+    spec.key = server().key;
+    mutate(spec);
+    return toDer(makePkcs12(spec));
+}
+
+Bytes keyBundle(KeyHandle const& key)
+{
+    return bundle([&](Pkcs12Spec& spec) {
+        spec.certificate = nullptr;
+        spec.key = key;
+    });
+}
+
+/// A bundle whose content is protected with one passphrase, and whose MAC is made with another.
+Bytes bundleOfTwoPassphrases(std::string const& ofContent, std::string const& ofMac)
+{
+    Pkcs12Spec spec;
+    spec.passphrase = ofContent;
+    spec.certificate = server().certificate;
+    spec.key = server().key;
+    spec.withoutMac = true;
+    auto const made = makePkcs12(spec);
+    require(PKCS12_set_mac(
+        made.get(), ofMac.data(), static_cast<int>(ofMac.size()), nullptr, 0, 16, EVP_sha256()));
+    return toDer(made);
+}
+
+Pkcs12Handle parsed(Bytes const& bytes)
+{
+    return own(d2i_PKCS12_bio(readerOf(bytes).get(), nullptr));
+}
+
+/// What bare OpenSSL says to the call that fails; the queue is empty afterwards.
+std::string reasonOf(std::function<bool()> const& call)
+{
+    CleanErrorQueue const queue;
+    EXPECT_FALSE(call());
+    return oldestReasonText();
+}
+
+std::string reasonOfParsing(Bytes const& bytes, char const* passphrase)
+{
+    auto const bundle = parsed(bytes);
+    return reasonOf([&] {
+        EVP_PKEY* key = nullptr;
+        X509* certificate = nullptr;
+        return PKCS12_parse(bundle.get(), passphrase, &key, &certificate, nullptr) != 0;
+    });
+}
+
+class ThrowingBuffer : public std::streambuf
+{
+protected:
+    int_type underflow() override { throw std::runtime_error("the disk is gone"); }
+};
+
+} // namespace
+
+TEST(PKCS12Load, TakesBytes)
+{
+    PKCS12Certificate const loaded(bundle("secret"), "secret");
+
+    EXPECT_FALSE(loaded.empty());
+    EXPECT_EQ(loaded.getCertificate(), X509Certificate(server().der()));
+    EXPECT_TRUE(loaded.getCAChain().empty());
+    EXPECT_TRUE(loaded.getPrivateKeyInfo().has_value());
+}
+
+TEST(PKCS12Load, TakesTheRestOfAStreamAndLeavesItsStateAlone)
+{
+    auto const bytes = bundle("secret");
+    std::istringstream stream("skipped" + std::string(bytes.begin(), bytes.end()));
+    stream.ignore(7);
+
+    PKCS12Certificate const loaded(stream, "secret");
+
+    EXPECT_EQ(loaded.getAsBytes(), bytes);
+    EXPECT_TRUE(stream.good());
+}
+
+TEST(PKCS12Load, RefusesAStreamThatIsNotGoodAndReadsNothing)
+{
+    for (auto const state : {std::ios::failbit, std::ios::eofbit, std::ios::badbit}) {
+        std::istringstream stream("content");
+        stream.setstate(state);
+
+        EXPECT_THROWS_EXACTLY(
+            InvalidArgument, "The input PKCS12 certificate data stream is invalid.",
+            PKCS12Certificate(stream, "secret"));
+
+        stream.clear();
+        EXPECT_EQ(stream.tellg(), 0);
+    }
+}
+
+TEST(PKCS12Load, TellsWhyAStreamCannotBeRead)
+{
+    ThrowingBuffer buffer;
+    std::istream stream(&buffer);
+
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The input PKCS12 certificate data stream is invalid. Reason:the disk is gone",
+        PKCS12Certificate(stream, "secret"));
+}
+
+TEST(PKCS12Load, RefusesNoBytes)
+{
+    constexpr char const text[] = "The provided PKCS12 certificate bytearray has no content.";
+    std::istringstream stream;
+
+    EXPECT_THROWS_EXACTLY(InvalidArgument, text, PKCS12Certificate(ByteArray(), "secret"));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, text, PKCS12Certificate(stream, "secret"));
+}
+
+TEST(PKCS12Load, RefusesMoreBytesThanAnIntCounts)
+{
+    ByteArray const bytes(std::size_t{1} << 31U);
+
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException,
+        "Internal error: The given certificate data could not be written to a buffer.",
+        PKCS12Certificate(bytes, "secret"));
+}
+
+TEST(PKCS12Load, RefusesAPassphraseLongerThanAnIntCounts)
+{
+    std::string const passphrase(std::size_t{1} << 31U, 'x');
+
+    EXPECT_THROWS_EXACTLY(
+        IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bundle("secret"), passphrase));
+}
+
+TEST(PKCS12Load, RefusesWhatIsNoBundle)
+{
+    auto const der = bundle("secret");
+    std::string const pem = server().pem();
+    std::vector<Bytes> const inputs{
+        Bytes(pem.begin(), pem.end()), server().der(), {0}, {0x30, 0x00}, Bytes(der.begin(), der.end() - 1)};
+    for (auto const& input : inputs) {
+        auto const reason =
+            reasonOf([&] { return d2i_PKCS12_bio(readerOf(input).get(), nullptr) != nullptr; });
+
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException, notABundleText + reason, PKCS12Certificate(input, "secret"));
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS12Load, TellsAWrongPassphraseFromABrokenBundle)
+{
+    auto const bytes = bundle("secret");
+    for (std::string const passphrase : {"", "Secret", "secret ", "secre"}) {
+        auto const reason = reasonOf([&] {
+            return PKCS12_verify_mac(
+                       parsed(bytes).get(), passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
+        });
+
+        EXPECT_THROWS_EXACTLY(
+            IncorrectPassphrase, wrongPassphraseText + reason, PKCS12Certificate(bytes, passphrase));
+    }
+}
+
+TEST(PKCS12Load, CallsThePassphraseWrongIfThereIsNoMac)
+{
+    auto const bytes = bundle([](Pkcs12Spec& spec) { spec.withoutMac = true; });
+
+    EXPECT_THROWS_EXACTLY(
+        IncorrectPassphrase, wrongPassphraseText + reasonText(ERR_LIB_PKCS12, PKCS12_R_MAC_ABSENT),
+        PKCS12Certificate(bytes, "secret"));
+}
+
+TEST(PKCS12Load, OpensWithAnyPassphraseOfWhichOpenSSLMakesTheBundle)
+{
+    struct Row
+    {
+        char const* what;
+        std::string passphrase;
+    };
+    Row const rows[] = {
+        {"empty", ""},
+        {"one character", "x"},
+        {"a thousand characters", std::string(1000, 'p')},
+        {"UTF-8 of two bytes", "Pa\xC3\x9Fwort"},
+        {"UTF-8 beyond the basic plane", "\xF0\x9F\x94\x91 key"},
+        {"no UTF-8", "\xFF\xFE\xE9"},
+        {"line ends and blanks", " a\r\n\tb "},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto const bytes = bundle(row.passphrase);
+
+        EXPECT_EQ(PKCS12Certificate(bytes, row.passphrase).getCertificate(), X509Certificate(server().der()));
+        EXPECT_THROWS_WITH_PREFIX(
+            IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, row.passphrase + "x"));
+    }
+}
+
+TEST(PKCS12Load, DoesNotTakeAnEmptyPassphraseForNone)
+{
+    auto const made =
+        own(PKCS12_create(nullptr, "key", server().key.get(), nullptr, nullptr, 0, 0, 16, 16, 0));
+    ASSERT_EQ(PKCS12_verify_mac(made.get(), nullptr, 0), 1);
+
+    EXPECT_THROWS_EXACTLY(IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(toDer(made), ""));
+}
+
+TEST(PKCS12Load, HoldsTheWholePassphraseAgainstTheMac)
+{
+    auto const bytes = bundle("secret");
+
+    EXPECT_THROWS_EXACTLY(
+        IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, std::string("secret\0more", 11)));
+}
+
+TEST(PKCS12Load, DecryptsWithThePassphraseUpToItsFirstNul)
+{
+    std::string const passphrase("secret\0more", 11);
+    auto const bytes = bundleOfTwoPassphrases("secret", passphrase);
+    auto const reason = reasonOfParsing(bytes, "secret");
+
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, notParsedText + reason, PKCS12Certificate(bytes, passphrase));
+    EXPECT_TRUE(queueIsEmpty());
+}
+
+TEST(PKCS12Load, SaysSoIfTheContentDoesNotDecrypt)
+{
+    auto const bytes = bundleOfTwoPassphrases("inner", "outer");
+    auto const reason = reasonOfParsing(bytes, "outer");
+
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, notParsedText + reason, PKCS12Certificate(bytes, "outer"));
+    EXPECT_THROWS_EXACTLY(IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, "inner"));
+}
+
+TEST(PKCS12Load, OpensOldAndNewCiphers)
+{
+    struct Row
+    {
+        char const* what;
+        int keyCipher;
+        int certificateCipher;
+        EVP_MD const* macDigest;
+    };
+    Row const rows[] = {
+        {"3DES and 40-bit RC2 with SHA-1", NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
+         NID_pbe_WithSHA1And40BitRC2_CBC, EVP_sha1()},
+        {"3DES with SHA-1", NID_pbe_WithSHA1And3_Key_TripleDES_CBC, NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
+         EVP_sha1()},
+        {"128-bit RC4", NID_pbe_WithSHA1And128BitRC4, NID_pbe_WithSHA1And128BitRC4, EVP_sha1()},
+        {"AES-128", NID_aes_128_cbc, NID_aes_128_cbc, EVP_sha256()},
+        {"AES-256 with SHA-512", NID_aes_256_cbc, NID_aes_256_cbc, EVP_sha512()},
+        {"nothing but the MAC", -1, -1, EVP_sha256()},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto const bytes = bundle([&](Pkcs12Spec& spec) {
+            spec.keyCipher = row.keyCipher;
+            spec.certificateCipher = row.certificateCipher;
+            spec.macDigest = row.macDigest;
+        });
+
+        PKCS12Certificate const loaded(bytes, "secret");
+
+        EXPECT_EQ(loaded.getCertificate(), X509Certificate(server().der()));
+        EXPECT_TRUE(loaded.getPrivateKeyInfo().has_value());
+    }
+}
+
+TEST(PKCS12Load, TakesAnyFriendlyName)
+{
+    for (char const* const name : {"", "plain", "\xC3\xA4\xE2\x82\xAC", "\xEF\xBF\xBD"}) {
+        SCOPED_TRACE(name);
+        auto const bytes = bundle([&](Pkcs12Spec& spec) { spec.friendlyName = name; });
+
+        EXPECT_EQ(PKCS12Certificate(bytes, "secret").getCertificate(), X509Certificate(server().der()));
+    }
+}
+
+TEST(PKCS12Load, IgnoresWhatFollowsTheBundle)
+{
+    auto const bytes = bundle("secret");
+    auto longer = bytes;
+    longer.insert(longer.end(), {'t', 'a', 'i', 'l'});
+
+    EXPECT_EQ(PKCS12Certificate(longer, "secret").getAsBytes(), bytes);
+}
+
+TEST(PKCS12Load, AcceptsEachKindOfKey)
+{
+    struct Row
+    {
+        char const* what;
+        KeyHandle key;
+        KeyType type;
+    };
+    Row const rows[] = {
+        {"RSA of 1024 bits", rsaKey(1024), KeyType::RSA},
+        {"RSA of 2048 bits", rsaKey(2048), KeyType::RSA},
+        {"prime256v1", p256Key(), KeyType::ECC},
+        {"Ed25519", ed25519Key(), KeyType::ECC},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto const leaf = makeSelfSignedLeaf("owner", [&](CertificateSpec& spec) { spec.key = row.key; });
+
+        PKCS12Certificate const loaded(toDer(makePkcs12(leaf, "secret")), "secret");
+
+        EXPECT_EQ(loaded.getCertificate(), X509Certificate(leaf.der()));
+        ASSERT_TRUE(loaded.getPrivateKeyInfo().has_value());
+        EXPECT_EQ(loaded.getPrivateKeyInfo()->getType(), row.type);
+    }
+}
+
+TEST(PKCS12Load, RefusesOtherKindsOfKeyWithoutACertificate)
+{
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, "ECC-based key is not using supported ECC Curve. Curve: secp384r1",
+        PKCS12Certificate(keyBundle(p384Key()), "secret"));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, "Key uses Ed448, which is not currently supported",
+        PKCS12Certificate(keyBundle(ed448Key()), "secret"));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 116",
+        PKCS12Certificate(keyBundle(dsaKey()), "secret"));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 912",
+        PKCS12Certificate(keyBundle(rsaPssKey()), "secret"));
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 1034",
+        PKCS12Certificate(keyBundle(x25519Key()), "secret"));
+}
+
+TEST(PKCS12Load, RefusesAnRsaKeyOf1023Bits)
+{
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, "RSA key size does not meet minimum cryptographic requirements",
+        PKCS12Certificate(keyBundle(rsaKey(1023)), "secret"));
+}
+
+TEST(PKCS12Load, RefusesACertificateWithAnUnfitKeyBeforeTheKeyItself)
+{
+    struct Row
+    {
+        char const* what;
+        KeyHandle key;
+        char const* reason;
+    };
+    Row const rows[] = {
+        {"RSA of 1023 bits", rsaKey(1023), "RSA key size does not meet minimum cryptographic requirements"},
+        {"DSA", dsaKey(), "Key is not currently supported. OpenSSL type id: 116"},
+        {"RSA-PSS", rsaPssKey(), "Key is not currently supported. OpenSSL type id: 912"},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto const leaf = makeSelfSignedLeaf("unfit", [&](CertificateSpec& spec) { spec.key = row.key; });
+        auto const expected =
+            std::string("Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.") + row.reason;
+
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException, expected,
+            PKCS12Certificate(toDer(makePkcs12(leaf, "secret")), "secret"));
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException, expected,
+            PKCS12Certificate(
+                bundle([&](Pkcs12Spec& spec) { spec.furtherCertificates = {leaf.certificate}; }), "secret"));
+    }
+}
+
+TEST(PKCS12Load, RefusesACertificateOnAnotherCurveWithBothPrefixes)
+{
+    struct Row
+    {
+        char const* what;
+        KeyHandle key;
+        char const* reason;
+    };
+    Row const rows[] = {
+        {"secp384r1", p384Key(), "ECC-based key is not using supported ECC Curve. Curve: secp384r1"},
+        {"Ed448", ed448Key(), "Key uses Ed448, which is not currently supported"},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        auto const leaf = makeSelfSignedLeaf("curve", [&](CertificateSpec& spec) { spec.key = row.key; });
+        auto const expected =
+            std::string("Unsupported elliptic curve in X509 Certificate in PKCS12: ") + row.reason;
+
+        EXPECT_THROWS_EXACTLY(
+            UnsupportedEllipticCurve, expected,
+            PKCS12Certificate(toDer(makePkcs12(leaf, "secret")), "secret"));
+        EXPECT_THROWS_EXACTLY(
+            UnsupportedEllipticCurve, expected,
+            PKCS12Certificate(
+                bundle([&](Pkcs12Spec& spec) { spec.furtherCertificates = {leaf.certificate}; }), "secret"));
+    }
+}
+
+TEST(PKCS12Load, ReportsACertificateWhoseKeyCannotBeDecoded)
+{
+    auto const broken = makeSelfSignedLeaf(
+        "broken", [](CertificateSpec& spec) { spec.publicKeyFault = PublicKeyFault::Undecodable; });
+    auto const bytes = bundle([&](Pkcs12Spec& spec) { spec.furtherCertificates = {broken.certificate}; });
+
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException,
+        "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate."
+        "Failed to sanity check EVP_PKEY. Argument is nullptr",
+        PKCS12Certificate(bytes, "secret"));
+}
+
+TEST(PKCS12Load, OpensManyBundlesInOneProcess)
+{
+    auto const bytes = bundle("secret");
+    for (int count = 0; count < 200; ++count) {
+        EXPECT_FALSE(PKCS12Certificate(bytes, "secret").empty());
+    }
+}
+
+TEST(PKCS12Load, StartsAndEndsWithAnEmptyErrorQueue)
+{
+    CleanErrorQueue const queue;
+    auto const bytes = bundle("secret");
+    queueForeignError();
+    EXPECT_FALSE(PKCS12Certificate(bytes, "secret").empty());
+    EXPECT_TRUE(queueIsEmpty());
+
+    queueForeignError();
+    EXPECT_THROWS_EXACTLY(IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, "wrong"));
+    EXPECT_TRUE(queueIsEmpty());
+
+    queueForeignError();
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, "RSA key size does not meet minimum cryptographic requirements",
+        PKCS12Certificate(keyBundle(rsaKey(1023)), "secret"));
+    EXPECT_TRUE(queueIsEmpty());
+}
+
+TEST(PKCS12Load, NeverAsksForAPassphrase)
+{
+    auto const bytes = bundle("secret");
+    auto const run = runOnTerminal([&] {
+        try {
+            PKCS12Certificate const loaded(bytes, "");
+        } catch (IncorrectPassphrase const&) {
+            return 0;
+        }
+        return 1;
+    });
+
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.output, "");
+}
+
+TEST(PKCS12Load, ThrowsIfEmptyOnRequest)
+{
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, "PKCS12Certificate has no content.",
+        PKCS12CertificateImpl().throwIfEmpty());
+    EXPECT_NO_THROW(PKCS12CertificateImpl(bundle("secret"), "secret").throwIfEmpty());
+}
+
+// The legacy provider is loaded into the whole process, so each of these looks at a process of its own.
+
+namespace {
+
+bool legacyProviderIsLoaded()
+{
+    return OSSL_PROVIDER_available(nullptr, "legacy") == 1;
+}
+
+template <class Expected>
+bool fails(Bytes const& bytes, std::string const& passphrase, std::string const& text)
+{
+    try {
+        PKCS12Certificate const loaded(bytes, passphrase);
+    } catch (Expected const& failure) {
+        return text == failure.what();
+    }
+    return false;
+}
+
+[[noreturn]] void exitWith(bool success)
+{
+    std::exit(success ? 0 : 1);
+}
+
+class PKCS12LegacyProvider : public testing::Test
+{
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+} // namespace
+
+TEST_F(PKCS12LegacyProvider, StaysOutUntilThePassphraseHasProvedRight)
+{
+    EXPECT_EXIT(
+        exitWith(
+            fails<IncorrectPassphrase>(bundle("secret"), "wrong", wrongPassphraseText) &&
+            !legacyProviderIsLoaded()),
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(PKCS12LegacyProvider, IsThereBeforeTheContentIsDecrypted)
+{
+    auto const run = [] {
+        auto const bytes = bundleOfTwoPassphrases("inner", "outer");
+        auto const reason = reasonOfParsing(bytes, "outer");
+        exitWith(
+            !legacyProviderIsLoaded() &&
+            fails<PKCS12CertificateException>(bytes, "outer", notParsedText + reason) &&
+            legacyProviderIsLoaded());
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(PKCS12LegacyProvider, IsLoadedForABundleThatDoesNotNeedIt)
+{
+    auto const run = [] {
+        PKCS12Certificate const loaded(bundle("secret"), "secret");
+        exitWith(legacyProviderIsLoaded());
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(PKCS12LegacyProvider, RefusesTheBundleWhereItIsMissing)
+{
+    auto const run = [] {
+        auto const bytes = bundle("secret");
+        OSSL_PROVIDER_set_default_search_path(nullptr, "/nonexistent");
+        auto const reason = reasonOf([] { return OSSL_PROVIDER_load(nullptr, "legacy") != nullptr; });
+        exitWith(fails<PKCS12CertificateException>(
+            bytes, "secret", "Error: Loading legacy provider failed." + reason));
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}

@@ -1,0 +1,386 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/asn1.h>
+#include <openssl/pkcs12.h>
+
+#include <random>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+// Bundles that nobody sane would make: none may crash, hang or leak, and each is refused as documented.
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const notABundleText[] = "Error: Loading PKSC12 certificate failed. Reason=";
+constexpr char const wrongPassphraseText[] = "Input passphrase is incorrect. OpenSSL error message=";
+constexpr char const notParsedText[] = "Error: Parsing PKSC12 certificate failed.";
+constexpr char const badCertificateText[] =
+    "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.";
+
+bool beginsWith(std::string const& text, std::string const& prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+enum class Outcome
+{
+    Opened,
+    NotABundle,
+    WrongPassphrase,
+    NotParsed,
+    UnfitContent,
+    Undocumented
+};
+
+/// Which of the documented ways the bundle goes; anything else counts as undocumented.
+Outcome outcomeOf(Bytes const& bytes, std::string const& passphrase = "secret")
+{
+    try {
+        PKCS12Certificate const loaded(bytes, passphrase);
+        loaded.getAsBytes();
+        return Outcome::Opened;
+    } catch (IncorrectPassphrase const& failure) {
+        return beginsWith(failure.what(), wrongPassphraseText) ? Outcome::WrongPassphrase
+                                                               : Outcome::Undocumented;
+    } catch (PKCS12CertificateException const& failure) {
+        std::string const text = failure.what();
+        return beginsWith(text, notABundleText)       ? Outcome::NotABundle
+               : beginsWith(text, notParsedText)      ? Outcome::NotParsed
+               : beginsWith(text, badCertificateText) ? Outcome::UnfitContent
+                                                      : Outcome::Undocumented;
+    } catch (UnsupportedKeyType const&) {
+        return Outcome::UnfitContent;
+    } catch (UnsupportedEllipticCurve const&) {
+        return Outcome::UnfitContent;
+    }
+}
+
+// A little DER, by hand.
+
+Bytes joined(std::vector<Bytes> const& parts)
+{
+    Bytes whole;
+    for (auto const& part : parts) {
+        whole.insert(whole.end(), part.begin(), part.end());
+    }
+    return whole;
+}
+
+Bytes element(unsigned char tag, Bytes const& content)
+{
+    Bytes header{tag};
+    if (content.size() < 0x80) {
+        header.push_back(static_cast<unsigned char>(content.size()));
+    } else {
+        header.push_back(0x84);
+        for (unsigned const shift : {24U, 16U, 8U, 0U}) {
+            header.push_back(static_cast<unsigned char>(content.size() >> shift));
+        }
+    }
+    return joined({header, content});
+}
+
+Bytes sequence(std::vector<Bytes> const& elements)
+{
+    return element(0x30, joined(elements));
+}
+
+Bytes octets(Bytes const& content)
+{
+    return element(0x04, content);
+}
+
+Bytes objectIdentifier(int nid)
+{
+    unsigned char* encoded = nullptr;
+    int const length = i2d_ASN1_OBJECT(OBJ_nid2obj(nid), &encoded);
+    require(length);
+    Bytes bytes(encoded, encoded + length);
+    OPENSSL_free(encoded);
+    return bytes;
+}
+
+/// ContentInfo of type data.
+Bytes dataInfo(Bytes const& content)
+{
+    return sequence({objectIdentifier(NID_pkcs7_data), element(0xA0, octets(content))});
+}
+
+Bytes const version3{0x02, 0x01, 0x03};
+
+Bytes withMac(Bytes const& bundle)
+{
+    auto const parsed = own(d2i_PKCS12_bio(readerOf(bundle).get(), nullptr));
+    require(PKCS12_set_mac(parsed.get(), "secret", -1, nullptr, 0, 1, EVP_sha256()));
+    return toDer(parsed);
+}
+
+/// A bundle with a right MAC around whatever is given as its list of safes.
+Bytes bundleOfSafes(Bytes const& safes)
+{
+    return withMac(sequence({version3, dataInfo(safes)}));
+}
+
+/// A bundle with a right MAC around one unencrypted safe with the given bags.
+Bytes bundleOfBags(std::vector<Bytes> const& bags)
+{
+    return bundleOfSafes(sequence({dataInfo(sequence(bags))}));
+}
+
+Bytes bag(int type, Bytes const& value, Bytes const& attributes = {})
+{
+    return sequence({objectIdentifier(type), element(0xA0, value), attributes});
+}
+
+Bytes certificateBag(Bytes const& certificate, Bytes const& attributes = {})
+{
+    return bag(
+        NID_certBag, sequence({objectIdentifier(NID_x509Certificate), element(0xA0, octets(certificate))}),
+        attributes);
+}
+
+Bytes attribute(int type, Bytes const& value)
+{
+    return element(0x31, sequence({objectIdentifier(type), element(0x31, value)}));
+}
+
+Bytes const& certificate()
+{
+    static auto const made = makeSelfSignedLeaf("stranger").der();
+    return made;
+}
+
+/// Small, with few rounds and nothing encrypted but by the MAC, so that it can be opened thousands of times.
+Bytes plainBundle()
+{
+    auto const leaf = makeSelfSignedLeaf("stranger");
+    Pkcs12Spec spec;
+    spec.passphrase = "secret";
+    spec.certificate = leaf.certificate;
+    spec.key = leaf.key;
+    spec.keyCipher = -1;
+    spec.certificateCipher = -1;
+    spec.iterations = 1;
+    return toDer(makePkcs12(spec));
+}
+
+Bytes withDamage(Bytes bytes, std::size_t position, unsigned mask)
+{
+    bytes[position] = static_cast<unsigned char>(bytes[position] ^ mask);
+    return bytes;
+}
+
+struct Row
+{
+    char const* what;
+    Bytes bytes;
+    Outcome outcome;
+};
+
+void expectOutcomes(std::vector<Row> const& rows)
+{
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(outcomeOf(row.bytes), row.outcome);
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+} // namespace
+
+TEST(PKCS12StrangersBytes, TruncatedAnywhereAreNoBundle)
+{
+    auto const whole = plainBundle();
+    ASSERT_EQ(outcomeOf(whole), Outcome::Opened);
+    for (std::size_t length = 1; length < whole.size(); ++length) {
+        Bytes const part(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        ASSERT_EQ(outcomeOf(part), Outcome::NotABundle) << "after " << length << " bytes";
+    }
+}
+
+TEST(PKCS12StrangersBytes, WithOneDamagedByteAreRefusedOrHarmless)
+{
+    auto const whole = plainBundle();
+    auto const expected = PKCS12Certificate(whole, "secret");
+    for (std::size_t position = 0; position < whole.size(); ++position) {
+        for (unsigned const mask : {0x01U, 0x20U, 0x80U, 0xFFU}) {
+            auto const damaged = withDamage(whole, position, mask);
+            auto const outcome = outcomeOf(damaged);
+            ASSERT_NE(outcome, Outcome::Undocumented) << "at byte " << position;
+            // Outside what the MAC covers (the version, a digest's parameters) a byte may have no meaning.
+            if (outcome == Outcome::Opened) {
+                ASSERT_EQ(PKCS12Certificate(damaged, "secret"), expected) << "at byte " << position;
+            }
+        }
+    }
+}
+
+TEST(PKCS12StrangersBytes, WithDamagedContentUnderARightMacAreNeverUndocumented)
+{
+    auto const leaf = makeSelfSignedLeaf("stranger");
+    auto const bags = sequence(
+        {certificateBag(leaf.der(), attribute(NID_friendlyName, {0x1E, 0x02, 0x00, 0x61})),
+         bag(NID_keyBag, privateKeyDer(leaf.key), attribute(NID_localKeyID, octets({1})))});
+    auto const safes = sequence({dataInfo(bags)});
+    ASSERT_EQ(outcomeOf(bundleOfSafes(safes)), Outcome::Opened);
+    for (std::size_t position = 0; position < safes.size(); ++position) {
+        for (unsigned const mask : {0x01U, 0x80U, 0xFFU}) {
+            auto const damaged = bundleOfSafes(withDamage(safes, position, mask));
+            ASSERT_NE(outcomeOf(damaged), Outcome::Undocumented) << "at byte " << position;
+        }
+    }
+}
+
+TEST(PKCS12StrangersBytes, OfRandomAreNoBundle)
+{
+    std::mt19937 random(12);
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (int round = 0; round < 2000; ++round) {
+        Bytes bytes(1 + random() % 200);
+        for (auto& value : bytes) {
+            value = static_cast<unsigned char>(byte(random));
+        }
+        ASSERT_EQ(outcomeOf(bytes), Outcome::NotABundle);
+        auto const content = sequence({bytes});
+        ASSERT_EQ(outcomeOf(content), Outcome::NotABundle);
+    }
+}
+
+TEST(PKCS12StrangersBytes, WithoutContentAreRefused)
+{
+    Bytes const macData =
+        sequence({sequence({sequence({objectIdentifier(NID_sha256)}), octets(Bytes(32))}), octets(Bytes(8))});
+    expectOutcomes({
+        {"no content, no MAC", sequence({version3, contentInfoWithoutContent(NID_pkcs7_data)}),
+         Outcome::WrongPassphrase},
+        {"no content, a MAC", sequence({version3, contentInfoWithoutContent(NID_pkcs7_data), macData}),
+         Outcome::WrongPassphrase},
+        {"signed data without content",
+         sequence({version3, contentInfoWithoutContent(NID_pkcs7_signed), macData}),
+         Outcome::WrongPassphrase},
+        {"encrypted data without content",
+         sequence({version3, contentInfoWithoutContent(NID_pkcs7_encrypted), macData}),
+         Outcome::WrongPassphrase},
+        {"a MAC that is not one", sequence({version3, dataInfo(sequence({})), sequence({})}),
+         Outcome::NotABundle},
+        {"a MAC of an unknown digest",
+         sequence(
+             {version3, dataInfo(sequence({})),
+              sequence(
+                  {sequence({sequence({objectIdentifier(NID_commonName)}), octets(Bytes(32))}),
+                   octets(Bytes(8))})}),
+         Outcome::WrongPassphrase},
+        {"a MAC of a negative number of rounds",
+         sequence(
+             {version3, dataInfo(sequence({})),
+              sequence(
+                  {sequence({sequence({objectIdentifier(NID_sha256)}), octets(Bytes(32))}),
+                   octets(Bytes(8)),
+                   {0x02, 0x01, 0xFF}})}),
+         Outcome::WrongPassphrase},
+        {"a MAC without salt and digest",
+         sequence(
+             {version3, dataInfo(sequence({})),
+              sequence({sequence({sequence({objectIdentifier(NID_sha256)}), octets({})}), octets({})})}),
+         Outcome::WrongPassphrase},
+    });
+}
+
+TEST(PKCS12StrangersBytes, OfOddSafesUnderARightMac)
+{
+    auto const emptyInfo = [](int type) { return sequence({contentInfoWithoutContent(type)}); };
+    expectOutcomes({
+        {"no safes", bundleOfSafes(sequence({})), Outcome::Opened},
+        {"no bytes", bundleOfSafes({}), Outcome::NotParsed},
+        {"no list", bundleOfSafes({0x05, 0x00}), Outcome::NotParsed},
+        {"an empty safe", bundleOfSafes(sequence({dataInfo(sequence({}))})), Outcome::Opened},
+        {"a safe of no bytes", bundleOfSafes(sequence({dataInfo({})})), Outcome::NotParsed},
+        {"a safe without content", bundleOfSafes(emptyInfo(NID_pkcs7_data)), Outcome::NotParsed},
+        {"an encrypted safe without content", bundleOfSafes(emptyInfo(NID_pkcs7_encrypted)),
+         Outcome::NotParsed},
+        {"an encrypted safe of nothing",
+         bundleOfSafes(sequence({sequence(
+             {objectIdentifier(NID_pkcs7_encrypted),
+              element(
+                  0xA0,
+                  sequence(
+                      {{0x02, 0x01, 0x00},
+                       sequence(
+                           {objectIdentifier(NID_pkcs7_data),
+                            sequence({objectIdentifier(NID_pbe_WithSHA1And3_Key_TripleDES_CBC)})})}))})})),
+         Outcome::NotParsed},
+        {"a safe for a recipient", bundleOfSafes(emptyInfo(NID_pkcs7_enveloped)), Outcome::Opened},
+    });
+}
+
+TEST(PKCS12StrangersBytes, OfOddBagsUnderARightMac)
+{
+    Bytes nested = sequence({});
+    for (int depth = 0; depth < 2000; ++depth) {
+        nested = sequence({bag(NID_safeContentsBag, nested)});
+    }
+    expectOutcomes({
+        {"a certificate", bundleOfBags({certificateBag(certificate())}), Outcome::Opened},
+        {"a certificate that is none", bundleOfBags({certificateBag({1, 2, 3})}), Outcome::NotParsed},
+        {"a certificate of no bytes", bundleOfBags({certificateBag({})}), Outcome::NotParsed},
+        {"a key that is none", bundleOfBags({bag(NID_keyBag, sequence({}))}), Outcome::NotParsed},
+        {"an encrypted key that is none", bundleOfBags({bag(NID_pkcs8ShroudedKeyBag, sequence({}))}),
+         Outcome::NotParsed},
+        {"a revocation list", bundleOfBags({bag(NID_crlBag, sequence({}))}), Outcome::NotParsed},
+        {"bags in bags", bundleOfSafes(sequence({dataInfo(nested)})), Outcome::NotParsed},
+    });
+}
+
+TEST(PKCS12StrangersBytes, WithAFriendlyNameBeyondTheBasicPlaneOpen)
+{
+    auto const key = attribute(NID_friendlyName, {0x1E, 0x04, 0xD8, 0x3D, 0xDD, 0x11});
+    auto const last = attribute(NID_friendlyName, {0x1E, 0x04, 0xDB, 0xFF, 0xDF, 0xFF});
+    EXPECT_EQ(outcomeOf(bundleOfBags({certificateBag(certificate(), key)})), Outcome::Opened);
+    EXPECT_EQ(outcomeOf(bundleOfBags({certificateBag(certificate(), last)})), Outcome::Opened);
+}
+
+TEST(PKCS12StrangersBytes, OfOddAttributesUnderARightMac)
+{
+    // What OpenSSL makes of an attribute of the wrong kind differs between versions; it must be one of two.
+    std::vector<Bytes> const attributes{
+        attribute(NID_friendlyName, {0x1E, 0x00}),
+        attribute(NID_friendlyName, {0x1E, 0x02, 0xD8, 0x3D}), // half a character
+        attribute(NID_friendlyName, {0x1E, 0x04, 0xDD, 0x11, 0xD8, 0x3D}),
+        attribute(NID_friendlyName, {0x1E, 0x03, 0x00, 0x61, 0x00}), // an odd number of bytes
+        attribute(NID_friendlyName, {0x0C, 0x01, 0x61}),
+        attribute(NID_friendlyName, {0x02, 0x01, 0x61}),
+        attribute(NID_friendlyName, {0x05, 0x00}),
+        attribute(NID_friendlyName, {0x01, 0x01, 0xFF}),
+        attribute(NID_friendlyName, {}),
+        attribute(NID_localKeyID, {0x05, 0x00}),
+        attribute(NID_localKeyID, {0x01, 0x01, 0xFF}),
+        attribute(NID_localKeyID, {}),
+        element(0x31, {}),
+    };
+    for (std::size_t index = 0; index < attributes.size(); ++index) {
+        auto const outcome = outcomeOf(bundleOfBags({certificateBag(certificate(), attributes[index])}));
+        EXPECT_TRUE(outcome == Outcome::Opened || outcome == Outcome::NotParsed) << "attribute " << index;
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS12StrangersBytes, WithAThousandCertificatesOpen)
+{
+    std::vector<Bytes> const bags(1000, certificateBag(certificate()));
+
+    PKCS12Certificate const loaded(bundleOfBags(bags), "secret");
+
+    EXPECT_EQ(loaded.getCAChain().getNumCertificates(), 1000U);
+}
