@@ -1,0 +1,607 @@
+#include "X509CertificateImpl.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/Handles.hpp"
+#include "support/LeavesNoTrace.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/ScriptedServer.hpp"
+#include "support/TestCrl.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::certificates {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace foundation::test;
+using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+
+constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
+constexpr DownloadCRL tolerantModes[] = {DownloadCRL::None, DownloadCRL::BestEffort};
+
+constexpr char const notFetchedText[] =
+    "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
+    "CRL Download Error: CRL HTTP data is empty\n\n";
+constexpr char const invalidText[] = "CRL Download Error: Invalid Certificate Revocation List\n";
+constexpr char const signatureText[] =
+    "CRL Verification Error: Failed to verify the Certificate Revocation List signature\n";
+constexpr char const noNextUpdateText[] =
+    "CRL Verification Error: Failed to retrieve the next update date from the Certificate Revocation List\n";
+constexpr char const expiredText[] = "CRL Verification Error: Certificate Revocation List has expired\n";
+
+/// What one download reads and writes.
+struct Download
+{
+    X509_STOREUPtr store = makeX509_STORE(X509_STORE_new());
+    X509CertificateImpl::CRLs crls;
+    EVP_PKEYUPtr issuerKey = makeEVP_PKEY(nullptr);
+
+    explicit Download(EVP_PKEYUPtr key) : issuerKey(std::move(key)) {}
+    explicit Download(CertificateAndKey const& issuer)
+        : issuerKey(makeEVP_PKEY(X509_get_pubkey(issuer.certificate.get())))
+    {}
+
+    bool run(X509Certificate const& certificate, DownloadCRL mode)
+    {
+        return X509CertificateImpl().downloadCRL(certificate, store, crls, mode, issuerKey);
+    }
+
+    std::vector<X509_CRL*> crlsInStore() const
+    {
+        std::vector<X509_CRL*> found;
+        auto* const objects = X509_STORE_get0_objects(store.get());
+        for (int index = 0; index < sk_X509_OBJECT_num(objects); ++index) {
+            if (auto* crl = X509_OBJECT_get0_X509_CRL(sk_X509_OBJECT_value(objects, index))) {
+                found.push_back(crl);
+            }
+        }
+        return found;
+    }
+};
+
+Script answerWith(std::string const& answer)
+{
+    return {readRequest(), send(answer)};
+}
+
+Script answerWith(Bytes const& body)
+{
+    return answerWith(httpOk(body));
+}
+
+Script answerWith(CrlHandle const& crl)
+{
+    return answerWith(toDer(crl));
+}
+
+Bytes bytesOf(std::string const& text)
+{
+    return {text.begin(), text.end()};
+}
+
+std::function<void(CrlSpec&)> withNextUpdate(TimeSpec const& time)
+{
+    return [time](CrlSpec& spec) { spec.nextUpdate = time; };
+}
+
+class CRLDownload : public LeavesNoTrace
+{
+protected:
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const stranger = makeRoot("stranger");
+
+    X509Certificate leafNaming(std::vector<std::string> const& uris) const
+    {
+        auto const setURIs = [&](CertificateSpec& spec) { spec.setDistributionPoints(uris); };
+        return X509Certificate(makeLeaf(root, "leaf", setURIs).der());
+    }
+
+    X509Certificate const leaf = leafNaming({"http://127.0.0.2/root.crl"});
+
+    void expectSuccess(X509Certificate const& certificate, CrlHandle const& expected) const
+    {
+        for (auto const mode : everyMode) {
+            Download download(root);
+            EXPECT_TRUE(download.run(certificate, mode));
+            ASSERT_EQ(download.crls.size(), 1u);
+            EXPECT_EQ(X509_CRL_cmp(download.crls[0].get(), expected.get()), 0);
+            ASSERT_EQ(download.crlsInStore().size(), 1u);
+            EXPECT_EQ(download.crlsInStore()[0], download.crls[0].get());
+        }
+    }
+
+    /// Thrown if CRLs are required, otherwise false; the lists are as before.
+    void expectFailure(X509Certificate const& certificate, Download& download, std::string const& text) const
+    {
+        for (auto const mode : tolerantModes) {
+            EXPECT_FALSE(download.run(certificate, mode));
+        }
+        EXPECT_THROWS_EXACTLY(
+            X509CertificateException, text, download.run(certificate, DownloadCRL::Required));
+        EXPECT_TRUE(download.crls.empty());
+        EXPECT_TRUE(download.crlsInStore().empty());
+    }
+
+    void expectFailure(X509Certificate const& certificate, std::string const& text) const
+    {
+        Download download(root);
+        expectFailure(certificate, download, text);
+    }
+
+    void expectFailureInEveryMode(X509Certificate const& certificate, std::string const& text) const
+    {
+        for (auto const mode : everyMode) {
+            Download download(root);
+            EXPECT_THROWS_EXACTLY(X509CertificateException, text, download.run(certificate, mode));
+            EXPECT_TRUE(download.crls.empty());
+            EXPECT_TRUE(download.crlsInStore().empty());
+        }
+    }
+};
+
+TEST_F(CRLDownload, AddsTheCRLToTheStoreAndTheList)
+{
+    auto const crl = makeCrl(root, {{"17"}, {"18"}});
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+
+    expectSuccess(leaf, crl);
+
+    std::string const request =
+        "GET /root.crl HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n";
+    EXPECT_EQ(server.requests(), (std::vector<std::string>{request, request, request}));
+}
+
+TEST_F(CRLDownload, AcceptsEverySoundCRL)
+{
+    std::vector<RevokedEntry> manyEntries;
+    for (int serialNumber = 1; serialNumber <= 100000; ++serialNumber) {
+        manyEntries.push_back({std::to_string(serialNumber)});
+    }
+    struct
+    {
+        char const* name;
+        CrlHandle crl;
+    } const rows[] = {
+        {"nothing revoked", makeCrl(root)},
+        {"a hundred thousand entries", makeCrl(root, manyEntries)},
+        {"negative serial number", makeCrl(root, {{"-5"}})},
+        {"next update in a minute", makeCrl(root, {}, withNextUpdate(TimeSpec::fromNow(1min)))},
+        {"next update in the year 9999", makeCrl(root, {}, withNextUpdate(TimeSpec::at(253402300799)))},
+        {"next update with a time zone",
+         makeCrl(root, {}, withNextUpdate(TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "29991231235959Z")))},
+        {"not yet valid", makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(24h); })},
+        {"unreadable this update",
+         makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::raw(V_ASN1_UTCTIME, "none"); })},
+        {"another issuer's name",
+         makeCrl(root, {}, [](CrlSpec& spec) { spec.issuerName = commonName("another"); })},
+        {"unreadable date of revocation", makeCrl(root, {{"5", TimeSpec::raw(V_ASN1_UTCTIME, "none")}})},
+        {"version 1", makeCrl(root, {}, [](CrlSpec& spec) { spec.version = X509_CRL_VERSION_1; })},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(row.crl)});
+        expectSuccess(leaf, row.crl);
+    }
+}
+
+TEST_F(CRLDownload, AcceptsAnAnswerOfEveryTolerableForm)
+{
+    auto const crl = makeCrl(root);
+    auto const der = toDer(crl);
+    std::string const body(der.begin(), der.end());
+    struct
+    {
+        char const* name;
+        Script script;
+    } const rows[] = {
+        {"HTTP/1.1", answerWith("HTTP/1.1 200 OK\r\nServer: x\r\n\r\n" + body)},
+        {"first word is not HTTP", answerWith("ICY 200 OK\r\n\r\n" + body)},
+        {"one byte at a time", {readRequest(), sendByteByByte("HTTP/1.0 200 OK\r\n\r\n" + body, 0ms)}},
+        {"bytes behind the CRL", answerWith("HTTP/1.0 200 OK\r\n\r\n" + body + "\r\n")},
+        {"reset behind the CRL",
+         {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n" + body), wait(300ms), reset()}},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer const server("127.0.0.2", 80, {row.script});
+        expectSuccess(leaf, crl);
+    }
+}
+
+TEST_F(CRLDownload, AcceptsTheSignatureOfEveryKindOfKey)
+{
+    KeyHandle const keys[] = {rsaKey(), ed25519Key(), p384Key()};
+    for (auto const& key : keys) {
+        auto const issuer = CertificateAndKey{root.certificate, key};
+        auto const crl = makeCrl(issuer);
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+        EVP_PKEY_up_ref(key.get());
+        Download download(makeEVP_PKEY(key.get()));
+
+        EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+        EXPECT_EQ(download.crls.size(), 1u);
+    }
+}
+
+TEST_F(CRLDownload, FailsWithoutDistributionPoints)
+{
+    constexpr char const text[] =
+        "CRL Download Error: Certificate Revocation List Distribution Points not available\n";
+
+    expectFailure(X509Certificate(makeLeaf(root, "leaf").der()), text);
+    auto const garbage = makeLeaf(root, "leaf", [](CertificateSpec& spec) {
+        spec.setRawExtension("crlDistributionPoints", bytesOf("garbage"));
+    });
+    expectFailure(X509Certificate(garbage.der()), text);
+    auto const nameless = makeLeaf(root, "leaf", [](CertificateSpec& spec) {
+        // One distribution point of two reasons and no name.
+        spec.setRawExtension("crlDistributionPoints", Bytes{0x30, 0x06, 0x30, 0x04, 0x81, 0x02, 0x05, 0x60});
+    });
+    expectFailure(X509Certificate(nameless.der()), text);
+}
+
+TEST_F(CRLDownload, FailsWithoutAPlainHttpURL)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    std::vector<std::string> const rows[] = {
+        {""},
+        {"ldap://127.0.0.2/cn=root?certificateRevocationList"},
+        {"https://127.0.0.2/root.crl"},
+        {"HTTP://127.0.0.2/root.crl"},
+        {"http://127.0.0.2"},
+        {" http://127.0.0.2/root.crl"},
+        {"http://127.0.0.2/root.crl\n"},
+        {"http:/127.0.0.2/root.crl", "127.0.0.2/root.crl"},
+        {"http://" + std::string(200000, 'a')},
+    };
+    for (auto const& uris : rows) {
+        SCOPED_TRACE(uris[0].substr(0, 80));
+        expectFailure(
+            leafNaming(uris),
+            "CRL Download Error: Unable to resolve Certificate Revocation List Distribution Points\n");
+    }
+    EXPECT_EQ(server.numConnections(), 0u);
+}
+
+TEST_F(CRLDownload, AsksTheFirstPlainHttpURL)
+{
+    auto const crl = makeCrl(root);
+    struct
+    {
+        std::vector<std::string> uris;
+        std::string requestLine;
+    } const rows[] = {
+        {{"ldap://127.0.0.2/cn=root", "http://127.0.0.2/second.crl"}, "GET /second.crl HTTP/1.0\r\n"},
+        {{"http://127.0.0.2/first.crl", "http://127.0.0.2/second.crl"}, "GET /first.crl HTTP/1.0\r\n"},
+        {{"http://127.0.0.2/"}, "GET / HTTP/1.0\r\n"},
+        {{"http://127.0.0.2/a/b%20c?d=e/f#g"}, "GET /a/b%20c?d=e/f#g HTTP/1.0\r\n"},
+    };
+    for (auto const& row : rows) {
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+        expectSuccess(leafNaming(row.uris), crl);
+        ASSERT_EQ(server.requests().size(), 3u);
+        EXPECT_EQ(server.requests()[0].substr(0, row.requestLine.size()), row.requestLine);
+    }
+}
+
+TEST_F(CRLDownload, DoesNotTryASecondURL)
+{
+    ScriptedServer const second("127.0.0.3", 80, {answerWith(makeCrl(root))});
+
+    // Nobody listens at the first address.
+    expectFailure(leafNaming({"http://127.0.0.99/root.crl", "http://127.0.0.3/root.crl"}), notFetchedText);
+    EXPECT_EQ(second.numConnections(), 0u);
+
+    ScriptedServer const first("127.0.0.2", 80, {answerWith("HTTP/1.0 404 Not Found\r\n\r\n")});
+    expectFailure(leafNaming({"http://127.0.0.2/root.crl", "http://127.0.0.3/root.crl"}), notFetchedText);
+    EXPECT_EQ(first.numConnections(), 3u);
+    EXPECT_EQ(second.numConnections(), 0u);
+}
+
+TEST_F(CRLDownload, TellsOfAnEmptyBodyWhateverWentWrongWithTheAnswer)
+{
+    auto const der = toDer(makeCrl(root));
+    std::string const body(der.begin(), der.end());
+    struct
+    {
+        char const* name;
+        Script script;
+    } const rows[] = {
+        {"closes at once", {}},
+        {"resets at once", {reset()}},
+        {"reads the request and closes", {readRequest()}},
+        {"redirects",
+         answerWith("HTTP/1.0 301 Moved Permanently\r\nLocation: http://127.0.0.3/root.crl\r\n\r\n" + body)},
+        {"does not find it", answerWith("HTTP/1.0 404 Not Found\r\n\r\n" + body)},
+        {"fails", answerWith("HTTP/1.0 500 Internal Server Error\r\n\r\n" + body)},
+        {"has no content", answerWith("HTTP/1.0 204 No Content\r\n\r\n")},
+        {"has an empty body", answerWith("HTTP/1.0 200 OK\r\n\r\n")},
+        {"speaks no HTTP", answerWith(body)},
+        {"has bare line feeds", answerWith("HTTP/1.0 200 OK\nServer: x\n\n" + body)},
+        {"has no end of headers", answerWith("HTTP/1.0 200 OK\r\nServer: " + std::string(1000000, 'x'))},
+    };
+    ScriptedServer const target("127.0.0.3", 80, {answerWith(makeCrl(root))});
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer const server("127.0.0.2", 80, {row.script});
+        expectFailure(leaf, notFetchedText);
+    }
+    EXPECT_EQ(target.numConnections(), 0u);
+}
+
+TEST_F(CRLDownload, TellsOfAnEmptyBodyWithoutAConnection)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    for (auto const& uri : {
+             std::string("http://127.0.0.99/root.crl"),
+             std::string("http://127.0.0.2:80/root.crl"),
+             std::string("http://no-such-host.invalid/root.crl"),
+             std::string("http:///root.crl"),
+             "http://" + std::string(200000, 'a') + "/root.crl",
+         }) {
+        SCOPED_TRACE(uri.substr(0, 80));
+        expectFailure(leafNaming({uri}), notFetchedText);
+    }
+    EXPECT_EQ(server.numConnections(), 0u);
+}
+
+TEST_F(CRLDownload, RefusesABodyThatIsNoCRL)
+{
+    auto const crl = makeCrl(root);
+    auto const der = toDer(crl);
+    struct
+    {
+        char const* name;
+        Bytes body;
+    } const rows[] = {
+        {"HTML", bytesOf("<html><body>Not found</body></html>")},
+        {"PEM", bytesOf(toPem(crl))},
+        {"certificate", root.der()},
+        {"cut short", Bytes(der.begin(), der.end() - 1)},
+        {"first byte alone", Bytes(der.begin(), der.begin() + 1)},
+        {"zero bytes", Bytes(100, 0)},
+        {"length of four gigabytes", Bytes{0x30, 0x84, 0xff, 0xff, 0xff, 0xff, 0x30}},
+        {"a hundred thousand sequences of no length",
+         [] {
+             Bytes nested;
+             for (int depth = 0; depth < 100000; ++depth) {
+                 nested.insert(nested.end(), {0x30, 0x80});
+             }
+             return nested;
+         }()},
+        {"line feed before the CRL",
+         [&] {
+             Bytes shifted{'\n'};
+             shifted.insert(shifted.end(), der.begin(), der.end());
+             return shifted;
+         }()},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(row.body)});
+        expectFailure(leaf, invalidText);
+    }
+}
+
+TEST_F(CRLDownload, RefusesACRLThatTheIssuerDidNotSign)
+{
+    struct
+    {
+        char const* name;
+        CrlHandle crl;
+    } const rows[] = {
+        {"another key", makeCrl(root, {}, [&](CrlSpec& spec) { spec.signingKey = stranger.key; })},
+        {"another kind of key", makeCrl(root, {}, [](CrlSpec& spec) { spec.signingKey = rsaKey(); })},
+        {"another issuer", makeCrl(stranger)},
+        {"damaged signature", makeCrl(root, {}, [](CrlSpec& spec) { spec.damagedSignature = true; })},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(row.crl)});
+        expectFailure(leaf, signatureText);
+    }
+}
+
+TEST_F(CRLDownload, RefusesEveryCRLWithoutAnIssuersKey)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    Download download(makeEVP_PKEY(nullptr));
+
+    expectFailure(leaf, download, signatureText);
+}
+
+TEST_F(CRLDownload, RefusesACRLWithoutNextUpdate)
+{
+    auto const crl = makeCrl(root, {}, [](CrlSpec& spec) { spec.nextUpdate.reset(); });
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+
+    expectFailure(leaf, noNextUpdateText);
+}
+
+TEST_F(CRLDownload, RefusesAnExpiredCRL)
+{
+    struct
+    {
+        char const* name;
+        TimeSpec nextUpdate;
+    } const rows[] = {
+        {"the present second", TimeSpec::at(std::time(nullptr))},
+        {"a second ago", TimeSpec::fromNow(-1s)},
+        {"a day ago", TimeSpec::fromNow(-24h)},
+        {"1970", TimeSpec::at(0)},
+        {"1969", TimeSpec::at(-1)},
+        {"1677, out of the reach of nanoseconds", TimeSpec::at(-9246182400)},
+        {"the year 0", TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto const crl = makeCrl(root, {}, withNextUpdate(row.nextUpdate));
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+        expectFailure(leaf, expiredText);
+    }
+}
+
+TEST_F(CRLDownload, TellsOfTheFirstOfSeveralFaults)
+{
+    auto const strangersAnd = [&](std::function<void(CrlSpec&)> const& mutate) {
+        return makeCrl(root, {}, [&](CrlSpec& spec) {
+            spec.signingKey = stranger.key;
+            mutate(spec);
+        });
+    };
+    CrlHandle const rows[] = {
+        strangersAnd([](CrlSpec& spec) { spec.nextUpdate.reset(); }),
+        strangersAnd(withNextUpdate(TimeSpec::fromNow(-24h))),
+        strangersAnd(withNextUpdate(TimeSpec::raw(V_ASN1_UTCTIME, "none"))),
+    };
+    for (auto const& crl : rows) {
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+        expectFailure(leaf, signatureText);
+    }
+}
+
+TEST_F(CRLDownload, ThrowsForAnUnreadableNextUpdateInEveryMode)
+{
+    for (auto const& time : {
+             TimeSpec::raw(V_ASN1_UTCTIME, "none"),
+             TimeSpec::raw(V_ASN1_UTCTIME, ""),
+             TimeSpec::raw(V_ASN1_UTCTIME, "991331000000Z"),
+             TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "9999"),
+         }) {
+        auto const crl = makeCrl(root, {}, withNextUpdate(time));
+        ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+        expectFailureInEveryMode(leaf, "Invalid time format used in the certificate.");
+    }
+}
+
+TEST_F(CRLDownload, ThrowsForACertificateWithoutContentInEveryMode)
+{
+    X509Certificate source;
+    X509Certificate const target(std::move(source));
+
+    expectFailureInEveryMode(X509Certificate(), "Error: X509Certificate has no content.");
+    expectFailureInEveryMode(source, "Error: X509Certificate is uninitialized.");
+}
+
+TEST_F(CRLDownload, ThrowsWithoutATemporaryDirectoryInEveryMode)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    {
+        ScopedVariable const nowhere("TMPDIR", "/nonexistent/directory");
+        for (auto const mode : everyMode) {
+            Download download(root);
+            EXPECT_THROW(download.run(leaf, mode), std::filesystem::filesystem_error);
+        }
+        // What fails before the file is needed fails as ever.
+        expectFailure(
+            leafNaming({"ldap://127.0.0.2/cn=root"}),
+            "CRL Download Error: Unable to resolve Certificate Revocation List Distribution Points\n");
+    }
+    EXPECT_EQ(server.numConnections(), 0u);
+}
+
+TEST_F(CRLDownload, RefusesTheCRLWhereNoFileCanBeMade)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    ScopedVariable const unwritable("TMPDIR", "/proc");
+
+    expectFailure(leaf, invalidText);
+    EXPECT_EQ(server.numConnections(), 3u);
+}
+
+TEST_F(CRLDownload, ListsACRLThatTheStoreDoesNotTake)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    for (auto const mode : everyMode) {
+        Download download(root);
+        download.store.reset();
+        EXPECT_FALSE(download.run(leaf, mode));
+        EXPECT_EQ(download.crls.size(), 1u);
+    }
+}
+
+TEST_F(CRLDownload, AddsToWhatStoreAndListHold)
+{
+    auto const other = makeCrl(root, {{"1"}});
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root)), answerWith(other)});
+    Download download(root);
+
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+    // The store has it already, which is no failure.
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+
+    ASSERT_EQ(download.crls.size(), 3u);
+    EXPECT_EQ(X509_CRL_cmp(download.crls[1].get(), other.get()), 0);
+    EXPECT_EQ(X509_CRL_cmp(download.crls[2].get(), other.get()), 0);
+    EXPECT_EQ(download.crlsInStore().size(), 2u);
+}
+
+TEST_F(CRLDownload, KeepsAnEmptyFileOfItsOwnersAloneWhileItWaits)
+{
+    std::vector<std::filesystem::path> files;
+    std::filesystem::perms permissions{};
+    std::uintmax_t size = 1;
+    auto const answer = httpOk(toDer(makeCrl(root)));
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), respondWith([&](std::string const&) {
+                                                       files = temporaryFiles();
+                                                       permissions =
+                                                           std::filesystem::status(files.at(0)).permissions();
+                                                       size = std::filesystem::file_size(files.at(0));
+                                                       return answer;
+                                                   })}});
+    Download download(root);
+
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_TRUE(std::regex_match(files[0].filename().string(), std::regex("certCRL_[A-Za-z0-9]{6}")));
+    EXPECT_EQ(permissions, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(size, 0u);
+    EXPECT_TRUE(temporaryFiles().empty());
+}
+
+TEST_F(CRLDownload, JudgesOnlyErrorsOfItsOwn)
+{
+    CleanErrorQueue const clean;
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
+    queueForeignError();
+    Download download(root);
+
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+}
+
+TEST_F(CRLDownload, RunsInSeveralThreadsAtOnce)
+{
+    auto const crl = makeCrl(root, {{"1"}});
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), wait(50ms), send(httpOk(toDer(crl)))}});
+
+    std::vector<std::future<bool>> outcomes;
+    for (int thread = 0; thread < 8; ++thread) {
+        outcomes.push_back(std::async(std::launch::async, [&] {
+            X509Certificate const own(leaf);
+            Download download(root);
+            return download.run(own, DownloadCRL::Required) &&
+                   X509_CRL_cmp(download.crls.at(0).get(), crl.get()) == 0;
+        }));
+    }
+
+    for (auto& outcome : outcomes) {
+        EXPECT_TRUE(outcome.get());
+    }
+}
+
+} // namespace
+} // namespace foundation::certificates

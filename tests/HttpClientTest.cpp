@@ -1,0 +1,369 @@
+#include "HttpClient.hpp"
+#include "X509CertificateImpl.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/LeavesNoTrace.hpp"
+#include "support/ScriptedServer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <istream>
+#include <streambuf>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace foundation::certificates {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using namespace foundation::test;
+using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+
+constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
+
+/// A connection without a network: whatever is asked, it gives the one answer.
+class CannedAnswer : public std::streambuf
+{
+public:
+    explicit CannedAnswer(std::string answerText) : answer(std::move(answerText))
+    {
+        setg(answer.data(), answer.data(), answer.data() + answer.size());
+    }
+
+    std::string request;
+
+protected:
+    int_type overflow(int_type character) override
+    {
+        request.push_back(traits_type::to_char_type(character));
+        return character;
+    }
+
+private:
+    std::string answer;
+};
+
+/// A connection that takes and gives nothing.
+class DeadConnection : public std::streambuf
+{};
+
+std::string exchange(std::string const& answer)
+{
+    CannedAnswer buffer(answer);
+    std::iostream connection(&buffer);
+    return exchangeOverHttp(connection, "ca.example", "/root.crl");
+}
+
+std::string manyHeaders(std::size_t size)
+{
+    std::string headers;
+    while (headers.size() < size) {
+        headers += "X-Header: " + std::to_string(headers.size()) + "\r\n";
+    }
+    return headers;
+}
+
+TEST(HttpExchange, SendsOneGetRequestOfAFixedForm)
+{
+    struct
+    {
+        std::string host;
+        std::string path;
+        std::string request;
+    } const rows[] = {
+        {"ca.example", "/root.crl",
+         "GET /root.crl HTTP/1.0\r\nHost: ca.example\r\nAccept: */*\r\nConnection: close\r\n\r\n"},
+        {"ca.example:8080", "/?a=b c%20",
+         "GET /?a=b c%20 HTTP/1.0\r\nHost: ca.example:8080\r\nAccept: */*\r\nConnection: close\r\n\r\n"},
+        {"", "/", "GET / HTTP/1.0\r\nHost: \r\nAccept: */*\r\nConnection: close\r\n\r\n"},
+    };
+    for (auto const& row : rows) {
+        CannedAnswer buffer("HTTP/1.0 200 OK\r\n\r\nbody");
+        std::iostream connection(&buffer);
+        exchangeOverHttp(connection, row.host, row.path);
+        EXPECT_EQ(buffer.request, row.request);
+    }
+}
+
+TEST(HttpExchange, GivesTheBodyOfAnAnswerWithStatus200)
+{
+    std::string const megabytes(3000000, 'x');
+    struct
+    {
+        char const* name;
+        std::string answer;
+        std::string body;
+    } const rows[] = {
+        {"no headers", "HTTP/1.0 200 OK\r\n\r\nbody", "body"},
+        {"headers", "HTTP/1.0 200 OK\r\nServer: x\r\nContent-Length: 4\r\n\r\nbody", "body"},
+        {"HTTP/1.1", "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nbody", "body"},
+        {"chunks stay as they are",
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nbody\r\n0\r\n\r\n",
+         "4\r\nbody\r\n0\r\n\r\n"},
+        {"no status message", "HTTP/1.0 200\r\n\r\nbody", "body"},
+        {"long status message", "HTTP/1.0 200 " + megabytes + "\r\n\r\nbody", "body"},
+        {"first word is not HTTP", "ICY 200 OK\r\n\r\nbody", "body"},
+        {"first word of megabytes", megabytes + " 200 OK\r\n\r\nbody", "body"},
+        {"length too small", "HTTP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nbody", "body"},
+        {"length too large", "HTTP/1.0 200 OK\r\nContent-Length: 999\r\n\r\nbody", "body"},
+        {"every kind of byte", "HTTP/1.0 200 OK\r\n\r\n\0\xFF\x80\r\n\n\r\x1A"s, "\0\xFF\x80\r\n\n\r\x1A"s},
+        {"body begins with blanks", "HTTP/1.0 200 OK\r\n\r\n \t\r\n\r\nbody", " \t\r\n\r\nbody"},
+        {"body of megabytes", "HTTP/1.0 200 OK\r\n\r\n" + megabytes, megabytes},
+        {"one header of megabytes", "HTTP/1.0 200 OK\r\nX: " + megabytes + "\r\n\r\nbody", "body"},
+        {"megabytes of headers", "HTTP/1.0 200 OK\r\n" + manyHeaders(3000000) + "\r\nbody", "body"},
+        {"blank lines before the status line", "\r\n\n\r\nHTTP/1.0 200 OK\r\n\r\nbody", "body"},
+        {"status code on the next line", "HTTP/1.0\r\n200 OK\r\n\r\nbody", "body"},
+        {"status code without blank behind it", "HTTP/1.0 200OK\r\n\r\nbody", "body"},
+        {"leading zeros", "HTTP/1.0 00200 OK\r\n\r\nbody", "body"},
+        {"bare line feeds but for the end", "HTTP/1.0 200 OK\nServer: x\n\n\r\nbody", "body"},
+        {"carriage returns within a header", "HTTP/1.0 200 OK\r\nX: \r\r\n\r\r\n\r\nbody", "body"},
+        {"HTML", "HTTP/1.0 200 OK\r\n\r\n<html></html>", "<html></html>"},
+    };
+    for (auto const& row : rows) {
+        EXPECT_TRUE(exchange(row.answer) == row.body) << row.name;
+    }
+}
+
+TEST(HttpExchange, GivesAnEmptyBodyWhereTheHeadersDoNotEnd)
+{
+    struct
+    {
+        char const* name;
+        std::string answer;
+    } const rows[] = {
+        {"no body", "HTTP/1.0 200 OK\r\n\r\n"},
+        {"end within the status line", "HTTP/1.0 200"},
+        {"end behind the status line", "HTTP/1.0 200 OK\r\n"},
+        {"end within a header", "HTTP/1.0 200 OK\r\nServer: x"},
+        {"end behind a header", "HTTP/1.0 200 OK\r\nServer: x\r\n"},
+        {"end before the last line feed", "HTTP/1.0 200 OK\r\nServer: x\r\n\r"},
+        {"bare line feeds", "HTTP/1.0 200 OK\nServer: x\n\nbody\nmore body\n"},
+        {"megabytes of headers", "HTTP/1.0 200 OK\r\n" + manyHeaders(3000000)},
+        {"one header of megabytes", "HTTP/1.0 200 OK\r\nX: " + std::string(3000000, 'x')},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(exchange(row.answer), "") << row.name;
+    }
+}
+
+TEST(HttpExchange, RefusesEveryOtherStatus)
+{
+    struct
+    {
+        std::string answer;
+        std::string text;
+    } const rows[] = {
+        {"HTTP/1.0 404 Not Found\r\n\r\nbody",
+         "CRL Download Error: Response returned with status code: 404\n"},
+        {"HTTP/1.0 301 Moved Permanently\r\nLocation: http://127.0.0.3/\r\n\r\nbody",
+         "CRL Download Error: Response returned with status code: 301\n"},
+        {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\n\r\nbody",
+         "CRL Download Error: Response returned with status code: 100\n"},
+        {"HTTP/1.1 206 Partial Content\r\n\r\nbody",
+         "CRL Download Error: Response returned with status code: 206\n"},
+        {"HTTP/1.0 500\r\n\r\n", "CRL Download Error: Response returned with status code: 500\n"},
+        {"HTTP/1.0 2000 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 2000\n"},
+        {"HTTP/1.0 20 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 20\n"},
+        {"ICY 404 Not Found\r\n\r\nbody", "CRL Download Error: Response returned with status code: 404\n"},
+        // No number behind a good first word: the status code is as it began.
+        {"HTTP/1.0", "CRL Download Error: Response returned with status code: 0\n"},
+        {"HTTP/", "CRL Download Error: Response returned with status code: 0\n"},
+        {"HTTP/1.0 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 0\n"},
+        {"HTTP/1.0 \r\n\r\n", "CRL Download Error: Response returned with status code: 0\n"},
+        // Too large to be held: the largest number that can be.
+        {"HTTP/1.0 99999999999999 OK\r\n\r\nbody",
+         "CRL Download Error: Response returned with status code: 4294967295\n"},
+        // Neither a number nor a good first word.
+        {"", "CRL Download Error: Invalid response\n"},
+        {"\r\n", "CRL Download Error: Invalid response\n"},
+        {"HTTP", "CRL Download Error: Invalid response\n"},
+        {"http/1.0 OK\r\n\r\nbody", "CRL Download Error: Invalid response\n"},
+        {"<html>not found</html>", "CRL Download Error: Invalid response\n"},
+        {std::string(3000000, 'x'), "CRL Download Error: Invalid response\n"},
+    };
+    for (auto const& row : rows) {
+        EXPECT_THROWS_EXACTLY(X509CertificateException, row.text, exchange(row.answer));
+    }
+}
+
+TEST(HttpExchange, RefusesAConnectionThatTakesNothing)
+{
+    DeadConnection buffer;
+    std::iostream connection(&buffer);
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "CRL Download Error: Invalid response\n",
+        exchangeOverHttp(connection, "ca.example", "/root.crl"));
+}
+
+class HttpClient : public LeavesNoTrace
+{};
+
+std::string const request =
+    "GET /root.crl?x=1 HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n";
+
+TEST_F(HttpClient, AsksTheServerOnceAndGivesItsBody)
+{
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send(httpOk(Bytes{'a', 0, 'b'}))}});
+
+    EXPECT_EQ(fetchOverHttp("127.0.0.2", "/root.crl?x=1"), "a\0b"s);
+    EXPECT_EQ(server.requests(), std::vector<std::string>{request});
+}
+
+TEST_F(HttpClient, SendsARequestOfAnyLength)
+{
+    std::string const path = "/" + std::string(200000, 'p');
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
+
+    EXPECT_EQ(fetchOverHttp("127.0.0.2", path), "body");
+    EXPECT_EQ(
+        server.requests().at(0),
+        "GET " + path + " HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n");
+}
+
+TEST_F(HttpClient, TakesAnAnswerInAnyPortions)
+{
+    std::string const megabytes(3000000, 'x');
+    struct
+    {
+        char const* name;
+        Script script;
+        std::string body;
+    } const rows[] = {
+        {"one byte at a time",
+         {readRequest(), sendByteByByte("HTTP/1.0 200 OK\r\nX: y\r\n\r\nbody", 2ms)},
+         "body"},
+        {"a pause within the head",
+         {readRequest(), send("HTTP/1.0 20"), wait(100ms), send("0 OK\r"), wait(100ms), send("\n\r\nbody")},
+         "body"},
+        {"a pause within the body",
+         {readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbo"), wait(100ms), send("dy")},
+         "body"},
+        {"megabytes of headers",
+         {readRequest(), send("HTTP/1.0 200 OK\r\n" + manyHeaders(3000000) + "\r\nbody")},
+         "body"},
+        {"megabytes of body", {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n" + megabytes)}, megabytes},
+        {"first word is not HTTP", {readRequest(), send("ICY 200 OK\r\n\r\nbody")}, "body"},
+        {"reset in the midst of the body",
+         {readRequest(), send("HTTP/1.0 200 OK\r\nContent-Length: 9\r\n\r\nbody"), wait(300ms), reset()},
+         "body"},
+        {"200 with an empty body", {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n")}, ""},
+    };
+    for (auto const& row : rows) {
+        ScriptedServer const server("127.0.0.2", 80, {row.script});
+        EXPECT_TRUE(fetchOverHttp("127.0.0.2", "/root.crl?x=1") == row.body) << row.name;
+        EXPECT_EQ(server.requests(), std::vector<std::string>{request}) << row.name;
+    }
+}
+
+TEST_F(HttpClient, FailsWithoutAConnection)
+{
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException,
+        "CRL Download Error: Unable to connect: " + std::generic_category().message(ECONNREFUSED) + "\n",
+        fetchOverHttp("127.0.0.99", "/root.crl"));
+}
+
+TEST_F(HttpClient, FailsForAHostThatIsNoName)
+{
+    std::string const hosts[] = {
+        "127.0.0.2:80",
+        "no-such-host.invalid",
+        " ",
+        "\xFF\xFE",
+        ".",
+        std::string(300, 'a'),
+        std::string(200000, 'a'),
+        std::string(200000, '.'),
+        "[127.0.0.2]",
+        "a b",
+    };
+    for (auto const& host : hosts) {
+        EXPECT_THROWS_WITH_PREFIX(
+            X509CertificateException, "CRL Download Error: Unable to connect: ", fetchOverHttp(host, "/"));
+    }
+}
+
+TEST_F(HttpClient, DoesNotFollowARedirect)
+{
+    ScriptedServer const server(
+        "127.0.0.2", 80,
+        {{readRequest(), send("HTTP/1.0 301 Moved Permanently\r\nLocation: http://127.0.0.3/\r\n\r\n")}});
+    ScriptedServer const target("127.0.0.3", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "CRL Download Error: Response returned with status code: 301\n",
+        fetchOverHttp("127.0.0.2", "/root.crl?x=1"));
+    EXPECT_EQ(server.numConnections(), 1u);
+    EXPECT_EQ(target.numConnections(), 0u);
+}
+
+class FetchHttpResponse : public LeavesNoTrace
+{};
+
+TEST_F(FetchHttpResponse, GivesTheBodyInEveryMode)
+{
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
+
+    for (auto const mode : everyMode) {
+        EXPECT_EQ(X509CertificateImpl().fetchHttpResponse("127.0.0.2", "/root.crl?x=1", mode), "body");
+    }
+    EXPECT_EQ(server.requests(), (std::vector<std::string>{request, request, request}));
+}
+
+TEST_F(FetchHttpResponse, GivesAnEmptyTextAfterAnyFailureInEveryMode)
+{
+    struct
+    {
+        char const* name;
+        Script script;
+    } const rows[] = {
+        {"closes at once", {}},
+        {"resets at once", {reset()}},
+        {"reads the request and closes", {readRequest()}},
+        {"reads the request and resets", {readRequest(), reset()}},
+        {"resets within the headers", {readRequest(), send("HTTP/1.0 200 OK\r\nX"), wait(100ms), reset()}},
+        {"no HTTP", {readRequest(), send("<html>\r\n")}},
+        {"status 301", {readRequest(), send("HTTP/1.0 301 Moved\r\n\r\nbody")}},
+        {"status 404", {readRequest(), send("HTTP/1.0 404 Not Found\r\n\r\nbody")}},
+        {"status 500", {readRequest(), send("HTTP/1.1 500 Error\r\n\r\nbody")}},
+        {"no status", {readRequest(), send("HTTP/1.0\r\n\r\nbody")}},
+        {"empty body", {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n")}},
+        {"bare line feeds", {readRequest(), send("HTTP/1.0 200 OK\n\nbody")}},
+        {"headers without end", {readRequest(), send("HTTP/1.0 200 OK\r\n" + manyHeaders(1000000))}},
+    };
+    for (auto const& row : rows) {
+        ScriptedServer const server("127.0.0.2", 80, {row.script});
+        for (auto const mode : everyMode) {
+            EXPECT_EQ(X509CertificateImpl().fetchHttpResponse("127.0.0.2", "/root.crl", mode), "")
+                << row.name;
+        }
+        EXPECT_EQ(server.numConnections(), 3u) << row.name;
+    }
+}
+
+TEST_F(FetchHttpResponse, GivesAnEmptyTextWithoutAConnectionInEveryMode)
+{
+    for (auto const mode : everyMode) {
+        for (auto const& host : {"127.0.0.99"s, "127.0.0.2:80"s, "no-such-host.invalid"s, ""s, "\0"s}) {
+            EXPECT_EQ(X509CertificateImpl().fetchHttpResponse(host, "/root.crl", mode), "") << host;
+        }
+    }
+}
+
+TEST(ThrowIfRequired, ThrowsTheMessageIfCRLsAreRequired)
+{
+    X509CertificateImpl const implementation;
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "message\n",
+        implementation.throwIfRequired(DownloadCRL::Required, "message\n"));
+    EXPECT_NO_THROW(implementation.throwIfRequired(DownloadCRL::BestEffort, "message\n"));
+    EXPECT_NO_THROW(implementation.throwIfRequired(DownloadCRL::None, "message\n"));
+}
+
+} // namespace
+} // namespace foundation::certificates

@@ -1,0 +1,105 @@
+#include "TemporaryCRLFile.hpp"
+
+#include "support/LeavesNoTrace.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <stdexcept>
+#include <string>
+
+namespace foundation::certificates {
+namespace {
+
+using test::ScopedVariable;
+
+class TemporaryCRLFileTest : public test::LeavesNoTrace
+{};
+
+std::string contentOf(std::string const& name)
+{
+    std::ifstream file(name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(TemporaryCRLFileTest, IsAnEmptyFileOfItsOwnersAlone)
+{
+    TemporaryCRLFile const file;
+
+    std::filesystem::path const path = file.name();
+    EXPECT_EQ(path.parent_path(), std::filesystem::temp_directory_path());
+    EXPECT_TRUE(std::regex_match(path.filename().string(), std::regex("certCRL_[A-Za-z0-9]{6}")))
+        << path.filename();
+    EXPECT_NE(path.filename(), "certCRL_XXXXXX");
+    auto const status = std::filesystem::symlink_status(path);
+    EXPECT_EQ(status.type(), std::filesystem::file_type::regular);
+    EXPECT_EQ(status.permissions(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(std::filesystem::file_size(path), 0u);
+    EXPECT_EQ(temporaryFiles().size(), 1u);
+}
+
+TEST_F(TemporaryCRLFileTest, HasANameThatNoOtherHas)
+{
+    TemporaryCRLFile const first;
+    TemporaryCRLFile const second;
+
+    EXPECT_NE(first.name(), second.name());
+    EXPECT_EQ(temporaryFiles().size(), 2u);
+}
+
+TEST_F(TemporaryCRLFileTest, HoldsWhatWasWrittenLast)
+{
+    std::string const everyByte = [] {
+        std::string bytes;
+        for (int value = 0; value < 256; ++value) {
+            bytes.push_back(static_cast<char>(value));
+        }
+        return bytes;
+    }();
+    TemporaryCRLFile const file;
+
+    for (auto const& content : {everyByte + everyByte, everyByte, std::string(), std::string("\r\n")}) {
+        file.write(content);
+        EXPECT_EQ(contentOf(file.name()), content);
+    }
+}
+
+TEST_F(TemporaryCRLFileTest, IsGoneAfterAnException)
+{
+    try {
+        TemporaryCRLFile const file;
+        file.write("content");
+        throw std::runtime_error("on the way out");
+    } catch (std::runtime_error const&) {
+        EXPECT_TRUE(temporaryFiles().empty());
+    }
+}
+
+TEST_F(TemporaryCRLFileTest, MindsNoRemovalByOthers)
+{
+    TemporaryCRLFile const file;
+    EXPECT_TRUE(std::filesystem::remove(file.name()));
+}
+
+TEST_F(TemporaryCRLFileTest, NeedsADirectory)
+{
+    ScopedVariable const nowhere("TMPDIR", "/nonexistent/directory");
+
+    EXPECT_THROW(TemporaryCRLFile(), std::filesystem::filesystem_error);
+}
+
+TEST_F(TemporaryCRLFileTest, GoesOnWithoutAFileWhereNoneCanBeMade)
+{
+    ScopedVariable const unwritable("TMPDIR", "/proc");
+    TemporaryCRLFile const file;
+
+    file.write("content");
+
+    EXPECT_FALSE(std::filesystem::exists(file.name()));
+}
+
+} // namespace
+} // namespace foundation::certificates
