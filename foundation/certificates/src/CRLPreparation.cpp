@@ -1,5 +1,7 @@
 #include "X509CertificateImpl.hpp"
 
+#include "DuplicateCertificate.hpp"
+
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
@@ -20,8 +22,7 @@ using Options = CertificateValidationOptions;
 /// The key that signs the CRL of the level below. May be null: a CRL is then found not to verify.
 EVP_PKEYUPtr publicKeyOfIssuer(X509Certificate const& issuer)
 {
-    auto const duplicate = makeX509(X509CertificateImpl(issuer.getAsPEMString()).duplicateX509());
-    return makeEVP_PKEY(X509_get_pubkey(duplicate.get()));
+    return makeEVP_PKEY(X509_get_pubkey(duplicateX509Of(issuer).get()));
 }
 
 std::string downloadFailedAt(std::size_t level)

@@ -1,0 +1,467 @@
+#include "support/ExactThrow.hpp"
+#include "support/Verifying.hpp"
+
+#include "X509CertificateImpl.hpp"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+
+/// root -> ca -> leaf
+class ChainValidation : public testing::Test
+{
+protected:
+    CertificateValidationResults validate(
+        X509CertificateChain const& chain, TrustStore const& trustStore,
+        Options const& options = Options()) const
+    {
+        return load(pki["leaf"]).validateCertificate(chain, options, trustStore);
+    }
+
+    Topology const pki{{{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}};
+};
+
+void expectValid(CertificateValidationResults const& results, CertificateAndKey const& root)
+{
+    EXPECT_EQ(results.getCertificateChainStatus(), Status::Valid);
+    EXPECT_EQ(results.getValidationErrorString(), "");
+    ASSERT_TRUE(results.getRootCertificate().has_value());
+    EXPECT_EQ(*results.getRootCertificate(), load(root));
+}
+
+void expectFailure(CertificateValidationResults const& results, Status status, std::string const& text)
+{
+    EXPECT_EQ(results.getCertificateChainStatus(), status);
+    EXPECT_EQ(results.getValidationErrorString(), text);
+    EXPECT_FALSE(results.getRootCertificate().has_value());
+    EXPECT_EQ(
+        results.getCertificateRevocationResults().getRevocationStatus(),
+        CertificateRevocationResults::RevocationStatus::NotRevoked);
+}
+
+void expireAnHourAgo(CertificateSpec& spec)
+{
+    spec.notAfter = TimeSpec::fromNow(-1h);
+}
+
+void startInAnHour(CertificateSpec& spec)
+{
+    spec.notBefore = TimeSpec::fromNow(1h);
+}
+
+void damageSignature(CertificateSpec& spec)
+{
+    spec.damagedSignature = true;
+}
+
+// What goes in
+
+TEST_F(ChainValidation, TakesTheIntermediatesWithoutTheLeaf)
+{
+    expectValid(validate(chainOf({pki["ca"]}), storeOf({pki["root"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, TakesAChainThatBeginsWithTheLeaf)
+{
+    expectValid(validate(chainOf({pki["leaf"], pki["ca"]}), storeOf({pki["root"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, TakesAChainThatHoldsTheLeafFurtherDown)
+{
+    expectValid(validate(chainOf({pki["ca"], pki["leaf"]}), storeOf({pki["root"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, TakesAnEmptyChainForALeafOfTheRootItself)
+{
+    auto const direct = makeLeaf(pki["root"], "direct");
+
+    auto const results =
+        load(direct).validateCertificate(X509CertificateChain(), Options(), storeOf({pki["root"]}));
+
+    expectValid(results, pki["root"]);
+}
+
+TEST_F(ChainValidation, FindsIntermediatesInTheTrustStoreToo)
+{
+    expectValid(validate(X509CertificateChain(), storeOf({pki["root"], pki["ca"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, PassesOverStrangersInTheChain)
+{
+    auto const stranger = makeRoot("stranger");
+    expectValid(validate(chainOf({stranger, pki["root"], pki["ca"]}), storeOf({pki["root"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, ValidatesTheAnchorItself)
+{
+    auto const results =
+        load(pki["root"]).validateCertificate(X509CertificateChain(), Options(), storeOf({pki["root"]}));
+    expectValid(results, pki["root"]);
+}
+
+TEST_F(ChainValidation, DoesNotTrustAnIntermediateWithoutItsRoot)
+{
+    expectFailure(
+        validate(X509CertificateChain(), storeOf({pki["ca"]})), Status::Untrusted, report(2, 1, "CN=ca"));
+}
+
+TEST_F(ChainValidation, DoesNotTrustTheRootThatTheChainBrings)
+{
+    auto const other = makeRoot("other");
+    expectFailure(validate(chainOf({pki["ca"], pki["root"]}), storeOf({other})), Status::SelfSigned, "");
+}
+
+TEST_F(ChainValidation, AnswersTheSameWheneverItIsAsked)
+{
+    auto const leaf = load(pki["leaf"]);
+    auto const chain = chainOf({pki["ca"]});
+    auto const trustStore = storeOf({pki["root"]});
+
+    expectValid(leaf.validateCertificate(chain, Options(), trustStore), pki["root"]);
+    expectValid(leaf.validateCertificate(chain, Options(), trustStore), pki["root"]);
+}
+
+TEST_F(ChainValidation, LeavesTheTrustStoreAndTheChainAlone)
+{
+    auto const trustStore = storeOf({pki["root"]});
+    auto const chain = chainOf({pki["ca"]});
+    auto const live = getOpenSSLStore(trustStore);
+    auto* const parameters = X509_STORE_get0_param(live.get());
+    auto const flagsBefore = X509_VERIFY_PARAM_get_flags(parameters);
+    auto const callbackBefore = X509_STORE_get_verify_cb(live.get());
+
+    validate(chain, trustStore);
+
+    EXPECT_EQ(X509_VERIFY_PARAM_get_flags(parameters), flagsBefore);
+    EXPECT_EQ(X509_STORE_get_verify_cb(live.get()), callbackBefore);
+    EXPECT_EQ(trustStore.size(), 1U);
+    EXPECT_EQ(chain.getNumCertificates(), 1U);
+}
+
+// What prevents a verdict
+
+TEST_F(ChainValidation, RefusesACertificateWithoutContent)
+{
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        X509Certificate().validateCertificate(X509CertificateChain(), Options(), storeOf({pki["root"]})));
+}
+
+TEST_F(ChainValidation, RefusesAMovedFromCertificate)
+{
+    auto certificate = load(pki["leaf"]);
+    auto const taker = std::move(certificate);
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate is uninitialized.",
+        certificate.validateCertificate(X509CertificateChain(), Options(), storeOf({pki["root"]})));
+}
+
+TEST_F(ChainValidation, RefusesAMovedFromChain)
+{
+    auto chain = chainOf({pki["ca"]});
+    auto const taker = std::move(chain);
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateChainException, "Error: X509CertificateChain is uninitialized.",
+        validate(chain, storeOf({pki["root"]})));
+}
+
+TEST_F(ChainValidation, TakesTheSystemsRootsForAMovedFromTrustStore)
+{
+    auto trustStore = storeOf({pki["root"]});
+    auto const taker = std::move(trustStore);
+
+    expectFailure(validate(chainOf({pki["ca"]}), trustStore), Status::Untrusted, report(20, 1, "CN=ca"));
+}
+
+TEST_F(ChainValidation, TakesTheSystemsRootsForAnEmptyTrustStore)
+{
+    expectFailure(validate(chainOf({pki["ca"]}), TrustStore()), Status::Untrusted, report(20, 1, "CN=ca"));
+}
+
+TEST_F(ChainValidation, RefusesAnAnchorWhoseKeyIsUnfit)
+{
+    auto const root = makeRoot("p384 root", [](CertificateSpec& spec) { spec.key = p384Key(); });
+    auto const leaf = makeLeaf(root, "leaf");
+    TrustStore trustStore;
+    addUnchecked(trustStore, root.certificate);
+
+    EXPECT_THROWS_EXACTLY(
+        UnsupportedEllipticCurve, "ECC-based key is not using supported ECC Curve. Curve: secp384r1",
+        load(leaf).validateCertificate(X509CertificateChain(), Options(), trustStore));
+}
+
+TEST_F(ChainValidation, RefusesAnAnchorWhoseRsaKeyIsWeak)
+{
+    auto const root = makeRoot("weak root", [](CertificateSpec& spec) { spec.key = rsaKey(1023); });
+    auto const leaf = makeLeaf(root, "leaf");
+    TrustStore trustStore;
+    addUnchecked(trustStore, root.certificate);
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "RSA key size does not meet minimum cryptographic requirements",
+        load(leaf).validateCertificate(X509CertificateChain(), Options(), trustStore));
+}
+
+TEST_F(ChainValidation, UsesAStoreThatHoldsACrl)
+{
+    auto trustStore = storeOf({pki["root"]});
+    addCrl(trustStore, makeCrl(pki["ca"]));
+    expectValid(validate(chainOf({pki["ca"]}), trustStore), pki["root"]);
+}
+
+// Which rules are always in force
+
+TEST_F(ChainValidation, IsStrictAboutTheFormOfCertificates)
+{
+    auto const code = X509_V_ERR_MISSING_AUTHORITY_KEY_IDENTIFIER;
+    auto const leaf = makeLeaf(
+        pki["ca"], "leaf", [](CertificateSpec& spec) { spec.removeExtension("authorityKeyIdentifier"); });
+    expectFailure(
+        load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
+        Status::Failed,
+        "Validation Failed. Return code=" + std::to_string(code) + "." + report(code, 0, "CN=leaf"));
+}
+
+TEST_F(ChainValidation, ChecksTheSignatureOfTheAnchorToo)
+{
+    auto const root = makeRoot("root", damageSignature);
+    expectFailure(
+        validate(chainOf({pki["ca"]}), storeOf({root})), Status::BadSignature, report(7, 2, "CN=root"));
+}
+
+TEST_F(ChainValidation, AllowsProxyCertificates)
+{
+    auto const proxy = makeLeaf(pki["leaf"], "proxy", [](CertificateSpec& spec) {
+        spec.subject = {{"CN", "leaf"}, {"CN", "proxy"}};
+        spec.removeExtension("basicConstraints");
+        spec.setExtension("proxyCertInfo", "critical,language:id-ppl-anyLanguage,pathlen:0");
+    });
+    expectValid(
+        load(proxy).validateCertificate(chainOf({pki["leaf"], pki["ca"]}), Options(), storeOf({pki["root"]})),
+        pki["root"]);
+}
+
+TEST_F(ChainValidation, PrefersTheTrustedIntermediateToTheOneInTheChain)
+{
+    auto const expiredCa = makeIntermediate(pki["root"], "ca", expireAnHourAgo);
+    expectValid(validate(chainOf({expiredCa}), storeOf({pki["root"], pki["ca"]})), pki["root"]);
+}
+
+TEST_F(ChainValidation, AppliesNoCrlsUnlessItFetchesThem)
+{
+    auto trustStore = storeOf({pki["root"]});
+    addCrl(trustStore, makeCrl(pki["ca"], {revoke(pki["leaf"])}));
+    addCrl(trustStore, makeCrl(pki["root"], {revoke(pki["ca"])}));
+
+    for (auto const check :
+         {Options::CheckCRL::None, Options::CheckCRL::LeafOnly, Options::CheckCRL::WholeChain}) {
+        expectValid(validate(chainOf({pki["ca"]}), trustStore, optionsWith({}, check)), pki["root"]);
+    }
+}
+
+// Tolerances
+
+TEST_F(ChainValidation, RejectsASelfSignedLeafWithoutAWord)
+{
+    auto const leaf = makeSelfSignedLeaf("lonely");
+    expectFailure(
+        load(leaf).validateCertificate(X509CertificateChain(), Options(), storeOf({pki["root"]})),
+        Status::SelfSigned, "");
+}
+
+TEST_F(ChainValidation, GivesAToleratedSelfSignedLeafAsItsOwnRoot)
+{
+    auto const leaf = makeSelfSignedLeaf("lonely");
+    Tolerances tolerances;
+    tolerances.selfSigned = true;
+    expectValid(
+        load(leaf).validateCertificate(
+            X509CertificateChain(), optionsWith(tolerances), storeOf({pki["root"]})),
+        leaf);
+}
+
+TEST_F(ChainValidation, LeavesNoTraceOfAToleratedExpiry)
+{
+    auto const leaf = makeLeaf(pki["ca"], "leaf", expireAnHourAgo);
+    Tolerances tolerances;
+    tolerances.expired = true;
+    expectValid(
+        load(leaf).validateCertificate(chainOf({pki["ca"]}), optionsWith(tolerances), storeOf({pki["root"]})),
+        pki["root"]);
+}
+
+TEST_F(ChainValidation, ReportsTheFirstErrorThatIsNotTolerated)
+{
+    // Given a leaf with two faults, of which the dates are looked at before the signatures
+    auto const leaf = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
+        expireAnHourAgo(spec);
+        damageSignature(spec);
+    });
+    auto const chain = chainOf({pki["ca"]});
+    Tolerances expiredTolerated;
+    expiredTolerated.expired = true;
+
+    // When the signature is checked first, it is what is reported; OpenSSL's order counts.
+    BareVerification question;
+    question.leaf = leaf.certificate;
+    question.untrusted = {pki["ca"].certificate};
+    question.trusted = {pki["root"].certificate};
+    auto const bare = verify(question);
+    question.tolerances = expiredTolerated;
+    auto const bareTolerant = verify(question);
+
+    auto const results = load(leaf).validateCertificate(chain, Options(), storeOf({pki["root"]}));
+    auto const tolerant =
+        load(leaf).validateCertificate(chain, optionsWith(expiredTolerated), storeOf({pki["root"]}));
+    EXPECT_EQ(results.getValidationErrorString(), report(bare.code, bare.depth, bare.subject));
+    EXPECT_EQ(bareTolerant.code, 7);
+    expectFailure(tolerant, Status::BadSignature, report(7, 0, "CN=leaf"));
+}
+
+TEST_F(ChainValidation, ForgivesNothingThatIsNotAskedFor)
+{
+    auto const leaf = makeLeaf(pki["ca"], "leaf", startInAnHour);
+    for (auto const& tolerances : allTolerances()) {
+        expectFailure(
+            load(leaf).validateCertificate(
+                chainOf({pki["ca"]}), optionsWith(tolerances), storeOf({pki["root"]})),
+            Status::Failed, "Validation Failed. Return code=9." + report(9, 0, "CN=leaf"));
+    }
+}
+
+TEST_F(ChainValidation, PrintsTheSubjectInTheFormOfRfc2253)
+{
+    auto const leaf = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
+        expireAnHourAgo(spec);
+        spec.subject = {{"O", "Smith, \"Jones\" & Söhne"}, {"CN", "a+b"}};
+    });
+    expectFailure(
+        load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
+        Status::Expired, report(10, 0, "CN=a\\+b,O=Smith\\, \\\"Jones\\\" & S\\C3\\B6hne"));
+}
+
+TEST_F(ChainValidation, PrintsAnEmptySubjectAsNothing)
+{
+    auto const leaf = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
+        expireAnHourAgo(spec);
+        spec.subject = {};
+        spec.setExtension("subjectAltName", "critical,DNS:example.org");
+    });
+    expectFailure(
+        load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
+        Status::Expired, report(10, 0, ""));
+}
+
+// The second trust store
+
+class Fallback : public ChainValidation
+{
+protected:
+    CertificateValidationResults validateWith(
+        CertificateAndKey const& leaf, X509CertificateChain const& chain, TrustStore const& first,
+        TrustStore const& second) const
+    {
+        return load(leaf).validateCertificate(
+            chain,
+            optionsWith(
+                {}, Options::CheckCRL::None, Options::DownloadCRL::None,
+                std::make_shared<TrustStore>(second)),
+            first);
+    }
+
+    CertificateAndKey const other = makeRoot("other");
+    TrustStore const withRoot = storeOf({pki["root"]});
+    TrustStore const withOther = storeOf({other});
+};
+
+TEST_F(Fallback, IsTriedForAnUntrustedCertificate)
+{
+    expectValid(validateWith(pki["leaf"], chainOf({pki["ca"]}), withOther, withRoot), pki["root"]);
+}
+
+TEST_F(Fallback, IsTriedForASelfSignedCertificate)
+{
+    auto const leaf = makeSelfSignedLeaf("lonely");
+    expectValid(validateWith(leaf, X509CertificateChain(), withRoot, storeOf({leaf})), leaf);
+}
+
+TEST_F(Fallback, IsTriedForABadSignature)
+{
+    auto const damagedCa = makeIntermediate(pki["root"], "ca", damageSignature);
+    expectValid(
+        validateWith(pki["leaf"], chainOf({damagedCa}), withRoot, storeOf({pki["root"], pki["ca"]})),
+        pki["root"]);
+}
+
+TEST_F(Fallback, IsTriedForAnyOtherFailure)
+{
+    auto const youngCa = makeIntermediate(pki["root"], "ca", startInAnHour);
+    expectValid(
+        validateWith(pki["leaf"], chainOf({youngCa}), withRoot, storeOf({pki["root"], pki["ca"]})),
+        pki["root"]);
+}
+
+TEST_F(Fallback, IsNotTriedForAnExpiredCertificate)
+{
+    auto const expiredCa = makeIntermediate(pki["root"], "ca", expireAnHourAgo);
+    expectFailure(
+        validateWith(pki["leaf"], chainOf({expiredCa}), withRoot, storeOf({pki["root"], pki["ca"]})),
+        Status::Expired, report(10, 1, "CN=ca"));
+}
+
+TEST_F(Fallback, IsNotTriedForAValidCertificate)
+{
+    expectValid(validateWith(pki["leaf"], chainOf({pki["ca"]}), withRoot, withOther), pki["root"]);
+}
+
+TEST_F(Fallback, AnswersAloneEvenIfItsAnswerIsWorse)
+{
+    auto const leaf = makeLeaf(pki["ca"], "leaf", startInAnHour);
+    auto const expiredRoot = makeRoot("root", expireAnHourAgo);
+    expectFailure(
+        validateWith(leaf, chainOf({pki["ca"]}), withOther, storeOf({expiredRoot})), Status::Expired,
+        report(10, 2, "CN=root"));
+}
+
+TEST_F(Fallback, ThatIsEmptyMeansTheSystemsRoots)
+{
+    expectFailure(
+        validateWith(pki["leaf"], chainOf({pki["ca"]}), withOther, TrustStore()), Status::Untrusted,
+        report(20, 1, "CN=ca"));
+}
+
+// The implementation below the handle
+
+TEST_F(ChainValidation, HasARootInItsRunAfterSuccessAlone)
+{
+    X509CertificateImpl const leaf(pki["leaf"].der());
+
+    auto const good = leaf.verifyAgainstStore(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]}));
+    auto const bad = leaf.verifyAgainstStore(X509CertificateChain(), Options(), storeOf({pki["root"]}));
+
+    ASSERT_TRUE(good.root.has_value());
+    EXPECT_EQ(good.root->getSubjectName(), "CN=root");
+    EXPECT_FALSE(good.results.getRootCertificate().has_value());
+    EXPECT_FALSE(bad.root.has_value());
+    EXPECT_EQ(bad.results.getCertificateChainStatus(), Status::Untrusted);
+}
+
+TEST_F(ChainValidation, RefusesAnImplementationWithoutContentBeforeAnythingElse)
+{
+    auto chain = chainOf({pki["ca"]});
+    auto const taker = std::move(chain);
+
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        X509CertificateImpl().verifyAgainstStore(chain, Options(), TrustStore()));
+}
+
+} // namespace
