@@ -3,8 +3,11 @@
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
+#include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
 
 #include <map>
 #include <string>
@@ -38,7 +41,28 @@ struct X509CertificateTraits
         return certificate.empty() ? "" : certificate.getSHA256Fingerprint();
     }
 
-    static std::vector<Operation<X509Certificate>> operations() { return certificateQueries(); }
+    static std::vector<Operation<X509Certificate>> operations()
+    {
+        using certificates::CertificateValidationOptions;
+        auto operations = certificateQueries();
+        operations.push_back({"validateCertificate", [](X509Certificate& certificate) {
+                                  certificate.validateCertificate(
+                                      certificates::X509CertificateChain(), CertificateValidationOptions(),
+                                      trustStore());
+                              }});
+        operations.push_back({"getRootCACertificate", [](X509Certificate& certificate) {
+                                  certificate.getRootCACertificate(
+                                      certificates::X509CertificateChain(), trustStore());
+                              }});
+        return operations;
+    }
+
+    static certificates::TrustStore trustStore()
+    {
+        certificates::TrustStore store;
+        store.addCertificate(loaded("a"));
+        return store;
+    }
 };
 
 } // namespace

@@ -1,0 +1,209 @@
+#include "support/TemporaryFolder.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace foundation::test;
+using foundation::certificates::X509Certificate;
+
+namespace {
+
+struct Outcome
+{
+    int exitStatus;
+    std::string output;
+    std::string errors;
+};
+
+std::string contentOf(std::filesystem::path const& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+bool endsWith(std::string const& text, std::string const& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+class InspectExample : public testing::Test
+{
+protected:
+    Outcome inspect(std::vector<std::string> const& arguments) const
+    {
+        auto const output = folder.path() / "output";
+        auto const errors = folder.path() / "errors";
+        std::string command = "'" INSPECT_PROGRAM "'";
+        for (auto const& argument : arguments) {
+            command += " '" + argument + "'";
+        }
+        command += " >'" + output.string() + "' 2>'" + errors.string() + "'";
+        int const status = std::system(command.c_str()); // NOLINT(cert-env33-c): the shell redirects
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors)};
+    }
+
+    template <class Content>
+    std::string file(std::string const& name, Content const& content) const
+    {
+        return folder.write(name, content).string();
+    }
+
+    std::string missing() const { return (folder.path() / "missing").string(); }
+
+    TemporaryFolder const folder;
+};
+
+CertificateAndKey refusedCertificate()
+{
+    return makeRoot("refused", [](CertificateSpec& spec) { spec.key = rsaKey(512); });
+}
+
+constexpr char const refusal[] = "Refused: RSA key size does not meet minimum cryptographic requirements\n\n";
+
+} // namespace
+
+TEST_F(InspectExample, PrintsAllThatACertificateSaysAboutItself)
+{
+    auto const made = makeRoot("root", [](CertificateSpec& spec) {
+        spec.key = rsaKey();
+        spec.serialNumber = "0x0100";
+        spec.notBefore = TimeSpec::at(0);
+        spec.notAfter = TimeSpec::at(2524608000);
+        spec.setExtension("extendedKeyUsage", "serverAuth,clientAuth");
+        spec.setExtension("certificatePolicies", "1.2.3.4");
+    });
+    std::ostringstream report;
+    report << X509Certificate(made.der());
+
+    auto const outcome = inspect({file("root.der", made.der())});
+
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(
+        outcome.output, report.str() + "Key: RSA, 2048 bits\n"
+                                       "Serial Number: 256\n"
+                                       "Signature: RSA-SHA256\n"
+                                       "Valid From: Jan  1 00:00:00 1970 GMT\n"
+                                       "Valid Until: Jan  1 00:00:00 2050 GMT\n"
+                                       "Extended Key Usages: 1.3.6.1.5.5.7.3.1, 1.3.6.1.5.5.7.3.2\n"
+                                       "Policies: 1.2.3.4\n"
+                                       "\n"
+                                       "Certificates: 1 printed, 0 refused\n");
+}
+
+TEST_F(InspectExample, NamesTheKindOfEachKey)
+{
+    auto const ecc = makeRoot("ecc");
+    auto const edwards = makeRoot("edwards", [](CertificateSpec& spec) { spec.key = ed25519Key(); });
+    auto const outcome = inspect({file("ecc.pem", ecc.pem()), file("edwards.pem", edwards.pem())});
+    EXPECT_NE(outcome.output.find("Key: prime256v1, 256 bits\n"), std::string::npos);
+    EXPECT_NE(outcome.output.find("Key: Ed25519, "), std::string::npos);
+    EXPECT_NE(outcome.output.find("Extended Key Usages: none\nPolicies: none\n"), std::string::npos);
+}
+
+TEST_F(InspectExample, ShowsEveryCertificateOfABundleAroundARefusedOne)
+{
+    auto const bundle =
+        "comment\n" + makeRoot("first").pem() + refusedCertificate().pem() + makeRoot("last").pem();
+    auto const outcome = inspect({file("bundle.pem", bundle)});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_NE(outcome.output.find("Subject Name: CN=first;"), std::string::npos);
+    EXPECT_NE(outcome.output.find(refusal), std::string::npos);
+    EXPECT_NE(outcome.output.find("Subject Name: CN=last;"), std::string::npos);
+    EXPECT_TRUE(endsWith(outcome.output, "Certificates: 2 printed, 1 refused\n"));
+}
+
+TEST_F(InspectExample, ShowsTheCertificateBehindATruncatedOne)
+{
+    auto const first = makeRoot("first").pem();
+    auto const outcome =
+        inspect({file("bundle.pem", first.substr(0, first.size() / 2) + "\n" + makeRoot("last").pem())});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_NE(
+        outcome.output.find("Refused: Error: Loading a certificate failed. Reason="), std::string::npos);
+    EXPECT_NE(outcome.output.find("Subject Name: CN=last;"), std::string::npos);
+}
+
+TEST_F(InspectExample, ShowsNothingOfACertificateThatCannotBeShownWhole)
+{
+    auto const made = makeRoot(
+        "root", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::raw(V_ASN1_UTCTIME, "garbage"); });
+    auto const outcome = inspect({file("root.pem", made.pem())});
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(
+        outcome.output,
+        "Refused: Error: printing the ASN1 time failed.\n\nCertificates: 0 printed, 1 refused\n");
+}
+
+TEST_F(InspectExample, SaysOfAFileWithoutCertificatesThatItHoldsNone)
+{
+    for (std::string const& content :
+         {std::string(), std::string("no certificate"), refusedCertificate().pem()}) {
+        auto const path = file("file", content);
+        auto const outcome = inspect({path});
+        EXPECT_EQ(outcome.exitStatus, 1);
+        EXPECT_EQ(outcome.errors, "inspect: " + path + ": holds no certificate that can be read\n");
+        EXPECT_TRUE(endsWith(outcome.output, "\n\nCertificates: 0 printed, 1 refused\n"));
+    }
+}
+
+TEST_F(InspectExample, GoesOnBehindAFileThatIsMissing)
+{
+    auto const outcome = inspect({missing(), file("root.pem", makeRoot("root").pem())});
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.errors, "inspect: " + missing() + ": does not exist\n");
+    EXPECT_TRUE(endsWith(outcome.output, "Certificates: 1 printed, 0 refused\n"));
+}
+
+TEST_F(InspectExample, RefusesAFolder)
+{
+    auto const outcome = inspect({folder.path().string()});
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.errors, "inspect: " + folder.path().string() + ": is a folder\n");
+}
+
+TEST_F(InspectExample, RefusesAnUnknownOption)
+{
+    auto const outcome = inspect({"--verbose"});
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.errors, "inspect: unknown option --verbose, try --help\n");
+    EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(InspectExample, ExplainsItself)
+{
+    auto const outcome = inspect({"--help"});
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(outcome.output.compare(0, 23, "Usage: inspect [FILE...]", 0, 23), 0);
+}
+
+TEST_F(InspectExample, InspectsTheRootsOfTheSystemWithoutAnArgument)
+{
+    auto const outcome = inspect({});
+    bool const hasRoots = !foundation::certificates::getSystemCertificatesFile().empty() ||
+                          !foundation::certificates::getSystemCertificatesFolder().empty();
+    if (hasRoots) {
+        // Which of them are refused is the system's affair.
+        EXPECT_TRUE(outcome.exitStatus == 0 || outcome.exitStatus == 1) << outcome.errors;
+        EXPECT_TRUE(endsWith(outcome.output, " refused\n"));
+    } else {
+        EXPECT_EQ(outcome.exitStatus, 2);
+        EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1);
+    }
+}
