@@ -1,0 +1,366 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/PseudoTerminal.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const noContent[] = "The provided PKCS7 certificate has no content.";
+constexpr char const badStream[] = "The input PKCS7 certificate data stream is invalid.";
+constexpr char const notPem[] =
+    "Input certificate data was autodetected to be PEM-encoded, but is not in PEM "
+    "encoding. Please verify the input data.";
+constexpr char const notDer[] =
+    "Input certificate data was autodetected to be DER-encoded, but is not in DER "
+    "encoding. Please verify the input data.";
+constexpr char const loadingFailed[] = "Error: Loading a certificate failed. Reason=";
+constexpr char const wrongType[] =
+    "Input PKCS7 certificate is corrupt. It doesn't have the right type field.";
+constexpr char const certificateRefused[] =
+    "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.";
+
+std::string const beginMarker = "-----BEGIN PKCS7-----";
+
+/// The size of the one allocation that fails; see operator new below.
+std::size_t refusedAllocation = 0;
+
+std::string asText(Bytes const& bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
+
+Bytes asBytes(std::string const& text)
+{
+    return Bytes(text.begin(), text.end());
+}
+
+CertificateAndKey const& signer()
+{
+    static auto const made = makeLeaf(makeRoot("root"), "signer");
+    return made;
+}
+
+CertificateAndKey const& recipient()
+{
+    static auto const made =
+        makeSelfSignedLeaf("recipient", [](CertificateSpec& spec) { spec.key = rsaKey(); });
+    return made;
+}
+
+Pkcs7Handle const& signedData()
+{
+    static auto const made = makeSignedData("content", signer());
+    return made;
+}
+
+std::vector<Bytes> derOf(std::vector<X509Certificate> const& certificates)
+{
+    std::vector<Bytes> encodings;
+    for (auto const& certificate : certificates) {
+        encodings.push_back(certificate.getAsBytes());
+    }
+    return encodings;
+}
+
+/// The reason that OpenSSL queues first when it reads the data by itself.
+std::string reasonOf(std::string const& data)
+{
+    CleanErrorQueue const clean;
+    auto const bytes = asBytes(data);
+    auto const bio = readerOf(bytes);
+    auto const refuse = [](char*, int, int, void*) { return -1; };
+    bool const isPem = data.find(beginMarker) != std::string::npos;
+    PKCS7_free(
+        isPem ? PEM_read_bio_PKCS7(bio.get(), nullptr, refuse, nullptr) : d2i_PKCS7_bio(bio.get(), nullptr));
+    return oldestReasonText();
+}
+
+/// The signed data as a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED").
+std::string encryptedPem()
+{
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    std::string passphrase = "secret";
+    require(PEM_ASN1_write_bio(
+        reinterpret_cast<i2d_of_void*>(i2d_PKCS7), PEM_STRING_PKCS7, bio.get(), signedData().get(),
+        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
+        static_cast<int>(passphrase.size()), nullptr, nullptr));
+    return asText(contentOf(bio));
+}
+
+/// A source that breaks down when it is read.
+class BrokenBuffer : public std::streambuf
+{
+protected:
+    int_type underflow() override { throw std::runtime_error("the line went dead"); }
+};
+
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    void* const memory = size == refusedAllocation ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
+TEST(PKCS7Load, TakesBothEncodingsFromBytesStringAndStream)
+{
+    for (auto const& data : {asText(toDer(signedData())), toPem(signedData())}) {
+        std::istringstream stream(data);
+        for (auto const& loaded :
+             {PKCS7Certificate(asBytes(data)), PKCS7Certificate(data), PKCS7Certificate(stream)}) {
+            EXPECT_EQ(derOf(loaded.getCertificates()), std::vector<Bytes>{signer().der()});
+            EXPECT_EQ(asText(loaded.getSignedData()), "content");
+        }
+    }
+}
+
+TEST(PKCS7Load, NumbersTheEncodings)
+{
+    EXPECT_EQ(static_cast<int>(CertificateEncoding::PEM), 0);
+    EXPECT_EQ(static_cast<int>(CertificateEncoding::DER), 1);
+}
+
+TEST(PKCS7Load, RefusesEmptyInput)
+{
+    std::istringstream stream;
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, PKCS7Certificate(ByteArray()));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, PKCS7Certificate(std::string()));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, PKCS7Certificate(stream));
+}
+
+TEST(PKCS7Load, ReadsNothingFromAStreamThatIsNotGood)
+{
+    for (auto const state : {std::ios::failbit, std::ios::badbit, std::ios::eofbit}) {
+        std::istringstream stream(toPem(signedData()));
+        stream.setstate(state);
+        EXPECT_THROWS_EXACTLY(InvalidArgument, badStream, PKCS7Certificate(stream));
+        EXPECT_EQ(stream.rdbuf()->sgetc(), '-');
+    }
+}
+
+TEST(PKCS7Load, ReadsAStreamThroughItsBuffer)
+{
+    // given white space in front, which formatted input would skip, of a blob that reads as text
+    std::istringstream stream(" \n" + toPem(signedData()));
+    PKCS7Certificate const loaded(stream);
+    EXPECT_EQ(loaded.getNumCertificates(), 1u);
+    EXPECT_TRUE(stream.good());
+    EXPECT_EQ(stream.rdbuf()->sgetc(), std::char_traits<char>::eof());
+}
+
+TEST(PKCS7Load, NamesTheCauseWhenAStreamCannotBeRead)
+{
+    BrokenBuffer buffer;
+    std::istream stream(&buffer);
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The input PKCS7 certificate data stream is invalid. Reason:the line went dead",
+        PKCS7Certificate(stream));
+}
+
+TEST(PKCS7Load, NamesTheCauseWhenAStringCannotBeCopied)
+{
+    std::string const data(123457, 'x');
+    refusedAllocation = 123457;
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The input PKCS7 certificate data string is invalid. Reason:std::bad_alloc",
+        PKCS7Certificate(data));
+    refusedAllocation = 0;
+}
+
+TEST(PKCS7Load, TakesThePemPathWhereverTheMarkerStands)
+{
+    std::string const pem = toPem(signedData());
+    std::string withCarriageReturns;
+    for (char const character : pem) {
+        withCarriageReturns.append(character == '\n' ? "\r\n" : std::string(1, character));
+    }
+    std::vector<std::string> const loadable{
+        "a comment\n\nand another\n" + pem,
+        toPem(signer().key) + pem, // a block of another kind is passed over
+        pem + toPem(makeSignedData("second", signer())),
+        pem + "text behind",
+        withCarriageReturns,
+    };
+    for (auto const& data : loadable) {
+        EXPECT_EQ(asText(PKCS7Certificate(data).getSignedData()), "content") << data;
+    }
+}
+
+TEST(PKCS7Load, RefusesAMarkerWithoutAPemBlock)
+{
+    std::vector<std::string> const unloadable{
+        "in the middle of a line " + toPem(signedData()),
+        asText(toDer(makeSignedData(beginMarker, signer()))), // DER with the marker in its content
+        "\x01" + beginMarker + "\n",
+    };
+    for (auto const& data : unloadable) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, notPem, PKCS7Certificate(data));
+    }
+}
+
+TEST(PKCS7Load, RefusesWhatHasNoMarkerAndTheWrongTag)
+{
+    std::vector<std::string> const unloadable{
+        signer().pem(),
+        asText(signer().der()),
+        "-----BEGIN PKCS #7 SIGNED DATA-----\n" + toPem(signedData()).substr(beginMarker.size() + 1),
+        "-----BEGIN CMS-----\n" + toPem(signedData()).substr(beginMarker.size() + 1),
+        std::string(200, 'a'),
+    };
+    for (auto const& data : unloadable) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, notDer, PKCS7Certificate(data));
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS7Load, TakesInputShorterThanTheMarkerForDer)
+{
+    std::string const oneCharacterShort = beginMarker.substr(0, 20);
+    EXPECT_THROWS_EXACTLY(
+        PKCS7CertificateException, loadingFailed + reasonOf(oneCharacterShort),
+        PKCS7Certificate(oneCharacterShort));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, notDer, PKCS7Certificate(std::string("\x04\x00", 2)));
+}
+
+TEST(PKCS7Load, NamesOpenSSLsReasonWhenReadingFails)
+{
+    auto const der = toDer(signedData());
+    std::string damagedBase64 = toPem(signedData());
+    damagedBase64[beginMarker.size() + 10] = '*';
+    std::vector<std::string> const unloadable{
+        asText(Bytes(der.begin(), der.end() - 1)),
+        asText(Bytes(der.begin(), der.begin() + 1)),
+        beginMarker,
+        damagedBase64,
+        signer().pem() + toPem(signedData()), // OpenSSL takes a block of that label for signed data, too
+        toPem(signedData()).substr(0, 200),
+    };
+    for (auto const& data : unloadable) {
+        auto const reason = reasonOf(data);
+        EXPECT_NE(reason, "");
+        EXPECT_THROWS_EXACTLY(PKCS7CertificateException, loadingFailed + reason, PKCS7Certificate(data));
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS7Load, IgnoresWhatFollowsTheStructure)
+{
+    auto der = toDer(signedData());
+    der.insert(der.end(), {0x30, 0x80, 0xFF});
+    EXPECT_EQ(PKCS7Certificate(der).getNumCertificates(), 1u);
+}
+
+TEST(PKCS7Load, IsNotMisledByAnErrorOfAnEarlierCall)
+{
+    CleanErrorQueue const clean;
+    queueForeignError();
+    EXPECT_EQ(PKCS7Certificate(toDer(signedData())).getNumCertificates(), 1u);
+    EXPECT_TRUE(queueIsEmpty());
+}
+
+TEST(PKCS7Load, RefusesOtherContentTypes)
+{
+    std::vector<Bytes> const others{
+        toDer(makePlainData("content")),
+        toDer(makeDigestedData("content")),
+        toDer(makeEncryptedData()),
+        toDer(makeEnvelopedData("content", recipient())),
+        contentInfoWithoutContent(NID_pkcs7_data),
+        contentInfoWithoutContent(NID_pkcs7_enveloped),
+        contentInfoWithoutContent(NID_pkcs7_digest),
+        contentInfoWithoutContent(NID_pkcs7_encrypted),
+        contentInfoWithoutContent(NID_commonName),
+    };
+    for (auto const& der : others) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, wrongType, PKCS7Certificate(der));
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS7Load, TakesSignedAndEnvelopedData)
+{
+    PKCS7Certificate const loaded(toDer(makeSignedAndEnvelopedData("content", signer(), recipient())));
+    EXPECT_EQ(derOf(loaded.getCertificates()), std::vector<Bytes>{signer().der()});
+}
+
+TEST(PKCS7Load, TakesSignedDataWithoutCertificates)
+{
+    SignedDataSpec spec;
+    spec.signers = {signer()};
+    spec.withoutCertificates = true;
+    PKCS7Certificate const loaded(toDer(makeSignedData(spec)));
+    EXPECT_EQ(loaded.getNumCertificates(), 0u);
+    EXPECT_TRUE(loaded.empty());
+}
+
+TEST(PKCS7Load, RefusesAnEmbeddedCertificateWithAnUnfitKey)
+{
+    struct Row
+    {
+        KeyHandle key;
+        std::string reason;
+    };
+    std::vector<Row> const rows{
+        {rsaKey(1023), "RSA key size does not meet minimum cryptographic requirements"},
+        {p384Key(), "ECC-based key is not using supported ECC Curve. Curve: secp384r1"},
+        {ed448Key(), "Key uses Ed448, which is not currently supported"},
+    };
+    for (auto const& row : rows) {
+        auto const unfit = makeSelfSignedLeaf("unfit", [&](CertificateSpec& spec) { spec.key = row.key; });
+        auto const data = toDer(makeSignedData("content", signer(), {unfit.certificate}));
+        EXPECT_THROWS_EXACTLY(
+            PKCS7CertificateException, certificateRefused + row.reason, PKCS7Certificate(data));
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(PKCS7Load, NeverAsksForAPassphrase)
+{
+    auto const pem = encryptedPem();
+    auto const run = runOnTerminal([&] {
+        try {
+            PKCS7Certificate const loaded(pem);
+        } catch (PKCS7CertificateException const& failure) {
+            std::cout << failure.what() << std::flush;
+            return 3;
+        }
+        return 0;
+    });
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_EQ(run.output, loadingFailed + reasonOf(pem));
+}

@@ -1,0 +1,471 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/pkcs7.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+// Signed data from somebody who means no good: nothing of it may crash or leak, whatever is called, and none
+// of it may pass for sound.
+
+namespace {
+
+constexpr char const wrongType[] =
+    "Input PKCS7 certificate is corrupt. It doesn't have the right type field.";
+
+CertificateAndKey const& root()
+{
+    static auto const made = makeRoot("root");
+    return made;
+}
+
+CertificateAndKey const& signer()
+{
+    static auto const made = makeLeaf(root(), "signer");
+    return made;
+}
+
+CertificateAndKey const& recipient()
+{
+    static auto const made =
+        makeSelfSignedLeaf("recipient", [](CertificateSpec& spec) { spec.key = rsaKey(); });
+    return made;
+}
+
+TrustStore const& trusted()
+{
+    static auto const store = [] {
+        TrustStore made;
+        made.addCertificate(X509Certificate(root().der()));
+        return made;
+    }();
+    return store;
+}
+
+PKCS7CertificateValidationResults verify(PKCS7Certificate const& loaded, std::string const& content)
+{
+    CleanErrorQueue const clean;
+    return loaded.verifySignature(
+        X509CertificateChain(), trusted(), ByteArray(content.begin(), content.end()));
+}
+
+/// Runs all there is on the object. Only failures of the family may come out, and only where they are
+/// documented: from the output of an object without structure, which none of these is.
+void useAll(PKCS7Certificate const& loaded)
+{
+    CleanErrorQueue const clean;
+    PKCS7Certificate const copy(loaded);
+    EXPECT_TRUE(copy == loaded);
+    EXPECT_EQ(copy.getAsBytes().empty(), copy.empty());
+    EXPECT_EQ(copy.getAsString().empty(), copy.empty());
+    EXPECT_EQ(copy.getCertificates().size(), copy.getNumCertificates());
+    EXPECT_LE(copy.getSignerCerts().getNumCertificates(), 100u);
+    copy.getSignedData();
+    verify(copy, "");
+    verify(copy, "content");
+    std::ostringstream() << copy;
+}
+
+/// The object, if the bytes load; what does not load fails as documented.
+std::optional<PKCS7Certificate> loadOrRefuse(Bytes const& bytes)
+{
+    try {
+        return PKCS7Certificate(bytes);
+    } catch (InvalidArgument const&) {
+        EXPECT_TRUE(queueIsEmpty());
+    } catch (PKCS7CertificateException const&) {
+        EXPECT_TRUE(queueIsEmpty());
+    }
+    return std::nullopt;
+}
+
+/// Whether OpenSSL itself finds the signatures sound.
+bool verifiesByItself(Bytes const& bytes)
+{
+    CleanErrorQueue const clean;
+    std::shared_ptr<PKCS7> const pkcs7(d2i_PKCS7_bio(readerOf(bytes).get(), nullptr), PKCS7_free);
+    return pkcs7 && pkcs7->d.ptr != nullptr &&
+           PKCS7_verify(pkcs7.get(), nullptr, nullptr, nullptr, nullptr, PKCS7_NOVERIFY) == 1;
+}
+
+Bytes signedData()
+{
+    return toDer(makeSignedData("content", signer()));
+}
+
+/// Signed data after somebody has laid hands on its structure.
+Bytes mutilated(std::function<void(PKCS7_SIGNED&)> const& mutilate)
+{
+    auto const pkcs7 = makeSignedData("content", signer());
+    mutilate(*pkcs7->d.sign);
+    return toDer(pkcs7);
+}
+
+void withoutCertificates(PKCS7_SIGNED& body)
+{
+    sk_X509_pop_free(body.cert, X509_free);
+    body.cert = nullptr;
+}
+
+void withoutSigners(PKCS7_SIGNED& body)
+{
+    sk_PKCS7_SIGNER_INFO_pop_free(body.signer_info, PKCS7_SIGNER_INFO_free);
+    body.signer_info = sk_PKCS7_SIGNER_INFO_new_null();
+}
+
+void withoutContent(PKCS7_SIGNED& body)
+{
+    ASN1_OCTET_STRING_free(body.contents->d.data);
+    body.contents->d.data = nullptr;
+}
+
+void withoutDigests(PKCS7_SIGNED& body)
+{
+    sk_X509_ALGOR_pop_free(body.md_algs, X509_ALGOR_free);
+    body.md_algs = sk_X509_ALGOR_new_null();
+}
+
+void withoutAttributes(PKCS7_SIGNED& body)
+{
+    auto* const info = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0);
+    sk_X509_ATTRIBUTE_pop_free(info->auth_attr, X509_ATTRIBUTE_free);
+    info->auth_attr = nullptr;
+}
+
+void withUnknownDigest(PKCS7_SIGNED& body)
+{
+    auto* const info = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0);
+    require(X509_ALGOR_set0(info->digest_alg, OBJ_nid2obj(NID_commonName), V_ASN1_NULL, nullptr));
+    require(X509_ALGOR_set0(
+        sk_X509_ALGOR_value(body.md_algs, 0), OBJ_nid2obj(NID_commonName), V_ASN1_NULL, nullptr));
+}
+
+void withEmptySignature(PKCS7_SIGNED& body)
+{
+    ASN1_STRING_set(sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0)->enc_digest, "", 0);
+}
+
+/// Every signed type inside another.
+void withNestedSignedData(PKCS7_SIGNED& body)
+{
+    PKCS7_free(body.contents);
+    body.contents = PKCS7_dup(makeSignedData("inner", signer()).get());
+}
+
+void withContentOfAnotherType(PKCS7_SIGNED& body)
+{
+    PKCS7_free(body.contents);
+    body.contents = PKCS7_dup(makeEnvelopedData("inner", recipient()).get());
+}
+
+struct Row
+{
+    char const* name;
+    void (*mutilate)(PKCS7_SIGNED&);
+    std::size_t certificates;
+};
+
+std::vector<Row> mutilations()
+{
+    return {
+        {"no certificates", withoutCertificates, 0},
+        {"no signers", withoutSigners, 1},
+        {"no content", withoutContent, 1},
+        {"no digest algorithms", withoutDigests, 1},
+        {"no signed attributes", withoutAttributes, 1},
+        {"unknown digest algorithm", withUnknownDigest, 1},
+        {"empty signature", withEmptySignature, 1},
+        {"signed data inside", withNestedSignedData, 1},
+        {"enveloped data inside", withContentOfAnotherType, 1},
+        {"nothing at all",
+         [](PKCS7_SIGNED& body) {
+             withoutCertificates(body);
+             withoutSigners(body);
+             withoutContent(body);
+             withoutDigests(body);
+         },
+         0},
+    };
+}
+
+/// Wraps the bytes in a tag of definite length.
+Bytes wrapped(unsigned char tag, Bytes const& content)
+{
+    auto const size = content.size();
+    Bytes result{tag, 0x84};
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        result.push_back(static_cast<unsigned char>(size >> shift));
+    }
+    result.insert(result.end(), content.begin(), content.end());
+    return result;
+}
+
+Bytes joined(std::vector<Bytes> const& pieces)
+{
+    Bytes result;
+    for (auto const& piece : pieces) {
+        result.insert(result.end(), piece.begin(), piece.end());
+    }
+    return result;
+}
+
+/// Signed data around the given content, with no certificate and no signer.
+Bytes signedAround(Bytes const& content)
+{
+    Bytes const version{0x02, 0x01, 0x01};
+    Bytes const emptySet{0x31, 0x00};
+    auto const type = contentInfoWithoutContent(NID_pkcs7_signed);
+    auto const body = wrapped(0x30, joined({version, emptySet, content, emptySet}));
+    return wrapped(0x30, joined({Bytes(type.begin() + 2, type.end()), wrapped(0xA0, body)}));
+}
+
+/// The first signer's message digest attribute with a value of the given type instead of an octet string.
+Bytes withDigestAttribute(int type, void* value)
+{
+    return mutilated([&](PKCS7_SIGNED& body) {
+        auto* const info = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0);
+        require(PKCS7_add_signed_attribute(info, NID_pkcs9_messageDigest, type, value));
+    });
+}
+
+} // namespace
+
+TEST(PKCS7StrangersBytes, WithATypeAloneAreSignedDataWithNothingInIt)
+{
+    auto const blob = contentInfoWithoutContent(NID_pkcs7_signed);
+    ASSERT_EQ(blob.size(), 13u);
+    PKCS7Certificate const loaded(blob);
+    EXPECT_TRUE(loaded.empty());
+    EXPECT_EQ(loaded.getNumCertificates(), 0u);
+    EXPECT_EQ(loaded.getSignedData(), ByteArray());
+    EXPECT_TRUE(loaded.getSignerCerts().empty());
+    for (auto const& content : {std::string(), std::string("content")}) {
+        auto const results = verify(loaded, content);
+        EXPECT_FALSE(results.getSignatureVerificationStatus());
+        EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Failed);
+        EXPECT_EQ(
+            results.getValidationErrorString(),
+            reasonText(ERR_LIB_PKCS7, content.empty() ? PKCS7_R_NO_CONTENT : PKCS7_R_NO_SIGNATURES_ON_DATA));
+    }
+    useAll(loaded);
+}
+
+TEST(PKCS7StrangersBytes, WithATypeAloneCanBeCopiedAndWrittenOut)
+{
+    PKCS7Certificate loaded(contentInfoWithoutContent(NID_pkcs7_signed));
+    loaded.addCertificate(X509Certificate(signer().der()));
+    PKCS7Certificate const copy(loaded);
+    EXPECT_EQ(copy.getAsString(), toPem(parsePkcs7(contentInfoWithoutContent(NID_pkcs7_signed))));
+    useAll(copy);
+}
+
+TEST(PKCS7StrangersBytes, WithTheTypeSignedAndEnvelopedAloneLoadToo)
+{
+    PKCS7Certificate const loaded(contentInfoWithoutContent(NID_pkcs7_signedAndEnveloped));
+    EXPECT_TRUE(loaded.empty());
+    EXPECT_EQ(
+        verify(loaded, "").getValidationErrorString(), reasonText(ERR_LIB_PKCS7, PKCS7_R_WRONG_CONTENT_TYPE));
+    useAll(loaded);
+}
+
+TEST(PKCS7StrangersBytes, WithAnotherTypeAloneAreRefused)
+{
+    for (int const type :
+         {NID_pkcs7_data, NID_pkcs7_enveloped, NID_pkcs7_digest, NID_pkcs7_encrypted, NID_rsaEncryption}) {
+        EXPECT_THROWS_EXACTLY(InvalidArgument, wrongType, PKCS7Certificate(contentInfoWithoutContent(type)));
+    }
+}
+
+TEST(PKCS7StrangersBytes, WithAMemberMissingAreNotSound)
+{
+    for (auto const& row : mutilations()) {
+        SCOPED_TRACE(row.name);
+        PKCS7Certificate const loaded(mutilated(row.mutilate));
+        EXPECT_EQ(loaded.getNumCertificates(), row.certificates);
+        for (auto const& content : {std::string(), std::string("other content")}) {
+            auto const results = verify(loaded, content);
+            EXPECT_FALSE(results.getSignatureVerificationStatus());
+            EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Failed);
+            EXPECT_NE(results.getValidationErrorString(), "");
+        }
+        EXPECT_EQ(loaded.getSignedData(), ByteArray());
+        useAll(loaded);
+    }
+}
+
+TEST(PKCS7StrangersBytes, WithAnEmptySignedAndEnvelopedBodyAreNotSound)
+{
+    auto const pkcs7 = makeSignedAndEnvelopedData("content", signer(), recipient());
+    auto& body = *pkcs7->d.signed_and_enveloped;
+    sk_X509_pop_free(body.cert, X509_free);
+    body.cert = nullptr;
+    sk_PKCS7_SIGNER_INFO_pop_free(body.signer_info, PKCS7_SIGNER_INFO_free);
+    body.signer_info = sk_PKCS7_SIGNER_INFO_new_null();
+    PKCS7Certificate const loaded(toDer(pkcs7));
+    EXPECT_TRUE(loaded.empty());
+    useAll(loaded);
+    useAll(PKCS7Certificate(toDer(makeSignedAndEnvelopedData("content", signer(), recipient()))));
+}
+
+TEST(PKCS7StrangersBytes, WithAMessageDigestOfAWrongTypeAreNotSound)
+{
+    auto const text = [](int type) {
+        auto* const string = ASN1_STRING_type_new(type);
+        require(ASN1_STRING_set(string, "text", 4));
+        return string;
+    };
+    struct DigestRow
+    {
+        char const* name;
+        Bytes data;
+    };
+    std::vector<DigestRow> const rows{
+        {"boolean", withDigestAttribute(V_ASN1_BOOLEAN, reinterpret_cast<void*>(0xFF))},
+        {"null", withDigestAttribute(V_ASN1_NULL, nullptr)},
+        {"object", withDigestAttribute(V_ASN1_OBJECT, OBJ_nid2obj(NID_commonName))},
+        {"text", withDigestAttribute(V_ASN1_UTF8STRING, text(V_ASN1_UTF8STRING))},
+        {"bits", withDigestAttribute(V_ASN1_BIT_STRING, text(V_ASN1_BIT_STRING))},
+        {"sequence", withDigestAttribute(
+                         V_ASN1_SEQUENCE,
+                         [&] {
+                             auto* const string = text(V_ASN1_SEQUENCE);
+                             require(ASN1_STRING_set(string, "\x30\x00", 2));
+                             return string;
+                         }())},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        PKCS7Certificate const loaded(row.data);
+        auto const results = verify(loaded, "");
+        EXPECT_FALSE(results.getSignatureVerificationStatus());
+        EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Failed);
+        EXPECT_EQ(
+            results.getValidationErrorString(),
+            reasonText(ERR_LIB_PKCS7, PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST));
+        EXPECT_EQ(loaded.getSignedData(), ByteArray());
+        useAll(loaded);
+    }
+}
+
+TEST(PKCS7StrangersBytes, CutShortAnywhereAreRefused)
+{
+    auto const whole = signedData();
+    for (std::size_t size = 1; size < whole.size(); ++size) {
+        EXPECT_FALSE(loadOrRefuse(Bytes(whole.begin(), whole.begin() + static_cast<long>(size)))) << size;
+    }
+    auto const pem = toPem(makeSignedData("content", signer()));
+    for (std::size_t size = 1; size < pem.size(); ++size) {
+        auto const loaded = loadOrRefuse(Bytes(pem.begin(), pem.begin() + static_cast<long>(size)));
+        EXPECT_TRUE(!loaded || size == pem.size() - 1) << size; // the last line end may be missing
+    }
+}
+
+TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
+{
+    auto const whole = signedData();
+    auto const certificate = signer().der();
+    auto const begin = std::search(whole.begin(), whole.end(), certificate.begin(), certificate.end());
+    ASSERT_NE(begin, whole.end());
+    auto const first = static_cast<std::size_t>(begin - whole.begin());
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        bool const insideCertificate = index >= first && index < first + certificate.size();
+        for (int const change : {0x01, 0x20, 0x80, 0xFF}) {
+            SCOPED_TRACE("byte " + std::to_string(index) + " changed by " + std::to_string(change));
+            auto damaged = whole;
+            damaged[index] = static_cast<unsigned char>(damaged[index] ^ change);
+            auto const loaded = loadOrRefuse(damaged);
+            if (!loaded) {
+                continue;
+            }
+            auto const results = verify(*loaded, "");
+            if (insideCertificate) { // the chain's errors have a say, too
+                EXPECT_TRUE(verifiesByItself(damaged) || !results.getSignatureVerificationStatus());
+                EXPECT_FALSE(results.isValidSignature());
+            } else {
+                EXPECT_EQ(results.getSignatureVerificationStatus(), verifiesByItself(damaged));
+            }
+            loaded->getSignedData();
+            EXPECT_EQ(PKCS7Certificate(*loaded).getAsString(), loaded->getAsString());
+            EXPECT_LE(loaded->getSignerCerts().getNumCertificates(), 1u);
+        }
+    }
+}
+
+TEST(PKCS7StrangersBytes, OfSignedAndEnvelopedDataWithOneByteDamagedAreNeverSound)
+{
+    auto const whole = toDer(makeSignedAndEnvelopedData("content", signer(), recipient()));
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        auto damaged = whole;
+        damaged[index] = static_cast<unsigned char>(damaged[index] ^ 0x01);
+        if (auto const loaded = loadOrRefuse(damaged)) {
+            EXPECT_FALSE(verify(*loaded, "").getSignatureVerificationStatus()) << index;
+            loaded->getSignerCerts();
+        }
+    }
+}
+
+TEST(PKCS7StrangersBytes, NestedDeeplyAreRefusedOrHarmless)
+{
+    auto nested = toDer(makePlainData("content"));
+    for (int depth = 1; depth <= 3; ++depth) {
+        nested = signedAround(nested);
+        auto const loaded = loadOrRefuse(nested);
+        ASSERT_TRUE(loaded) << depth;
+        useAll(*loaded);
+    }
+    for (int depth = 4; depth <= 3000; ++depth) {
+        nested = signedAround(nested);
+        if (depth <= 60 || depth % 500 == 0) {
+            if (auto const loaded = loadOrRefuse(nested)) {
+                useAll(*loaded);
+            }
+        }
+    }
+    EXPECT_FALSE(loadOrRefuse(nested));
+}
+
+TEST(PKCS7StrangersBytes, OfIndefiniteLengthNestedDeeplyAreRefused)
+{
+    Bytes nested;
+    for (int depth = 0; depth < 100000; ++depth) {
+        nested.insert(nested.end(), {0x30, 0x80});
+    }
+    EXPECT_FALSE(loadOrRefuse(nested));
+    auto inside = contentInfoWithoutContent(NID_pkcs7_signed);
+    inside[1] = 0x80;
+    inside.insert(inside.end(), {0xA0, 0x80});
+    inside.insert(inside.end(), nested.begin(), nested.end());
+    EXPECT_FALSE(loadOrRefuse(inside));
+}
+
+TEST(PKCS7StrangersBytes, WithManySignersAreReadWhole)
+{
+    std::vector<CertificateAndKey> signers;
+    for (int index = 0; index < 20; ++index) {
+        signers.push_back(makeLeaf(root(), "signer " + std::to_string(index)));
+    }
+    SignedDataSpec spec;
+    spec.signers = signers;
+    PKCS7Certificate const loaded(toDer(makeSignedData(spec)));
+    for (int call = 0; call < 20; ++call) {
+        EXPECT_EQ(loaded.getSignerCerts().getNumCertificates(), 20u);
+    }
+    EXPECT_TRUE(verify(loaded, "").isValidSignature());
+}

@@ -1,0 +1,51 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestPki.hpp"
+
+#include "X509Stack.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+TEST(X509Stack, HoldsDuplicatesInTheGivenOrder)
+{
+    auto const one = makeRoot("one");
+    auto const two = makeRoot("two");
+    auto const stack = stackOf({X509Certificate(two.der()), X509Certificate(one.der())});
+    ASSERT_EQ(sk_X509_num(stack.get()), 2);
+    EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 0), two.certificate.get()), 0);
+    EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 1), one.certificate.get()), 0);
+}
+
+TEST(X509Stack, OfNothingIsAnEmptyStack)
+{
+    auto const stack = stackOf({});
+    ASSERT_NE(stack, nullptr);
+    EXPECT_EQ(sk_X509_num(stack.get()), 0);
+}
+
+TEST(X509Stack, RefusesACertificateWithoutContent)
+{
+    std::vector<X509Certificate> certificates{X509Certificate(makeRoot("root").der()), X509Certificate()};
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.", stackOf(certificates));
+    X509Certificate const taken(std::move(certificates.back()));
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate is uninitialized.", stackOf(certificates));
+}
+
+TEST(X509Stack, LeavesTheErrorQueueAsItWas)
+{
+    X509Certificate const certificate(makeRoot("root").der());
+    CleanErrorQueue const clean;
+    auto const foreign = queueForeignError();
+    stackOf({certificate, certificate});
+    EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
+}
