@@ -1,0 +1,53 @@
+#include "support/HandleConformance.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace foundation::test {
+
+namespace {
+
+using certificates::TrustStore;
+
+struct TrustStoreTraits
+{
+    using Handle = TrustStore;
+    using Failure = certificates::TrustStoreException;
+    static constexpr char const* uninitializedText = "Error: TrustStore is uninitialized.";
+    static constexpr char const* noContentText = "";
+
+    static TrustStore loaded(std::string const& name)
+    {
+        static std::map<std::string, Bytes> roots;
+        Bytes& der = roots[name];
+        if (der.empty()) {
+            der = makeRoot(name).der();
+        }
+        TrustStore store;
+        store.addCertificate(certificates::X509Certificate(der));
+        return store;
+    }
+
+    static std::string identity(TrustStore const& store)
+    {
+        std::string text;
+        for (std::string const& pem : store.getPEMStrings()) {
+            text += pem;
+        }
+        return text;
+    }
+
+    /// None refuses an object that was moved from: it reads as an empty store, and can be added to.
+    static std::vector<Operation<TrustStore>> operations() { return {}; }
+};
+
+} // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(TrustStore, HandleConformance, TrustStoreTraits);
+
+} // namespace foundation::test
