@@ -555,16 +555,17 @@ TEST_F(CRLDownload, KeepsAnEmptyFileOfItsOwnersAloneWhileItWaits)
     std::filesystem::perms permissions{};
     std::uintmax_t size = 1;
     auto const answer = httpOk(toDer(makeCrl(root)));
-    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), respondWith([&](std::string const&) {
-                                                       files = temporaryFiles();
-                                                       permissions =
-                                                           std::filesystem::status(files.at(0)).permissions();
-                                                       size = std::filesystem::file_size(files.at(0));
-                                                       return answer;
-                                                   })}});
+    ScriptedServer server("127.0.0.2", 80, {{readRequest(), respondWith([&](std::string const&) {
+                                                 files = temporaryFiles();
+                                                 permissions =
+                                                     std::filesystem::status(files.at(0)).permissions();
+                                                 size = std::filesystem::file_size(files.at(0));
+                                                 return answer;
+                                             })}});
     Download download(root);
 
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+    server.stop(); // what its thread has noted is ours from here on
 
     ASSERT_EQ(files.size(), 1u);
     EXPECT_TRUE(std::regex_match(files[0].filename().string(), std::regex("certCRL_[A-Za-z0-9]{6}")));
