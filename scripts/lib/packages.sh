@@ -3,7 +3,8 @@
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
 demo_packages=(ca-certificates openssl)
 # Tests read what other makers of certificates, signatures and key containers write.
-test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2)
+# netbase names the port of the service "http", without which no CRL is fetched.
+test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase)
 check_packages=(clang clang-format libclang-rt-dev)
 
 as_root() {
