@@ -4,6 +4,7 @@
 #include "support/TestPki.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
