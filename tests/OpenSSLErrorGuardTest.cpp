@@ -162,7 +162,9 @@ TEST_F(OpenSSLErrorGuard, GivesNoLibraryFunctionOrNumberWithTheReason)
 {
     RAIIOpenSSLErrorRemover guard;
     queueError(firstReason);
-    EXPECT_EQ(guard.getErrorString(), "no start line");
+    auto const text = guard.getErrorString();
+    EXPECT_NE(text, "");
+    EXPECT_EQ(text.find_first_of(":0123456789"), std::string::npos) << text;
 }
 
 TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForAReasonWithoutText)

@@ -1,4 +1,5 @@
 #include "support/CertificateQueries.hpp"
+#include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
@@ -7,6 +8,7 @@
 #include <foundation/certificates/X509Certificate.hpp>
 
 #include <gtest/gtest.h>
+#include <openssl/objects.h>
 
 #include <optional>
 #include <string>
@@ -66,6 +68,45 @@ void expectCleanOutcomeOfEveryDamagedByte(Data const& data, std::initializer_lis
             expectCleanOutcome(damaged);
         }
     }
+}
+
+/// The content behind its tag and its length in DER.
+Bytes asn1(unsigned char tag, Bytes const& content)
+{
+    auto const lengthByte = [&](unsigned shift) {
+        return static_cast<unsigned char>(content.size() >> shift & 0xFFU);
+    };
+    auto encoded = content.size() < 128 ? Bytes{tag, lengthByte(0)}
+                                        : Bytes{tag, 0x83, lengthByte(16), lengthByte(8), lengthByte(0)};
+    encoded.insert(encoded.end(), content.begin(), content.end());
+    return encoded;
+}
+
+Bytes rsaPublicKey(Bytes const& modulus, Bytes const& exponent)
+{
+    auto numbers = asn1(V_ASN1_INTEGER, modulus);
+    auto const second = asn1(V_ASN1_INTEGER, exponent);
+    numbers.insert(numbers.end(), second.begin(), second.end());
+    return asn1(V_ASN1_SEQUENCE | V_ASN1_CONSTRUCTED, numbers);
+}
+
+/// A certificate with these bytes for its public key.
+Bytes withPublicKey(int algorithm, int parameterType, Bytes const& bits)
+{
+    return makeRoot(
+               "witness",
+               [&](CertificateSpec& spec) {
+                   spec.beforeSigning = [&](X509* certificate) {
+                       void* const parameter =
+                           parameterType == V_ASN1_OBJECT ? OBJ_nid2obj(NID_X9_62_prime256v1) : nullptr;
+                       auto* const copy =
+                           static_cast<unsigned char*>(OPENSSL_memdup(bits.data(), bits.size()));
+                       require(X509_PUBKEY_set0_param(
+                           X509_get_X509_PUBKEY(certificate), OBJ_nid2obj(algorithm), parameterType,
+                           parameter, copy, static_cast<int>(bits.size())));
+                   };
+               })
+        .der();
 }
 
 class DamagedX509Certificate : public testing::Test
@@ -134,5 +175,51 @@ TEST_F(DamagedX509Certificate, MayHaveOneBrokenExtension)
                                    }).der());
             }
         }
+    }
+}
+
+TEST_F(DamagedX509Certificate, MayHaveAnRsaKeyWithoutNumbers)
+{
+    Bytes const modulus(129, 0x7F);
+    Bytes const exponent{1, 0, 1};
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty modulus in public key",
+        X509Certificate(withPublicKey(NID_rsaEncryption, V_ASN1_NULL, rsaPublicKey({0}, exponent))));
+    EXPECT_TRUE(queueIsEmpty());
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, "Empty public exponent in public key",
+        X509Certificate(withPublicKey(NID_rsaEncryption, V_ASN1_NULL, rsaPublicKey(modulus, {0}))));
+    EXPECT_TRUE(queueIsEmpty());
+}
+
+TEST_F(DamagedX509Certificate, MayHaveAnOddRsaKey)
+{
+    Bytes const exponent{1, 0, 1};
+    for (Bytes const& modulus :
+         {Bytes{0}, Bytes{1}, Bytes{0x80}, Bytes(128, 0xFF), Bytes(129, 2), Bytes(65536, 5)}) {
+        expectCleanOutcome(withPublicKey(NID_rsaEncryption, V_ASN1_NULL, rsaPublicKey(modulus, exponent)));
+        expectCleanOutcome(withPublicKey(NID_rsaEncryption, V_ASN1_NULL, rsaPublicKey(exponent, modulus)));
+        expectCleanOutcome(withPublicKey(NID_rsaEncryption, V_ASN1_UNDEF, rsaPublicKey(modulus, modulus)));
+    }
+}
+
+TEST_F(DamagedX509Certificate, MayHaveAnOddPointForAKey)
+{
+    auto const whole = publicKeyDer(p256Key());
+    Bytes const point(whole.end() - 65, whole.end());
+    Bytes compressed(point.begin(), point.begin() + 33);
+    compressed[0] = static_cast<unsigned char>(2 + (point.back() & 1));
+    for (Bytes const& bits :
+         {point, compressed, Bytes{0}, Bytes(65, 4), Bytes(point.begin(), point.end() - 1)}) {
+        for (int const parameterType : {V_ASN1_OBJECT, V_ASN1_NULL, V_ASN1_UNDEF}) {
+            expectCleanOutcome(withPublicKey(NID_X9_62_id_ecPublicKey, parameterType, bits));
+        }
+    }
+}
+
+TEST_F(DamagedX509Certificate, MayHaveAnEd25519KeyOfAnyLength)
+{
+    for (std::size_t const size : {1U, 31U, 32U, 33U, 57U}) {
+        expectCleanOutcome(withPublicKey(NID_ED25519, V_ASN1_UNDEF, Bytes(size, 9)));
     }
 }

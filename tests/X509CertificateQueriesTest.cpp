@@ -13,6 +13,7 @@
 #include <openssl/core_names.h>
 #include <openssl/objects.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <string>
@@ -293,6 +294,19 @@ TEST(X509CertificateSignatureAlgorithm, IsOpenSSLsShortName)
             spec.pssSignature = true;
         }).getSignatureAlgorithm(),
         "RSASSA-PSS");
+}
+
+TEST(X509CertificateSignatureAlgorithm, IsUndefinedIfOpenSSLDoesNotKnowIt)
+{
+    auto der = makeRoot("root").der();
+    // ecdsa-with-SHA256 becomes a number next to it, in the signed part and outside of it
+    Bytes const known{0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02};
+    for (int place = 0; place < 2; ++place) {
+        auto const found = std::search(der.begin(), der.end(), known.begin(), known.end());
+        ASSERT_NE(found, der.end());
+        *(found + 7) = 0x7F;
+    }
+    EXPECT_EQ(X509Certificate(der).getSignatureAlgorithm(), "UNDEF");
 }
 
 // Validity
