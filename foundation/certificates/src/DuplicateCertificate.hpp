@@ -10,8 +10,7 @@ namespace foundation::certificates {
 /// the public PEM text, under the handle's lock, and reading that text empties OpenSSL's error queue. Never
 /// null.
 /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate has
-/// no
-///     content."
+///     no content."
 X509UPtr duplicateX509Of(X509Certificate const& certificate);
 
 } // namespace foundation::certificates

@@ -15,15 +15,13 @@ namespace foundation::certificates {
 /// headers and body together have 60 seconds from then on. A body that is still arriving when they have
 /// passed is given as far as it came.
 /// @throws X509CertificateException "CRL Download Error: Unable to connect: " and the system's message and
-/// "\n";
-///     and what exchangeOverHttp throws
+///     "\n"; and what exchangeOverHttp throws
 std::string fetchOverHttp(std::string const& host, std::string const& path);
 
 /// The exchange alone, over a connection that stands already. Bytes sent back are judged leniently: see the
 /// source.
 /// @throws X509CertificateException "CRL Download Error: Invalid response\n"; "CRL Download Error: Response
-/// returned
-///     with status code: " and the status code and "\n"
+///     returned with status code: " and the status code and "\n"
 std::string exchangeOverHttp(std::iostream& connection, std::string const& host, std::string const& path);
 
 } // namespace foundation::certificates

@@ -18,8 +18,7 @@ ByteArray bytesOfString(std::string const& data, char const* reasonText);
 
 /// The rest of the stream, read through its buffer: no white space is skipped, no state flag changes.
 /// @throws InvalidArgument notGoodText, with nothing read, if the stream is not good; reasonText and what()
-/// of a failure
-///     to read
+///     of a failure to read
 ByteArray bytesOfStream(std::istream& stream, char const* notGoodText, char const* reasonText);
 /// The same, as text.
 std::string textOfStream(std::istream& stream, char const* notGoodText, char const* reasonText);
@@ -30,8 +29,7 @@ bool containsMarker(ByteArray const& data, std::string_view marker);
 /// To be called after a structure was read from PEM: throws if the oldest error in the queue says that no
 /// block of its kind was found.
 /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in PEM
-/// encoding.
-///     Please verify the input data."
+///     encoding. Please verify the input data."
 void throwIfWrongPEMEncoding();
 /// To be called after a structure was read from DER: throws if the oldest error in the queue says that it
 /// begins with a wrong tag.

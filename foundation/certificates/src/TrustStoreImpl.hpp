@@ -45,15 +45,14 @@ public:
 
     /// The way in which an adder feeds the store: one certificate in DER form.
     /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = " and the size
-    /// and the bytes
+    ///     and the bytes
     /// @throws TrustStoreException "Failed to add certificate to store"
     void addDERCertificate(ByteArray const& der);
     /// Adds a reference to the certificate; one that is there already is a success.
     void addX509(X509* certificate);
     /// The certificate at the index, borrowed from the store.
     /// @throws TrustStoreException "Unsupported object type found in TrustStore", "Null X509 certificate
-    /// found in
-    ///     TrustStore"
+    ///     found in TrustStore"
     X509* x509At(unsigned index) const;
     /// A separate store with duplicates of the certificates and references to the CRLs; null if OpenSSL makes
     /// none.

@@ -21,14 +21,12 @@ std::string nameAsText(X509_NAME const* name);
 
 /// The serial number in decimal digits.
 /// @throws X509CertificateException "Internal error: Unable to get serial number.", "Internal error: Unable
-/// to get serial
-///     number from BN."
+///     to get serial number from BN."
 std::string serialToDecimalString(ASN1_INTEGER const* serial);
 
 /// The time as `ASN1_TIME_print` writes it.
 /// @throws X509CertificateException "Error: printing the ASN1 time failed.", "Error: Could not get the ASN1
-/// time in string
-///     format."
+///     time in string format."
 std::string asn1TimeToString(ASN1_TIME const* time);
 
 /// The time as a point of the system clock.
@@ -37,8 +35,7 @@ X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time);
 
 /// The object identifier in dotted digits, never as a name.
 /// @throws X509CertificateException "OID has invalid length: " and the length; "Could not convert OID into
-/// text.
-///     Expected: " and a length, ". Got: " and another
+///     text. Expected: " and a length, ". Got: " and another
 std::string oidToString(ASN1_OBJECT const* object);
 
 /// The implementation of X509Certificate: owns a share of the parsed certificate, which nothing writes to
@@ -106,8 +103,7 @@ public:
     /// @throws X509CertificateException "Failed to get the public exponent for the public key"
     ByteArray getPublicExponent() const;
     /// @throws CertificateException "Failed to extract public point from public EVP_PKEY", "Could not find
-    /// 'pub' in
-    ///     parameter list from EVP_PKEY_todata"
+    ///     'pub' in parameter list from EVP_PKEY_todata"
     ByteArray getECCPublicPoint() const;
     EllipticCurve getECCCurve() const;
     /// @throws X509CertificateException "RSA key size does not meet minimum cryptographic requirements"

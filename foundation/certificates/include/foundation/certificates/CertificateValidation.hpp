@@ -69,8 +69,7 @@ public:
     };
 
     /// @param fallbackTrustStore a second trust store, tried when the first run ends as `Untrusted`,
-    /// `SelfSigned`,
-    ///     `BadSignature` or `Failed`; its answer then counts, even if it is worse
+    ///     `SelfSigned`, `BadSignature` or `Failed`; its answer then counts, even if it is worse
     CertificateValidationOptions(
         AllowSelfSignedCertificate allowSelfSigned = AllowSelfSignedCertificate::No,
         AllowExpiredCertificate allowExpired = AllowExpiredCertificate::No,

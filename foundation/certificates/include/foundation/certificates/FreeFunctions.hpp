@@ -26,9 +26,8 @@ FOUNDATION_CERTIFICATES_EXPORT std::string base64Encode(ByteArray const& data);
 /// As many characters as the text holds "=" are cut off its end, whatever they are; an "=" that stays decodes
 /// as six zero bits. Left-over bits are dropped without a check.
 /// @throws boost::archive::iterators::dataflow_exception (a std::exception outside the library's family) with
-/// "attempt
-///     to decode a value not in base64 char set" for any other character outside the alphabet, and for a text
-///     that leaves a single character over.
+///     "attempt to decode a value not in base64 char set" for any other character outside the alphabet, and
+///     for a text that leaves a single character over.
 FOUNDATION_CERTIFICATES_EXPORT ByteArray base64Decode(std::string const& text);
 
 /// Two lower-case hexadecimal digits a byte, without separators.
@@ -36,7 +35,7 @@ FOUNDATION_CERTIFICATES_EXPORT std::string hexEncode(ByteArray const& data);
 
 /// The bytes of a text of hexadecimal digits of either case; no prefix, blank or separator is tolerated.
 /// @throws InvalidArgument "Input string is invalid for hex decoding. It has odd number of characters.",
-/// tested first
+///     tested first
 /// @throws InvalidArgument "Input string contains characters which are not in Hex."
 FOUNDATION_CERTIFICATES_EXPORT ByteArray hexDecode(std::string const& text);
 

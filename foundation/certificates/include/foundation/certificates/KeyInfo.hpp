@@ -31,7 +31,7 @@ class FOUNDATION_CERTIFICATES_EXPORT PublicKeyInfo
 public:
     /// An RSA key. The size, in bits, is stored as given.
     /// @throws CertificateException "Empty public exponent in public key", "Empty modulus in public key", in
-    /// this order
+    ///     this order
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicExponent, ByteArray const& modulus);
     /// An elliptic-curve key. The size, in bits, is stored as given.
     /// @throws CertificateException "Empty public point in public key"

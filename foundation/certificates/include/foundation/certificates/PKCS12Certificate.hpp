@@ -71,8 +71,7 @@ public:
     PKCS12Certificate(ByteArray const& bytes, std::string const& passphrase);
     /// Opens the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input PKCS12 certificate data stream is invalid.", with nothing
-    /// read,
-    ///     if the stream is not good(); the same text and "Reason:" and the cause, if reading fails
+    ///     read, if the stream is not good(); the same text and "Reason:" and the cause, if reading fails
     PKCS12Certificate(std::istream& stream, std::string const& passphrase);
 
     /// Shares the source's parsed bundle; holds the source's lock meanwhile.

@@ -116,8 +116,7 @@ public:
     /// The outcomes:
     /// - The signature is sound and OpenSSL trusts all signers: true, `Valid`, no text.
     /// - The signature is not sound, or there is nothing to verify, or no signer: false, `Failed`, and
-    /// OpenSSL's
-    ///   reason.
+    ///   OpenSSL's reason.
     /// - The signature is sound, and OpenSSL refuses a chain: true, and what validateCertificate says of the
     ///   first signer's chain, with its text; if it passes that chain, `Valid` and "certificate verify
     ///   error".

@@ -51,8 +51,7 @@ public:
     TrustStore(std::unique_ptr<ISystemCertificateAdder> adder);
     /// A deep copy: certificates are duplicated, CRLs shared, the adder cloned. Holds the source's lock.
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
-    /// and the common
-    ///     name
+    ///     and the common name
     TrustStore(TrustStore const& other);
     TrustStore(TrustStore&& other) noexcept;
     ~TrustStore();
@@ -71,20 +70,20 @@ public:
     /// without a word. A failure ends the operation; what was added before stays.
     /// @throws TrustStoreException "Failed to add certificate to store"
     /// @throws X509CertificateChainException "Error: X509CertificateChain is uninitialized." for a moved-from
-    /// chain
+    ///     chain
     void addCertificates(X509CertificateChain const& chain);
     /// Brings in the operating system's roots that fit the usage, then removes from the whole store,
     /// certificates added by hand included, whatever has expired or is unfit for the usage.
     ///
     /// @param rethrowOnFailure what happens to a system certificate that cannot be parsed or added: true ends
-    /// the
-    ///     operation with its failure, before anything is removed; false logs it at severity 16 and goes on
+    ///     the operation with its failure, before anything is removed; false logs it at severity 16 and goes
+    ///     on
     ///
     /// Each certificate removed, and their number, is logged at severity 4. A usage outside the enumeration
     /// empties the store.
     /// @throws TrustStoreException "Failed to open system certificate store: " and the cause
     /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = ..." if
-    /// rethrowOnFailure
+    ///     rethrowOnFailure
     void addSystemCertificates(Usage usage, bool rethrowOnFailure = false);
 
     /// Whether size() is 0.
@@ -94,8 +93,7 @@ public:
     /// The certificates, in the order of OpenSSL's store.
     /// @throws TrustStoreException "Unsupported object type found in TrustStore" if the store holds a CRL
     /// @throws CertificateException as X509Certificate's constructors do, for a certificate whose key the
-    /// library refuses:
-    ///     a store fed by the operating system may hold one
+    ///     library refuses: a store fed by the operating system may hold one
     X509CertificateChain getCertificates() const;
     /// The PEM text of each certificate, as OpenSSL writes it (`PEM_write_bio_X509`).
     /// @throws TrustStoreException "Unsupported object type found in TrustStore" if the store holds a CRL

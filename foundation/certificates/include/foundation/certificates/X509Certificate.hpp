@@ -68,26 +68,23 @@ public:
     /// be read. OpenSSL's error queue is cleared first, and is empty after a failure.
     /// @throws InvalidArgument "The input certificate has no content."
     /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in PEM
-    /// encoding.
-    ///     Please verify the input data.", and the same text with DER for PEM in both places
+    ///     encoding. Please verify the input data.", and the same text with DER for PEM in both places
     /// @throws X509CertificateException "Error: Loading a certificate failed. Reason=" and OpenSSL's reason
     /// @throws X509CertificateException "Internal error: The given certificate data could not be written to a
-    /// buffer."
+    ///     buffer."
     /// @throws X509CertificateException "RSA key size does not meet minimum cryptographic requirements"
     /// @throws UnsupportedEllipticCurve "ECC-based key is not using supported ECC Curve. Curve: " and its
-    /// name, or "Key
-    ///     uses Ed448, which is not currently supported"
+    ///     name, or "Key uses Ed448, which is not currently supported"
     /// @throws UnsupportedKeyType "Key is not currently supported. OpenSSL type id: " and the number
     /// @throws CertificateException if the key cannot be decoded: "Failed to sanity check EVP_PKEY. Argument
-    /// is nullptr"
+    ///     is nullptr"
     X509Certificate(ByteArray const& data);
     /// Loads from the characters, taken as bytes: PEM text or raw DER.
     /// @throws InvalidArgument also "The input certificate data string is invalid. Reason:" and the cause
     X509Certificate(std::string const& data);
     /// Loads from the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input certificate data stream is invalid.", with nothing read, if
-    /// the stream is
-    ///     not good(); the same text and "Reason:" and the cause, if reading fails
+    ///     the stream is not good(); the same text and "Reason:" and the cause, if reading fails
     X509Certificate(std::istream& stream);
 
     /// Shares the source's parsed certificate; holds the source's lock meanwhile.
@@ -129,8 +126,7 @@ public:
 
     /// The serial number in decimal digits, with a minus sign if it is negative.
     /// @throws X509CertificateException "Internal error: Unable to get serial number.", "Internal error:
-    /// Unable to get
-    ///     serial number from BN."
+    ///     Unable to get serial number from BN."
     std::string getSerialNumber() const;
     /// SHA-256 of the DER form (`X509_digest`), as 64 lower-case hexadecimal digits.
     /// @throws X509CertificateException "Internal error: Unable to compute the SHA256 fingerprint."
@@ -141,18 +137,16 @@ public:
 
     /// The start of validity as `ASN1_TIME_print` writes it: "Jan  2 03:04:05 2026 GMT".
     /// @throws X509CertificateException "Error: Certificate does not have validNotBefore field correctly
-    /// set.", "Error:
-    ///     printing the ASN1 time failed.", "Error: Could not get the ASN1 time in string format."
+    ///     set.", "Error: printing the ASN1 time failed.", "Error: Could not get the ASN1 time in string
+    ///     format."
     std::string getValidNotBefore() const;
     /// The end of validity, in the form of getValidNotBefore.
     /// @throws X509CertificateException "Error: Certificate does not have validNotAfter field correctly set."
-    /// and the
-    ///     others of getValidNotBefore
+    ///     and the others of getValidNotBefore
     std::string getValidNotAfter() const;
     /// The start of validity; negative before 1970.
     /// @throws X509CertificateException "Error: Certificate does not have validNotBefore field correctly
-    /// set.", "Invalid
-    ///     time format used in the certificate."
+    ///     set.", "Invalid time format used in the certificate."
     TimePoint getValidNotBeforeTimePoint() const;
     /// The end of validity. Its failures are those of getValidNotBeforeTimePoint, to the letter.
     TimePoint getValidNotAfterTimePoint() const;
@@ -170,8 +164,7 @@ public:
 
     /// The extended key usages as dotted OIDs, in the extension's order; empty without a readable extension.
     /// @throws X509CertificateException "OID has invalid length: " and the length; "Could not convert OID
-    /// into text.
-    ///     Expected: " and a length, ". Got: " and another
+    ///     into text. Expected: " and a length, ". Got: " and another
     std::vector<std::string> getExtendedKeyUsages() const;
     /// The certificate policies as dotted OIDs, in the extension's order; empty without a readable extension.
     /// Fails as getExtendedKeyUsages does.
@@ -194,8 +187,7 @@ public:
 
     /// The DER encoding.
     /// @throws X509CertificateException "Internal error: Could not serialize the X509 certificate.",
-    /// "Internal error: The
-    ///     DER serialized X509 data came up empty."
+    ///     "Internal error: The DER serialized X509 data came up empty."
     ByteArray getAsBytes() const;
     /// The DER encoding in base64 on one line, without markers. Fails as getAsBytes does.
     std::string getAsString() const;
@@ -216,8 +208,7 @@ public:
     /// Host names, purposes and OCSP are not looked at. The lock is held for the whole call, waits for CRL
     /// servers included. The work is OpenSSL's `X509_verify_cert` on a private copy of the trust store.
     /// @throws X509CertificateException if no verdict can be had; with DownloadCRL::Required, if a CRL could
-    /// not be
-    ///     obtained: "CRL Download Error: ..." or "CRL Verification Error: ..."
+    ///     not be obtained: "CRL Download Error: ..." or "CRL Verification Error: ..."
     /// @throws TrustStoreException if the trust store cannot be copied
     CertificateValidationResults validateCertificate(
         X509CertificateChain const& chain, CertificateValidationOptions const& options,

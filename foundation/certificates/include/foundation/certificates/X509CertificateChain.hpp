@@ -36,15 +36,14 @@ public:
     /// kind refuses the whole text.
     /// @throws InvalidArgument "The provided certificate chain string has no content."
     /// @throws X509CertificateChainException "Error: Unable to parse X509 certificate inside X509 certificate
-    /// chain." and
-    ///     what() of the certificate's failure
+    ///     chain." and what() of the certificate's failure
     /// @throws X509CertificateChainException "Error: Loading a certificate chain failed. Reason=" and
-    /// OpenSSL's reason
+    ///     OpenSSL's reason
     X509CertificateChain(std::string const& pem);
     /// Loads from the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input certificate chain data stream is invalid." if the stream is
-    /// not good, and
-    ///     "The input X509 certificate chain data stream is invalid. Reason:" and the cause if reading fails
+    ///     not good, and "The input X509 certificate chain data stream is invalid. Reason:" and the cause if
+    ///     reading fails
     X509CertificateChain(std::istream& stream);
 
     /// Holds the source's lock for the whole copy.
@@ -77,7 +76,7 @@ public:
     /// wherever it stands; the others keep their order. The chain is unchanged after a failure.
     /// @throws X509CertificateChainException "X509CertificateChain has no content."
     /// @throws X509CertificateChainException "Unable to find a leaf certificate in the given certificate
-    /// chain"
+    ///     chain"
     X509Certificate popLeafCertificate();
 
     /// Whether both hold equal certificates in the same order. Never holds the locks of both.
