@@ -1,0 +1,220 @@
+// make_self_signed --name NAME: writes a self-signed certificate and its private key.
+#include "passphrase.hpp"
+
+#include <foundation/certificates/SelfSignedCertBuilder.hpp>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <iostream>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+using foundation::certificates::SelfSignedCertBuilder;
+
+namespace {
+
+constexpr char const usageText[] =
+    R"(Usage: make_self_signed --name NAME [--dns NAME]... [--ip ADDRESS]... [--days N]
+                        [--out PREFIX] [--passphrase-file FILE]
+Makes a self-signed certificate for NAME and writes it to PREFIX.pem, and its private
+key, which only you can read, to PREFIX.key. Files that exist are left alone.
+
+  --dns NAME              one more host name that the certificate is for
+  --ip ADDRESS            one more address that the certificate is for
+  --days N                how long it is valid, 1 to 397 days; 365 by default
+  --out PREFIX            "self-signed" by default
+  --passphrase-file FILE  encrypts the key with the first line of the file;
+                          without this option the key is not encrypted
+
+Exit status: 0 if both files were written, 1 if no such certificate can be made,
+2 for wrong usage or a file that cannot be read or written.
+)";
+
+enum ExitStatus
+{
+    written = 0,
+    refused = 1,
+    badInput = 2
+};
+
+struct Options
+{
+    std::string name;
+    std::set<std::string> furtherNames;
+    std::optional<std::uint32_t> days;
+    std::string prefix = "self-signed";
+    std::optional<std::string> passphrase;
+};
+
+// A comma would end the name and begin another one, of any type.
+std::string withoutComma(std::string const& name)
+{
+    if (name.find(',') != std::string::npos) {
+        throw std::runtime_error("a name holds no comma: " + name);
+    }
+    return name;
+}
+
+std::uint32_t numberFrom(std::string const& text)
+{
+    std::uint32_t number = 0;
+    auto const* const end = text.data() + text.size();
+    auto const result = std::from_chars(text.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw std::runtime_error("not a number of days: " + text);
+    }
+    return number;
+}
+
+void take(Options& options, std::string const& option, std::string const& value)
+{
+    if (option == "--name") {
+        options.name = withoutComma(value);
+    } else if (option == "--dns") {
+        options.furtherNames.insert("DNS:" + withoutComma(value));
+    } else if (option == "--ip") {
+        options.furtherNames.insert("IP:" + withoutComma(value));
+    } else if (option == "--days") {
+        options.days = numberFrom(value);
+    } else if (option == "--out") {
+        options.prefix = value;
+    } else if (option == "--passphrase-file") {
+        options.passphrase = example::passphraseFromFile(value);
+    } else {
+        throw std::runtime_error("unknown option " + option + ", try --help");
+    }
+}
+
+Options optionsFrom(std::vector<std::string> const& arguments)
+{
+    Options options;
+    for (auto argument = arguments.begin(); argument != arguments.end(); argument += 2) {
+        if (argument + 1 == arguments.end()) {
+            throw std::runtime_error(
+                "unknown option, or one without its value: " + *argument + ", try --help");
+        }
+        take(options, *argument, *(argument + 1));
+    }
+    if (options.name.empty()) {
+        throw std::runtime_error("a certificate for whom? Try --help");
+    }
+    return options;
+}
+
+// A file that did not exist before. It is removed again unless it is kept.
+class NewFile
+{
+public:
+    NewFile(std::string const& file, int mode) : path(file), descriptor(create(file, mode))
+    {
+        if (descriptor < 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+
+    ~NewFile()
+    {
+        close(descriptor);
+        if (!kept) {
+            std::remove(path.c_str());
+        }
+    }
+
+    NewFile(NewFile const&) = delete;
+    NewFile& operator=(NewFile const&) = delete;
+
+    void write(std::string const& text)
+    {
+        if (::write(descriptor, text.data(), static_cast<unsigned>(text.size())) !=
+            static_cast<int>(text.size())) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+
+    void keep() { kept = true; }
+
+private:
+    static int create(std::string const& file, int mode)
+    {
+#ifdef _WIN32
+        // The folder's access list says who may read it.
+        return open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, mode & (_S_IREAD | _S_IWRITE));
+#else
+        return open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+#endif
+    }
+
+    std::string path;
+    int descriptor;
+    bool kept = false;
+};
+
+SelfSignedCertBuilder builderFrom(Options const& options)
+{
+    SelfSignedCertBuilder builder;
+    builder.withCommonName(options.name).withAdditionalSubjectAltNames(options.furtherNames);
+    if (options.days) {
+        builder.withValidityPeriod(*options.days);
+    }
+    if (options.passphrase) {
+        builder.withPrivateKeyPassphrase(*options.passphrase);
+    }
+    return builder;
+}
+
+void writeFiles(Options const& options, std::string const& certificate, std::string const& privateKey)
+{
+    NewFile certificateFile(options.prefix + ".pem", 0644);
+    NewFile keyFile(options.prefix + ".key", 0600);
+    certificateFile.write(certificate);
+    keyFile.write(privateKey);
+    certificateFile.keep();
+    keyFile.keep();
+}
+
+ExitStatus run(std::vector<std::string> const& arguments)
+{
+    if (arguments == std::vector<std::string>{"--help"}) {
+        std::cout << usageText;
+        return written;
+    }
+    auto const options = optionsFrom(arguments);
+    std::optional<decltype(SelfSignedCertBuilder().build())> made;
+    try {
+        made = builderFrom(options).build();
+    } catch (std::runtime_error const& refusal) {
+        std::cerr << "make_self_signed: " << refusal.what() << '\n';
+        return refused;
+    }
+    auto const& [certificate, privateKey] = *made;
+    writeFiles(options, certificate.getAsPEMString(), privateKey);
+    std::cout << certificate << "Wrote " << options.prefix << ".pem and " << options.prefix << ".key\n";
+    return written;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(std::vector<std::string>(argv + 1, argv + argc));
+    } catch (std::exception const& failure) {
+        std::cerr << "make_self_signed: " << failure.what() << '\n';
+        return badInput;
+    }
+}

@@ -1,0 +1,338 @@
+#include "support/Command.hpp"
+#include "support/SelfSigned.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs12.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string contentOf(fs::path const& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+template <class T>
+std::string printed(T const& value)
+{
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+/// Runs the program on a terminal of its own and types the text once it has asked.
+CommandResult typeInto(std::vector<std::string> const& arguments, std::string const& text)
+{
+    int terminal = -1;
+    pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        std::vector<char*> pointers;
+        for (auto const& argument : arguments) {
+            pointers.push_back(const_cast<char*>(argument.c_str()));
+        }
+        pointers.push_back(nullptr);
+        execv(pointers.front(), pointers.data());
+        _exit(127);
+    }
+    CommandResult result;
+    bool typed = false;
+    std::array<char, 256> buffer{};
+    for (ssize_t size = 0; (size = read(terminal, buffer.data(), buffer.size())) > 0;) {
+        result.output.append(buffer.data(), static_cast<std::size_t>(size));
+        if (!typed && result.output.find("Passphrase: ") != std::string::npos) {
+            typed = write(terminal, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        }
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(terminal);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+class BundleExample : public testing::Test
+{
+protected:
+    static CommandResult run(std::string const& program, std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), program);
+        return runCommand(arguments);
+    }
+
+    std::string pathOf(std::string const& name) const { return (folder.path() / name).string(); }
+
+    std::string write(std::string const& name, std::string const& content) const
+    {
+        return folder.write(name, content).string();
+    }
+
+    TemporaryFolder const folder;
+};
+
+class OpenBundleExample : public BundleExample
+{
+protected:
+    static CommandResult open(std::vector<std::string> const& arguments)
+    {
+        return run(OPEN_BUNDLE_PROGRAM, arguments);
+    }
+
+    std::string bundle(Pkcs12Spec spec) const
+    {
+        spec.passphrase = "secret";
+        return folder.write("bundle.p12", toDer(makePkcs12(spec))).string();
+    }
+
+    std::string wholeBundle() const
+    {
+        Pkcs12Spec spec;
+        spec.certificate = leaf.certificate;
+        spec.key = leaf.key;
+        spec.furtherCertificates = {root.certificate};
+        // What the legacy provider alone can decrypt, in a process that has just started.
+        spec.certificateCipher = NID_pbe_WithSHA1And40BitRC2_CBC;
+        return bundle(spec);
+    }
+
+    std::string passphraseFile() const { return write("passphrase", "secret\nand more\n"); }
+
+    std::string expectedOutput() const
+    {
+        return "Private Key: prime256v1\n\n" + printed(X509Certificate(leaf.der())) +
+               "Other Certificates: 1\n\n" + printed(X509Certificate(root.der()));
+    }
+
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const leaf = makeLeaf(root, "leaf");
+};
+
+class MakeSelfSignedExample : public BundleExample
+{
+protected:
+    static CommandResult make(std::vector<std::string> const& arguments)
+    {
+        return run(MAKE_SELF_SIGNED_PROGRAM, arguments);
+    }
+
+    std::size_t numFiles() const
+    {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()));
+    }
+
+    std::string prefix() const { return pathOf("made"); }
+};
+
+KeyHandle keyFrom(std::string const& pem, char const* passphrase)
+{
+    ErrorQueueMark const queue;
+    auto const bio = own(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    return KeyHandle(
+        PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, const_cast<char*>(passphrase)), EVP_PKEY_free);
+}
+
+} // namespace
+
+TEST_F(OpenBundleExample, PrintsTheCertificatesAndTheKindOfTheKey)
+{
+    auto const result = open({wholeBundle(), "--passphrase-file", passphraseFile()});
+
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, expectedOutput());
+}
+
+TEST_F(OpenBundleExample, SaysWhatIsMissing)
+{
+    Pkcs12Spec keyOnly;
+    keyOnly.key = ed25519Key();
+    auto const withKey = open({bundle(keyOnly), "--passphrase-file", passphraseFile()});
+    EXPECT_EQ(withKey.exitCode, 0);
+    EXPECT_EQ(
+        withKey.output, "Private Key: Ed25519\n\nNo certificate belongs to the private key.\n\n"
+                        "Other Certificates: 0\n\n");
+
+    Pkcs12Spec certificateOnly;
+    certificateOnly.certificate = leaf.certificate;
+    auto const withCertificate = open({bundle(certificateOnly), "--passphrase-file", passphraseFile()});
+    EXPECT_EQ(withCertificate.exitCode, 0);
+    EXPECT_EQ(
+        withCertificate.output, "Private Key: none\n\nNo certificate belongs to the private key.\n\n"
+                                "Other Certificates: 1\n\n" +
+                                    printed(X509Certificate(leaf.der())));
+}
+
+TEST_F(OpenBundleExample, ReportsARefusal)
+{
+    auto const file = wholeBundle();
+    auto const wrong = open({file, "--passphrase-file", write("wrong", "other")});
+    EXPECT_EQ(wrong.exitCode, 1);
+    EXPECT_EQ(
+        wrong.output, "open_bundle: " + file + ": Input passphrase is incorrect. OpenSSL error message=\n");
+
+    auto const noBundle = open({write("text", "no bundle"), "--passphrase-file", passphraseFile()});
+    EXPECT_EQ(noBundle.exitCode, 1);
+    EXPECT_NE(noBundle.output.find("Error: Loading PKSC12 certificate failed."), std::string::npos);
+}
+
+TEST_F(OpenBundleExample, AsksForThePassphraseAndDoesNotShowIt)
+{
+    auto const right = typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "secret\n");
+    EXPECT_EQ(right.exitCode, 0);
+    EXPECT_EQ(right.output.compare(0, 14, "Passphrase: \r\n"), 0) << right.output;
+    EXPECT_EQ(right.output.find("secret"), std::string::npos) << right.output;
+    EXPECT_NE(right.output.find("Private Key: prime256v1"), std::string::npos) << right.output;
+
+    EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "other\n").exitCode, 1);
+}
+
+TEST_F(OpenBundleExample, FailsWhereThereIsNoTerminal)
+{
+    auto const result = runCommand({"setsid", "--wait", OPEN_BUNDLE_PROGRAM, wholeBundle()});
+
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(
+        result.output,
+        "open_bundle: there is no terminal to ask for the passphrase on, use --passphrase-file\n");
+}
+
+TEST_F(OpenBundleExample, RefusesWrongUsage)
+{
+    auto const file = wholeBundle();
+    for (auto const& arguments : std::vector<std::vector<std::string>>{
+             {},
+             {"--unknown"},
+             {file, "--passphrase-file"},
+             {file, file},
+             {pathOf("missing"), "--passphrase-file", passphraseFile()},
+             {write("empty", ""), "--passphrase-file", passphraseFile()},
+             {folder.path().string(), "--passphrase-file", passphraseFile()},
+             {file, "--passphrase-file", pathOf("missing")}}) {
+        auto const result = open(arguments);
+        EXPECT_EQ(result.exitCode, 2) << result.output;
+        EXPECT_EQ(result.output.compare(0, 13, "open_bundle: "), 0) << result.output;
+    }
+}
+
+TEST_F(OpenBundleExample, Helps)
+{
+    auto const result = open({"--help"});
+
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output.compare(0, 24, "Usage: open_bundle FILE "), 0) << result.output;
+}
+
+TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
+{
+    auto const result = make(
+        {"--name", "build.example", "--dns", "www.build.example", "--ip", "192.0.2.1", "--ip", "2001:db8::1",
+         "--days", "30", "--out", prefix()});
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    X509Certificate const certificate(contentOf(prefix() + ".pem"));
+    auto const x509 = parsed(certificate);
+
+    EXPECT_EQ(result.output, printed(certificate) + "Wrote " + prefix() + ".pem and " + prefix() + ".key\n");
+    EXPECT_EQ(certificate.getSubjectCommonName(), "build.example");
+    EXPECT_EQ(lifetimeOf(x509), 30 * 86400L);
+    EXPECT_EQ(
+        extensionOf(x509, NID_subject_alt_name),
+        extensionFrom(
+            NID_subject_alt_name, "DNS:build.example,DNS:www.build.example,IP:192.0.2.1,IP:2001:db8::1"));
+    EXPECT_EQ(X509_check_private_key(x509.get(), keyFrom(contentOf(prefix() + ".key"), nullptr).get()), 1);
+    EXPECT_EQ(fs::status(prefix() + ".key").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(MakeSelfSignedExample, EncryptsTheKeyWithThePassphraseOfTheFile)
+{
+    auto const file = write("passphrase", "secret\r\n");
+    auto const result = make({"--name", "localhost", "--out", prefix(), "--passphrase-file", file});
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    auto const key = contentOf(prefix() + ".key");
+
+    EXPECT_NE(keyFrom(key, "secret"), nullptr);
+    EXPECT_EQ(keyFrom(key, "other"), nullptr);
+}
+
+TEST_F(MakeSelfSignedExample, LeavesFilesThatExistAlone)
+{
+    for (char const* const suffix : {".pem", ".key"}) {
+        auto const existing = write(std::string("made") + suffix, "precious");
+
+        auto const result = make({"--name", "localhost", "--out", prefix()});
+
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.output, "make_self_signed: " + existing + ": File exists\n");
+        EXPECT_EQ(contentOf(existing), "precious");
+        EXPECT_EQ(numFiles(), 1U);
+        fs::remove(existing);
+    }
+}
+
+TEST_F(MakeSelfSignedExample, ReportsWhatCannotBeMade)
+{
+    auto const tooLong = make({"--name", "localhost", "--days", "398", "--out", prefix()});
+    EXPECT_EQ(tooLong.exitCode, 1);
+    EXPECT_EQ(
+        tooLong.output,
+        "make_self_signed: Certificate validity period must be within the range of 1 and 397 days.\n");
+
+    auto const noAddress = make({"--name", "localhost", "--ip", "nowhere", "--out", prefix()});
+    EXPECT_EQ(noAddress.exitCode, 1);
+    EXPECT_EQ(noAddress.output.compare(0, 52, "make_self_signed: Failed to generate a certificate: "), 0)
+        << noAddress.output;
+    EXPECT_EQ(numFiles(), 0U);
+}
+
+TEST_F(MakeSelfSignedExample, RefusesWrongUsage)
+{
+    for (auto const& arguments : std::vector<std::vector<std::string>>{
+             {},
+             {"--name"},
+             {"--name", ""},
+             {"--days", "30"},
+             {"--name", "a", "--unknown", "b"},
+             {"--name", "a", "--days", "many"},
+             {"--name", "a", "--days", "-1"},
+             {"--name", "a", "--days", "30x"},
+             {"--name", "a", "--days", ""},
+             {"--name", "a", "--days", "4294967296"},
+             {"--name", "a,IP:192.0.2.1"},
+             {"--name", "a", "--dns", "b,c"},
+             {"--name", "a", "--ip", "192.0.2.1,DNS:b"},
+             {"--name", "a", "--passphrase-file", pathOf("missing")},
+             {"--name", "a", "--out", pathOf("missing/made")}}) {
+        auto const result = make(arguments);
+        EXPECT_EQ(result.exitCode, 2) << result.output;
+        EXPECT_EQ(result.output.compare(0, 18, "make_self_signed: "), 0) << result.output;
+    }
+    EXPECT_EQ(numFiles(), 0U);
+}
+
+TEST_F(MakeSelfSignedExample, Helps)
+{
+    auto const result = make({"--help"});
+
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output.compare(0, 36, "Usage: make_self_signed --name NAME "), 0) << result.output;
+}
