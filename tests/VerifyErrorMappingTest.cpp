@@ -17,34 +17,6 @@ using namespace std::chrono_literals;
 
 // The mapping by itself: every code there is, and some that there are not
 
-Status expectedStatus(int code)
-{
-    static std::map<int, Status> const named = {
-        {0, Status::Valid},        {2, Status::Untrusted},    {20, Status::Untrusted},
-        {21, Status::Untrusted},   {22, Status::Untrusted},   {25, Status::Untrusted},
-        {79, Status::Untrusted},   {18, Status::SelfSigned},  {19, Status::SelfSigned},
-        {3, Status::CRLError},     {5, Status::CRLError},     {8, Status::CRLError},
-        {11, Status::CRLError},    {12, Status::CRLError},    {15, Status::CRLError},
-        {16, Status::CRLError},    {23, Status::Revoked},     {10, Status::Expired},
-        {4, Status::BadSignature}, {7, Status::BadSignature},
-    };
-    auto const found = named.find(code);
-    return found == named.end() ? Status::Failed : found->second;
-}
-
-std::string expectedText(int code, int depth, std::string const& subject)
-{
-    switch (expectedStatus(code)) {
-    case Status::Valid:
-    case Status::SelfSigned:
-        return "";
-    case Status::Failed:
-        return "Validation Failed. Return code=" + std::to_string(code) + "." + report(code, depth, subject);
-    default:
-        return report(code, depth, subject);
-    }
-}
-
 std::vector<int> codesToWalk()
 {
     std::vector<int> codes = {INT_MIN, -1, 1000, INT_MAX};

@@ -12,6 +12,7 @@
 
 #include <openssl/x509_vfy.h>
 
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -99,6 +100,36 @@ inline std::string report(int code, int depth, std::string const& subject)
     return "Errors present: Error code " + std::to_string(code) + "  at depth " + std::to_string(depth) +
            "Certificate Subject Name=" + subject + "\n. \nMessage:" + X509_verify_cert_error_string(code) +
            "\n";
+}
+
+/// The verdict that an error code of OpenSSL is to have.
+inline Status expectedStatus(int code)
+{
+    static std::map<int, Status> const named = {
+        {0, Status::Valid},        {2, Status::Untrusted},    {20, Status::Untrusted},
+        {21, Status::Untrusted},   {22, Status::Untrusted},   {25, Status::Untrusted},
+        {79, Status::Untrusted},   {18, Status::SelfSigned},  {19, Status::SelfSigned},
+        {3, Status::CRLError},     {5, Status::CRLError},     {8, Status::CRLError},
+        {11, Status::CRLError},    {12, Status::CRLError},    {15, Status::CRLError},
+        {16, Status::CRLError},    {23, Status::Revoked},     {10, Status::Expired},
+        {4, Status::BadSignature}, {7, Status::BadSignature},
+    };
+    auto const found = named.find(code);
+    return found == named.end() ? Status::Failed : found->second;
+}
+
+/// The text that goes with the code.
+inline std::string expectedText(int code, int depth, std::string const& subject)
+{
+    switch (expectedStatus(code)) {
+    case Status::Valid:
+    case Status::SelfSigned:
+        return "";
+    case Status::Failed:
+        return "Validation Failed. Return code=" + std::to_string(code) + "." + report(code, depth, subject);
+    default:
+        return report(code, depth, subject);
+    }
 }
 
 /// A verification by bare OpenSSL: the witness.

@@ -1,0 +1,412 @@
+#include "support/OpenSSLErrors.hpp"
+#include "support/ScriptedServer.hpp"
+#include "support/Verifying.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <random>
+
+// Random hierarchies with random faults, validated by the library and by bare OpenSSL: the same verdict, the
+// same text, the same root. Another seed than the default one comes from FOUNDATION_TEST_SEED.
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+using CheckCRL = Options::CheckCRL;
+using DownloadCRL = Options::DownloadCRL;
+
+constexpr int numHierarchies = 500;
+
+class Dice
+{
+public:
+    explicit Dice(std::uint64_t seed) : engine(seed) {}
+
+    int below(int limit) { return static_cast<int>(engine() % static_cast<std::uint64_t>(limit)); }
+    bool oneIn(int times) { return below(times) == 0; }
+
+    template <class T>
+    T const& pick(std::vector<T> const& values)
+    {
+        return values[static_cast<std::size_t>(below(static_cast<int>(values.size())))];
+    }
+
+    template <class T>
+    void shuffle(std::vector<T>& values)
+    {
+        for (auto left = values.size(); left > 1; --left) {
+            std::swap(values[left - 1], values[static_cast<std::size_t>(below(static_cast<int>(left)))]);
+        }
+    }
+
+private:
+    std::mt19937_64 engine;
+};
+
+/// A handful of keys serves all hierarchies.
+KeyHandle anyKey(Dice& dice)
+{
+    auto const name = std::to_string(dice.below(4));
+    switch (dice.below(3)) {
+    case 0:
+        return rsaKey(1024, name);
+    case 1:
+        return ed25519Key(name);
+    default:
+        return p256Key(name);
+    }
+}
+
+std::vector<Mutation> const& certificateFaults()
+{
+    static std::vector<Mutation> const faults = {
+        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); },
+        [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
+        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::raw(V_ASN1_UTCTIME, "never"); },
+        [](CertificateSpec& spec) { spec.damagedSignature = true; },
+        [](CertificateSpec& spec) { spec.signingKey = p256Key("stranger"); },
+        [](CertificateSpec& spec) { spec.issuer = commonName("stranger"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:TRUE,pathlen:0"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:FALSE"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "CA:TRUE"); },
+        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,digitalSignature"); },
+        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,keyCertSign"); },
+        [](CertificateSpec& spec) {
+            spec.setRawExtension("1.3.6.1.4.1.99999.7", {5, 0}, true);
+        },
+        [](CertificateSpec& spec) { spec.removeExtension("subjectKeyIdentifier"); },
+    };
+    return faults;
+}
+
+std::string uriOf(std::size_t level)
+{
+    return "http://127.0.0.1/" + std::to_string(level) + ".crl";
+}
+
+std::string pathOf(std::size_t level)
+{
+    return "/" + std::to_string(level) + ".crl";
+}
+
+/// All that a validation gets to see.
+struct Hierarchy
+{
+    /// From the leaf to the root.
+    std::vector<CertificateAndKey> members;
+    std::vector<CertificateAndKey> chain;
+    std::vector<CertificateAndKey> anchors;
+    std::vector<CrlHandle> trustedCrls;
+    /// By the path under which they are served.
+    std::map<std::string, CrlHandle> served;
+    Tolerances tolerances;
+    CheckCRL check = CheckCRL::None;
+    DownloadCRL download = DownloadCRL::None;
+};
+
+CertificateAndKey makeMember(
+    Dice& dice, std::size_t level, std::size_t depth, std::optional<CertificateAndKey> const& issuer,
+    Mutation const& fault)
+{
+    auto const name = "level " + std::to_string(level);
+    auto spec = !issuer      ? rootSpec(name)
+                : level == 0 ? leafSpec(*issuer, name)
+                             : intermediateSpec(*issuer, name);
+    spec.key = anyKey(dice);
+    if (level < depth) {
+        spec.setDistributionPoints({uriOf(level)});
+    }
+    if (fault) {
+        fault(spec);
+    }
+    return make(spec);
+}
+
+std::vector<CertificateAndKey> makeMembers(Dice& dice)
+{
+    auto const depth = static_cast<std::size_t>(dice.below(6));
+    auto const faultyLevel =
+        dice.oneIn(3) ? depth + 1 : static_cast<std::size_t>(dice.below(static_cast<int>(depth) + 1));
+    std::vector<CertificateAndKey> members;
+    std::optional<CertificateAndKey> issuer;
+    for (auto level = depth + 1; level-- > 0;) {
+        auto const& fault = level == faultyLevel ? dice.pick(certificateFaults()) : Mutation();
+        issuer = makeMember(dice, level, depth, issuer, fault);
+        members.insert(members.begin(), *issuer);
+    }
+    return members;
+}
+
+void deal(Dice& dice, Hierarchy& hierarchy)
+{
+    auto const& members = hierarchy.members;
+    hierarchy.chain.assign(members.begin() + 1, members.end());
+    if (dice.oneIn(2) && !hierarchy.chain.empty()) {
+        hierarchy.chain.pop_back(); // the root, which belongs to the store
+    }
+    if (dice.oneIn(8) && !hierarchy.chain.empty()) {
+        hierarchy.chain.erase(hierarchy.chain.begin() + dice.below(static_cast<int>(hierarchy.chain.size())));
+    }
+    if (dice.oneIn(3)) {
+        hierarchy.chain.insert(hierarchy.chain.begin(), members.front());
+    }
+    if (dice.oneIn(6)) {
+        dice.shuffle(hierarchy.chain);
+    }
+    // Never empty: an empty store means the operating system's roots.
+    hierarchy.anchors = {makeRoot("somebody else")};
+    if (!dice.oneIn(6)) {
+        hierarchy.anchors.push_back(members.back());
+    }
+    if (dice.oneIn(6)) {
+        hierarchy.anchors.push_back(dice.pick(members));
+    }
+}
+
+CrlHandle makeCrlFor(Dice& dice, CertificateAndKey const& subject, CertificateAndKey const& issuer)
+{
+    std::vector<RevokedEntry> revoked = {{"1", TimeSpec::fromNow(-2h), {}}};
+    if (dice.oneIn(4)) {
+        revoked.push_back(revoke(subject));
+    }
+    return makeCrl(issuer, revoked, [&](CrlSpec& spec) {
+        switch (dice.below(16)) {
+        case 0:
+            spec.nextUpdate = TimeSpec::fromNow(-1h);
+            break;
+        case 1:
+            spec.thisUpdate = TimeSpec::fromNow(1h);
+            break;
+        case 2:
+            spec.damagedSignature = true;
+            break;
+        case 3:
+            spec.issuerName = commonName("stranger");
+            break;
+        case 4:
+            spec.nextUpdate.reset();
+            break;
+        default:
+            break;
+        }
+    });
+}
+
+void dealCrls(Dice& dice, Hierarchy& hierarchy)
+{
+    auto const& members = hierarchy.members;
+    hierarchy.check = static_cast<CheckCRL>(dice.below(3));
+    hierarchy.download = static_cast<DownloadCRL>(dice.below(3));
+    for (std::size_t level = 0; level + 1 < members.size(); ++level) {
+        if (dice.oneIn(6)) {
+            hierarchy.trustedCrls.push_back(makeCrlFor(dice, members[level], members[level + 1]));
+        }
+        if (!dice.oneIn(12)) {
+            hierarchy.served[pathOf(level)] = makeCrlFor(dice, members[level], members[level + 1]);
+        }
+    }
+}
+
+Hierarchy makeHierarchy(Dice& dice)
+{
+    Hierarchy hierarchy;
+    hierarchy.members = makeMembers(dice);
+    deal(dice, hierarchy);
+    dealCrls(dice, hierarchy);
+    hierarchy.tolerances = {dice.oneIn(3), dice.oneIn(3), dice.oneIn(4)};
+    return hierarchy;
+}
+
+// The witness: what must come out, found with the bare API
+
+std::vector<X509Handle> handlesOf(std::vector<CertificateAndKey> const& members)
+{
+    std::vector<X509Handle> handles;
+    for (auto const& member : members) {
+        handles.push_back(member.certificate);
+    }
+    return handles;
+}
+
+bool isSelfIssued(X509Handle const& certificate)
+{
+    return subjectOf(certificate.get()) == [&] {
+        auto const bio = own(BIO_new(BIO_s_mem()));
+        X509_NAME_print_ex(bio.get(), X509_get_issuer_name(certificate.get()), 0, XN_FLAG_RFC2253);
+        auto const text = contentOf(bio);
+        return std::string(text.begin(), text.end());
+    }();
+}
+
+class Witness
+{
+public:
+    explicit Witness(Hierarchy const& hierarchy_) : hierarchy(hierarchy_)
+    {
+        list = handlesOf(hierarchy.chain);
+        auto const& leaf = hierarchy.members.front();
+        if (list.empty() || X509_cmp(list.front().get(), leaf.certificate.get()) != 0) {
+            list.insert(list.begin(), leaf.certificate);
+        }
+        question.leaf = leaf.certificate;
+        question.untrusted = list;
+        question.trusted = handlesOf(hierarchy.anchors);
+        question.crls = hierarchy.trustedCrls;
+        question.tolerances = hierarchy.tolerances;
+    }
+
+    /// None: a required CRL is not to be had, and the validation throws.
+    std::optional<BareOutcome> answer()
+    {
+        auto const ready = hierarchy.download != DownloadCRL::None && collectCrls();
+        if (hierarchy.download == DownloadCRL::Required && !ready && list.size() > 1) {
+            return std::nullopt;
+        }
+        if (ready && !hierarchy.tolerances.revoked) {
+            question.flags |= hierarchy.check == CheckCRL::LeafOnly     ? X509_V_FLAG_CRL_CHECK
+                              : hierarchy.check == CheckCRL::WholeChain ? 0xCUL
+                                                                        : 0UL;
+        }
+        return verify(question);
+    }
+
+private:
+    bool collectCrls()
+    {
+        if (!isSelfIssued(list.back()) && !appendRoot() && hierarchy.download == DownloadCRL::Required) {
+            list.resize(2); // a root that must be there is not: this, too, is thrown
+            return false;
+        }
+        for (std::size_t level = 0; level + 1 < list.size(); ++level) {
+            auto const crl = crlFor(list[level]);
+            if (crl == nullptr || !isUsable(crl, list[level + 1])) {
+                return false;
+            }
+            question.crls.push_back(crl);
+            if (hierarchy.check == CheckCRL::LeafOnly) {
+                return true;
+            }
+        }
+        return list.size() > 1;
+    }
+
+    bool appendRoot()
+    {
+        auto lookup = question;
+        lookup.tolerances = {true, true, true};
+        auto const outcome = verify(lookup);
+        if (outcome.result != 1) {
+            return false;
+        }
+        list.push_back(outcome.chain.back());
+        return true;
+    }
+
+    CrlHandle crlFor(X509Handle const& certificate) const
+    {
+        for (std::size_t level = 0; level + 1 < hierarchy.members.size(); ++level) {
+            auto const found = hierarchy.served.find(pathOf(level));
+            if (found != hierarchy.served.end() &&
+                X509_cmp(hierarchy.members[level].certificate.get(), certificate.get()) == 0) {
+                return found->second;
+            }
+        }
+        return nullptr;
+    }
+
+    static bool isUsable(CrlHandle const& crl, X509Handle const& issuer)
+    {
+        ErrorQueueMark const mark;
+        auto const key = own(X509_get_pubkey(issuer.get()));
+        auto const* const nextUpdate = X509_CRL_get0_nextUpdate(crl.get());
+        return X509_CRL_verify(crl.get(), key.get()) == 1 && nextUpdate != nullptr &&
+               X509_cmp_current_time(nextUpdate) > 0;
+    }
+
+    Hierarchy const& hierarchy;
+    std::vector<X509Handle> list;
+    BareVerification question;
+};
+
+// The comparison
+
+std::optional<CertificateValidationResults> validate(Hierarchy const& hierarchy)
+{
+    std::map<std::string, Bytes> files;
+    for (auto const& [path, crl] : hierarchy.served) {
+        files[path] = toDer(crl);
+    }
+    std::optional<HttpFileServer> server;
+    if (hierarchy.download != DownloadCRL::None) {
+        server.emplace("127.0.0.1", files);
+    }
+    auto trustStore = storeOf(hierarchy.anchors);
+    for (auto const& crl : hierarchy.trustedCrls) {
+        addCrl(trustStore, crl);
+    }
+    try {
+        return load(hierarchy.members.front())
+            .validateCertificate(
+                chainOf(hierarchy.chain),
+                optionsWith(hierarchy.tolerances, hierarchy.check, hierarchy.download), trustStore);
+    } catch (X509CertificateException const&) {
+        return std::nullopt;
+    }
+}
+
+void expectSame(CertificateValidationResults const& results, BareOutcome const& outcome)
+{
+    auto const valid = outcome.result == 1;
+    EXPECT_EQ(results.getCertificateChainStatus(), valid ? Status::Valid : expectedStatus(outcome.code));
+    EXPECT_EQ(
+        results.getValidationErrorString(),
+        valid ? "" : expectedText(outcome.code, outcome.depth, outcome.subject));
+    ASSERT_EQ(results.getRootCertificate().has_value(), valid);
+    if (valid) {
+        EXPECT_EQ(results.getRootCertificate()->getAsBytes(), toDer(outcome.chain.back()));
+    }
+}
+
+std::uint64_t chooseSeed()
+{
+    auto const* const chosen = std::getenv("FOUNDATION_TEST_SEED");
+    return chosen != nullptr ? std::strtoull(chosen, nullptr, 10) : 20240229;
+}
+
+TEST(ValidationDifferential, AgreesWithBareOpenSslOnRandomHierarchies)
+{
+    auto const seed = chooseSeed();
+    std::cout << "Seed: " << seed << "\n";
+    std::map<std::string, int> verdicts;
+    for (int number = 0; number < numHierarchies; ++number) {
+        SCOPED_TRACE("Hierarchy " + std::to_string(number) + " of seed " + std::to_string(seed));
+        Dice dice(seed * numHierarchies + static_cast<std::uint64_t>(number));
+        auto const hierarchy = makeHierarchy(dice);
+
+        auto const results = validate(hierarchy);
+        auto const outcome = Witness(hierarchy).answer();
+
+        ASSERT_EQ(results.has_value(), outcome.has_value());
+        if (outcome) {
+            expectSame(*results, *outcome);
+            ++verdicts["code " + std::to_string(outcome->result == 1 ? 0 : outcome->code)];
+        } else {
+            ++verdicts["required CRL missing"];
+        }
+    }
+    for (auto const& [verdict, count] : verdicts) {
+        std::cout << verdict << ": " << count << "\n";
+    }
+    // The hierarchies are worth nothing if they are all alike.
+    EXPECT_GE(verdicts.size(), 10U);
+    EXPECT_GE(verdicts["code 0"], numHierarchies / 10);
+}
+
+} // namespace

@@ -1,0 +1,170 @@
+#include "support/Revocable.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+/// Runs the task on that many threads, which all begin at the same time.
+void runOnThreads(int numThreads, std::function<void(int thread)> const& task)
+{
+    std::atomic<int> waiting{numThreads};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < numThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            --waiting;
+            while (waiting > 0) {
+                std::this_thread::yield();
+            }
+            task(thread);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+/// Counts verdicts that are not the expected one; EXPECT_... would do, but floods the output when all go
+/// wrong.
+class Verdicts
+{
+public:
+    void add(CertificateValidationResults const& results, Status expected)
+    {
+        ++total;
+        if (results.getCertificateChainStatus() != expected) {
+            ++wrong;
+        }
+    }
+
+    std::atomic<int> total{0};
+    std::atomic<int> wrong{0};
+};
+
+// No other test of this program uses the system's roots, so that this is their first use.
+TEST(ValidationThreads, RaceForTheFirstUseOfTheSystemsRoots)
+{
+    auto const leaf = makeSelfSignedLeaf("leaf");
+    Verdicts verdicts;
+    runOnThreads(16, [&](int) {
+        verdicts.add(
+            load(leaf).validateCertificate(X509CertificateChain(), Options(), TrustStore()),
+            Status::SelfSigned);
+    });
+    EXPECT_EQ(verdicts.total, 16);
+    EXPECT_EQ(verdicts.wrong, 0);
+}
+
+TEST(ValidationThreads, ValidateDifferentCertificatesAgainstOneTrustStore)
+{
+    Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}});
+    auto const trustStore = storeOf({pki["root"]});
+    auto const chain = chainOf({pki["ca"]});
+    std::vector<X509Certificate> leaves;
+    for (int thread = 0; thread < 8; ++thread) {
+        leaves.push_back(load(makeLeaf(pki["ca"], "leaf" + std::to_string(thread))));
+    }
+    Verdicts verdicts;
+    runOnThreads(8, [&](int thread) {
+        for (int round = 0; round < 10; ++round) {
+            verdicts.add(
+                leaves[static_cast<std::size_t>(thread)].validateCertificate(chain, Options(), trustStore),
+                Status::Valid);
+        }
+    });
+    EXPECT_EQ(verdicts.total, 80);
+    EXPECT_EQ(verdicts.wrong, 0);
+}
+
+TEST(ValidationThreads, ValidateOneCertificateWithDifferentOptions)
+{
+    Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}, "leaf", [](CertificateSpec& spec) {
+        spec.notAfter = TimeSpec::fromNow(std::chrono::hours(-1));
+    });
+    auto const leaf = load(pki["leaf"]);
+    auto const trustStore = storeOf({pki["root"]});
+    auto const chain = chainOf({pki["ca"]});
+    Verdicts verdicts;
+    runOnThreads(8, [&](int thread) {
+        Tolerances tolerances;
+        tolerances.expired = thread % 2 == 1;
+        for (int round = 0; round < 10; ++round) {
+            verdicts.add(
+                leaf.validateCertificate(chain, optionsWith(tolerances), trustStore),
+                tolerances.expired ? Status::Valid : Status::Expired);
+        }
+    });
+    EXPECT_EQ(verdicts.total, 80);
+    EXPECT_EQ(verdicts.wrong, 0);
+}
+
+TEST(ValidationThreads, ValidateCopiesThatShareOneCertificate)
+{
+    Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}});
+    auto const original = load(pki["leaf"]);
+    auto const trustStore = storeOf({pki["root"]});
+    auto const chain = chainOf({pki["leaf"], pki["ca"]});
+    Verdicts verdicts;
+    runOnThreads(8, [&](int) {
+        X509Certificate const copy(original);
+        for (int round = 0; round < 10; ++round) {
+            auto const results = copy.validateCertificate(chain, Options(), trustStore);
+            verdicts.add(
+                results, results.getRootCertificate()->isCACertificate() ? Status::Valid : Status::Failed);
+        }
+    });
+    EXPECT_EQ(verdicts.total, 80);
+    EXPECT_EQ(verdicts.wrong, 0);
+}
+
+TEST(ValidationThreads, LookUpOneRoot)
+{
+    Topology const pki({{"root", ""}, {"ca", "root"}, {"leaf", "ca"}});
+    auto const leaf = load(pki["leaf"]);
+    auto const trustStore = storeOf({pki["root"]});
+    auto const chain = chainOf({pki["ca"]});
+    auto const expected = load(pki["root"]).getSHA256Fingerprint();
+    std::atomic<int> found{0};
+    runOnThreads(8, [&](int) {
+        for (int round = 0; round < 5; ++round) {
+            if (leaf.getRootCACertificate(chain, trustStore).getSHA256Fingerprint() == expected) {
+                ++found;
+            }
+        }
+    });
+    EXPECT_EQ(found, 40);
+}
+
+TEST(ValidationThreads, DownloadCrlsWithoutSharingThemThroughTheTrustStore)
+{
+    Revocable const pki;
+    HttpFileServer const server("127.0.0.1", filesOf(pki.leafCrl({revoke(pki.leaf)}), pki.caCrl()));
+    auto const trustStore = storeOf({pki.root});
+    auto const chain = chainOf({pki.ca});
+    auto const leaf = load(pki.leaf);
+    Verdicts verdicts;
+    runOnThreads(8, [&](int thread) {
+        auto const asksForCrls = thread % 2 == 0;
+        auto const ownHandle = leaf;
+        auto const options = optionsWith(
+            {}, Options::CheckCRL::WholeChain,
+            asksForCrls ? Options::DownloadCRL::Required : Options::DownloadCRL::None);
+        for (int round = 0; round < 5; ++round) {
+            verdicts.add(
+                ownHandle.validateCertificate(chain, options, trustStore),
+                asksForCrls ? Status::Revoked : Status::Valid);
+        }
+    });
+    EXPECT_EQ(verdicts.total, 40);
+    EXPECT_EQ(verdicts.wrong, 0);
+    EXPECT_EQ(server.numConnections(), 40U);
+    EXPECT_EQ(trustStore.size(), 1U);
+}
+
+} // namespace
