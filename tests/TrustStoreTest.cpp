@@ -1,0 +1,542 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestCrl.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+
+#include "TrustStoreImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+
+#include <openssl/err.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr char const unsupportedEntryText[] = "Unsupported object type found in TrustStore";
+
+Topology const& pki()
+{
+    static Topology const topology({{"root", ""}, {"intermediate", "root"}, {"leaf", "intermediate"}});
+    return topology;
+}
+
+X509Certificate certificate(std::string const& name)
+{
+    return X509Certificate(pki()[name].der());
+}
+
+TrustStore storeOf(std::vector<std::string> const& names)
+{
+    TrustStore store;
+    for (std::string const& name : names) {
+        store.addCertificate(certificate(name));
+    }
+    return store;
+}
+
+/// A reference to the CRL goes into the live store, past the trust store.
+void addCrl(TrustStore const& store, CrlHandle const& crl)
+{
+    require(X509_STORE_add_crl(getOpenSSLStore(store).get(), crl.get()));
+}
+
+/// An entry of type X509_LU_NONE, which no operation of OpenSSL's puts into a store.
+void addEntryOfNoType(X509_STORE* store)
+{
+    require(sk_X509_OBJECT_push(X509_STORE_get0_objects(store), X509_OBJECT_new()));
+}
+
+/// A certificate without a signature algorithm, which OpenSSL holds but cannot encode.
+X509Handle unencodableCertificate(std::string const& name)
+{
+    auto const made = own(X509_new());
+    require(X509_set_subject_name(made.get(), makeName(commonName(name)).get()));
+    return made;
+}
+
+X509* certificateIn(X509_STORE* store, int index)
+{
+    return X509_OBJECT_get0_X509(sk_X509_OBJECT_value(X509_STORE_get0_objects(store), index));
+}
+
+X509_CRL* crlIn(X509_STORE* store, int index)
+{
+    return X509_OBJECT_get0_X509_CRL(sk_X509_OBJECT_value(X509_STORE_get0_objects(store), index));
+}
+
+/// Counts what becomes of it.
+class CountingAdder : public ISystemCertificateAdder
+{
+public:
+    struct Counts
+    {
+        int clones = 0;
+        int runs = 0;
+    };
+
+    explicit CountingAdder(Counts& target) : counts(target) {}
+
+    ISystemCertificateAdder* clone() const override
+    {
+        ++counts.clones;
+        return new CountingAdder(counts);
+    }
+    void addCertificatesTo(TrustStoreImpl& /*store*/, TrustStore::Usage /*usage*/, bool /*rethrow*/) override
+    {
+        ++counts.runs;
+    }
+
+private:
+    Counts& counts;
+};
+
+TEST(TrustStoreUsage, HasItsNumbersInThirtyTwoBits)
+{
+    EXPECT_EQ(static_cast<std::uint32_t>(TrustStore::Usage::ServerAuthentication), 0U);
+    EXPECT_EQ(static_cast<std::uint32_t>(TrustStore::Usage::Signing), 1U);
+    EXPECT_TRUE((std::is_same_v<std::underlying_type_t<TrustStore::Usage>, std::uint32_t>));
+}
+
+TEST(TrustStoreDefault, IsEmpty)
+{
+    TrustStore const store;
+    EXPECT_TRUE(store.empty());
+    EXPECT_EQ(store.size(), 0U);
+    EXPECT_EQ(store.getCertificates(), X509CertificateChain());
+    EXPECT_EQ(store.getPEMStrings(), std::vector<std::string>());
+}
+
+TEST(TrustStoreAdd, TakesACertificateOnce)
+{
+    TrustStore store;
+    store.addCertificate(certificate("root"));
+    store.addCertificate(certificate("root"));
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_FALSE(store.empty());
+    EXPECT_EQ(store.getCertificates().getCertificates(), std::vector<X509Certificate>{certificate("root")});
+}
+
+TEST(TrustStoreAdd, TakesALeaf)
+{
+    TrustStore const store = storeOf({"leaf"});
+    EXPECT_EQ(store.getCertificates().getCertificates(), std::vector<X509Certificate>{certificate("leaf")});
+}
+
+TEST(TrustStoreAdd, TakesADuplicateOfItsOwn)
+{
+    TrustStore const store = storeOf({"root"});
+    X509Certificate const handedOut = store.getCertificates().getCertificates().front();
+    auto const live = getOpenSSLStore(store);
+    auto const copy = copyOpenSSLStore(TrustStore(store));
+    EXPECT_NE(certificateIn(live.get(), 0), certificateIn(copy.get(), 0));
+    EXPECT_EQ(X509_cmp(certificateIn(live.get(), 0), certificateIn(copy.get(), 0)), 0);
+    EXPECT_EQ(handedOut, certificate("root"));
+}
+
+TEST(TrustStoreAdd, RefusesAnEmptyCertificate)
+{
+    TrustStore store = storeOf({"root"});
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException, "Input certificate is empty.", store.addCertificate(X509Certificate()));
+    X509Certificate source = certificate("leaf");
+    X509Certificate const target(std::move(source));
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate is uninitialized.",
+        store.addCertificate(source)); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(store.size(), 1U);
+}
+
+TEST(TrustStoreAddChain, TakesTheCAsAndPassesOverTheRest)
+{
+    struct Row
+    {
+        std::vector<std::string> chain;
+        std::size_t size;
+    };
+    for (Row const& row : std::vector<Row>{
+             {{}, 0},
+             {{"leaf"}, 0},
+             {{"root", "leaf"}, 1},
+             {{"leaf", "intermediate", "root"}, 2},
+             {{"root", "root", "leaf", "root"}, 1}}) {
+        X509CertificateChain const chain =
+            row.chain.empty() ? X509CertificateChain() : X509CertificateChain(pki().pemBundle(row.chain));
+        TrustStore store;
+        store.addCertificates(chain);
+        EXPECT_EQ(store.size(), row.size);
+        for (X509Certificate const& member : store.getCertificates().getCertificates()) {
+            EXPECT_TRUE(member.isCACertificate());
+        }
+    }
+}
+
+TEST(TrustStoreAddChain, RefusesAMovedFromChain)
+{
+    X509CertificateChain source;
+    X509CertificateChain const target(std::move(source));
+    TrustStore store;
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateChainException, "Error: X509CertificateChain is uninitialized.",
+        store.addCertificates(source)); // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(store.empty());
+}
+
+TEST(TrustStoreAddDER, AcceptsWhatFollowsTheCertificate)
+{
+    TrustStoreImpl store;
+    Bytes der = pki()["root"].der();
+    der.push_back(0);
+    store.addDERCertificate(der);
+    store.addDERCertificate(pki()["root"].der());
+    EXPECT_EQ(store.size(), 1U);
+}
+
+TEST(TrustStoreAddDER, ShowsWhatItCannotParse)
+{
+    TrustStoreImpl store;
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException,
+        "Failed to parse DER data to X509 certificate. Cert size = 3\nCert Bytes =  0x01 0xfe 0x30 \n",
+        store.addDERCertificate({0x01, 0xFE, 0x30}));
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException, "Failed to parse DER data to X509 certificate. Cert size = 0\nCert Bytes =  \n",
+        store.addDERCertificate({}));
+
+    Bytes truncated = pki()["root"].der();
+    truncated.pop_back();
+    std::string expected =
+        "Failed to parse DER data to X509 certificate. Cert size = " + std::to_string(truncated.size()) +
+        "\nCert Bytes =  ";
+    for (unsigned char const byte : truncated) {
+        constexpr char const digits[] = "0123456789abcdef";
+        expected += std::string("0x") + digits[byte / 16] + digits[byte % 16] + " ";
+    }
+    EXPECT_THROWS_EXACTLY(TrustStoreException, expected + "\n", store.addDERCertificate(truncated));
+    EXPECT_TRUE(store.empty());
+}
+
+TEST(TrustStoreAddX509, ReportsWhatOpenSSLRefuses)
+{
+    TrustStoreImpl store;
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to add certificate to store", store.addX509(nullptr));
+    auto const root = pki()["root"].certificate;
+    EXPECT_NO_THROW(store.addX509(root.get()));
+    EXPECT_NO_THROW(store.addX509(root.get()));
+    EXPECT_EQ(store.size(), 1U);
+}
+
+TEST(TrustStoreCopy, IsIndependentInBothDirections)
+{
+    TrustStore original = storeOf({"root"});
+    TrustStore copy(original);
+    original.addCertificate(certificate("leaf"));
+    EXPECT_EQ(copy.size(), 1U);
+    copy.addCertificate(certificate("intermediate"));
+    copy.addCertificate(certificate("leaf"));
+    EXPECT_EQ(original.size(), 2U);
+    EXPECT_EQ(copy.size(), 3U);
+}
+
+TEST(TrustStoreCopy, DuplicatesCertificatesAndSharesCrls)
+{
+    TrustStore const original = storeOf({"root"});
+    addCrl(original, makeCrl(pki()["root"]));
+    TrustStore const copy(original);
+    EXPECT_EQ(copy.size(), 2U);
+    auto const left = getOpenSSLStore(original);
+    auto const right = getOpenSSLStore(copy);
+    int shared = 0;
+    for (int leftIndex = 0; leftIndex < 2; ++leftIndex) {
+        for (int rightIndex = 0; rightIndex < 2; ++rightIndex) {
+            X509* const duplicate = certificateIn(left.get(), leftIndex);
+            EXPECT_TRUE(duplicate == nullptr || duplicate != certificateIn(right.get(), rightIndex));
+            X509_CRL* const crl = crlIn(left.get(), leftIndex);
+            shared += crl != nullptr && crl == crlIn(right.get(), rightIndex) ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(shared, 1);
+}
+
+TEST(TrustStoreCopy, FailsForACertificateThatCannotBeDuplicated)
+{
+    struct Row
+    {
+        X509Handle certificate;
+        std::string text;
+    };
+    auto const nameless = own(X509_new());
+    for (Row const& row : std::vector<Row>{
+             {unencodableCertificate("half made"), "Failed to add certificate to store, CN: half made"},
+             {nameless, "Failed to add certificate to store, CN: "}}) {
+        TrustStore store = storeOf({"root"});
+        require(X509_STORE_add_cert(getOpenSSLStore(store).get(), row.certificate.get()));
+        EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, TrustStore(store));
+        EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, copyOpenSSLStore(store));
+        TrustStore target = storeOf({"leaf"});
+        EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, target = store);
+        EXPECT_EQ(target.size(), 1U);
+        EXPECT_EQ(store.size(), 2U);
+    }
+}
+
+TEST(TrustStoreCopy, ToItselfGivesANewEqualStore)
+{
+    TrustStore store = storeOf({"root", "leaf"});
+    auto const before = store.getPEMStrings();
+    auto const oldStore = getOpenSSLStore(store);
+    auto const& same = store;
+    store = same;
+    EXPECT_EQ(store.getPEMStrings(), before);
+    EXPECT_NE(getOpenSSLStore(store), oldStore);
+}
+
+TEST(TrustStoreMovedFrom, ReadsAsEmptyAndCannotBeCopied)
+{
+    TrustStore source = storeOf({"root"});
+    TrustStore const target(std::move(source));
+    // NOLINTBEGIN(bugprone-use-after-move): what is left is documented
+    EXPECT_TRUE(source.empty());
+    EXPECT_EQ(source.size(), 0U);
+    EXPECT_EQ(source.getCertificates(), X509CertificateChain());
+    EXPECT_EQ(source.getPEMStrings(), std::vector<std::string>());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Error: TrustStore is uninitialized.", TrustStore(source));
+    source.addCertificates(X509CertificateChain());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Error: TrustStore is uninitialized.", TrustStore(source));
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException, "Input certificate is empty.", source.addCertificate(X509Certificate()));
+    // NOLINTEND(bugprone-use-after-move)
+    EXPECT_EQ(target.size(), 1U);
+}
+
+TEST(TrustStoreMovedFrom, BecomesUsableByAdding)
+{
+    auto const addSystemCertificates = [](TrustStore& store) {
+        try {
+            store.addSystemCertificates(TrustStore::Usage::Signing);
+        } catch (TrustStoreException const& noRootsOnThisMachine) {
+            EXPECT_EQ(
+                std::string(noRootsOnThisMachine.what())
+                    .rfind("Failed to open system certificate store: ", 0),
+                0U);
+        }
+    };
+    std::vector<std::function<void(TrustStore&)>> const additions = {
+        [](TrustStore& store) { store.addCertificate(certificate("root")); },
+        [](TrustStore& store) { store.addCertificates(X509CertificateChain(pki()["root"].pem())); },
+        addSystemCertificates};
+    for (auto const& add : additions) {
+        TrustStore source = storeOf({"leaf", "intermediate"});
+        TrustStore const target(std::move(source));
+        add(source); // NOLINT(bugprone-use-after-move): that is what is documented
+        EXPECT_NO_THROW(TrustStore{source});
+    }
+    TrustStore source = storeOf({"leaf", "intermediate"});
+    TrustStore const target(std::move(source));
+    source.addCertificate(certificate("root")); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(source.size(), 1U);
+}
+
+TEST(TrustStoreSwap, ExchangesTheContents)
+{
+    TrustStore left = storeOf({"root"});
+    TrustStore right = storeOf({"leaf", "intermediate"});
+    left.swap(right);
+    EXPECT_EQ(left.size(), 2U);
+    EXPECT_EQ(right.size(), 1U);
+    left.swap(left);
+    EXPECT_EQ(left.size(), 2U);
+    left = std::move(right);
+    EXPECT_EQ(left.size(), 1U);
+    EXPECT_EQ(right.size(), 2U); // NOLINT(bugprone-use-after-move): that is what is documented
+}
+
+TEST(TrustStoreAdder, IsClonedForACopyAndLostByAMove)
+{
+    CountingAdder::Counts counts;
+    TrustStore store(std::make_unique<CountingAdder>(counts));
+    EXPECT_EQ(counts.clones, 0);
+    TrustStore copy(store);
+    EXPECT_EQ(counts.clones, 1);
+    copy.addSystemCertificates(TrustStore::Usage::Signing);
+    store.addSystemCertificates(TrustStore::Usage::Signing);
+    EXPECT_EQ(counts.runs, 2);
+
+    TrustStore const target(std::move(store));
+    store.addCertificate(certificate("root")); // NOLINT(bugprone-use-after-move)
+    TrustStore const copyWithDefaultAdder(store);
+    EXPECT_EQ(counts.clones, 1);
+}
+
+TEST(TrustStoreAdder, IsMissedWhereItIsNull)
+{
+    TrustStore store{std::unique_ptr<ISystemCertificateAdder>()};
+    store.addCertificate(certificate("root"));
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Error: TrustStore is uninitialized.", TrustStore(store));
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException, "Error: TrustStore is uninitialized.",
+        store.addSystemCertificates(TrustStore::Usage::Signing));
+    EXPECT_EQ(store.size(), 1U);
+}
+
+TEST(TrustStoreOutput, IsThePEMTextOfOpenSSLInTheStoresOrder)
+{
+    TrustStore const store = storeOf({"root", "leaf", "intermediate"});
+    auto const live = getOpenSSLStore(store);
+    std::vector<std::string> expected;
+    for (int index = 0; index < 3; ++index) {
+        expected.push_back(toPem(share(certificateIn(live.get(), index))));
+    }
+    EXPECT_EQ(store.getPEMStrings(), expected);
+
+    auto const certificates = store.getCertificates().getCertificates();
+    ASSERT_EQ(certificates.size(), 3U);
+    for (std::size_t index = 0; index < 3; ++index) {
+        EXPECT_EQ(X509Certificate(expected[index]), certificates[index]);
+    }
+}
+
+TEST(TrustStoreOutput, OfAnUnfitKeyExistsAsPEMOnly)
+{
+    TrustStoreImpl store;
+    auto const weak = makeRoot("weak", [](CertificateSpec& spec) { spec.key = rsaKey(1023); });
+    store.addDERCertificate(weak.der());
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "RSA key size does not meet minimum cryptographic requirements",
+        store.getCertificates());
+    EXPECT_EQ(store.getPEMStrings(), std::vector<std::string>{weak.pem()});
+}
+
+TEST(TrustStoreOutput, FailsForACertificateThatCannotBeEncoded)
+{
+    TrustStore const store;
+    require(X509_STORE_add_cert(getOpenSSLStore(store).get(), unencodableCertificate("half made").get()));
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to convert X509 to PEM", store.getPEMStrings());
+}
+
+TEST(TrustStoreWithACrl, CountsItAndRefusesToListIt)
+{
+    TrustStore const store;
+    addCrl(store, makeCrl(pki()["root"]));
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_FALSE(store.empty());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.getCertificates());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.getPEMStrings());
+    EXPECT_EQ(TrustStore(store).size(), 1U);
+}
+
+TEST(TrustStoreWithAnEntryOfNoType, RefusesToListAndToCopyIt)
+{
+    TrustStore const store = storeOf({"root"});
+    addEntryOfNoType(getOpenSSLStore(store).get());
+    EXPECT_EQ(store.size(), 2U);
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.getCertificates());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.getPEMStrings());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, TrustStore(store));
+}
+
+TEST(TrustStoreEntries, EndWhereTheStoreEnds)
+{
+    TrustStoreImpl store;
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.x509At(0));
+    store.addX509(pki()["root"].certificate.get());
+    EXPECT_EQ(store.x509At(0), pki()["root"].certificate.get());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.x509At(1));
+    EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.x509At(0xFFFFFFFFU));
+}
+
+TEST(TrustStoreErrorQueue, StaysAsItWas)
+{
+    CountingAdder::Counts counts;
+    TrustStore store(std::make_unique<CountingAdder>(counts));
+    TrustStoreImpl implementation;
+    // Made beforehand: loading a certificate empties the queue.
+    X509Certificate const root = certificate("root");
+    X509CertificateChain const chain(pki().pemBundle({"root", "leaf"}));
+    TrustStore const withCrl;
+    addCrl(withCrl, makeCrl(pki()["root"]));
+    TrustStore const withHalfMade;
+    require(X509_STORE_add_cert(getOpenSSLStore(withHalfMade).get(), unencodableCertificate("x").get()));
+    std::vector<std::pair<std::string, std::function<void()>>> const operations = {
+        {"construct", [] { TrustStore const made; }},
+        {"copy", [&] { TrustStore const copy(store); }},
+        {"copy in vain", [&] { TrustStore const copy(withHalfMade); }},
+        {"copy for OpenSSL in vain", [&] { copyOpenSSLStore(withHalfMade); }},
+        {"addCertificate", [&] { store.addCertificate(root); }},
+        {"addCertificate again", [&] { store.addCertificate(root); }},
+        {"addCertificate in vain", [&] { store.addCertificate(X509Certificate()); }},
+        {"addCertificates", [&] { store.addCertificates(chain); }},
+        {"addSystemCertificates",
+         [&] { store.addSystemCertificates(TrustStore::Usage::ServerAuthentication); }},
+        {"size", [&] { store.size(); }},
+        {"getCertificates", [&] { store.getCertificates(); }},
+        {"getCertificates in vain", [&] { withCrl.getCertificates(); }},
+        {"getPEMStrings", [&] { store.getPEMStrings(); }},
+        {"getPEMStrings in vain", [&] { withHalfMade.getPEMStrings(); }},
+        {"addDERCertificate in vain",
+         [&] {
+             implementation.addDERCertificate({1, 2, 3});
+         }},
+        {"addX509 in vain", [&] { implementation.addX509(nullptr); }},
+    };
+    for (auto const& [name, operation] : operations) {
+        SCOPED_TRACE(name);
+        CleanErrorQueue const clean;
+        auto const older = queueForeignError();
+        auto const newer = queueForeignError();
+        try {
+            operation();
+        } catch (std::runtime_error const&) {
+            EXPECT_NE(name.find(" in vain"), std::string::npos);
+        }
+        EXPECT_EQ(drainErrorQueue(), (std::vector<unsigned long>{older, newer}));
+    }
+}
+
+TEST(CommonNameOf, IsTheFirstInUtf8OrNothing)
+{
+    struct Row
+    {
+        Name subject;
+        std::string expected;
+    };
+    std::string const withNul("a\0b", 3);
+    std::vector<Row> const rows = {
+        {{}, ""},
+        {{{"O", "only an organisation"}}, ""},
+        {{{"CN", "one"}}, "one"},
+        {{{"O", "x"}, {"CN", "first"}, {"CN", "second"}}, "first"},
+        {{{"CN", "\xE9t\xE9", V_ASN1_T61STRING}}, "\xC3\xA9t\xC3\xA9"},
+        {{{"CN", std::string("\0A\x20\xAC", 4), V_ASN1_BMPSTRING}}, "A\xE2\x82\xAC"},
+        {{{"CN", withNul}}, withNul},
+    };
+    for (Row const& row : rows) {
+        auto const made = makeRoot("any", [&](CertificateSpec& spec) { spec.subject = row.subject; });
+        EXPECT_EQ(commonNameOf(made.certificate.get()), row.expected);
+    }
+    EXPECT_EQ(commonNameOf(nullptr), "");
+    EXPECT_EQ(commonNameOf(own(X509_new()).get()), "");
+
+    auto const notUtf8 = unencodableCertificate("ab");
+    X509_NAME_ENTRY* const entry = X509_NAME_get_entry(X509_get_subject_name(notUtf8.get()), 0);
+    require(ASN1_STRING_set(X509_NAME_ENTRY_get_data(entry), "\xFF\xFE", 2));
+    EXPECT_EQ(commonNameOf(notUtf8.get()), "");
+}
+
+} // namespace
