@@ -63,6 +63,14 @@ using ASN1_OBJECTStackUPtr = OpenSSLHandle<STACK_OF(ASN1_OBJECT)>;
 using POLICYINFOStackUPtr = OpenSSLHandle<STACK_OF(POLICYINFO)>;
 using DIST_POINTStackUPtr = OpenSSLHandle<STACK_OF(DIST_POINT)>;
 
+/// A stack whose elements belong to somebody else: only the stack itself is released. A type of its own, so
+/// that it is never taken for one that owns them.
+struct ReleaseStackAlone
+{
+    void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
+};
+using BorrowingX509StackUPtr = std::unique_ptr<STACK_OF(X509), ReleaseStackAlone>;
+
 namespace detail {
 
 template <typename T>
@@ -193,10 +201,9 @@ inline X509StackUPtr makeX509Stack(STACK_OF(X509) * pointer)
     return {pointer, [](STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); }};
 }
 
-/// A stack whose elements belong to somebody else: only the stack itself is released.
-inline X509StackUPtr makeBorrowingX509Stack(STACK_OF(X509) * pointer)
+inline BorrowingX509StackUPtr makeBorrowingX509Stack(STACK_OF(X509) * pointer)
 {
-    return {pointer, [](STACK_OF(X509) * stack) { sk_X509_free(stack); }};
+    return BorrowingX509StackUPtr(pointer);
 }
 
 inline X509_INFOStackUPtr makeX509_INFOStack(STACK_OF(X509_INFO) * pointer)
