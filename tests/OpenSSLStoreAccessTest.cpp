@@ -1,0 +1,252 @@
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestCrl.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+
+#include <openssl/ssl.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+Topology const& pki()
+{
+    static Topology const topology({{"root", ""}, {"intermediate", "root"}, {"server", "intermediate"}});
+    return topology;
+}
+
+X509Certificate certificate(std::string const& name)
+{
+    return X509Certificate(pki()[name].der());
+}
+
+TrustStore storeOf(std::string const& name)
+{
+    TrustStore store;
+    store.addCertificate(certificate(name));
+    return store;
+}
+
+int entriesIn(X509_STORE* store)
+{
+    return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
+}
+
+using TLSContext = std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)>;
+using TLSConnection = std::unique_ptr<SSL, void (*)(SSL*)>;
+
+TLSContext makeContext(SSL_METHOD const* method = TLS_method())
+{
+    TLSContext context(SSL_CTX_new(method), SSL_CTX_free);
+    if (context == nullptr) {
+        throw std::runtime_error("No TLS context");
+    }
+    return context;
+}
+
+/// A server with the leaf of the test PKI and the certificate above it.
+TLSContext makeServerContext()
+{
+    TLSContext context = makeContext(TLS_server_method());
+    require(SSL_CTX_use_certificate(context.get(), pki()["server"].certificate.get()));
+    require(SSL_CTX_use_PrivateKey(context.get(), pki()["server"].key.get()));
+    require(SSL_CTX_add1_chain_cert(context.get(), pki()["intermediate"].certificate.get()));
+    return context;
+}
+
+/// A client that accepts no server but those with a chain to the context's own store.
+TLSContext makeClientContext()
+{
+    TLSContext context = makeContext(TLS_client_method());
+    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
+    return context;
+}
+
+/// One handshake between the two, in memory. True if the client finished it, that is, accepted the server.
+bool clientAcceptsServer(TLSContext const& clientContext, TLSContext const& serverContext)
+{
+    ErrorQueueMark const mark;
+    TLSConnection const client(SSL_new(clientContext.get()), SSL_free);
+    TLSConnection const server(SSL_new(serverContext.get()), SSL_free);
+    BIO* clientSide = nullptr;
+    BIO* serverSide = nullptr;
+    require(BIO_new_bio_pair(&clientSide, 0, &serverSide, 0));
+    SSL_set_bio(client.get(), clientSide, clientSide);
+    SSL_set_bio(server.get(), serverSide, serverSide);
+    SSL_set_connect_state(client.get());
+    SSL_set_accept_state(server.get());
+    for (int turn = 0; turn < 20 && SSL_is_init_finished(client.get()) == 0; ++turn) {
+        SSL_do_handshake(client.get());
+        SSL_do_handshake(server.get());
+    }
+    return SSL_is_init_finished(client.get()) == 1 && SSL_get_verify_result(client.get()) == X509_V_OK;
+}
+
+TEST(GetOpenSSLStore, GivesFurtherOwnersOfTheLiveStore)
+{
+    TrustStore store = storeOf("root");
+    auto const live = getOpenSSLStore(store);
+    EXPECT_EQ(getOpenSSLStore(store), live);
+    store.addCertificate(certificate("intermediate"));
+    EXPECT_EQ(entriesIn(live.get()), 2);
+    store = TrustStore();
+    EXPECT_EQ(entriesIn(live.get()), 2);
+    EXPECT_EQ(live.use_count(), 1);
+}
+
+TEST(CopyOpenSSLStore, GivesAStoreOfItsOwn)
+{
+    TrustStore store = storeOf("root");
+    auto const copy = copyOpenSSLStore(store);
+    EXPECT_EQ(copy.get_deleter(), X509_STORE_free);
+    EXPECT_NE(copy.get(), getOpenSSLStore(store).get());
+    require(X509_STORE_add_cert(copy.get(), pki()["intermediate"].certificate.get()));
+    require(X509_STORE_add_crl(copy.get(), makeCrl(pki()["root"]).get()));
+    require(X509_STORE_set_flags(copy.get(), X509_V_FLAG_CRL_CHECK));
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_EQ(TrustStore(store).size(), 1U);
+    auto const secondCopy = copyOpenSSLStore(store);
+    EXPECT_EQ(X509_VERIFY_PARAM_get_flags(X509_STORE_get0_param(secondCopy.get())), 0U);
+    store.addCertificate(certificate("server"));
+    EXPECT_EQ(entriesIn(copy.get()), 3);
+}
+
+TEST(CopyOpenSSLStore, OfAnEmptyStoreIsAnEmptyStore)
+{
+    auto const copy = copyOpenSSLStore(TrustStore());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(entriesIn(copy.get()), 0);
+    require(X509_STORE_add_cert(copy.get(), pki()["root"].certificate.get()));
+}
+
+TEST(CopyOpenSSLStore, HoldsTheSameCrlsAndNoneOfTheSameCertificates)
+{
+    TrustStore const store = storeOf("root");
+    auto const live = getOpenSSLStore(store);
+    require(X509_STORE_add_crl(live.get(), makeCrl(pki()["root"]).get()));
+    auto const copy = copyOpenSSLStore(store);
+    ASSERT_EQ(entriesIn(copy.get()), 2);
+    EXPECT_EQ(store.size(), 2U);
+    int crls = 0;
+    for (int index = 0; index < 2; ++index) {
+        X509_OBJECT const* const original = sk_X509_OBJECT_value(X509_STORE_get0_objects(live.get()), index);
+        X509_OBJECT const* const entry = sk_X509_OBJECT_value(X509_STORE_get0_objects(copy.get()), index);
+        ASSERT_EQ(X509_OBJECT_get_type(original), X509_OBJECT_get_type(entry));
+        if (X509_OBJECT_get_type(entry) == X509_LU_CRL) {
+            ++crls;
+            EXPECT_EQ(X509_OBJECT_get0_X509_CRL(original), X509_OBJECT_get0_X509_CRL(entry));
+        } else {
+            EXPECT_NE(X509_OBJECT_get0_X509(original), X509_OBJECT_get0_X509(entry));
+        }
+    }
+    EXPECT_EQ(crls, 1);
+}
+
+TEST(OpenSSLStoreOfAMovedFromTrustStore, DoesNotExist)
+{
+    TrustStore source = storeOf("root");
+    TrustStore const target(std::move(source));
+    // NOLINTBEGIN(bugprone-use-after-move): what is left is documented
+    EXPECT_EQ(getOpenSSLStore(source), nullptr);
+    auto const copy = copyOpenSSLStore(source);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(copy.get_deleter(), X509_STORE_free);
+
+    TLSContext const context = makeContext();
+    X509_STORE* const before = SSL_CTX_get_cert_store(context.get());
+    attachTrustStoreToSSLCTX(source, context.get());
+    EXPECT_EQ(SSL_CTX_get_cert_store(context.get()), before);
+    // NOLINTEND(bugprone-use-after-move)
+}
+
+TEST(AttachTrustStore, DoesNothingToANullContext)
+{
+    TrustStore const store = storeOf("root");
+    EXPECT_NO_THROW(attachTrustStoreToSSLCTX(store, nullptr));
+    EXPECT_EQ(getOpenSSLStore(store).use_count(), 2);
+}
+
+TEST(AttachTrustStore, SharesTheLiveStoreAndNoCopyOfIt)
+{
+    TrustStore store;
+    TLSContext const context = makeContext();
+    attachTrustStoreToSSLCTX(store, context.get());
+    EXPECT_EQ(SSL_CTX_get_cert_store(context.get()), getOpenSSLStore(store).get());
+    TrustStore copy(store);
+    copy.addCertificate(certificate("intermediate"));
+    EXPECT_EQ(entriesIn(SSL_CTX_get_cert_store(context.get())), 0);
+    store.addCertificate(certificate("root"));
+    EXPECT_EQ(entriesIn(SSL_CTX_get_cert_store(context.get())), 1);
+}
+
+TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
+{
+    TLSContext const context = makeContext();
+    {
+        TrustStore const store = storeOf("root");
+        attachTrustStoreToSSLCTX(store, context.get());
+        // A second time gives up one reference and takes another.
+        attachTrustStoreToSSLCTX(store, context.get());
+    }
+    EXPECT_EQ(entriesIn(SSL_CTX_get_cert_store(context.get())), 1);
+
+    TrustStore const store = storeOf("root");
+    {
+        TLSContext const shortLived = makeContext();
+        attachTrustStoreToSSLCTX(store, shortLived.get());
+    }
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_EQ(store.getPEMStrings().size(), 1U);
+}
+
+TEST(AttachTrustStore, LetsAHandshakeSucceedAsSoonAsTheRootIsAdded)
+{
+    TLSContext const server = makeServerContext();
+    TLSContext const client = makeClientContext();
+    TrustStore store;
+    attachTrustStoreToSSLCTX(store, client.get());
+    EXPECT_FALSE(clientAcceptsServer(client, server));
+
+    TrustStore copy(store);
+    copy.addCertificate(certificate("root"));
+    EXPECT_FALSE(clientAcceptsServer(client, server));
+
+    store.addCertificate(certificate("root"));
+    EXPECT_TRUE(clientAcceptsServer(client, server));
+}
+
+TEST(AttachTrustStore, ServesHandshakesAfterTheTrustStoreIsGone)
+{
+    TLSContext const server = makeServerContext();
+    TLSContext const client = makeClientContext();
+    {
+        TrustStore const store = storeOf("root");
+        attachTrustStoreToSSLCTX(store, client.get());
+    }
+    EXPECT_TRUE(clientAcceptsServer(client, server));
+}
+
+TEST(OpenSSLStoreAccess, LeavesTheErrorQueueAsItWas)
+{
+    TrustStore const store = storeOf("root");
+    TLSContext const context = makeContext();
+    CleanErrorQueue const clean;
+    auto const foreign = queueForeignError();
+    getOpenSSLStore(store);
+    copyOpenSSLStore(store);
+    attachTrustStoreToSSLCTX(store, context.get());
+    EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
+}
+
+} // namespace

@@ -1,0 +1,172 @@
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr int numThreads = 8;
+
+/// Ends the process if the scope is not left in time: threads that wait for each other never return.
+class Watchdog
+{
+public:
+    explicit Watchdog(std::chrono::seconds limit)
+        : watcher([this, limit] {
+              std::unique_lock<std::mutex> lock(mutex);
+              if (!finished.wait_for(lock, limit, [this] { return isFinished; })) {
+                  std::fputs("The threads have stopped: they wait for each other.\n", stderr);
+                  std::abort();
+              }
+          })
+    {}
+
+    ~Watchdog()
+    {
+        {
+            std::lock_guard<std::mutex> const lock(mutex);
+            isFinished = true;
+        }
+        finished.notify_one();
+        watcher.join();
+    }
+
+    Watchdog(Watchdog const&) = delete;
+    Watchdog& operator=(Watchdog const&) = delete;
+
+private:
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool isFinished = false;
+    std::thread watcher;
+};
+
+/// Runs the work in all threads at once; each is told its number.
+void inParallel(std::function<void(int)> const& work)
+{
+    Watchdog const watchdog(std::chrono::seconds(300));
+    std::atomic<int> numReady{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < numThreads; ++number) {
+        threads.emplace_back([&, number] {
+            ++numReady;
+            while (numReady < numThreads) {
+                std::this_thread::yield();
+            }
+            work(number);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+Topology const& pki()
+{
+    static Topology const topology({{"root", ""}, {"intermediate", "root"}, {"leaf", "intermediate"}});
+    return topology;
+}
+
+std::vector<X509Certificate> const& manyRoots()
+{
+    static std::vector<X509Certificate> const roots = [] {
+        std::vector<X509Certificate> made;
+        for (int number = 0; number < numThreads * 4; ++number) {
+            made.emplace_back(makeRoot("root", [number](CertificateSpec& spec) {
+                                  spec.subject = commonName("root " + std::to_string(number));
+                              }).der());
+        }
+        return made;
+    }();
+    return roots;
+}
+
+TEST(X509CertificateChainThreads, ReadCopyAndAppendAtOnce)
+{
+    X509CertificateChain chain(pki().pemBundle({"leaf", "intermediate", "root"}));
+    auto const& roots = manyRoots();
+    inParallel([&](int number) {
+        for (std::size_t round = 0; round < 4; ++round) {
+            chain.addCertificate(roots[static_cast<std::size_t>(number) * 4 + round]);
+            EXPECT_FALSE(chain.empty());
+            EXPECT_GE(chain.getCertificates().size(), 4U);
+            EXPECT_GE(X509CertificateChain(chain.getAsString()).getNumCertificates(), 4U);
+            X509CertificateChain copy(chain);
+            EXPECT_EQ(copy.popLeafCertificate().getSubjectCommonName(), "leaf");
+            EXPECT_FALSE(copy == chain);
+            std::ostringstream report;
+            chain.print(report);
+            EXPECT_NE(report.str(), "");
+        }
+    });
+    EXPECT_EQ(chain.getNumCertificates(), 3 + roots.size());
+}
+
+TEST(TrustStoreThreads, ReadCopyAndAddAtOnce)
+{
+    TrustStore store;
+    store.addCertificate(X509Certificate(pki()["root"].der()));
+    X509CertificateChain const chain(pki().pemBundle({"leaf", "intermediate", "root"}));
+    auto const& roots = manyRoots();
+    inParallel([&](int number) {
+        for (std::size_t round = 0; round < 4; ++round) {
+            store.addCertificate(roots[static_cast<std::size_t>(number) * 4 + round]);
+            store.addCertificates(chain);
+            EXPECT_FALSE(store.empty());
+            EXPECT_GE(store.size(), 3U);
+            EXPECT_GE(store.getCertificates().getNumCertificates(), 3U);
+            EXPECT_GE(store.getPEMStrings().size(), 3U);
+            TrustStore const copy(store);
+            EXPECT_GE(copy.size(), 3U);
+            EXPECT_NE(copyOpenSSLStore(store), nullptr);
+            EXPECT_NE(getOpenSSLStore(store), nullptr);
+        }
+    });
+    EXPECT_EQ(store.size(), 2 + roots.size());
+}
+
+TEST(TrustStoreThreads, ValidateACertificateWhileOthersAddIt)
+{
+    X509Certificate const leaf(pki()["leaf"].der());
+    X509CertificateChain chain(pki().pemBundle({"intermediate"}));
+    TrustStore store;
+    store.addCertificate(X509Certificate(pki()["root"].der()));
+    CertificateValidationOptions const options;
+    inParallel([&](int number) {
+        for (int round = 0; round < 10; ++round) {
+            if (number % 2 == 0) {
+                EXPECT_EQ(
+                    leaf.validateCertificate(chain, options, store).getCertificateChainStatus(),
+                    CertificateChainStatus::Valid);
+            } else {
+                store.addCertificate(leaf);
+                chain.addCertificate(leaf);
+                store.addCertificates(chain);
+            }
+        }
+    });
+    EXPECT_EQ(store.size(), 3U);
+    EXPECT_EQ(chain.getNumCertificates(), 1U + 10U * numThreads / 2);
+}
+
+} // namespace
