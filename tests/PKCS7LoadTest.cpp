@@ -1,6 +1,7 @@
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
+#include "support/RefusedAllocation.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
@@ -12,9 +13,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include <cstdlib>
 #include <iostream>
-#include <new>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
@@ -41,9 +40,6 @@ constexpr char const certificateRefused[] =
     "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.";
 
 std::string const beginMarker = "-----BEGIN PKCS7-----";
-
-/// The size of the one allocation that fails; see operator new below.
-std::size_t refusedAllocation = 0;
 
 std::string asText(Bytes const& bytes)
 {
@@ -117,25 +113,6 @@ protected:
 
 } // namespace
 
-void* operator new(std::size_t size)
-{
-    void* const memory = size == refusedAllocation ? nullptr : std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
-
 TEST(PKCS7Load, TakesBothEncodingsFromBytesStringAndStream)
 {
     for (auto const& data : {asText(toDer(signedData())), toPem(signedData())}) {
@@ -194,11 +171,10 @@ TEST(PKCS7Load, NamesTheCauseWhenAStreamCannotBeRead)
 TEST(PKCS7Load, NamesTheCauseWhenAStringCannotBeCopied)
 {
     std::string const data(123457, 'x');
-    refusedAllocation = 123457;
+    RefusedAllocation const refused(data.size());
     EXPECT_THROWS_EXACTLY(
         InvalidArgument, "The input PKCS7 certificate data string is invalid. Reason:std::bad_alloc",
         PKCS7Certificate(data));
-    refusedAllocation = 0;
 }
 
 TEST(PKCS7Load, TakesThePemPathWhereverTheMarkerStands)

@@ -408,6 +408,24 @@ TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
     }
 }
 
+TEST(PKCS7StrangersBytes, OfDetachedDataWithOneByteDamagedNeverFitOtherContent)
+{
+    SignedDataSpec spec;
+    spec.content = "content";
+    spec.signers = {signer()};
+    spec.detached = true;
+    auto const whole = toDer(makeSignedData(spec));
+    EXPECT_TRUE(verify(PKCS7Certificate(whole), "content").isValidSignature());
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        auto damaged = whole;
+        damaged[index] = static_cast<unsigned char>(damaged[index] ^ 0x01);
+        if (auto const loaded = loadOrRefuse(damaged)) {
+            EXPECT_FALSE(verify(*loaded, "other content").getSignatureVerificationStatus()) << index;
+            verify(*loaded, "content");
+        }
+    }
+}
+
 TEST(PKCS7StrangersBytes, OfSignedAndEnvelopedDataWithOneByteDamagedAreNeverSound)
 {
     auto const whole = toDer(makeSignedAndEnvelopedData("content", signer(), recipient()));

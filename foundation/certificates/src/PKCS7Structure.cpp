@@ -1,5 +1,7 @@
 #include "PKCS7Structure.hpp"
 
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
 #include <openssl/err.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
@@ -15,13 +17,15 @@ bool isSignedWithoutBody(PKCS7* structure)
     return structure != nullptr && PKCS7_type_is_signed(structure) && structure->d.sign == nullptr;
 }
 
+bool isSignedWithBody(PKCS7* structure)
+{
+    return structure != nullptr && PKCS7_type_is_signed(structure) && structure->d.sign != nullptr;
+}
+
 /// A message digest attribute that is no octet string. Releases of OpenSSL up to the year 2025 take its value
 /// for one, whatever it is.
 bool hasMistypedDigest(PKCS7* structure)
 {
-    if (structure == nullptr || !PKCS7_type_is_signed(structure) || structure->d.sign == nullptr) {
-        return false;
-    }
     auto* const signers = structure->d.sign->signer_info;
     for (int index = 0; index < sk_PKCS7_SIGNER_INFO_num(signers); ++index) {
         ASN1_TYPE const* const digest =
@@ -31,6 +35,19 @@ bool hasMistypedDigest(PKCS7* structure)
         }
     }
     return false;
+}
+
+/// Whether OpenSSL can set up the digests that the structure names.
+bool hasUsableDigests(PKCS7* structure)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    auto source = makeBIO(BIO_new(BIO_s_null()));
+    auto const digests = makeBIO(PKCS7_dataInit(structure, source.get()));
+    if (digests == nullptr) {
+        return false;
+    }
+    static_cast<void>(source.release()); // the end of the chain of digests
+    return true;
 }
 
 } // namespace
@@ -74,14 +91,21 @@ bool verifies(
         ERR_raise(ERR_LIB_PKCS7, PKCS7_R_NO_SIGNATURES_ON_DATA);
         return false;
     }
-    if (!hasMistypedDigest(structure)) {
-        return PKCS7_verify(structure, certificates, store, content, out, flags) == 1;
+    // OpenSSL copies content that lies in memory before it sets up the digests, and loses the copy if that
+    // fails. It does not get to read content then, so it is given one that it does not copy.
+    if (isSignedWithBody(structure) && content != nullptr && !hasUsableDigests(structure)) {
+        auto const nothing = makeBIO(BIO_new(BIO_s_null()));
+        static_cast<void>(PKCS7_verify(structure, certificates, store, nothing.get(), out, flags));
+        return false;
     }
     // All that comes before the signatures is checked as ever; they cannot be sound.
-    if (PKCS7_verify(structure, certificates, store, content, out, flags | PKCS7_NOSIGS) == 1) {
-        ERR_raise(ERR_LIB_PKCS7, PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST);
+    if (isSignedWithBody(structure) && hasMistypedDigest(structure)) {
+        if (PKCS7_verify(structure, certificates, store, content, out, flags | PKCS7_NOSIGS) == 1) {
+            ERR_raise(ERR_LIB_PKCS7, PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST);
+        }
+        return false;
     }
-    return false;
+    return PKCS7_verify(structure, certificates, store, content, out, flags) == 1;
 }
 
 } // namespace foundation::certificates

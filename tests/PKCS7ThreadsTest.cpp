@@ -1,0 +1,101 @@
+#include "support/TestBundles.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/PKCS7Certificate.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+constexpr int numThreads = 4;
+constexpr int numRounds = 15;
+
+/// Runs the work in all threads at once; each gets its number.
+template <class Work>
+void inParallel(Work const& work)
+{
+    std::atomic<int> numReady{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < numThreads; ++number) {
+        threads.emplace_back([&, number] {
+            ++numReady;
+            while (numReady < numThreads) {
+                std::this_thread::yield();
+            }
+            work(number);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+class PKCS7Threads : public testing::Test
+{
+protected:
+    PKCS7Threads() { trusted.addCertificate(X509Certificate(root.der())); }
+
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const signer = makeLeaf(root, "signer");
+    PKCS7Certificate shared{toDer(makeSignedData("content", signer))};
+    TrustStore trusted;
+};
+
+} // namespace
+
+TEST_F(PKCS7Threads, MayReadOneObjectAtOnce)
+{
+    inParallel([&](int) {
+        for (int round = 0; round < numRounds; ++round) {
+            auto const results = shared.verifySignature(X509CertificateChain(), trusted, ByteArray());
+            EXPECT_TRUE(results.isValidSignature());
+            EXPECT_EQ(PKCS7Certificate(shared).getSignedData().size(), 7u);
+            EXPECT_EQ(shared.getSignerCerts().getNumCertificates(), 1u);
+            EXPECT_FALSE(shared.getAsString().empty());
+            EXPECT_TRUE(shared == shared);
+            std::ostringstream() << shared;
+        }
+    });
+}
+
+TEST_F(PKCS7Threads, MayAddCertificatesWhileOthersRead)
+{
+    X509Certificate const added(root.der());
+    inParallel([&](int number) {
+        for (int round = 0; round < numRounds; ++round) {
+            if (number % 2 == 0) {
+                shared.addCertificate(added);
+            } else {
+                EXPECT_GE(PKCS7Certificate(shared).getNumCertificates(), 1u);
+                EXPECT_FALSE(shared.getCertificates().empty());
+            }
+        }
+    });
+    EXPECT_EQ(shared.getNumCertificates(), 1u + numThreads / 2 * numRounds);
+}
+
+TEST_F(PKCS7Threads, HaveErrorQueuesOfTheirOwn)
+{
+    auto const strangers = makeLeaf(makeRoot("stranger's root"), "stranger");
+    PKCS7Certificate const sound(toDer(makeSignedData("content", strangers)));
+    inParallel([&](int number) {
+        for (int round = 0; round < numRounds; ++round) {
+            if (number % 2 == 0) {
+                PKCS7Certificate().getSignedData(); // leaves an entry behind
+            } else {
+                auto const results = sound.verifySignature(X509CertificateChain(), trusted, ByteArray());
+                EXPECT_TRUE(results.getSignatureVerificationStatus());
+                EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Untrusted);
+            }
+        }
+    });
+}
