@@ -1,9 +1,9 @@
 # Sourced by the scripts: the packages, by their Debian names, and the one way to install them.
 
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
-demo_packages=(ca-certificates openssl)
+# netbase names the port of the service "http", without which no CRL is fetched; iproute2 starts a network of one's own.
+demo_packages=(ca-certificates openssl iproute2 netbase)
 # Tests read what other makers of certificates, signatures and key containers write.
-# netbase names the port of the service "http", without which no CRL is fetched.
 test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase)
 check_packages=(clang clang-format libclang-rt-dev)
 
