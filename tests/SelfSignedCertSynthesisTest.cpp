@@ -510,15 +510,15 @@ TEST(SelfSignedCertPrivateKey, IsUnderstoodByTheCommandLine)
 
 TEST(SelfSignedCertPKCS12, OpensWithItsPassphrase)
 {
-    auto const [certificate, bytes] =
-        fastBuilder().withPrivateKeyPassphrase("secret").buildAndGetKeyBytesInPKCS12();
+    auto const made = fastBuilder().withPrivateKeyPassphrase("secret").buildAndGetKeyBytesInPKCS12();
+    ByteArray const& bytes = made.second;
     PKCS12Certificate const bundle(bytes, "secret");
 
     ASSERT_TRUE(bundle.getPrivateKeyInfo().has_value());
     EXPECT_EQ(bundle.getPrivateKeyInfo()->getType(), KeyType::RSA);
     EXPECT_TRUE(bundle.getCertificate().empty());
     EXPECT_TRUE(bundle.getCAChain().empty());
-    EXPECT_TRUE(belongTogether(certificate, keyOfBundle(bytes, "secret")));
+    EXPECT_TRUE(belongTogether(made.first, keyOfBundle(bytes, "secret")));
     EXPECT_THROWS_WITH_PREFIX(
         IncorrectPassphrase,
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, "other"));
@@ -533,10 +533,11 @@ TEST(SelfSignedCertPKCS12, OpensWithAnEmptyPassphraseThatWasSet)
 
 TEST(SelfSignedCertPKCS12, HasNoPassphraseAtAllIfNoneWasSet)
 {
-    auto const [certificate, bytes] = fastBuilder().buildAndGetKeyBytesInPKCS12();
+    auto const made = fastBuilder().buildAndGetKeyBytesInPKCS12();
+    ByteArray const& bytes = made.second;
 
     EXPECT_EQ(PKCS12_verify_mac(parsedBundle(bytes).get(), nullptr, 0), 1);
-    EXPECT_TRUE(belongTogether(certificate, keyOfBundle(bytes, nullptr)));
+    EXPECT_TRUE(belongTogether(made.first, keyOfBundle(bytes, nullptr)));
     EXPECT_THROWS_WITH_PREFIX(
         IncorrectPassphrase,
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, ""));
