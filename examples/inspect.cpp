@@ -1,4 +1,7 @@
 // inspect [FILE...]: prints what each certificate of the files says about itself, and why one is refused.
+// inspect --system: says which of this system's root certificates a trust store keeps.
+#include "system_roots.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
@@ -25,9 +28,13 @@ using foundation::certificates::X509Certificate;
 namespace {
 
 constexpr char const usageText[] = R"(Usage: inspect [FILE...]
+       inspect --system
 Prints what each certificate of the files says about itself, and why one is refused.
 A file holds certificates as PEM, any number of them, or one as DER. Without a file,
 the root certificates that this system trusts are inspected.
+
+  --system  says how many of this system's root certificates a trust store keeps for
+            each usage, and why it drops the others
 
 Exit status: 0 if all certificates could be read, 1 if some were refused,
 2 for wrong usage or a file that cannot be read.
@@ -183,6 +190,10 @@ ExitStatus run(std::vector<std::string> const& arguments)
 {
     if (arguments == std::vector<std::string>{"--help"}) {
         std::cout << usageText;
+        return allRead;
+    }
+    if (arguments == std::vector<std::string>{"--system"}) {
+        printSystemRoots(std::cout);
         return allRead;
     }
     for (std::string const& argument : arguments) {

@@ -2,7 +2,9 @@
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 
 #include <gtest/gtest.h>
@@ -206,4 +208,30 @@ TEST_F(InspectExample, InspectsTheRootsOfTheSystemWithoutAnArgument)
         EXPECT_EQ(outcome.exitStatus, 2);
         EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1);
     }
+}
+
+TEST_F(InspectExample, CountsTheSystemsRootsForEachUsage)
+{
+    using foundation::certificates::TrustStore;
+    auto const kept = [](TrustStore::Usage usage) {
+        TrustStore store;
+        store.addSystemCertificates(usage);
+        return std::to_string(store.size()) + " kept, ";
+    };
+    std::string forServers;
+    std::string forSigning;
+    try {
+        forServers = "TLS servers: " + kept(TrustStore::Usage::ServerAuthentication);
+        forSigning = "Signing: " + kept(TrustStore::Usage::Signing);
+    } catch (foundation::certificates::TrustStoreException const& noRootsOnThisMachine) {
+        auto const outcome = inspect({"--system"});
+        EXPECT_EQ(outcome.exitStatus, 2);
+        EXPECT_EQ(outcome.errors, std::string("inspect: ") + noRootsOnThisMachine.what() + "\n");
+        return;
+    }
+    auto const outcome = inspect({"--system"});
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(outcome.output.rfind(forServers, 0), 0U) << outcome.output;
+    EXPECT_NE(outcome.output.find("\n" + forSigning), std::string::npos) << outcome.output;
 }
