@@ -1,3 +1,4 @@
+#include "support/RunProgram.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
@@ -8,13 +9,8 @@
 #include <foundation/certificates/X509Certificate.hpp>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,19 +20,6 @@ using foundation::certificates::X509Certificate;
 
 namespace {
 
-struct Outcome
-{
-    int exitStatus;
-    std::string output;
-    std::string errors;
-};
-
-std::string contentOf(std::filesystem::path const& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
 bool endsWith(std::string const& text, std::string const& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -45,17 +28,9 @@ bool endsWith(std::string const& text, std::string const& end)
 class InspectExample : public testing::Test
 {
 protected:
-    Outcome inspect(std::vector<std::string> const& arguments) const
+    ProgramRun inspect(std::vector<std::string> const& arguments) const
     {
-        auto const output = folder.path() / "output";
-        auto const errors = folder.path() / "errors";
-        std::string command = "'" INSPECT_PROGRAM "'";
-        for (auto const& argument : arguments) {
-            command += " '" + argument + "'";
-        }
-        command += " >'" + output.string() + "' 2>'" + errors.string() + "'";
-        int const status = std::system(command.c_str()); // NOLINT(cert-env33-c): the shell redirects
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors)};
+        return runProgram(INSPECT_PROGRAM, arguments);
     }
 
     template <class Content>

@@ -386,7 +386,8 @@ TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
     auto const first = static_cast<std::size_t>(begin - whole.begin());
     for (std::size_t index = 0; index < whole.size(); ++index) {
         bool const insideCertificate = index >= first && index < first + certificate.size();
-        for (int const change : {0x01, 0x20, 0x80, 0xFF}) {
+        for (int const change :
+             insideCertificate ? std::vector<int>{0x01} : std::vector<int>{0x01, 0x20, 0x80, 0xFF}) {
             SCOPED_TRACE("byte " + std::to_string(index) + " changed by " + std::to_string(change));
             auto damaged = whole;
             damaged[index] = static_cast<unsigned char>(damaged[index] ^ change);

@@ -78,6 +78,7 @@ X509StackUPtr signersOf(PKCS7* structure)
         ERR_raise(ERR_LIB_PKCS7, PKCS7_R_NO_SIGNERS);
         return makeX509Stack(nullptr);
     }
+    // The stack is ours, the certificates in it are the structure's.
     auto const borrowed =
         makeBorrowingX509Stack(PKCS7_get0_signers(structure, nullptr, PKCS7_NO_DUAL_CONTENT));
     return makeX509Stack(borrowed == nullptr ? nullptr : X509_chain_up_ref(borrowed.get()));

@@ -110,7 +110,9 @@ public:
     ///
     /// @param intermediates help to build the chain; may be empty
     /// @param trustStore the trusted roots; if it is empty, the operating system's. Never modified
-    /// @param data the content, where it lies apart from the signature; empty where it lies inside
+    /// @param data the content, where it lies apart from the signature; empty where it lies inside. If there
+    /// are
+    ///     both, these bytes are verified and the content inside is not
     /// @return the verdict on the signature, the one on the chain, and a text
     ///
     /// The outcomes:
