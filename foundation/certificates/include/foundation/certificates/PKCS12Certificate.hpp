@@ -68,6 +68,8 @@ public:
     /// @throws PKCS12CertificateException "Failed to get the private exponent for the private key", "Error:
     ///     Unable to read private key from PKCS12 certificate." and OpenSSL's reason, "RSA key size does not
     ///     meet minimum cryptographic requirements"
+    /// @throws CertificateException "Empty private exponent in private key.", "Empty private integer in
+    ///     private key.", for a secret number of zero
     PKCS12Certificate(ByteArray const& bytes, std::string const& passphrase);
     /// Opens the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input PKCS12 certificate data stream is invalid.", with nothing
