@@ -6,6 +6,8 @@
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <ostream>
+#include <string>
+#include <vector>
 
 namespace foundation::certificates {
 
@@ -125,7 +127,7 @@ void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
         auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
     }
     diagnosticLogger().write(severity::information, [&](std::ostream& out) {
-        out << "Removed " << unsuitable.size() << " expired or invalid certificates";
+        out << "Removed " << std::to_string(unsuitable.size()) << " expired or invalid certificates";
     });
 }
 

@@ -64,6 +64,7 @@ void TrustStore::addCertificate(X509Certificate const& certificate)
         throw TrustStoreException("Input certificate is empty.");
     }
     // Validation takes this lock while it holds the certificate's. The two are therefore never nested here.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     ensureImpl();

@@ -20,11 +20,9 @@ namespace foundation::certificates {
 
 namespace {
 
-constexpr char const createFailedText[] = "Failed to create X509_STORE";
-
 std::shared_ptr<X509_STORE> shareStore(X509_STOREUPtr store)
 {
-    throwIfNull<TrustStoreException>(store.get(), createFailedText);
+    throwIfNull<TrustStoreException>(store.get(), "Failed to create X509_STORE");
     return std::shared_ptr<X509_STORE>(std::move(store));
 }
 
@@ -52,10 +50,10 @@ bool isAlreadyThere(unsigned long error)
 
 std::string parseFailedText(ByteArray const& der)
 {
-    std::stringstream text;
-    text << "Failed to parse DER data to X509 certificate. Cert size = " << der.size();
-    prettyPrintBytes(der, "\nCert Bytes = ", text);
-    return text.str();
+    std::stringstream bytes;
+    prettyPrintBytes(der, "\nCert Bytes = ", bytes);
+    return "Failed to parse DER data to X509 certificate. Cert size = " + std::to_string(der.size()) +
+           bytes.str();
 }
 
 /// Null if there is no certificate at the start of the bytes.

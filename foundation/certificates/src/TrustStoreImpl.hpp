@@ -30,7 +30,7 @@ class TrustStoreImpl
 public:
     /// With the platform's default adder.
     TrustStoreImpl();
-    TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> adder);
+    TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAdder);
     /// The guard proves that the caller holds the lock of the source's handle.
     TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     ~TrustStoreImpl();

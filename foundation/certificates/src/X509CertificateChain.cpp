@@ -64,6 +64,7 @@ void X509CertificateChain::addCertificate(X509Certificate const& certificate)
         throw InvalidArgument("The provided certificate has no content.");
     }
     // Validation takes this lock while it holds the certificate's. The two are therefore never nested here.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     if (impl == nullptr) {

@@ -79,6 +79,7 @@ X509CertificateChainImpl::~X509CertificateChainImpl() = default;
 X509CertificateChainImpl&
 X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other) = default;
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): it copies
 X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl&& other)
 {
     if (this != &other) {

@@ -213,8 +213,8 @@ private:
 
 SystemCertificateAdder::SystemCertificateAdder() : SystemCertificateAdder(wellKnownLocations()) {}
 
-SystemCertificateAdder::SystemCertificateAdder(SystemCertificateLocations places)
-    : locations(std::move(places))
+SystemCertificateAdder::SystemCertificateAdder(SystemCertificateLocations locationsInOrder)
+    : locations(std::move(locationsInOrder))
 {}
 
 ISystemCertificateAdder* SystemCertificateAdder::clone() const

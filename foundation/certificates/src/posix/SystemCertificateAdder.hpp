@@ -25,7 +25,7 @@
 
 namespace foundation::certificates::posix {
 
-/// Where to look, in this order.
+/// Where to look.
 struct SystemCertificateLocations
 {
     std::vector<std::string> files;
@@ -37,7 +37,7 @@ class SystemCertificateAdder : public ISystemCertificateAdder
 public:
     /// Looks where the known systems have their roots.
     SystemCertificateAdder();
-    explicit SystemCertificateAdder(SystemCertificateLocations locations);
+    explicit SystemCertificateAdder(SystemCertificateLocations locationsInOrder);
 
     ISystemCertificateAdder* clone() const override;
     /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there is

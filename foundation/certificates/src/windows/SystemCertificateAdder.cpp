@@ -101,7 +101,7 @@ ISystemCertificateAdder* SystemCertificateAdder::clone() const
 }
 
 void SystemCertificateAdder::addCertificatesTo(
-    TrustStoreImpl& target, TrustStore::Usage usage, bool rethrowOnFailure)
+    TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure)
 {
     auto const rootStore = openRootStore();
     std::vector<char const*> const oids = extendedKeyUsagesFor(usage);
@@ -116,7 +116,7 @@ void SystemCertificateAdder::addCertificatesTo(
     ContextUPtr current = findNext(rootStore.get(), usages, nullptr);
     while (current != nullptr) {
         ByteArray const der(current->pbCertEncoded, current->pbCertEncoded + current->cbCertEncoded);
-        deliver(rethrowOnFailure, [&] { target.addDERCertificate(der); });
+        deliver(rethrowOnFailure, [&] { store.addDERCertificate(der); });
         current = findNext(rootStore.get(), usages, std::move(current));
     }
 }

@@ -29,6 +29,7 @@ public:
     X509CertificateChainImpl& operator=(X509CertificateChainImpl const& other);
     /// Copies the source's certificates and empties the source, in this order: an object that is
     /// move-assigned to itself is empty afterwards.
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor): it copies
     X509CertificateChainImpl& operator=(X509CertificateChainImpl&& other);
 
     void addCertificate(X509Certificate const& certificate);
