@@ -41,10 +41,9 @@ public:
 
     ISystemCertificateAdder* clone() const override;
     /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there is
-    /// nothing at any of them
+    ///     nothing at any of them
     /// @throws TrustStoreException if rethrowOnFailure: "Unusable PEM block in " and the file, ": " and the
-    /// block's label;
-    ///     "Failed to read " and the file; and what TrustStoreImpl::addDERCertificate throws
+    ///     block's label; "Failed to read " and the file; and what TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 
     /// The bundle file that is taken at present, or an empty string.

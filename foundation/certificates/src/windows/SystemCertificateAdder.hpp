@@ -13,8 +13,7 @@ public:
     /// Windows itself looks for the certificates that fit the usage: those that name one of its extended key
     /// usages, and those that are not restricted to any.
     /// @throws TrustStoreException "Failed to open system certificate store: (" and the code of Windows'
-    /// error in decimal, ") "
-    ///     and Windows' text for it, without line ends
+    ///     error in decimal, ") " and Windows' text for it, without line ends
     /// @throws TrustStoreException if rethrowOnFailure: what TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 };

@@ -19,9 +19,11 @@ namespace foundation::certificates {
 class FOUNDATION_CERTIFICATES_EXPORT CertificateException : public std::runtime_error
 {
 public:
+    /// With the text that what() gives.
     CertificateException(std::string const& message);
-    // Declaring the copy operations alone makes a move copy as well: the source of a move keeps its text.
+    /// Moving copies as well: the source of a move keeps its text.
     CertificateException(CertificateException const&) = default;
+    /// Moving copies as well.
     CertificateException& operator=(CertificateException const&) = default;
     ~CertificateException() override;
 };
@@ -30,6 +32,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT InvalidArgument : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -37,6 +40,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotRSAKey : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -44,6 +48,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotECCKey : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -51,6 +56,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedKeyType : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -58,6 +64,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedEllipticCurve : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -65,6 +72,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotImplemented : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -72,6 +80,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateException : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -79,6 +88,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChainException : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -86,6 +96,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateException : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -93,6 +104,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS12CertificateException : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -100,6 +112,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT IncorrectPassphrase : public CertificateException
 {
 public:
+    /// With the text that what() gives.
     using CertificateException::CertificateException;
 };
 
@@ -108,9 +121,11 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT TrustStoreException : public std::runtime_error
 {
 public:
+    /// With the text that what() gives.
     TrustStoreException(std::string const& message);
-    // Declaring the copy operations alone makes a move copy as well: the source of a move keeps its text.
+    /// Moving copies as well: the source of a move keeps its text.
     TrustStoreException(TrustStoreException const&) = default;
+    /// Moving copies as well.
     TrustStoreException& operator=(TrustStoreException const&) = default;
     ~TrustStoreException() override;
 };

@@ -12,16 +12,18 @@
 
 namespace foundation::certificates {
 
+/// The two kinds of key, which decide what fields a key record holds.
 enum class KeyType : std::uint32_t
 {
-    RSA = 0,
-    ECC = 1 ///< an elliptic-curve key; Ed25519 counts as one
+    RSA = 0, ///< modulus and exponents (`EVP_PKEY_RSA`)
+    ECC = 1  ///< an elliptic-curve key; Ed25519 counts as one
 };
 
+/// The curves that a key can be on.
 enum class EllipticCurve : std::uint32_t
 {
-    Prime256v1 = 0,
-    Ed25519 = 1
+    Prime256v1 = 0, ///< also called P-256 and secp256r1 (`EVP_PKEY_EC`)
+    Ed25519 = 1     ///< the twisted Edwards curve of RFC 8032 (`EVP_PKEY_ED25519`)
 };
 
 /// A public key's numbers: a tagged record that holds the fields of one key kind and refuses the getters of
@@ -37,6 +39,7 @@ public:
     /// @throws CertificateException "Empty public point in public key"
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicPoint, EllipticCurve curve);
 
+    /// The kind, which tells whose getters may be asked.
     KeyType getType() const;
     /// The key's size in bits.
     std::uint64_t getKeySize() const;
@@ -50,11 +53,13 @@ public:
     /// The public point as OpenSSL encodes it for prime256v1, the 32 bytes of the raw key for Ed25519.
     /// @throws NotECCKey "Cannot get the public point from the key because it is not an ECC key"
     ByteArray getECCPublicPoint() const;
+    /// The curve.
     /// @throws NotECCKey "Cannot get the elliptic curve from the key because it is not an ECC key"
     EllipticCurve getECCCurve() const;
 
     /// Equal in kind, size and numbers. Not in constant time.
     bool operator==(PublicKeyInfo const& other) const;
+    /// The opposite of operator==.
     bool operator!=(PublicKeyInfo const& other) const;
 
 private:
@@ -78,6 +83,7 @@ public:
     /// @throws CertificateException "Empty private integer in private key."
     PrivateKeyInfo(ByteArray const& privateInteger, EllipticCurve curve);
 
+    /// The kind, which tells whose getters may be asked.
     KeyType getType() const;
 
     /// The RSA private exponent, big-endian.
@@ -87,11 +93,13 @@ public:
     /// for Ed25519.
     /// @throws NotECCKey "Cannot get the private integer from the key because it is not an ECC key."
     ByteArray getECCPrivateInteger() const;
+    /// The curve.
     /// @throws NotECCKey "Cannot get the elliptic curve from the key because it is not an ECC key."
     EllipticCurve getECCCurve() const;
 
     /// Equal in kind and numbers. Not in constant time.
     bool operator==(PrivateKeyInfo const& other) const;
+    /// The opposite of operator==.
     bool operator!=(PrivateKeyInfo const& other) const;
 
 private:

@@ -73,7 +73,7 @@ public:
     PKCS12Certificate(ByteArray const& bytes, std::string const& passphrase);
     /// Opens the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input PKCS12 certificate data stream is invalid.", with nothing
-    ///     read, if the stream is not good(); the same text and "Reason:" and the cause, if reading fails
+    ///     read, if the stream is not good(); the same text and " Reason:" and the cause, if reading fails
     PKCS12Certificate(std::istream& stream, std::string const& passphrase);
 
     /// Shares the source's parsed bundle; holds the source's lock meanwhile.
@@ -115,6 +115,7 @@ public:
     /// the other one apart.
     /// @throws X509CertificateException "Error: X509Certificate has no content." if either has no certificate
     bool operator==(PKCS12Certificate const& other) const;
+    /// The opposite of operator==. Fails as that does.
     bool operator!=(PKCS12Certificate const& other) const;
 
 private:

@@ -21,8 +21,8 @@ class PKCS7CertificateImpl;
 /// The two forms in which signed data comes.
 enum class CertificateEncoding : int
 {
-    PEM = 0,
-    DER = 1
+    PEM = 0, ///< text between "-----BEGIN PKCS7-----" and its end line
+    DER = 1  ///< the binary encoding
 };
 
 /// PKCS#7 signed data (RFC 2315), as a value: a signature over some content, which lies inside or apart, with
@@ -95,6 +95,7 @@ public:
 
     /// The embedded certificates in their order, then those added.
     std::vector<X509Certificate> getCertificates() const;
+    /// How many certificates getCertificates gives.
     std::uint64_t getNumCertificates() const;
     /// The content that was signed, if it lies inside and its signature verifies against the embedded
     /// certificates (`PKCS7_verify`; no chain is built); nothing otherwise. OpenSSL's reasons stay in its
@@ -111,8 +112,7 @@ public:
     /// @param intermediates help to build the chain; may be empty
     /// @param trustStore the trusted roots; if it is empty, the operating system's. Never modified
     /// @param data the content, where it lies apart from the signature; empty where it lies inside. If there
-    /// are
-    ///     both, these bytes are verified and the content inside is not
+    ///     are both, these bytes are verified and the content inside is not
     /// @return the verdict on the signature, the one on the chain, and a text
     ///
     /// The outcomes:
@@ -153,6 +153,7 @@ public:
     /// Whether both have equal certificates in the same order; signatures and contents are not compared.
     /// Locks one object after the other.
     bool operator==(PKCS7Certificate const& other) const;
+    /// The opposite of operator==. Fails as that does.
     bool operator!=(PKCS7Certificate const& other) const;
 
 private:

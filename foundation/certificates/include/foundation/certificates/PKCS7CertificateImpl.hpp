@@ -27,8 +27,11 @@ class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateImpl
 public:
     /// No structure and no certificates.
     PKCS7CertificateImpl();
+    /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(ByteArray const& data);
+    /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(std::string const& data);
+    /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(std::istream& stream);
     /// Duplicates the source's structure. The guard proves that the caller holds the lock of the source's
     /// handle.
@@ -44,21 +47,34 @@ public:
     /// Leaves the source without certificates and structure.
     PKCS7CertificateImpl& operator=(PKCS7CertificateImpl&& other) noexcept;
 
+    /// See PKCS7Certificate::empty.
     bool empty() const;
+    /// See PKCS7Certificate::getAsBytes.
     ByteArray getAsBytes() const;
+    /// See PKCS7Certificate::getAsString.
     std::string getAsString() const;
+    /// See PKCS7Certificate::getCertificates.
     std::vector<X509Certificate> getCertificates() const;
+    /// See PKCS7Certificate::getNumCertificates.
     std::uint64_t getNumCertificates() const;
+    /// See PKCS7Certificate::getSignedData.
     ByteArray getSignedData() const;
+    /// See PKCS7Certificate::getSignerCerts.
     X509CertificateChain getSignerCerts() const;
+    /// See PKCS7Certificate::verifySignature.
     PKCS7CertificateValidationResults verifySignature(
         X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;
+    /// See PKCS7Certificate::print.
     void print(std::ostream& out) const;
+    /// Appends a copy, an empty certificate too: the refusal of that is the handle's.
     void addCertificate(X509Certificate const& certificate);
 
+    /// See PKCS7Certificate::operator==.
     bool operator==(PKCS7CertificateImpl const& other) const;
+    /// The opposite of operator==. Fails as that does.
     bool operator!=(PKCS7CertificateImpl const& other) const;
 
+    /// Refuses an object without certificates.
     /// @throws PKCS7CertificateException "PKCS7Certificate has no content."
     void throwIfEmpty() const;
 

@@ -17,6 +17,7 @@
 class FOUNDATION_CERTIFICATES_EXPORT RAIIOpenSSLErrorRemover
 {
 public:
+    /// Sets a mark, or empties the queue if clearQueue is set.
     RAIIOpenSSLErrorRemover(bool clearQueue = false);
     /// `ERR_pop_to_mark`, in both flavours.
     ~RAIIOpenSSLErrorRemover();

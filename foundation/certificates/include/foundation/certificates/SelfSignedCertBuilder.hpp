@@ -18,11 +18,11 @@ namespace foundation::certificates {
 /// The length of an RSA modulus; each value is the number of bits.
 enum class RSAPrivateKeySize : std::uint32_t
 {
-    Bits1024 = 1024,
-    Bits2048 = 2048,
-    Bits3072 = 3072,
-    Bits4096 = 4096,
-    Bits8192 = 8192 ///< takes a minute or more to make
+    Bits1024 = 1024, ///< the smallest that the library accepts; broken for anything that must last
+    Bits2048 = 2048, ///< the default
+    Bits3072 = 3072, ///< about as strong as prime256v1
+    Bits4096 = 4096, ///< slower, with a wider margin
+    Bits8192 = 8192  ///< takes a minute or more to make
 };
 
 /// Makes self-signed certificates, each with a fresh RSA key.
@@ -49,12 +49,17 @@ enum class RSAPrivateKeySize : std::uint32_t
 class FOUNDATION_CERTIFICATES_EXPORT SelfSignedCertBuilder
 {
 public:
+    /// A builder without settings.
     SelfSignedCertBuilder();
+    /// A builder with the same settings.
     SelfSignedCertBuilder(SelfSignedCertBuilder const& other);
+    /// Takes over the settings. The source is fit for assignment and destruction, and for nothing else.
     SelfSignedCertBuilder(SelfSignedCertBuilder&& other) noexcept;
     ~SelfSignedCertBuilder();
 
+    /// Replaces all settings by those of the source.
     SelfSignedCertBuilder& operator=(SelfSignedCertBuilder const& other);
+    /// Takes over the settings, and leaves the source as the moving constructor does.
     SelfSignedCertBuilder& operator=(SelfSignedCertBuilder&& other) noexcept;
 
     // Each setter replaces the value that was set before; nothing accumulates.

@@ -53,6 +53,7 @@ public:
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
     ///     and the common name
     TrustStore(TrustStore const& other);
+    /// Takes over the content. The source reads as empty from then on.
     TrustStore(TrustStore&& other) noexcept;
     ~TrustStore();
 
@@ -60,6 +61,7 @@ public:
     TrustStore& operator=(TrustStore const& other);
     /// Exchanges the two contents: the source is left holding what this object held.
     TrustStore& operator=(TrustStore&& other) noexcept;
+    /// Exchanges the two contents, without a lock on either.
     void swap(TrustStore& other) noexcept;
 
     /// Adds a duplicate of the certificate, a leaf too; one that is there already is a silent success.
@@ -75,6 +77,7 @@ public:
     /// Brings in the operating system's roots that fit the usage, then removes from the whole store,
     /// certificates added by hand included, whatever has expired or is unfit for the usage.
     ///
+    /// @param usage what the roots are wanted for; decides which are added and which are removed
     /// @param rethrowOnFailure what happens to a system certificate that cannot be parsed or added: true ends
     ///     the operation with its failure, before anything is removed; false logs it at severity 16 and goes
     ///     on

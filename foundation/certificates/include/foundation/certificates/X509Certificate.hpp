@@ -44,15 +44,15 @@ public:
     /// The bits of the X.509 key usage extension (RFC 5280, 4.2.1.3), as SelfSignedCertBuilder takes them.
     enum class KeyUsage : int
     {
-        DigitalSignature = 0,
-        NonRepudiation = 1,
-        KeyEncipherment = 2,
-        DataEncipherment = 3,
-        KeyAgreement = 4,
-        KeyCertSign = 5,
-        CRLSign = 6,
-        EncipherOnly = 7,
-        DecipherOnly = 8
+        DigitalSignature = 0, ///< signatures on anything but certificates and CRLs
+        NonRepudiation = 1,   ///< signatures that bind their maker; contentCommitment in newer texts
+        KeyEncipherment = 2,  ///< encryption of keys, as in old TLS key exchanges with RSA
+        DataEncipherment = 3, ///< encryption of data without a key between
+        KeyAgreement = 4,     ///< agreement on a key, as with Diffie-Hellman
+        KeyCertSign = 5,      ///< signatures on certificates: a CA
+        CRLSign = 6,          ///< signatures on CRLs
+        EncipherOnly = 7,     ///< with KeyAgreement: the key agreed on serves encryption alone
+        DecipherOnly = 8      ///< with KeyAgreement: the key agreed on serves decryption alone
     };
 
     /// A point in time of the system clock, in ticks of 100 ns since 1970-01-01 00:00:00 UTC.
@@ -84,7 +84,7 @@ public:
     X509Certificate(std::string const& data);
     /// Loads from the rest of the stream, read through its buffer: the stream's state flags stay as they are.
     /// @throws InvalidArgument also "The input certificate data stream is invalid.", with nothing read, if
-    ///     the stream is not good(); the same text and "Reason:" and the cause, if reading fails
+    ///     the stream is not good(); the same text and " Reason:" and the cause, if reading fails
     X509Certificate(std::istream& stream);
 
     /// Shares the source's parsed certificate; holds the source's lock meanwhile.
@@ -183,6 +183,7 @@ public:
     /// Whether both have the same SHA-256 fingerprint, that is, the same DER form. Locks one object after the
     /// other. Two empty certificates are not equal but a failure.
     bool operator==(X509Certificate const& other) const;
+    /// The opposite of operator==. Fails as that does.
     bool operator!=(X509Certificate const& other) const;
 
     /// The DER encoding.

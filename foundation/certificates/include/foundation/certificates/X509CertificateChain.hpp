@@ -62,7 +62,9 @@ public:
     /// @throws InvalidArgument "The provided certificate has no content."
     void addCertificate(X509Certificate const& certificate);
 
+    /// Whether the list holds no certificate.
     bool empty() const;
+    /// The length of the list.
     std::size_t getNumCertificates() const;
     /// A copy of the list.
     std::vector<X509Certificate> getCertificates() const;
@@ -81,6 +83,7 @@ public:
 
     /// Whether both hold equal certificates in the same order. Never holds the locks of both.
     bool operator==(X509CertificateChain const& other) const;
+    /// The opposite of operator==. Fails as that does.
     bool operator!=(X509CertificateChain const& other) const;
 
 private:
