@@ -1,0 +1,32 @@
+#pragma once
+
+/// @file
+/// What the fragments in docs take for granted. They are compiled and never linked: nothing is defined.
+
+#include <foundation/certificates.hpp>
+
+#include <cstdint>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+using namespace foundation::certificates;
+
+/// Something that was loaded before.
+extern X509Certificate const certificate;
+extern X509CertificateChain const chain;
+extern TrustStore const trustStore;
+extern PKCS7Certificate const signedData;
+extern PKCS12Certificate const bundle;
+
+/// Input of any kind.
+extern ByteArray const bytes;
+extern std::string const text;
+extern std::string const passphrase;
