@@ -6,8 +6,8 @@
 
 namespace foundation::certificates {
 
-/// The two halves of a plain HTTP URL, exactly as they stand in it: nothing is percent-decoded, a port stays
-/// with the host, a query with the path.
+/// The two halves of a plain HTTP URL, exactly as they stand in it: nothing is percent-decoded, a port
+/// stays with the host, a query with the path.
 struct HttpUrl
 {
     std::string host; ///< may be empty

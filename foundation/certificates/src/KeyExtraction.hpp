@@ -2,8 +2,8 @@
 
 /// @file
 /// The seam between OpenSSL's keys and the records of KeyInfo.hpp: which kinds of key the library accepts,
-/// and the byte form of a key's numbers. All failures are CertificateExceptions without OpenSSL's text; what
-/// OpenSSL queues here is left to the enclosing scope.
+/// and the byte form of a key's numbers. All failures are CertificateExceptions without OpenSSL's text;
+/// what OpenSSL queues here is left to the enclosing scope.
 
 #include "OpenSSLHandles.hpp"
 
@@ -26,13 +26,13 @@ KeyType sanityCheckEVPKey(EVP_PKEY* key);
 EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key);
 
 /// Big-endian, unsigned, without leading zero bytes; empty for zero.
-/// @throws CertificateException "Failed to convert BIGNUM to ByteArray. Argument is nullptr.", or "Wrote ...
-///     bytes from BIGNUM to ByteArray. Expected: ..."
+/// @throws CertificateException "Failed to convert BIGNUM to ByteArray. Argument is nullptr.", or "Wrote
+///     ... bytes from BIGNUM to ByteArray. Expected: ..."
 ByteArray bigNumToByteArray(BIGNUM const* number);
 
 /// The point in uncompressed form.
-/// @throws CertificateException "Failed to create ByteArray from EC_POINT. Argument(s) are nullptr", "Failed
-///     to get number of bytes to store public point", "Failed to convert EC_POINT to ByteArray"
+/// @throws CertificateException "Failed to create ByteArray from EC_POINT. Argument(s) are nullptr",
+///     "Failed to get number of bytes to store public point", "Failed to convert EC_POINT to ByteArray"
 ByteArray ecPointToByteArray(EC_POINT const* point, EC_GROUP const* group);
 
 /// The point of the group that the bytes encode, in any of the standard's forms.
@@ -42,8 +42,8 @@ EC_POINTUPtr byteArrayToECPoint(ByteArray const& bytes, EC_GROUP const* group);
 
 /// The raw key for Ed25519; for prime256v1 the scalar as bigNumToByteArray gives it, so at most 32 bytes.
 /// @throws CertificateException "Failed to extract information from private EVP_PKEY.", "Could not find
-///     'priv' in parameter list from EVP_PKEY_todata.", "Failed to initialize BIGNUM with private integer
-///     data."
+///     'priv' in parameter list from EVP_PKEY_todata.", "Failed to initialize BIGNUM with private
+///     integer data."
 ByteArray getECCPrivateIntegerFromEVPKey(EVP_PKEY* key);
 
 } // namespace foundation::certificates

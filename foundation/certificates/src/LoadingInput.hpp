@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What all loaders share: getting the bytes out of strings and streams, telling PEM from DER, saying
-/// that the input was neither, and refusing to ask for a passphrase.
+/// What all loaders share: getting the bytes out of strings and streams, telling PEM from DER, saying that
+/// the input was neither, and refusing to ask for a passphrase.
 
 #include <foundation/certificates/ByteArray.hpp>
 

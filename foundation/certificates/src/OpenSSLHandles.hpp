@@ -4,8 +4,8 @@
 /// The owning handles of all OpenSSL objects, and the one place that knows how each of them is released.
 ///
 /// A handle is two words, the deleter function and the pointer; the deleter is fixed by the handle's maker
-/// and runs only if the pointer is not null. What OpenSSL hands out goes into a handle in the same statement:
-/// `auto const bio = makeBIO(BIO_new(BIO_s_mem()));`
+/// and runs only if the pointer is not null. What OpenSSL hands out goes into a handle in the same
+/// statement: `auto const bio = makeBIO(BIO_new(BIO_s_mem()));`
 ///
 /// There are two families of makers: those named make...UPtr refuse a null pointer, all others hold it.
 

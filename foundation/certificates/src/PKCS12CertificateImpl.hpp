@@ -23,8 +23,8 @@ public:
     PKCS12CertificateImpl();
     PKCS12CertificateImpl(ByteArray const& bytes, std::string const& passphrase);
     PKCS12CertificateImpl(std::istream& stream, std::string const& passphrase);
-    /// Shares the source's parsed bundle. The guard proves that the caller holds the lock of the source's
-    /// handle.
+    /// Shares the source's parsed bundle. The guard proves that the caller holds the lock of the
+    /// source's handle.
     PKCS12CertificateImpl(PKCS12CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     ~PKCS12CertificateImpl();
 

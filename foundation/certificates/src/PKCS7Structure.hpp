@@ -1,9 +1,9 @@
 #pragma once
 
 /// @file
-/// OpenSSL's PKCS7 structure as a stranger may have left it. What ASN.1 calls optional may be null, down to a
-/// signed type that has no body at all, and an attribute may hold a value of any type. These are the calls
-/// that the library makes on a structure; they are safe on whatever loads, and on null.
+/// OpenSSL's PKCS7 structure as a stranger may have left it. What ASN.1 calls optional may be null, down to
+/// a signed type that has no body at all, and an attribute may hold a value of any type. These are the
+/// calls that the library makes on a structure; they are safe on whatever loads, and on null.
 
 #include "OpenSSLHandles.hpp"
 

@@ -10,8 +10,8 @@
 
 namespace foundation::certificates {
 
-/// The extended key usages, in dotted form, of which a certificate of the operating system's must have one to
-/// be of use, unless it is not restricted to any. Empty for a usage outside the enumeration.
+/// The extended key usages, in dotted form, of which a certificate of the operating system's must have one
+/// to be of use, unless it is not restricted to any. Empty for a usage outside the enumeration.
 std::vector<char const*> extendedKeyUsagesFor(TrustStore::Usage usage);
 
 /// Delivers one certificate by the given call. A TrustStoreException of that passes through if

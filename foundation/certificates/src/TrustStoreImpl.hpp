@@ -12,12 +12,12 @@
 
 namespace foundation::certificates {
 
-/// The first common name of the certificate's subject in UTF-8, for messages; empty where there is none to be
-/// had.
+/// The first common name of the certificate's subject in UTF-8, for messages; empty where there
+/// is none to be had.
 std::string commonNameOf(X509* certificate);
 
-/// Whether a certificate of the operating system's may serve the usage; false for a usage outside the
-/// enumeration.
+/// Whether a certificate of the operating system's may serve the usage; false for a usage outside
+/// the enumeration.
 bool isValidForUsage(X509* certificate, TrustStore::Usage usage);
 
 /// The implementation of TrustStore: owns the OpenSSL store, whose stack of objects is all the state there
@@ -44,8 +44,8 @@ public:
     std::vector<std::string> getPEMStrings() const;
 
     /// The way in which an adder feeds the store: one certificate in DER form.
-    /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = " and the size
-    ///     and the bytes
+    /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = " and the
+    ///     size and the bytes
     /// @throws TrustStoreException "Failed to add certificate to store"
     void addDERCertificate(ByteArray const& der);
     /// Adds a reference to the certificate; one that is there already is a success.
@@ -54,8 +54,8 @@ public:
     /// @throws TrustStoreException "Unsupported object type found in TrustStore", "Null X509 certificate
     ///     found in TrustStore"
     X509* x509At(unsigned index) const;
-    /// A separate store with duplicates of the certificates and references to the CRLs; null if OpenSSL makes
-    /// none.
+    /// A separate store with duplicates of the certificates and references to the CRLs; null if
+    /// OpenSSL makes none.
     X509_STOREUPtr copyStore() const;
     /// A further owner of the live store.
     std::shared_ptr<X509_STORE> getStore() const;

@@ -38,8 +38,8 @@ X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time);
 ///     text. Expected: " and a length, ". Got: " and another
 std::string oidToString(ASN1_OBJECT const* object);
 
-/// The implementation of X509Certificate: owns a share of the parsed certificate, which nothing writes to
-/// after loading.
+/// The implementation of X509Certificate: owns a share of the parsed certificate, which nothing writes
+/// to after loading.
 ///
 /// It has no lock and opens no error scope but where it loads. Its handle calls it under the handle's lock;
 /// chain, trust store, validation and containers make temporaries of it to get at the OpenSSL object. Its
@@ -63,8 +63,8 @@ public:
     X509CertificateImpl(std::istream& stream);
     /// Duplicates the certificate, and refuses an unfit key as loading does.
     X509CertificateImpl(X509* certificate);
-    /// Shares the source's certificate. The guard proves that the caller holds the lock of the source's
-    /// handle.
+    /// Shares the source's certificate. The guard proves that the caller holds the lock of the
+    /// source's handle.
     X509CertificateImpl(X509CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source without content.
     X509CertificateImpl(X509CertificateImpl&& other) noexcept;
@@ -130,15 +130,15 @@ public:
 
     X509CertificateImpl
     getRootCACertificate(X509CertificateChain const& chain, TrustStore const& trustStore) const;
-    /// Fetches one CRL for each level of the working list, leaf first, and adds it to the store; says whether
-    /// every level that was asked for got its CRL. May append the root to the list.
+    /// Fetches one CRL for each level of the working list, leaf first, and adds it to the store; says
+    /// whether every level that was asked for got its CRL. May append the root to the list.
     bool prepareCRLs(
         CertificateValidationOptions::DownloadCRL mode, CertificateValidationOptions::CheckCRL check,
         CRLs& crls, std::vector<X509Certificate>& certificates, X509_STOREUPtr& store,
         X509CertificateChain const& chain, TrustStore const& trustStore) const;
 
-    /// Fetches the CRL that the certificate names, checks its signature against the issuer's key and its next
-    /// update against the clock, and adds it to the store and the list. Whether all this succeeded.
+    /// Fetches the CRL that the certificate names, checks its signature against the issuer's key and its
+    /// next update against the clock, and adds it to the store and the list. Whether all this succeeded.
     bool downloadCRL(
         X509Certificate const& certificate, X509_STOREUPtr& store, CRLs& crls,
         CertificateValidationOptions::DownloadCRL mode, EVP_PKEYUPtr& issuerKey) const;

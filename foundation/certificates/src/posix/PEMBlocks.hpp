@@ -13,8 +13,8 @@ namespace foundation::certificates::posix {
 struct PEMBlock
 {
     std::string_view label;
-    /// From the line that begins the block to the one that ends it. A block that has no end of its own stops
-    /// where the next one begins, or with the text.
+    /// From the line that begins the block to the one that ends it. A block that has no end of its own
+    /// stops where the next one begins, or with the text.
     std::string_view text;
 };
 

@@ -1,16 +1,16 @@
 #pragma once
 
 /// @file
-/// The operating system's root certificates on Unix systems: PEM files in places that differ from system to
-/// system.
+/// The operating system's root certificates on Unix systems: PEM files in places that differ from
+/// system to system.
 ///
 /// The first bundle file that can be read is taken, or else the first folder that can be read, and nothing
 /// beside it: a system that has several has the same certificates in each. No environment variable and no
 /// configuration has a say.
 ///
-/// Each PEM block counts by itself. A block that is damaged, is cut short, or holds no certificate takes none
-/// of its neighbours with it, and is handled as a certificate that the trust store refuses: it is logged, or
-/// ends the run if the caller asked for that.
+/// Each PEM block counts by itself. A block that is damaged, is cut short, or holds no certificate takes
+/// none of its neighbours with it, and is handled as a certificate that the trust store refuses: it is
+/// logged, or ends the run if the caller asked for that.
 ///
 /// A certificate is delivered if it fits the usage: it is not restricted to any extended key usages, or to
 /// some of which the usage wants one. A block labelled TRUSTED CERTIFICATE holds a certificate and further
@@ -40,15 +40,16 @@ public:
     explicit SystemCertificateAdder(SystemCertificateLocations locationsInOrder);
 
     ISystemCertificateAdder* clone() const override;
-    /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there is
-    ///     nothing at any of them
+    /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there
+    ///     is nothing at any of them
     /// @throws TrustStoreException if rethrowOnFailure: "Unusable PEM block in " and the file, ": " and the
     ///     block's label; "Failed to read " and the file; and what TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 
     /// The bundle file that is taken at present, or an empty string.
     std::string file() const;
-    /// The folder that is taken at present, or an empty string: it is not looked at where there is a bundle.
+    /// The folder that is taken at present, or an empty string: it is not looked at where there is a
+    /// bundle.
     std::string folder() const;
 
 private:

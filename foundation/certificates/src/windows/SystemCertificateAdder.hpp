@@ -10,8 +10,8 @@ class SystemCertificateAdder : public ISystemCertificateAdder
 {
 public:
     ISystemCertificateAdder* clone() const override;
-    /// Windows itself looks for the certificates that fit the usage: those that name one of its extended key
-    /// usages, and those that are not restricted to any.
+    /// Windows itself looks for the certificates that fit the usage: those that name one of its extended
+    /// key usages, and those that are not restricted to any.
     /// @throws TrustStoreException "Failed to open system certificate store: (" and the code of Windows'
     ///     error in decimal, ") " and Windows' text for it, without line ends
     /// @throws TrustStoreException if rethrowOnFailure: what TrustStoreImpl::addDERCertificate throws

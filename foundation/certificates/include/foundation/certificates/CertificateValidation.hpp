@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What goes into a validation and what comes out of it. All classes here are plain values without locks; the
-/// work is done by X509Certificate::validateCertificate and PKCS7Certificate::verifySignature.
+/// What goes into a validation and what comes out of it. All classes here are plain values without locks;
+/// the work is done by X509Certificate::validateCertificate and PKCS7Certificate::verifySignature.
 
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
@@ -24,7 +24,7 @@ enum class CertificateChainStatus : int
     Revoked = 4,      ///< a certificate of the chain is revoked
     Expired = 5,      ///< a certificate of the chain has expired
     BadSignature = 6, ///< a certificate's signature does not verify
-    Failed = 7 ///< all other errors, a certificate that is not yet valid included; a result nobody has filled
+    Failed = 7        ///< all else, a certificate that is not yet valid included; a result nobody has filled
 };
 
 /// What a validation tolerates and how it handles revocation. Written by the constructor, read by the
@@ -32,16 +32,16 @@ enum class CertificateChainStatus : int
 class FOUNDATION_CERTIFICATES_EXPORT CertificateValidationOptions
 {
 public:
-    /// Whether a self-signed certificate passes that is in no trust store: a lone one, or one on top of
-    /// the chain.
+    /// Whether a self-signed certificate passes that is in no trust store: a lone one, or one on
+    /// top of the chain.
     enum class AllowSelfSignedCertificate : int
     {
         No = 0, ///< the verdict is `SelfSigned`
         Yes = 1 ///< it counts as the chain's root: whoever made it is believed
     };
 
-    /// Whether certificates pass whose end of validity lies in the past. A start in the future is never
-    /// tolerated.
+    /// Whether certificates pass whose end of validity lies in the past. A start in the future is
+    /// never tolerated.
     enum class AllowExpiredCertificate : int
     {
         No = 0, ///< the verdict is `Expired`
@@ -55,8 +55,8 @@ public:
         Yes = 1 ///< no CRL is applied. Those that DownloadCRL asks for are fetched all the same
     };
 
-    /// How far up the chain CRLs are applied. Without effect unless DownloadCRL asks for CRLs and all of them
-    /// could be had: only a run that fetched CRLs applies any.
+    /// How far up the chain CRLs are applied. Without effect unless DownloadCRL asks for CRLs and all of
+    /// them could be had: only a run that fetched CRLs applies any.
     enum class CheckCRL : int
     {
         None = 0,      ///< no CRL is applied
@@ -139,8 +139,8 @@ public:
     CertificateChainStatus getCertificateChainStatus() const;
     /// A report of the error with its code, depth and subject; empty for `Valid` and `SelfSigned`.
     std::string getValidationErrorString() const;
-    /// Filled for the status `Revoked` alone, and there only if a CRL fetched by the run names the
-    /// certificate.
+    /// Filled for the status `Revoked` alone, and there only if a CRL fetched by the run names
+    /// the certificate.
     CertificateRevocationResults getCertificateRevocationResults() const;
     /// The last certificate of the chain that verified; none unless the status is `Valid`.
     std::optional<X509Certificate> getRootCertificate() const;

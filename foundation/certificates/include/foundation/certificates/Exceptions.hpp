@@ -2,11 +2,11 @@
 
 /// @file
 /// The exception family. Every failure of the library reaches the caller as one of these, thrown by value,
-/// with one readable sentence as its what(); the classes carry nothing else. A verdict, good or bad, is never
-/// an exception: exceptions are for what prevents a verdict.
+/// with one readable sentence as its what(); the classes carry nothing else. A verdict, good or bad, is
+/// never an exception: exceptions are for what prevents a verdict.
 ///
-/// All classes but TrustStoreException derive from CertificateException. Code that wants both families in one
-/// handler catches std::runtime_error.
+/// All classes but TrustStoreException derive from CertificateException. Code that wants both families in
+/// one handler catches std::runtime_error.
 
 #include <foundation/certificates/export.hpp>
 
@@ -116,8 +116,8 @@ public:
     using CertificateException::CertificateException;
 };
 
-/// A trust store operation failed. Deliberately not a CertificateException: a handler for that does not catch
-/// it.
+/// A trust store operation failed. Deliberately not a CertificateException: a handler for that
+/// does not catch it.
 class FOUNDATION_CERTIFICATES_EXPORT TrustStoreException : public std::runtime_error
 {
 public:

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The byte and text encodings, where the operating system keeps its roots, and the access to a trust store's
-/// OpenSSL store for code that speaks OpenSSL.
+/// The byte and text encodings, where the operating system keeps its roots, and the access to a trust
+/// store's OpenSSL store for code that speaks OpenSSL.
 
 #include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/export.hpp>
@@ -18,16 +18,17 @@ namespace foundation::certificates {
 
 class TrustStore;
 
-/// Base64 of the bytes with the alphabet of RFC 4648 ("+" and "/"), padded, on one line. Empty for no bytes.
+/// Base64 of the bytes with the alphabet of RFC 4648 ("+" and "/"), padded, on one line. Empty for no
+/// bytes.
 FOUNDATION_CERTIFICATES_EXPORT std::string base64Encode(ByteArray const& data);
 
 /// The bytes of a base64 text, which must be free of line breaks and blanks.
 ///
-/// As many characters as the text holds "=" are cut off its end, whatever they are; an "=" that stays decodes
-/// as six zero bits. Left-over bits are dropped without a check.
-/// @throws boost::archive::iterators::dataflow_exception (a std::exception outside the library's family) with
-///     "attempt to decode a value not in base64 char set" for any other character outside the alphabet, and
-///     for a text that leaves a single character over.
+/// As many characters as the text holds "=" are cut off its end, whatever they are; an "=" that stays
+/// decodes as six zero bits. Left-over bits are dropped without a check.
+/// @throws boost::archive::iterators::dataflow_exception (a std::exception outside the library's family)
+///     with "attempt to decode a value not in base64 char set" for any other character outside the
+///     alphabet, and for a text that leaves a single character over.
 FOUNDATION_CERTIFICATES_EXPORT ByteArray base64Decode(std::string const& text);
 
 /// Two lower-case hexadecimal digits a byte, without separators.
@@ -39,9 +40,9 @@ FOUNDATION_CERTIFICATES_EXPORT std::string hexEncode(ByteArray const& data);
 /// @throws InvalidArgument "Input string contains characters which are not in Hex."
 FOUNDATION_CERTIFICATES_EXPORT ByteArray hexDecode(std::string const& text);
 
-/// Writes one line: the label and a blank if there is a label, each byte as "0x", two digits and a blank, and
-/// a line end with a flush. The stream's format state is as before afterwards; stream failures are neither
-/// tested nor reported.
+/// Writes one line: the label and a blank if there is a label, each byte as "0x", two digits and a blank,
+/// and a line end with a flush. The stream's format state is as before afterwards; stream failures are
+/// neither tested nor reported.
 FOUNDATION_CERTIFICATES_EXPORT void
 prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& out);
 
@@ -49,28 +50,28 @@ prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& 
 /// if it takes them from a folder, from a store that is no file (Windows), or from nowhere.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFile();
 
-/// The folder from which the default adder takes the operating system's root certificates, or an empty string
-/// if it takes them from a file, from a store that is no folder (Windows), or from nowhere.
+/// The folder from which the default adder takes the operating system's root certificates, or an empty
+/// string if it takes them from a file, from a store that is no folder (Windows), or from nowhere.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFolder();
 
 /// A further owner of the trust store's live OpenSSL store; an empty pointer for a moved-from trust store.
 ///
-/// The trust store's lock is held only during this call and protects nothing of what is done with the pointer
-/// afterwards: do not use it while an operation of the trust store changes that store.
+/// The trust store's lock is held only during this call and protects nothing of what is done with the
+/// pointer afterwards: do not use it while an operation of the trust store changes that store.
 FOUNDATION_CERTIFICATES_EXPORT std::shared_ptr<x509_store_st> getOpenSSLStore(TrustStore const& trustStore);
 
-/// An independent OpenSSL store, released with `X509_STORE_free`, with a duplicate of each certificate and a
-/// reference to each CRL; OpenSSL's default parameters, flags and lookups. Null for a moved-from trust store,
-/// and where `X509_STORE_new` fails. Takes the trust store's lock for the whole copy, and leaves OpenSSL's
-/// error queue as it was.
+/// An independent OpenSSL store, released with `X509_STORE_free`, with a duplicate of each certificate and
+/// a reference to each CRL; OpenSSL's default parameters, flags and lookups. Null for a moved-from trust
+/// store, and where `X509_STORE_new` fails. Takes the trust store's lock for the whole copy, and leaves
+/// OpenSSL's error queue as it was.
 /// @throws TrustStoreException "Failed to add CRL to store"
 /// @throws TrustStoreException "Failed to add certificate to store, CN: " and the certificate's common name
 FOUNDATION_CERTIFICATES_EXPORT std::unique_ptr<x509_store_st, void (*)(x509_store_st*)>
 copyOpenSSLStore(TrustStore const& trustStore);
 
-/// Gives a TLS context the trust store's live store (`SSL_CTX_set_cert_store`), with an OpenSSL reference of
-/// its own: the context may outlive the trust store, and sees certificates added later. Nothing happens if
-/// the trust store was moved from or the context is null.
+/// Gives a TLS context the trust store's live store (`SSL_CTX_set_cert_store`), with an OpenSSL reference
+/// of its own: the context may outlive the trust store, and sees certificates added later. Nothing happens
+/// if the trust store was moved from or the context is null.
 FOUNDATION_CERTIFICATES_EXPORT void
 attachTrustStoreToSSLCTX(TrustStore const& trustStore, ssl_ctx_st* context);
 

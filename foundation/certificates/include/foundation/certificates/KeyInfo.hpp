@@ -32,8 +32,8 @@ class FOUNDATION_CERTIFICATES_EXPORT PublicKeyInfo
 {
 public:
     /// An RSA key. The size, in bits, is stored as given.
-    /// @throws CertificateException "Empty public exponent in public key", "Empty modulus in public key", in
-    ///     this order
+    /// @throws CertificateException "Empty public exponent in public key", "Empty modulus in public key",
+    ///     in this order
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicExponent, ByteArray const& modulus);
     /// An elliptic-curve key. The size, in bits, is stored as given.
     /// @throws CertificateException "Empty public point in public key"
@@ -71,8 +71,8 @@ private:
     EllipticCurve eccCurve;
 };
 
-/// A private key's secret number: a tagged record as PublicKeyInfo is. It carries no size, and does not wipe
-/// its memory.
+/// A private key's secret number: a tagged record as PublicKeyInfo is. It carries no size, and does not
+/// wipe its memory.
 class FOUNDATION_CERTIFICATES_EXPORT PrivateKeyInfo
 {
 public:
@@ -89,8 +89,8 @@ public:
     /// The RSA private exponent, big-endian.
     /// @throws NotRSAKey "Cannot get the private exponent from the key because it is not an RSA key."
     ByteArray getRSAPrivateExponent() const;
-    /// The private scalar of prime256v1, big-endian without leading zero bytes; the 32 bytes of the raw key
-    /// for Ed25519.
+    /// The private scalar of prime256v1, big-endian without leading zero bytes; the 32 bytes of the raw
+    /// key for Ed25519.
     /// @throws NotECCKey "Cannot get the private integer from the key because it is not an ECC key."
     ByteArray getECCPrivateInteger() const;
     /// The curve.

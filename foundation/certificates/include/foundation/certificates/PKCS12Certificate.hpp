@@ -23,9 +23,9 @@ class PKCS12CertificateImpl;
 /// the object or a copy of a record lives. Opening proves that the passphrase is right and the bundle
 /// unchanged since it was protected; it proves no signature and no date.
 ///
-/// A bundle that was moved from by the move constructor is uninitialized: every operation, copying included,
-/// throws PKCS12CertificateException "Error: PKCS12Certificate is uninitialized.", and it may only be
-/// destroyed or assigned to. This failure is not repeated below.
+/// A bundle that was moved from by the move constructor is uninitialized: every operation, copying
+/// included, throws PKCS12CertificateException "Error: PKCS12Certificate is uninitialized.", and it may
+/// only be destroyed or assigned to. This failure is not repeated below.
 ///
 /// Copies share the parsed bundle, which nothing changes after loading. Each object has a lock of its own;
 /// unless said otherwise an operation holds it for its whole run. Moving, assigning to and destroying an
@@ -43,18 +43,18 @@ public:
     /// protected with such a passphrase fails there. An empty passphrase is not the same as none: a bundle
     /// that was protected with no passphrase at all fails at the MAC.
     ///
-    /// Once the passphrase has proved right, OpenSSL's "legacy" provider is loaded for the whole process and
-    /// never unloaded, since many bundles are encrypted with old ciphers. The bundle itself says how often
-    /// its passphrase is to be hashed, and nothing here bounds that: a stranger's bundle can keep the calling
-    /// thread busy for minutes. OpenSSL's error queue is cleared first, and is empty afterwards.
+    /// Once the passphrase has proved right, OpenSSL's "legacy" provider is loaded for the whole process
+    /// and never unloaded, since many bundles are encrypted with old ciphers. The bundle itself says how
+    /// often its passphrase is to be hashed, and nothing here bounds that: a stranger's bundle can keep the
+    /// calling thread busy for minutes. OpenSSL's error queue is cleared first, and is empty afterwards.
     ///
     /// Of the certificates in the bundle, the one that the private key fits becomes getCertificate(), all
     /// others getCAChain(); without a key all of them are in the latter.
     /// @throws InvalidArgument "The provided PKCS12 certificate bytearray has no content."
-    /// @throws PKCS12CertificateException "Internal error: The given certificate data could not be written to
-    ///     a buffer."
-    /// @throws PKCS12CertificateException "Error: Loading PKSC12 certificate failed. Reason=" and OpenSSL's
-    ///     reason
+    /// @throws PKCS12CertificateException "Internal error: The given certificate data could not be written
+    ///     to a buffer."
+    /// @throws PKCS12CertificateException "Error: Loading PKSC12 certificate failed. Reason=" and
+    ///     OpenSSL's reason
     /// @throws IncorrectPassphrase "Input passphrase is incorrect. OpenSSL error message=" and OpenSSL's
     ///     reason, which is often empty
     /// @throws PKCS12CertificateException "Error: Loading legacy provider failed." and OpenSSL's reason
@@ -63,11 +63,11 @@ public:
     ///     what() of the certificate's failure
     /// @throws PKCS12CertificateException "Error: Unable to parse X509 certificate(s) inside PKCS12
     ///     certificate." and what() of the certificate's failure
-    /// @throws UnsupportedKeyType, UnsupportedEllipticCurve for a private key of any other kind than those of
-    ///     KeyInfo.hpp, with the texts of X509Certificate's loading
+    /// @throws UnsupportedKeyType, UnsupportedEllipticCurve for a private key of any other kind than those
+    ///     of KeyInfo.hpp, with the texts of X509Certificate's loading
     /// @throws PKCS12CertificateException "Failed to get the private exponent for the private key", "Error:
-    ///     Unable to read private key from PKCS12 certificate." and OpenSSL's reason, "RSA key size does not
-    ///     meet minimum cryptographic requirements"
+    ///     Unable to read private key from PKCS12 certificate." and OpenSSL's reason, "RSA key size does
+    ///     not meet minimum cryptographic requirements"
     /// @throws CertificateException "Empty private exponent in private key.", "Empty private integer in
     ///     private key.", for a secret number of zero
     PKCS12Certificate(ByteArray const& bytes, std::string const& passphrase);
@@ -110,10 +110,11 @@ public:
     ///     if there is no certificate
     void print(std::ostream& out) const;
 
-    /// Whether both have equal certificates, equal further certificates in the same order, and equal private
-    /// keys or none. The parsed bundles are not compared. Locks this object only: the caller keeps changes to
-    /// the other one apart.
-    /// @throws X509CertificateException "Error: X509Certificate has no content." if either has no certificate
+    /// Whether both have equal certificates, equal further certificates in the same order, and equal
+    /// private keys or none. The parsed bundles are not compared. Locks this object only: the caller keeps
+    /// changes to the other one apart.
+    /// @throws X509CertificateException "Error: X509Certificate has no content." if either has
+    ///     no certificate
     bool operator==(PKCS12Certificate const& other) const;
     /// The opposite of operator==. Fails as that does.
     bool operator!=(PKCS12Certificate const& other) const;

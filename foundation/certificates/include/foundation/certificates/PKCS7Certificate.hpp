@@ -25,11 +25,11 @@ enum class CertificateEncoding : int
     DER = 1  ///< the binary encoding
 };
 
-/// PKCS#7 signed data (RFC 2315), as a value: a signature over some content, which lies inside or apart, with
-/// the certificates that travel with it.
+/// PKCS#7 signed data (RFC 2315), as a value: a signature over some content, which lies inside or apart,
+/// with the certificates that travel with it.
 ///
-/// Signed data is loaded by a constructor, which finds out by itself whether its input is PEM or DER. Loading
-/// proves nothing about the signature; verifySignature does.
+/// Signed data is loaded by a constructor, which finds out by itself whether its input is PEM or DER.
+/// Loading proves nothing about the signature; verifySignature does.
 ///
 /// An object is empty when it has no certificates, whatever else it holds: signed data without certificates
 /// loads, is empty, gives nothing from getAsBytes, and can still be verified.
@@ -38,9 +38,9 @@ enum class CertificateEncoding : int
 /// addCertificate, assignment and destruction, copying it included, throws PKCS7CertificateException
 /// "Error: PKCS7Certificate is uninitialized." This failure is not repeated below.
 ///
-/// Each object has a lock of its own. Unless said otherwise an operation holds it for its whole run; moving,
-/// assigning to and destroying an object take no lock on it. Where locks nest, signed data comes before trust
-/// store, chain and certificate.
+/// Each object has a lock of its own. Unless said otherwise an operation holds it for its whole run;
+/// moving, assigning to and destroying an object take no lock on it. Where locks nest, signed data comes
+/// before trust store, chain and certificate.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7Certificate
 {
 public:
@@ -52,23 +52,25 @@ public:
     /// signedData and signedAndEnvelopedData. Never asks for a passphrase: an encrypted PEM block fails as
     /// any other that cannot be read. OpenSSL's error queue is cleared first, and is empty afterwards.
     /// @throws InvalidArgument "The provided PKCS7 certificate has no content."
-    /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in PEM
-    ///     encoding. Please verify the input data.", and the same text with DER for PEM in both places
+    /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in
+    ///     PEM encoding. Please verify the input data.", and the same text with DER for PEM in both places
     /// @throws InvalidArgument "Input PKCS7 certificate is corrupt. It doesn't have the right type field."
     ///     for any other content type
-    /// @throws PKCS7CertificateException "Error: Loading a certificate failed. Reason=" and OpenSSL's reason
+    /// @throws PKCS7CertificateException "Error: Loading a certificate failed. Reason=" and
+    ///     OpenSSL's reason
     /// @throws PKCS7CertificateException "Error: Unable to parse X509 certificate(s) inside PKCS7
     ///     certificate." and what() of the failure, if X509Certificate refuses an embedded certificate
-    /// @throws PKCS7CertificateException "Internal error: The given certificate data could not be written to
-    ///     a buffer."
+    /// @throws PKCS7CertificateException "Internal error: The given certificate data could not be written
+    ///     to a buffer."
     PKCS7Certificate(ByteArray const& data);
     /// Loads from the characters, taken as bytes: PEM text or raw DER.
-    /// @throws InvalidArgument also "The input PKCS7 certificate data string is invalid. Reason:" and the
-    ///     cause
+    /// @throws InvalidArgument also "The input PKCS7 certificate data string is invalid. Reason:"
+    ///     and the cause
     PKCS7Certificate(std::string const& data);
-    /// Loads from the rest of the stream, read through its buffer: the stream's state flags stay as they are.
-    /// @throws InvalidArgument also "The input PKCS7 certificate data stream is invalid.", with nothing read,
-    ///     if the stream is not good(); the same text and " Reason:" and the cause, if reading fails
+    /// Loads from the rest of the stream, read through its buffer: the stream's state flags
+    /// stay as they are.
+    /// @throws InvalidArgument also "The input PKCS7 certificate data stream is invalid.", with nothing
+    ///     read, if the stream is not good(); the same text and " Reason:" and the cause, if reading fails
     PKCS7Certificate(std::istream& stream);
 
     /// A separate copy of the structure (`PKCS7_dup`); the certificates are shared, as copies of
@@ -98,8 +100,8 @@ public:
     /// How many certificates getCertificates gives.
     std::uint64_t getNumCertificates() const;
     /// The content that was signed, if it lies inside and its signature verifies against the embedded
-    /// certificates (`PKCS7_verify`; no chain is built); nothing otherwise. OpenSSL's reasons stay in its
-    /// error queue.
+    /// certificates (`PKCS7_verify`; no chain is built); nothing otherwise. OpenSSL's reasons stay in
+    /// its error queue.
     ByteArray getSignedData() const;
     /// The signers' certificates in the order of the signatures (`PKCS7_get0_signers`), as far as they are
     /// embedded: no signer at all if one of them is not. Says nothing about their signatures. OpenSSL's
@@ -111,32 +113,32 @@ public:
     ///
     /// @param intermediates help to build the chain; may be empty
     /// @param trustStore the trusted roots; if it is empty, the operating system's. Never modified
-    /// @param data the content, where it lies apart from the signature; empty where it lies inside. If there
-    ///     are both, these bytes are verified and the content inside is not
+    /// @param data the content, where it lies apart from the signature; empty where it lies inside. If
+    ///     there are both, these bytes are verified and the content inside is not
     /// @return the verdict on the signature, the one on the chain, and a text
     ///
     /// The outcomes:
     /// - The signature is sound and OpenSSL trusts all signers: true, `Valid`, no text.
     /// - The signature is not sound, or there is nothing to verify, or no signer: false, `Failed`, and
     ///   OpenSSL's reason.
-    /// - The signature is sound, and OpenSSL refuses a chain: true, and what validateCertificate says of the
-    ///   first signer's chain, with its text; if it passes that chain, `Valid` and "certificate verify
-    ///   error".
+    /// - The signature is sound, and OpenSSL refuses a chain: true, and what validateCertificate says of
+    ///   the first signer's chain, with its text; if it passes that chain, `Valid` and "certificate
+    ///   verify error".
     ///
     /// A text need not be empty where the chain is valid: go by the two verdicts, or by
     /// PKCS7CertificateValidationResults::isValidSignature.
     ///
-    /// The intermediates count as trusted in OpenSSL's own check of the chain, and as intermediates alone in
-    /// validateCertificate. OpenSSL checks every signer, validateCertificate the first.
+    /// The intermediates count as trusted in OpenSSL's own check of the chain, and as intermediates alone
+    /// in validateCertificate. OpenSSL checks every signer, validateCertificate the first.
     ///
-    /// OpenSSL's reason is the oldest entry of its error queue, which is not cleared before: an entry that an
-    /// earlier call left there (a getSignedData that gave nothing, for one) stands in for the reason, and a
-    /// chain that failed is then reported as a signature that is not sound.
+    /// OpenSSL's reason is the oldest entry of its error queue, which is not cleared before: an entry that
+    /// an earlier call left there (a getSignedData that gave nothing, for one) stands in for the reason,
+    /// and a chain that failed is then reported as a signature that is not sound.
     ///
-    /// The lock is held for the whole call. A trust store that cannot be read or copied is not reported: what
-    /// was got of it is used.
-    /// @throws PKCS7CertificateException "Internal error: The given input data bytes could not be written to
-    ///     a buffer."
+    /// The lock is held for the whole call. A trust store that cannot be read or copied is not reported:
+    /// what was got of it is used.
+    /// @throws PKCS7CertificateException "Internal error: The given input data bytes could not be written
+    ///     to a buffer."
     /// @throws X509CertificateException as X509Certificate::validateCertificate does
     PKCS7CertificateValidationResults verifySignature(
         X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;

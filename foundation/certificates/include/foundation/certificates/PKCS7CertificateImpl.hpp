@@ -33,16 +33,16 @@ public:
     PKCS7CertificateImpl(std::string const& data);
     /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(std::istream& stream);
-    /// Duplicates the source's structure. The guard proves that the caller holds the lock of the source's
-    /// handle.
+    /// Duplicates the source's structure. The guard proves that the caller holds the lock of the
+    /// source's handle.
     PKCS7CertificateImpl(PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source without certificates and structure.
     PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept;
     ~PKCS7CertificateImpl();
 
     /// Takes over the source's certificates, but never its structure: a target with a structure keeps an
-    /// equal copy of its own, one without stays without. For a whole copy use the copying constructor, as the
-    /// handle does.
+    /// equal copy of its own, one without stays without. For a whole copy use the copying constructor, as
+    /// the handle does.
     PKCS7CertificateImpl& operator=(PKCS7CertificateImpl const& other);
     /// Leaves the source without certificates and structure.
     PKCS7CertificateImpl& operator=(PKCS7CertificateImpl&& other) noexcept;

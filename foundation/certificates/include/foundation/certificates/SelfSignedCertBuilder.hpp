@@ -43,9 +43,9 @@ enum class RSAPrivateKeySize : std::uint32_t
 /// CA), key usage (critical) and extended key usage (critical).
 ///
 /// A builder is a plain value without a lock, for one thread at a time. Building changes nothing in it: it
-/// can be used again, and each build has a new key and, unless one was set, a new serial number. Settings are
-/// not validated when they are set, except for the validity period; a setting that OpenSSL cannot use makes
-/// the build fail.
+/// can be used again, and each build has a new key and, unless one was set, a new serial number. Settings
+/// are not validated when they are set, except for the validity period; a setting that OpenSSL cannot use
+/// makes the build fail.
 class FOUNDATION_CERTIFICATES_EXPORT SelfSignedCertBuilder
 {
 public:
@@ -81,8 +81,8 @@ public:
     /// "DNS:build.example", "IP:192.0.2.1".
     SelfSignedCertBuilder& withAdditionalSubjectAltNames(std::set<std::string> names);
     /// The lifetime in days, 1 to 397; 365 by default. The value set before stays after a failure.
-    /// @throws X509CertificateException "Certificate validity period must be within the range of 1 and 397
-    ///     days."
+    /// @throws X509CertificateException "Certificate validity period must be within the range of 1
+    ///     and 397 days."
     SelfSignedCertBuilder& withValidityPeriod(std::uint32_t days);
     /// Shifts the start of validity by days from now; a negative number lies in the past. 0 by default.
     ///
@@ -93,22 +93,22 @@ public:
     SelfSignedCertBuilder& withSerialNumber(std::uint64_t number);
     /// Key usages beside the default ones: digitalSignature, keyCertSign and cRLSign.
     SelfSignedCertBuilder& withAdditionalKeyUsage(std::set<X509Certificate::KeyUsage> usages);
-    /// Extended key usages beside the default ones, serverAuth, clientAuth and codeSigning: names or dotted
-    /// OIDs, as OpenSSL's extension syntax has them. "critical" among them has no effect, the extension
-    /// always is.
+    /// Extended key usages beside the default ones, serverAuth, clientAuth and codeSigning: names or
+    /// dotted OIDs, as OpenSSL's extension syntax has them. "critical" among them has no effect, the
+    /// extension always is.
     SelfSignedCertBuilder& withAdditionalExtendedKeyUsage(std::set<std::string> usages);
 
-    /// Returns to the defaults, but keeps the validity period's offset: only withValidityPeriodOffset changes
-    /// that.
+    /// Returns to the defaults, but keeps the validity period's offset: only
+    /// withValidityPeriodOffset changes that.
     void resetToDefaults();
 
-    /// The certificate, and its private key as PKCS#8 PEM text, encrypted with three-key 3DES if a passphrase
-    /// is set. Most of the time goes into making the key.
-    /// @throws std::runtime_error (no class of the library's family) "Failed to generate a certificate: " and
-    ///     the code of the oldest entry in OpenSSL's error queue, in decimal; 0 if the queue is empty. The
-    ///     queue is not cleared first, so an entry that was there before is what is named
-    /// @throws X509CertificateException if the certificate that was made cannot be loaded: "RSA key size does
-    ///     not meet minimum cryptographic requirements" for a key below 1024 bits
+    /// The certificate, and its private key as PKCS#8 PEM text, encrypted with three-key 3DES if a
+    /// passphrase is set. Most of the time goes into making the key.
+    /// @throws std::runtime_error (no class of the library's family) "Failed to generate a certificate: "
+    ///     and the code of the oldest entry in OpenSSL's error queue, in decimal; 0 if the queue is empty.
+    ///     The queue is not cleared first, so an entry that was there before is what is named
+    /// @throws X509CertificateException if the certificate that was made cannot be loaded: "RSA key size
+    ///     does not meet minimum cryptographic requirements" for a key below 1024 bits
     std::pair<X509Certificate, std::string> build() const;
     /// The certificate, and a PKCS#12 bundle in DER form that holds the private key only, with the common
     /// name as its friendly name. Without a passphrase the bundle is protected with none at all, which

@@ -18,32 +18,33 @@ class X509CertificateChainImpl;
 ///
 /// The order is that of input; nothing is sorted, linked by issuer or removed as a duplicate.
 ///
-/// A chain that was moved from by the move constructor is uninitialized: every operation but addCertificate,
-/// assignment and destruction throws X509CertificateChainException "Error: X509CertificateChain is
-/// uninitialized." This failure is not repeated below.
+/// A chain that was moved from by the move constructor is uninitialized: every operation but
+/// addCertificate, assignment and destruction throws X509CertificateChainException "Error:
+/// X509CertificateChain is uninitialized." This failure is not repeated below.
 ///
-/// Each object has a lock of its own. Unless said otherwise an operation holds it for its whole run; moving,
-/// assigning to and destroying an object take no lock on it.
+/// Each object has a lock of its own. Unless said otherwise an operation holds it for its whole run;
+/// moving, assigning to and destroying an object take no lock on it.
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChain
 {
 public:
     /// An empty chain.
     X509CertificateChain();
 
-    /// Loads all certificates of a text of concatenated PEM blocks (`PEM_X509_INFO_read_bio`), in the text's
-    /// order; text around the blocks is skipped, and a NUL character ends the text. Never asks for a
+    /// Loads all certificates of a text of concatenated PEM blocks (`PEM_X509_INFO_read_bio`), in the
+    /// text's order; text around the blocks is skipped, and a NUL character ends the text. Never asks for a
     /// passphrase. One damaged block, one certificate that X509Certificate refuses, or one block of another
     /// kind refuses the whole text.
     /// @throws InvalidArgument "The provided certificate chain string has no content."
-    /// @throws X509CertificateChainException "Error: Unable to parse X509 certificate inside X509 certificate
-    ///     chain." and what() of the certificate's failure
+    /// @throws X509CertificateChainException "Error: Unable to parse X509 certificate inside X509
+    ///     certificate chain." and what() of the certificate's failure
     /// @throws X509CertificateChainException "Error: Loading a certificate chain failed. Reason=" and
     ///     OpenSSL's reason
     X509CertificateChain(std::string const& pem);
-    /// Loads from the rest of the stream, read through its buffer: the stream's state flags stay as they are.
+    /// Loads from the rest of the stream, read through its buffer: the stream's state flags
+    /// stay as they are.
     /// @throws InvalidArgument also "The input certificate chain data stream is invalid." if the stream is
-    ///     not good, and "The input X509 certificate chain data stream is invalid. Reason:" and the cause if
-    ///     reading fails
+    ///     not good, and "The input X509 certificate chain data stream is invalid. Reason:" and the cause
+    ///     if reading fails
     X509CertificateChain(std::istream& stream);
 
     /// Holds the source's lock for the whole copy.
@@ -57,8 +58,8 @@ public:
     /// Exchanges the two lists: the source is left holding what this object held.
     X509CertificateChain& operator=(X509CertificateChain&& other) noexcept;
 
-    /// Appends a copy of the certificate, whatever it is. An uninitialized chain becomes usable again through
-    /// this. The copy is made before this chain's lock is taken.
+    /// Appends a copy of the certificate, whatever it is. An uninitialized chain becomes usable again
+    /// through this. The copy is made before this chain's lock is taken.
     /// @throws InvalidArgument "The provided certificate has no content."
     void addCertificate(X509Certificate const& certificate);
 
@@ -77,8 +78,8 @@ public:
     /// Removes and returns the first certificate that is not a CA's (X509Certificate::isCACertificate),
     /// wherever it stands; the others keep their order. The chain is unchanged after a failure.
     /// @throws X509CertificateChainException "X509CertificateChain has no content."
-    /// @throws X509CertificateChainException "Unable to find a leaf certificate in the given certificate
-    ///     chain"
+    /// @throws X509CertificateChainException "Unable to find a leaf certificate in the given
+    ///     certificate chain"
     X509Certificate popLeafCertificate();
 
     /// Whether both hold equal certificates in the same order. Never holds the locks of both.

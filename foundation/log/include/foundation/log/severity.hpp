@@ -21,8 +21,8 @@ enum class severity : int
 /// fatal, so that a program that has set up no logging is not chattered at.
 FOUNDATION_LOG_EXPORT std::uint32_t diagnostic_severity_mask() noexcept;
 
-/// Sets the severities that are written, for every logger and from the next record on. Any thread may call it
-/// at any time; bits that stand for no severity have no effect.
+/// Sets the severities that are written, for every logger and from the next record on. Any thread may call
+/// it at any time; bits that stand for no severity have no effect.
 FOUNDATION_LOG_EXPORT void set_diagnostic_severity_mask(std::uint32_t mask) noexcept;
 
 } // namespace foundation::log
