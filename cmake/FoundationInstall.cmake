@@ -1,10 +1,17 @@
 # What `cmake --install` lays down: libraries, headers, the CMake package FoundationCertificates and the pkg-config
-# file foundation-certificates.pc. Nothing of it names the place, so that an installed tree can be moved.
+# file foundation-certificates.pc. Nothing of it names the place, so that an installed tree can be moved. A static and a
+# shared build can share a prefix if the shared one is installed last: its headers serve both.
+#
+# Component `runtime` is what programs need to run, `development` what it takes to build them.
 include(CMakePackageConfigHelpers)
 
 set(libraries foundation_certificates foundation_log)
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/FoundationCertificates)
 set(pkgConfigDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(kind static)
+if(BUILD_SHARED_LIBS)
+    set(kind shared)
+endif()
 
 # The libraries of a shared build find each other in the folder that they are in.
 if(NOT WIN32)
@@ -12,25 +19,37 @@ if(NOT WIN32)
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>")
 endif()
 
-install(TARGETS ${libraries} EXPORT FoundationCertificatesTargets)
+install(TARGETS ${libraries} EXPORT FoundationCertificates-${kind}-targets
+    RUNTIME COMPONENT runtime
+    LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE COMPONENT development)
 foreach(library certificates log)
     install(DIRECTORY foundation/${library}/include/ ${PROJECT_BINARY_DIR}/foundation/${library}/include/
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endforeach()
 
-install(EXPORT FoundationCertificatesTargets NAMESPACE foundation:: DESTINATION ${packageDir})
+install(EXPORT FoundationCertificates-${kind}-targets NAMESPACE foundation::
+    DESTINATION ${packageDir} COMPONENT development)
+
+# Whoever links the static libraries links Boost.Log as well, in the kind that they were compiled against; a static
+# Boost.Log does not bring the libraries that it needs itself.
+get_target_property(boostType Boost::log TYPE)
+if(boostType STREQUAL "STATIC_LIBRARY" OR Boost_USE_STATIC_LIBS)
+    set(boostIsStatic ON)
+    set(boostLibraries "-l:libboost_log.a -l:libboost_filesystem.a -l:libboost_thread.a -l:libboost_atomic.a")
+else()
+    set(boostIsStatic OFF)
+    set(boostLibraries -lboost_log)
+endif()
 configure_package_config_file(cmake/FoundationCertificatesConfig.cmake.in FoundationCertificatesConfig.cmake
     INSTALL_DESTINATION ${packageDir})
 write_basic_package_version_file(FoundationCertificatesConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
     ${PROJECT_BINARY_DIR}/FoundationCertificatesConfig.cmake
     ${PROJECT_BINARY_DIR}/FoundationCertificatesConfigVersion.cmake
-    DESTINATION ${packageDir})
+    DESTINATION ${packageDir} COMPONENT development)
 
 file(RELATIVE_PATH prefixFromPkgConfigDir "/${pkgConfigDir}" "/")
 string(REGEX REPLACE "/$" "" prefixFromPkgConfigDir "${prefixFromPkgConfigDir}")
-if(NOT BUILD_SHARED_LIBS)
-    set(staticDefinitions "-DFOUNDATION_CERTIFICATES_STATIC_DEFINE -DFOUNDATION_LOG_STATIC_DEFINE")
-endif()
 configure_file(cmake/foundation-certificates.pc.in foundation-certificates.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/foundation-certificates.pc DESTINATION ${pkgConfigDir})
+install(FILES ${PROJECT_BINARY_DIR}/foundation-certificates.pc DESTINATION ${pkgConfigDir} COMPONENT development)

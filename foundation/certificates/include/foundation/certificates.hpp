@@ -17,3 +17,4 @@
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 #include <foundation/certificates/X509CertificateChainImpl.hpp>
+#include <foundation/certificates/version.hpp>
