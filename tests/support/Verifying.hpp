@@ -156,7 +156,8 @@ struct BareOutcome
 
 inline int forgiveTolerated(int ok, X509_STORE_CTX* context)
 {
-    auto const& tolerances = *static_cast<Tolerances const*>(X509_STORE_CTX_get_app_data(context));
+    auto const* const given = static_cast<Tolerances const*>(X509_STORE_CTX_get_app_data(context));
+    auto const tolerances = given == nullptr ? Tolerances() : *given;
     auto const code = X509_STORE_CTX_get_error(context);
     auto const isForgiven = (code == 10 && tolerances.expired) ||
                             ((code == 18 || code == 19) && tolerances.selfSigned) ||
