@@ -1,0 +1,28 @@
+# The Debian packages that `cpack -G DEB` makes: what programs need to run, and what it takes to build them. The second
+# holds the static libraries too when scripts/make-packages gives CPack both builds.
+set(CPACK_PACKAGE_NAME foundation-certificates)
+set(CPACK_PACKAGE_CONTACT "foundation::certificates maintainers <maintainers@foundation.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_STRIP_FILES ON)
+
+set(runtimePackage libfoundation-certificates${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtimePackage})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/foundation/log)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Certificates, chains, trust stores, validation, revocation lists, PKCS#7
+and PKCS#12 as values that can be copied, compared and printed.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfoundation-certificates-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "${runtimePackage} (= ${PROJECT_VERSION}), libboost-log-dev, libssl-dev (>= 3.0)")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, libraries, the CMake package FoundationCertificates and the
+pkg-config file foundation-certificates.")
+
+include(CPack)
