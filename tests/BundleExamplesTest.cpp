@@ -1,8 +1,9 @@
-#include "support/Command.hpp"
+#include "support/RunProgram.hpp"
 #include "support/SelfSigned.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/X509Certificate.hpp>
 
@@ -15,7 +16,6 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -28,12 +28,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string contentOf(fs::path const& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
 template <class T>
 std::string printed(T const& value)
 {
@@ -43,7 +37,7 @@ std::string printed(T const& value)
 }
 
 /// Runs the program on a terminal of its own and types the text once it has asked.
-CommandResult typeInto(std::vector<std::string> const& arguments, std::string const& text)
+ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const& text)
 {
     int terminal = -1;
     pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
@@ -56,7 +50,7 @@ CommandResult typeInto(std::vector<std::string> const& arguments, std::string co
         execv(pointers.front(), pointers.data());
         _exit(127);
     }
-    CommandResult result;
+    ProgramRun result;
     bool typed = false;
     std::array<char, 256> buffer{};
     for (ssize_t size = 0; (size = read(terminal, buffer.data(), buffer.size())) > 0;) {
@@ -68,17 +62,32 @@ CommandResult typeInto(std::vector<std::string> const& arguments, std::string co
     int status = 0;
     waitpid(child, &status, 0);
     close(terminal);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
 }
 
 class BundleExample : public testing::Test
 {
 protected:
-    static CommandResult run(std::string const& program, std::vector<std::string> arguments)
+    static void expectSuccess(ProgramRun const& run, std::string const& output)
     {
-        arguments.insert(arguments.begin(), program);
-        return runCommand(arguments);
+        EXPECT_EQ(run.exitStatus, 0);
+        EXPECT_EQ(run.output, output);
+        EXPECT_EQ(run.errors, "");
+    }
+
+    static void expectFailure(ProgramRun const& run, int exitStatus, std::string const& errors)
+    {
+        EXPECT_EQ(run.exitStatus, exitStatus);
+        EXPECT_EQ(run.output, "");
+        EXPECT_EQ(run.errors, errors);
+    }
+
+    static void expectWrongUsage(ProgramRun const& run, std::string const& beginning)
+    {
+        EXPECT_EQ(run.exitStatus, 2);
+        EXPECT_EQ(run.output, "");
+        EXPECT_TRUE(beginsWith(run.errors, beginning)) << run.errors;
     }
 
     std::string pathOf(std::string const& name) const { return (folder.path() / name).string(); }
@@ -94,9 +103,9 @@ protected:
 class OpenBundleExample : public BundleExample
 {
 protected:
-    static CommandResult open(std::vector<std::string> const& arguments)
+    static ProgramRun open(std::vector<std::string> const& arguments)
     {
-        return run(OPEN_BUNDLE_PROGRAM, arguments);
+        return runProgram(OPEN_BUNDLE_PROGRAM, arguments);
     }
 
     std::string bundle(Pkcs12Spec spec) const
@@ -131,9 +140,9 @@ protected:
 class MakeSelfSignedExample : public BundleExample
 {
 protected:
-    static CommandResult make(std::vector<std::string> const& arguments)
+    static ProgramRun make(std::vector<std::string> const& arguments)
     {
-        return run(MAKE_SELF_SIGNED_PROGRAM, arguments);
+        return runProgram(MAKE_SELF_SIGNED_PROGRAM, arguments);
     }
 
     std::size_t numFiles() const
@@ -159,8 +168,7 @@ TEST_F(OpenBundleExample, PrintsTheCertificatesAndTheKindOfTheKey)
 {
     auto const result = open({wholeBundle(), "--passphrase-file", passphraseFile()});
 
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output, expectedOutput());
+    expectSuccess(result, expectedOutput());
 }
 
 TEST_F(OpenBundleExample, SaysWhatIsMissing)
@@ -168,53 +176,48 @@ TEST_F(OpenBundleExample, SaysWhatIsMissing)
     Pkcs12Spec keyOnly;
     keyOnly.key = ed25519Key();
     auto const withKey = open({bundle(keyOnly), "--passphrase-file", passphraseFile()});
-    EXPECT_EQ(withKey.exitCode, 0);
-    EXPECT_EQ(
-        withKey.output, "Private Key: Ed25519\n\nNo certificate belongs to the private key.\n\n"
-                        "Other Certificates: 0\n\n");
+    expectSuccess(
+        withKey, "Private Key: Ed25519\n\nNo certificate belongs to the private key.\n\n"
+                 "Other Certificates: 0\n\n");
 
     Pkcs12Spec certificateOnly;
     certificateOnly.certificate = leaf.certificate;
     auto const withCertificate = open({bundle(certificateOnly), "--passphrase-file", passphraseFile()});
-    EXPECT_EQ(withCertificate.exitCode, 0);
-    EXPECT_EQ(
-        withCertificate.output, "Private Key: none\n\nNo certificate belongs to the private key.\n\n"
-                                "Other Certificates: 1\n\n" +
-                                    printed(X509Certificate(leaf.der())));
+    expectSuccess(
+        withCertificate, "Private Key: none\n\nNo certificate belongs to the private key.\n\n"
+                         "Other Certificates: 1\n\n" +
+                             printed(X509Certificate(leaf.der())));
 }
 
 TEST_F(OpenBundleExample, ReportsARefusal)
 {
     auto const file = wholeBundle();
     auto const wrong = open({file, "--passphrase-file", write("wrong", "other")});
-    EXPECT_EQ(wrong.exitCode, 1);
-    EXPECT_EQ(
-        wrong.output, "open_bundle: " + file + ": Input passphrase is incorrect. OpenSSL error message=\n");
+    expectFailure(
+        wrong, 1, "open_bundle: " + file + ": Input passphrase is incorrect. OpenSSL error message=\n");
 
     auto const noBundle = open({write("text", "no bundle"), "--passphrase-file", passphraseFile()});
-    EXPECT_EQ(noBundle.exitCode, 1);
-    EXPECT_NE(noBundle.output.find("Error: Loading PKSC12 certificate failed."), std::string::npos);
+    EXPECT_EQ(noBundle.exitStatus, 1);
+    EXPECT_TRUE(contains(noBundle.errors, "Error: Loading PKSC12 certificate failed.")) << noBundle.errors;
 }
 
 TEST_F(OpenBundleExample, AsksForThePassphraseAndDoesNotShowIt)
 {
     auto const right = typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "secret\n");
-    EXPECT_EQ(right.exitCode, 0);
+    EXPECT_EQ(right.exitStatus, 0);
     EXPECT_EQ(right.output.compare(0, 14, "Passphrase: \r\n"), 0) << right.output;
     EXPECT_EQ(right.output.find("secret"), std::string::npos) << right.output;
     EXPECT_NE(right.output.find("Private Key: prime256v1"), std::string::npos) << right.output;
 
-    EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "other\n").exitCode, 1);
+    EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "other\n").exitStatus, 1);
 }
 
 TEST_F(OpenBundleExample, FailsWhereThereIsNoTerminal)
 {
-    auto const result = runCommand({"setsid", "--wait", OPEN_BUNDLE_PROGRAM, wholeBundle()});
+    auto const result = runProgram("setsid", {"--wait", OPEN_BUNDLE_PROGRAM, wholeBundle()});
 
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(
-        result.output,
-        "open_bundle: there is no terminal to ask for the passphrase on, use --passphrase-file\n");
+    expectFailure(
+        result, 2, "open_bundle: there is no terminal to ask for the passphrase on, use --passphrase-file\n");
 }
 
 TEST_F(OpenBundleExample, RefusesWrongUsage)
@@ -229,9 +232,7 @@ TEST_F(OpenBundleExample, RefusesWrongUsage)
              {write("empty", ""), "--passphrase-file", passphraseFile()},
              {folder.path().string(), "--passphrase-file", passphraseFile()},
              {file, "--passphrase-file", pathOf("missing")}}) {
-        auto const result = open(arguments);
-        EXPECT_EQ(result.exitCode, 2) << result.output;
-        EXPECT_EQ(result.output.compare(0, 13, "open_bundle: "), 0) << result.output;
+        expectWrongUsage(open(arguments), "open_bundle: ");
     }
 }
 
@@ -239,8 +240,8 @@ TEST_F(OpenBundleExample, Helps)
 {
     auto const result = open({"--help"});
 
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output.compare(0, 24, "Usage: open_bundle FILE "), 0) << result.output;
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(beginsWith(result.output, "Usage: open_bundle FILE ")) << result.output;
 }
 
 TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
@@ -248,18 +249,19 @@ TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
     auto const result = make(
         {"--name", "build.example", "--dns", "www.build.example", "--ip", "192.0.2.1", "--ip", "2001:db8::1",
          "--days", "30", "--out", prefix()});
-    ASSERT_EQ(result.exitCode, 0) << result.output;
-    X509Certificate const certificate(contentOf(prefix() + ".pem"));
+    ASSERT_EQ(result.exitStatus, 0) << result.errors;
+    X509Certificate const certificate(contentOfFile(prefix() + ".pem"));
     auto const x509 = parsed(certificate);
 
-    EXPECT_EQ(result.output, printed(certificate) + "Wrote " + prefix() + ".pem and " + prefix() + ".key\n");
+    expectSuccess(result, printed(certificate) + "Wrote " + prefix() + ".pem and " + prefix() + ".key\n");
     EXPECT_EQ(certificate.getSubjectCommonName(), "build.example");
     EXPECT_EQ(lifetimeOf(x509), 30 * 86400L);
     EXPECT_EQ(
         extensionOf(x509, NID_subject_alt_name),
         extensionFrom(
             NID_subject_alt_name, "DNS:build.example,DNS:www.build.example,IP:192.0.2.1,IP:2001:db8::1"));
-    EXPECT_EQ(X509_check_private_key(x509.get(), keyFrom(contentOf(prefix() + ".key"), nullptr).get()), 1);
+    EXPECT_EQ(
+        X509_check_private_key(x509.get(), keyFrom(contentOfFile(prefix() + ".key"), nullptr).get()), 1);
     EXPECT_EQ(fs::status(prefix() + ".key").permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
@@ -267,8 +269,8 @@ TEST_F(MakeSelfSignedExample, EncryptsTheKeyWithThePassphraseOfTheFile)
 {
     auto const file = write("passphrase", "secret\r\n");
     auto const result = make({"--name", "localhost", "--out", prefix(), "--passphrase-file", file});
-    ASSERT_EQ(result.exitCode, 0) << result.output;
-    auto const key = contentOf(prefix() + ".key");
+    ASSERT_EQ(result.exitStatus, 0) << result.errors;
+    auto const key = contentOfFile(prefix() + ".key");
 
     EXPECT_NE(keyFrom(key, "secret"), nullptr);
     EXPECT_EQ(keyFrom(key, "other"), nullptr);
@@ -281,9 +283,8 @@ TEST_F(MakeSelfSignedExample, LeavesFilesThatExistAlone)
 
         auto const result = make({"--name", "localhost", "--out", prefix()});
 
-        EXPECT_EQ(result.exitCode, 2);
-        EXPECT_EQ(result.output, "make_self_signed: " + existing + ": File exists\n");
-        EXPECT_EQ(contentOf(existing), "precious");
+        expectFailure(result, 2, "make_self_signed: " + existing + ": File exists\n");
+        EXPECT_EQ(contentOfFile(existing), "precious");
         EXPECT_EQ(numFiles(), 1U);
         fs::remove(existing);
     }
@@ -292,15 +293,14 @@ TEST_F(MakeSelfSignedExample, LeavesFilesThatExistAlone)
 TEST_F(MakeSelfSignedExample, ReportsWhatCannotBeMade)
 {
     auto const tooLong = make({"--name", "localhost", "--days", "398", "--out", prefix()});
-    EXPECT_EQ(tooLong.exitCode, 1);
-    EXPECT_EQ(
-        tooLong.output,
+    expectFailure(
+        tooLong, 1,
         "make_self_signed: Certificate validity period must be within the range of 1 and 397 days.\n");
 
     auto const noAddress = make({"--name", "localhost", "--ip", "nowhere", "--out", prefix()});
-    EXPECT_EQ(noAddress.exitCode, 1);
-    EXPECT_EQ(noAddress.output.compare(0, 52, "make_self_signed: Failed to generate a certificate: "), 0)
-        << noAddress.output;
+    EXPECT_EQ(noAddress.exitStatus, 1);
+    EXPECT_TRUE(beginsWith(noAddress.errors, "make_self_signed: Failed to generate a certificate: "))
+        << noAddress.errors;
     EXPECT_EQ(numFiles(), 0U);
 }
 
@@ -322,9 +322,7 @@ TEST_F(MakeSelfSignedExample, RefusesWrongUsage)
              {"--name", "a", "--ip", "192.0.2.1,DNS:b"},
              {"--name", "a", "--passphrase-file", pathOf("missing")},
              {"--name", "a", "--out", pathOf("missing/made")}}) {
-        auto const result = make(arguments);
-        EXPECT_EQ(result.exitCode, 2) << result.output;
-        EXPECT_EQ(result.output.compare(0, 18, "make_self_signed: "), 0) << result.output;
+        expectWrongUsage(make(arguments), "make_self_signed: ");
     }
     EXPECT_EQ(numFiles(), 0U);
 }
@@ -333,6 +331,6 @@ TEST_F(MakeSelfSignedExample, Helps)
 {
     auto const result = make({"--help"});
 
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.output.compare(0, 36, "Usage: make_self_signed --name NAME "), 0) << result.output;
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_TRUE(beginsWith(result.output, "Usage: make_self_signed --name NAME ")) << result.output;
 }

@@ -8,6 +8,7 @@
 #include "support/TestCrl.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <gtest/gtest.h>
 
@@ -84,11 +85,6 @@ Script answerWith(Bytes const& body)
 Script answerWith(CrlHandle const& crl)
 {
     return answerWith(toDer(crl));
-}
-
-Bytes bytesOf(std::string const& text)
-{
-    return {text.begin(), text.end()};
 }
 
 std::function<void(CrlSpec&)> withNextUpdate(TimeSpec const& time)
@@ -242,7 +238,7 @@ TEST_F(CRLDownload, FailsWithoutDistributionPoints)
 
     expectFailure(X509Certificate(makeLeaf(root, "leaf").der()), text);
     auto const garbage = makeLeaf(root, "leaf", [](CertificateSpec& spec) {
-        spec.setRawExtension("crlDistributionPoints", bytesOf("garbage"));
+        spec.setRawExtension("crlDistributionPoints", asBytes("garbage"));
     });
     expectFailure(X509Certificate(garbage.der()), text);
     auto const nameless = makeLeaf(root, "leaf", [](CertificateSpec& spec) {
@@ -366,8 +362,8 @@ TEST_F(CRLDownload, RefusesABodyThatIsNoCRL)
         char const* name;
         Bytes body;
     } const rows[] = {
-        {"HTML", bytesOf("<html><body>Not found</body></html>")},
-        {"PEM", bytesOf(toPem(crl))},
+        {"HTML", asBytes("<html><body>Not found</body></html>")},
+        {"PEM", asBytes(toPem(crl))},
         {"certificate", root.der()},
         {"cut short", Bytes(der.begin(), der.end() - 1)},
         {"first byte alone", Bytes(der.begin(), der.begin() + 1)},

@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -15,6 +16,7 @@
 #include <string>
 
 using namespace foundation::certificates;
+using namespace foundation::test;
 using boost::archive::iterators::dataflow_exception;
 
 namespace {
@@ -23,11 +25,6 @@ constexpr char const notBase64[] = "attempt to decode a value not in base64 char
 constexpr char const oddHex[] = "Input string is invalid for hex decoding. It has odd number of characters.";
 constexpr char const notHex[] = "Input string contains characters which are not in Hex.";
 std::string const base64Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-ByteArray bytesOf(std::string const& text)
-{
-    return ByteArray(text.begin(), text.end());
-}
 
 /// Base64 written down straight from RFC 4648: a number of 24 bits a group.
 std::string referenceBase64(ByteArray const& data)
@@ -98,8 +95,8 @@ TEST(Base64Encode, MeetsTheVectorsOfTheStandard)
     for (Row const& row :
          {Row{"", ""}, Row{"f", "Zg=="}, Row{"fo", "Zm8="}, Row{"foo", "Zm9v"}, Row{"foob", "Zm9vYg=="},
           Row{"fooba", "Zm9vYmE="}, Row{"foobar", "Zm9vYmFy"}}) {
-        EXPECT_EQ(base64Encode(bytesOf(row.plain)), row.encoded);
-        EXPECT_EQ(base64Decode(row.encoded), bytesOf(row.plain));
+        EXPECT_EQ(base64Encode(asBytes(row.plain)), row.encoded);
+        EXPECT_EQ(base64Decode(row.encoded), asBytes(row.plain));
     }
 }
 
@@ -133,14 +130,14 @@ TEST(Base64Decode, GivesNothingForEmptyTextAndForPaddingAlone)
 
 TEST(Base64Decode, NeedsNoPadding)
 {
-    EXPECT_EQ(base64Decode("Zg"), bytesOf("f"));
-    EXPECT_EQ(base64Decode("Zm8"), bytesOf("fo"));
+    EXPECT_EQ(base64Decode("Zg"), asBytes("f"));
+    EXPECT_EQ(base64Decode("Zm8"), asBytes("fo"));
 }
 
 TEST(Base64Decode, DropsLeftOverBitsUnchecked)
 {
-    EXPECT_EQ(base64Decode("Zh=="), bytesOf("f"));
-    EXPECT_EQ(base64Decode("Zm9="), bytesOf("fo"));
+    EXPECT_EQ(base64Decode("Zh=="), asBytes("f"));
+    EXPECT_EQ(base64Decode("Zm9="), asBytes("fo"));
 }
 
 TEST(Base64Decode, CutsOneCharacterOffTheEndForEachEqualsSign)

@@ -1,6 +1,7 @@
-#include "support/Command.hpp"
 #include "support/ExactThrow.hpp"
+#include "support/RunProgram.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
@@ -8,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -61,20 +60,16 @@ protected:
     static void SetUpTestSuite()
     {
         folder.emplace();
-        makers = runCommand({MAKE_BUNDLES_SCRIPT, folder->path().string()});
+        makers = runProgram(MAKE_BUNDLES_SCRIPT, {folder->path().string()});
     }
 
     static void TearDownTestSuite() { folder.reset(); }
 
-    void SetUp() override { ASSERT_EQ(makers.exitCode, 0) << makers.output; }
+    void SetUp() override { ASSERT_EQ(makers.exitStatus, 0) << makers.errors << makers.output; }
 
     static std::filesystem::path fileOf(std::string const& name) { return folder->path() / name; }
 
-    static std::string contentOf(std::string const& name)
-    {
-        std::ifstream stream(fileOf(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    }
+    static std::string contentOf(std::string const& name) { return contentOfFile(fileOf(name)); }
 
     static std::string nameOf(std::string const& algorithms)
     {
@@ -95,11 +90,11 @@ protected:
     }
 
     static std::optional<TemporaryFolder> folder;
-    static CommandResult makers;
+    static ProgramRun makers;
 };
 
 std::optional<TemporaryFolder> ForeignBundles::folder;
-CommandResult ForeignBundles::makers;
+ProgramRun ForeignBundles::makers;
 
 void expectKeyOf(std::string const& kind, PrivateKeyInfo const& key)
 {

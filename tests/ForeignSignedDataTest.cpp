@@ -3,6 +3,7 @@
 #include "support/RunProgram.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestBundles.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
@@ -87,16 +88,6 @@ std::vector<Row> const& rows()
         {"java-ed25519", Expectation::AsOpenSSLSays, "Ed25519"},
     };
     return table;
-}
-
-Bytes asBytes(std::string const& text)
-{
-    return Bytes(text.begin(), text.end());
-}
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
 }
 
 void expectResult(

@@ -2,6 +2,7 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -19,11 +20,6 @@ using namespace foundation::test;
 using foundation::certificates::X509Certificate;
 
 namespace {
-
-bool endsWith(std::string const& text, std::string const& end)
-{
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 class InspectExample : public testing::Test
 {

@@ -1,3 +1,4 @@
+#include "support/BrokenBuffer.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
@@ -18,8 +19,6 @@
 #include <cstdlib>
 #include <functional>
 #include <sstream>
-#include <stdexcept>
-#include <streambuf>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -96,12 +95,6 @@ std::string reasonOfParsing(Bytes const& bytes, char const* passphrase)
     });
 }
 
-class ThrowingBuffer : public std::streambuf
-{
-protected:
-    int_type underflow() override { throw std::runtime_error("the disk is gone"); }
-};
-
 } // namespace
 
 TEST(PKCS12Load, TakesBytes)
@@ -143,7 +136,7 @@ TEST(PKCS12Load, RefusesAStreamThatIsNotGoodAndReadsNothing)
 
 TEST(PKCS12Load, TellsWhyAStreamCannotBeRead)
 {
-    ThrowingBuffer buffer;
+    BrokenBuffer buffer("the disk is gone");
     std::istream stream(&buffer);
 
     EXPECT_THROWS_EXACTLY(

@@ -3,6 +3,7 @@
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
@@ -28,11 +29,6 @@ constexpr char const wrongPassphraseText[] = "Input passphrase is incorrect. Ope
 constexpr char const notParsedText[] = "Error: Parsing PKSC12 certificate failed.";
 constexpr char const badCertificateText[] =
     "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.";
-
-bool beginsWith(std::string const& text, std::string const& prefix)
-{
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
 
 enum class Outcome
 {

@@ -1,6 +1,7 @@
 #include "support/ExactThrow.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7CertificateImpl.hpp>
@@ -17,11 +18,6 @@ using namespace foundation::certificates;
 using namespace foundation::test;
 
 namespace {
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
 
 CertificateAndKey const& root()
 {

@@ -1,3 +1,4 @@
+#include "support/BrokenBuffer.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
@@ -5,6 +6,7 @@
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
@@ -15,8 +17,6 @@
 
 #include <iostream>
 #include <sstream>
-#include <stdexcept>
-#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -40,16 +40,6 @@ constexpr char const certificateRefused[] =
     "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.";
 
 std::string const beginMarker = "-----BEGIN PKCS7-----";
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
-
-Bytes asBytes(std::string const& text)
-{
-    return Bytes(text.begin(), text.end());
-}
 
 CertificateAndKey const& signer()
 {
@@ -104,13 +94,6 @@ std::string encryptedPem()
     return asText(contentOf(bio));
 }
 
-/// A source that breaks down when it is read.
-class BrokenBuffer : public std::streambuf
-{
-protected:
-    int_type underflow() override { throw std::runtime_error("the line went dead"); }
-};
-
 } // namespace
 
 TEST(PKCS7Load, TakesBothEncodingsFromBytesStringAndStream)
@@ -161,7 +144,7 @@ TEST(PKCS7Load, ReadsAStreamThroughItsBuffer)
 
 TEST(PKCS7Load, NamesTheCauseWhenAStreamCannotBeRead)
 {
-    BrokenBuffer buffer;
+    BrokenBuffer buffer("the line went dead");
     std::istream stream(&buffer);
     EXPECT_THROWS_EXACTLY(
         InvalidArgument, "The input PKCS7 certificate data stream is invalid. Reason:the line went dead",

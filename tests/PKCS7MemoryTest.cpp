@@ -2,6 +2,7 @@
 #include "support/OpenSSLMemory.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/PKCS7Certificate.hpp>
 
@@ -22,11 +23,6 @@ constexpr char const contentNotBuffered[] =
     "Internal error: The given input data bytes could not be written to a buffer.";
 
 using Texts = std::set<std::string>;
-
-bool beginsWith(std::string const& text, std::string const& beginning)
-{
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
 
 class PKCS7WithoutMemory : public testing::Test
 {

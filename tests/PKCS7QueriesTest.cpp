@@ -3,6 +3,7 @@
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
@@ -22,11 +23,6 @@ using namespace foundation::test;
 namespace {
 
 constexpr char const uninitialized[] = "Error: PKCS7Certificate is uninitialized.";
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
 
 CertificateAndKey const& root()
 {

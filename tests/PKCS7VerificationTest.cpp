@@ -2,6 +2,7 @@
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include "DefaultSystemCertificateAdder.hpp"
 #include "TrustStoreImpl.hpp"
@@ -171,11 +172,6 @@ Pkcs7Handle withoutCertificates(CertificateAndKey const& by)
     spec.signers = {by};
     spec.withoutCertificates = true;
     return makeSignedData(spec);
-}
-
-Bytes asBytes(std::string const& text)
-{
-    return Bytes(text.begin(), text.end());
 }
 
 /// The reason that OpenSSL queues first when it checks the signatures by itself, chains left aside.

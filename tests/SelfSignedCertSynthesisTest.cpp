@@ -1,8 +1,9 @@
-#include "support/Command.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/PseudoTerminal.hpp"
+#include "support/RunProgram.hpp"
 #include "support/SelfSigned.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
@@ -140,14 +141,9 @@ std::string describedByCommand(X509Certificate const& certificate)
 {
     TemporaryFolder const folder;
     auto const file = folder.write("certificate.pem", certificate.getAsPEMString());
-    auto const result = runCommand({"openssl", "x509", "-in", file.string(), "-noout", "-text"});
-    EXPECT_EQ(result.exitCode, 0) << result.output;
+    auto const result = runProgram("openssl", {"x509", "-in", file.string(), "-noout", "-text"});
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
     return result.output;
-}
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 } // namespace
@@ -249,9 +245,9 @@ TEST(SelfSignedCertSynthesis, VerifiesAgainstItselfOnTheCommandLine)
     TemporaryFolder const folder;
     auto const file =
         folder.write("certificate.pem", SelfSignedCertBuilder().build().first.getAsPEMString()).string();
-    auto const result = runCommand({"openssl", "verify", "-check_ss_sig", "-CAfile", file, file});
+    auto const result = runProgram("openssl", {"verify", "-check_ss_sig", "-CAfile", file, file});
 
-    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.exitStatus, 0) << result.errors;
     EXPECT_EQ(result.output, file + ": OK\n");
 }
 
@@ -501,10 +497,10 @@ TEST(SelfSignedCertPrivateKey, IsUnderstoodByTheCommandLine)
     TemporaryFolder const folder;
     auto const file = folder.write("key.pem", pem).string();
 
-    auto const opened = runCommand({"openssl", "pkey", "-in", file, "-passin", "pass:secret", "-noout"});
-    EXPECT_EQ(opened.exitCode, 0) << opened.output;
-    EXPECT_NE(runCommand({"openssl", "pkey", "-in", file, "-passin", "pass:other", "-noout"}).exitCode, 0);
-    auto const algorithms = runCommand({"openssl", "asn1parse", "-in", file});
+    auto const opened = runProgram("openssl", {"pkey", "-in", file, "-passin", "pass:secret", "-noout"});
+    EXPECT_EQ(opened.exitStatus, 0) << opened.errors;
+    EXPECT_NE(runProgram("openssl", {"pkey", "-in", file, "-passin", "pass:other", "-noout"}).exitStatus, 0);
+    auto const algorithms = runProgram("openssl", {"asn1parse", "-in", file});
     EXPECT_TRUE(contains(algorithms.output, "des-ede3-cbc")) << algorithms.output;
 }
 
@@ -550,7 +546,7 @@ TEST(SelfSignedCertPKCS12, NamesTheKeyAfterTheCommonName)
         SelfSignedCertBuilder copy(builder);
         copy.withPrivateKeyPassphrase("secret");
         auto const file = folder.write("key.p12", copy.buildAndGetKeyBytesInPKCS12().second).string();
-        return runCommand({"openssl", "pkcs12", "-in", file, "-passin", "pass:secret", "-noenc"}).output;
+        return runProgram("openssl", {"pkcs12", "-in", file, "-passin", "pass:secret", "-noenc"}).output;
     };
 
     auto const byDefault = friendlyNames(fastBuilder());

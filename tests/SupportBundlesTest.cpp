@@ -1,6 +1,7 @@
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestCrl.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/pkcs12.h>
 
@@ -14,17 +15,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::string textOf(Bytes const& bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
-
 /// The content if all signatures fit it; chains are not looked at.
 std::string verifiedContent(Pkcs7Handle const& pkcs7)
 {
     auto const out = own(BIO_new(BIO_s_mem()));
     auto const good = PKCS7_verify(pkcs7.get(), nullptr, nullptr, nullptr, out.get(), PKCS7_NOVERIFY) == 1;
-    return good ? textOf(contentOf(out)) : "not verified";
+    return good ? asText(contentOf(out)) : "not verified";
 }
 
 CertificateAndKey rsaRoot()

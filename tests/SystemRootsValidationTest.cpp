@@ -1,14 +1,13 @@
 #include "support/ExactThrow.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/Text.hpp"
 #include "support/Verifying.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 
 #ifdef __linux__
@@ -22,12 +21,6 @@ namespace {
 using namespace foundation::certificates;
 using namespace foundation::test;
 namespace fs = std::filesystem;
-
-std::string contentOfFile(fs::path const& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 /// The certificates in a text of PEM blocks, as OpenSSL reads them.
 std::vector<X509Handle> certificatesIn(std::string const& text)

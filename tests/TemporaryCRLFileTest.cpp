@@ -1,12 +1,11 @@
 #include "TemporaryCRLFile.hpp"
 
 #include "support/LeavesNoTrace.hpp"
+#include "support/Text.hpp"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <stdexcept>
 #include <string>
@@ -14,16 +13,11 @@
 namespace foundation::certificates {
 namespace {
 
+using test::contentOfFile;
 using test::ScopedVariable;
 
 class TemporaryCRLFileTest : public test::LeavesNoTrace
 {};
-
-std::string contentOf(std::string const& name)
-{
-    std::ifstream file(name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 TEST_F(TemporaryCRLFileTest, IsAnEmptyFileOfItsOwnersAlone)
 {
@@ -63,7 +57,7 @@ TEST_F(TemporaryCRLFileTest, HoldsWhatWasWrittenLast)
 
     for (auto const& content : {everyByte + everyByte, everyByte, std::string(), std::string("\r\n")}) {
         file.write(content);
-        EXPECT_EQ(contentOf(file.name()), content);
+        EXPECT_EQ(contentOfFile(file.name()), content);
     }
 }
 

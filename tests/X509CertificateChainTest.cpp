@@ -1,3 +1,4 @@
+#include "support/BrokenBuffer.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
@@ -16,8 +17,6 @@
 
 #include <mutex>
 #include <sstream>
-#include <stdexcept>
-#include <streambuf>
 #include <string>
 #include <utility>
 #include <vector>
@@ -78,12 +77,6 @@ std::string damaged(std::string pem)
     pem[pem.size() / 2] = '*';
     return pem;
 }
-
-class BrokenBuffer : public std::streambuf
-{
-protected:
-    int_type underflow() override { throw std::runtime_error("the disk is on fire"); }
-};
 
 TEST(X509CertificateChainDefault, IsAnEmptyList)
 {
@@ -276,7 +269,7 @@ TEST(X509CertificateChainStream, IsRefusedIfItIsNotGood)
 
 TEST(X509CertificateChainStream, ReportsWhatItsBufferThrows)
 {
-    BrokenBuffer buffer;
+    BrokenBuffer buffer("the disk is on fire");
     std::istream stream(&buffer);
     EXPECT_THROWS_EXACTLY(
         InvalidArgument,

@@ -1,7 +1,9 @@
+#include "support/BrokenBuffer.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include "X509CertificateImpl.hpp"
 
@@ -13,8 +15,6 @@
 #include <openssl/pem.h>
 
 #include <sstream>
-#include <stdexcept>
-#include <streambuf>
 #include <string>
 
 using namespace foundation::certificates;
@@ -34,16 +34,6 @@ constexpr char const loadingFailed[] = "Error: Loading a certificate failed. Rea
 constexpr char const weakKey[] = "RSA key size does not meet minimum cryptographic requirements";
 
 std::string const beginMarker = "-----BEGIN CERTIFICATE-----";
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
-
-Bytes asBytes(std::string const& text)
-{
-    return Bytes(text.begin(), text.end());
-}
 
 std::string replaced(std::string text, std::string const& from, std::string const& to)
 {
@@ -91,11 +81,6 @@ CertificateAndKey withKey(KeyHandle const& key)
         spec.signer = witness();
     });
 }
-
-class ThrowingBuffer : public std::streambuf
-{
-    int_type underflow() override { throw std::runtime_error("the disc is broken"); }
-};
 
 /// With and without a stranger's entry in OpenSSL's queue. Whatever happened to a load that got at any bytes,
 /// the queue is empty afterwards.
@@ -216,7 +201,7 @@ TEST_P(X509CertificateLoad, RefusesAStreamWithoutABuffer)
 
 TEST_P(X509CertificateLoad, WrapsWhatAStreamBufferThrows)
 {
-    ThrowingBuffer buffer;
+    BrokenBuffer buffer("the disc is broken");
     std::istream stream(&buffer);
     EXPECT_THROWS_EXACTLY(
         InvalidArgument, "The input certificate data stream is invalid. Reason:the disc is broken",

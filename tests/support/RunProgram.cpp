@@ -1,12 +1,11 @@
 #include "support/RunProgram.hpp"
 
 #include "support/TemporaryFolder.hpp"
+#include "support/Text.hpp"
 
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 namespace foundation::test {
 
@@ -29,7 +28,7 @@ ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::str
     TemporaryFolder const folder;
     auto const output = folder.path() / "output";
     auto const errors = folder.path() / "errors";
-    std::string command = quoted(program.string());
+    std::string command = "LC_ALL=C TZ=UTC " + quoted(program.string());
     for (auto const& argument : arguments) {
         command += " " + quoted(argument);
     }
@@ -40,12 +39,6 @@ ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::str
     run.output = contentOfFile(output);
     run.errors = contentOfFile(errors);
     return run;
-}
-
-std::string contentOfFile(std::filesystem::path const& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
 } // namespace foundation::test

@@ -8,17 +8,14 @@ namespace foundation::test {
 
 struct ProgramRun
 {
-    /// 128 plus the number of the signal that ended the program.
+    /// 127 if there is no such program; 128 and the number of the signal that ended it.
     int exitStatus = -1;
     std::string output;
     std::string errors;
 };
 
-/// Runs the program with the arguments, without a shell's interpretation and with nothing to read, and waits
-/// for it.
+/// Runs the program, with each argument taken literally and nothing to read, and waits for it. A name without
+/// a folder is looked up in the PATH. The program's language is English and its time zone UTC.
 ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::string> const& arguments);
-
-/// All bytes of the file; empty if it cannot be read.
-std::string contentOfFile(std::filesystem::path const& file);
 
 } // namespace foundation::test

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+#include <utility>
+
+namespace foundation::test {
+
+/// A source that breaks down when it is read: a std::runtime_error with the given text comes out.
+class BrokenBuffer : public std::streambuf
+{
+public:
+    explicit BrokenBuffer(std::string failureText) : text(std::move(failureText)) {}
+
+protected:
+    int_type underflow() override { throw std::runtime_error(text); }
+
+private:
+    std::string text;
+};
+
+} // namespace foundation::test
