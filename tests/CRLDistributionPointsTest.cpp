@@ -1,7 +1,9 @@
 #include "X509CertificateImpl.hpp"
 
+#include "support/Der.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,24 +15,14 @@
 namespace foundation::certificates {
 namespace {
 
-using test::Bytes;
 using test::CertificateSpec;
 using test::Mutation;
 
 using URIs = std::vector<std::string>;
 
-/// DER of one value; for contents of less than 65536 bytes.
 std::string der(int tag, std::string const& content)
 {
-    std::string encoding(1, static_cast<char>(tag));
-    auto const size = content.size();
-    if (size >= 256) {
-        encoding.append({'\x82', static_cast<char>(size >> 8)});
-    } else if (size >= 128) {
-        encoding.push_back('\x81');
-    }
-    encoding.push_back(static_cast<char>(size & 0xff));
-    return encoding + content;
+    return test::asText(test::derElement(tag, test::asBytes(content)));
 }
 
 constexpr int sequenceTag = 0x30;
@@ -58,7 +50,7 @@ std::string commonNameAttribute(std::string const& value)
 Mutation withContent(std::string const& content)
 {
     return [content](CertificateSpec& spec) {
-        spec.setRawExtension("crlDistributionPoints", Bytes(content.begin(), content.end()));
+        spec.setRawExtension("crlDistributionPoints", test::asBytes(content));
     };
 }
 

@@ -1,3 +1,4 @@
+#include "support/InParallel.hpp"
 #include "support/LogCapture.hpp"
 
 #include <foundation/log/basic_diagnostic_logger.hpp>
@@ -176,18 +177,11 @@ TEST_F(DiagnosticLogger, HoldsNoLockWhileTextIsComposed)
 TEST_F(DiagnosticLogger, MayBeSharedBetweenThreads)
 {
     LogCapture capture;
-    std::vector<std::thread> threads;
-
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([this] {
-            for (int record = 0; record < 100; ++record) {
-                logger.write(severity::error, [](std::ostream& out) { out << "x"; });
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    foundation::test::inParallel(4, [this](int) {
+        for (int record = 0; record < 100; ++record) {
+            logger.write(severity::error, [](std::ostream& out) { out << "x"; });
+        }
+    });
 
     EXPECT_EQ(capture.messages(), std::vector<std::string>(400, "x"));
 }

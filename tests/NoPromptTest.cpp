@@ -1,3 +1,4 @@
+#include "support/EncryptedPem.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
 #include "support/TestPki.hpp"
@@ -19,18 +20,9 @@ using namespace foundation::test;
 
 namespace {
 
-/// A certificate in a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED").
 std::string encryptedPem()
 {
-    auto const certificate = makeRoot("root").certificate;
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    std::string passphrase = "secret";
-    require(PEM_ASN1_write_bio(
-        reinterpret_cast<i2d_of_void*>(i2d_X509), PEM_STRING_X509, bio.get(), certificate.get(),
-        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
-        static_cast<int>(passphrase.size()), nullptr, nullptr));
-    auto const bytes = contentOf(bio);
-    return {bytes.begin(), bytes.end()};
+    return toEncryptedPem(makeRoot("root").certificate);
 }
 
 /// 0 if the load fails as any load of what cannot be read.

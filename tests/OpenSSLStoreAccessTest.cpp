@@ -1,4 +1,5 @@
 #include "support/OpenSSLErrors.hpp"
+#include "support/TLSHandshake.hpp"
 #include "support/TestCrl.hpp"
 #include "support/TestPki.hpp"
 
@@ -10,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -43,54 +42,16 @@ int entriesIn(X509_STORE* store)
     return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
 }
 
-using TLSContext = std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)>;
-using TLSConnection = std::unique_ptr<SSL, void (*)(SSL*)>;
-
-TLSContext makeContext(SSL_METHOD const* method = TLS_method())
-{
-    TLSContext context(SSL_CTX_new(method), SSL_CTX_free);
-    if (context == nullptr) {
-        throw std::runtime_error("No TLS context");
-    }
-    return context;
-}
-
 /// A server with the leaf of the test PKI and the certificate above it.
-TLSContext makeServerContext()
+TLSContextHandle makeServer()
 {
-    TLSContext context = makeContext(TLS_server_method());
-    require(SSL_CTX_use_certificate(context.get(), pki()["server"].certificate.get()));
-    require(SSL_CTX_use_PrivateKey(context.get(), pki()["server"].key.get()));
-    require(SSL_CTX_add1_chain_cert(context.get(), pki()["intermediate"].certificate.get()));
-    return context;
+    return makeTLSServer(
+        pki()["server"].certificate, pki()["server"].key, {pki()["intermediate"].certificate});
 }
 
-/// A client that accepts no server but those with a chain to the context's own store.
-TLSContext makeClientContext()
+bool clientAcceptsServer(TLSContextHandle const& client, TLSContextHandle const& server)
 {
-    TLSContext context = makeContext(TLS_client_method());
-    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
-    return context;
-}
-
-/// One handshake between the two, in memory. True if the client finished it, that is, accepted the server.
-bool clientAcceptsServer(TLSContext const& clientContext, TLSContext const& serverContext)
-{
-    ErrorQueueMark const mark;
-    TLSConnection const client(SSL_new(clientContext.get()), SSL_free);
-    TLSConnection const server(SSL_new(serverContext.get()), SSL_free);
-    BIO* clientSide = nullptr;
-    BIO* serverSide = nullptr;
-    require(BIO_new_bio_pair(&clientSide, 0, &serverSide, 0));
-    SSL_set_bio(client.get(), clientSide, clientSide);
-    SSL_set_bio(server.get(), serverSide, serverSide);
-    SSL_set_connect_state(client.get());
-    SSL_set_accept_state(server.get());
-    for (int turn = 0; turn < 20 && SSL_is_init_finished(client.get()) == 0; ++turn) {
-        SSL_do_handshake(client.get());
-        SSL_do_handshake(server.get());
-    }
-    return SSL_is_init_finished(client.get()) == 1 && SSL_get_verify_result(client.get()) == X509_V_OK;
+    return verifyResultOfHandshake(client, server) == X509_V_OK;
 }
 
 TEST(GetOpenSSLStore, GivesFurtherOwnersOfTheLiveStore)
@@ -163,7 +124,7 @@ TEST(OpenSSLStoreOfAMovedFromTrustStore, DoesNotExist)
     EXPECT_EQ(copy, nullptr);
     EXPECT_EQ(copy.get_deleter(), X509_STORE_free);
 
-    TLSContext const context = makeContext();
+    auto const context = makeTLSContext();
     X509_STORE* const before = SSL_CTX_get_cert_store(context.get());
     attachTrustStoreToSSLCTX(source, context.get());
     EXPECT_EQ(SSL_CTX_get_cert_store(context.get()), before);
@@ -180,7 +141,7 @@ TEST(AttachTrustStore, DoesNothingToANullContext)
 TEST(AttachTrustStore, SharesTheLiveStoreAndNoCopyOfIt)
 {
     TrustStore store;
-    TLSContext const context = makeContext();
+    auto const context = makeTLSContext();
     attachTrustStoreToSSLCTX(store, context.get());
     EXPECT_EQ(SSL_CTX_get_cert_store(context.get()), getOpenSSLStore(store).get());
     TrustStore copy(store);
@@ -192,7 +153,7 @@ TEST(AttachTrustStore, SharesTheLiveStoreAndNoCopyOfIt)
 
 TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
 {
-    TLSContext const context = makeContext();
+    auto const context = makeTLSContext();
     {
         TrustStore const store = storeOf("root");
         attachTrustStoreToSSLCTX(store, context.get());
@@ -203,7 +164,7 @@ TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
 
     TrustStore const store = storeOf("root");
     {
-        TLSContext const shortLived = makeContext();
+        auto const shortLived = makeTLSContext();
         attachTrustStoreToSSLCTX(store, shortLived.get());
     }
     EXPECT_EQ(store.size(), 1U);
@@ -212,8 +173,8 @@ TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
 
 TEST(AttachTrustStore, LetsAHandshakeSucceedAsSoonAsTheRootIsAdded)
 {
-    TLSContext const server = makeServerContext();
-    TLSContext const client = makeClientContext();
+    auto const server = makeServer();
+    auto const client = makeTLSClient();
     TrustStore store;
     attachTrustStoreToSSLCTX(store, client.get());
     EXPECT_FALSE(clientAcceptsServer(client, server));
@@ -228,8 +189,8 @@ TEST(AttachTrustStore, LetsAHandshakeSucceedAsSoonAsTheRootIsAdded)
 
 TEST(AttachTrustStore, ServesHandshakesAfterTheTrustStoreIsGone)
 {
-    TLSContext const server = makeServerContext();
-    TLSContext const client = makeClientContext();
+    auto const server = makeServer();
+    auto const client = makeTLSClient();
     {
         TrustStore const store = storeOf("root");
         attachTrustStoreToSSLCTX(store, client.get());
@@ -240,7 +201,7 @@ TEST(AttachTrustStore, ServesHandshakesAfterTheTrustStoreIsGone)
 TEST(OpenSSLStoreAccess, LeavesTheErrorQueueAsItWas)
 {
     TrustStore const store = storeOf("root");
-    TLSContext const context = makeContext();
+    auto const context = makeTLSContext();
     CleanErrorQueue const clean;
     auto const foreign = queueForeignError();
     getOpenSSLStore(store);

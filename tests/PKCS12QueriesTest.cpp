@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/InParallel.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
@@ -15,7 +16,6 @@
 #include <atomic>
 #include <functional>
 #include <sstream>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -382,19 +382,13 @@ TEST(PKCS12Threads, OpenAndReadAtOnce)
     auto const bytes = bundle();
     PKCS12Certificate const shared(bytes, "secret");
     std::atomic<int> agreements{0};
-    std::vector<std::thread> threads;
-    for (int index = 0; index < 4; ++index) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 10; ++round) {
-                PKCS12Certificate const mine(bytes, "secret");
-                PKCS12Certificate const copy(shared);
-                agreements += copy == mine && copy.getAsBytes() == shared.getAsBytes() ? 1 : 0;
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    inParallel(4, [&](int) {
+        for (int round = 0; round < 10; ++round) {
+            PKCS12Certificate const mine(bytes, "secret");
+            PKCS12Certificate const copy(shared);
+            agreements += copy == mine && copy.getAsBytes() == shared.getAsBytes() ? 1 : 0;
+        }
+    });
 
     EXPECT_EQ(agreements, 40);
 }

@@ -1,3 +1,4 @@
+#include "support/Der.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
@@ -65,39 +66,14 @@ Outcome outcomeOf(Bytes const& bytes, std::string const& passphrase = "secret")
     }
 }
 
-// A little DER, by hand.
-
-Bytes joined(std::vector<Bytes> const& parts)
-{
-    Bytes whole;
-    for (auto const& part : parts) {
-        whole.insert(whole.end(), part.begin(), part.end());
-    }
-    return whole;
-}
-
-Bytes element(unsigned char tag, Bytes const& content)
-{
-    Bytes header{tag};
-    if (content.size() < 0x80) {
-        header.push_back(static_cast<unsigned char>(content.size()));
-    } else {
-        header.push_back(0x84);
-        for (unsigned const shift : {24U, 16U, 8U, 0U}) {
-            header.push_back(static_cast<unsigned char>(content.size() >> shift));
-        }
-    }
-    return joined({header, content});
-}
-
 Bytes sequence(std::vector<Bytes> const& elements)
 {
-    return element(0x30, joined(elements));
+    return derElement(0x30, joined(elements));
 }
 
 Bytes octets(Bytes const& content)
 {
-    return element(0x04, content);
+    return derElement(0x04, content);
 }
 
 Bytes objectIdentifier(int nid)
@@ -113,7 +89,7 @@ Bytes objectIdentifier(int nid)
 /// ContentInfo of type data.
 Bytes dataInfo(Bytes const& content)
 {
-    return sequence({objectIdentifier(NID_pkcs7_data), element(0xA0, octets(content))});
+    return sequence({objectIdentifier(NID_pkcs7_data), derElement(0xA0, octets(content))});
 }
 
 Bytes const version3{0x02, 0x01, 0x03};
@@ -139,19 +115,19 @@ Bytes bundleOfBags(std::vector<Bytes> const& bags)
 
 Bytes bag(int type, Bytes const& value, Bytes const& attributes = {})
 {
-    return sequence({objectIdentifier(type), element(0xA0, value), attributes});
+    return sequence({objectIdentifier(type), derElement(0xA0, value), attributes});
 }
 
 Bytes certificateBag(Bytes const& certificate, Bytes const& attributes = {})
 {
     return bag(
-        NID_certBag, sequence({objectIdentifier(NID_x509Certificate), element(0xA0, octets(certificate))}),
+        NID_certBag, sequence({objectIdentifier(NID_x509Certificate), derElement(0xA0, octets(certificate))}),
         attributes);
 }
 
 Bytes attribute(int type, Bytes const& value)
 {
-    return element(0x31, sequence({objectIdentifier(type), element(0x31, value)}));
+    return derElement(0x31, sequence({objectIdentifier(type), derElement(0x31, value)}));
 }
 
 Bytes const& certificate()
@@ -311,7 +287,7 @@ TEST(PKCS12StrangersBytes, OfOddSafesUnderARightMac)
         {"an encrypted safe of nothing",
          bundleOfSafes(sequence({sequence(
              {objectIdentifier(NID_pkcs7_encrypted),
-              element(
+              derElement(
                   0xA0,
                   sequence(
                       {{0x02, 0x01, 0x00},
@@ -365,7 +341,7 @@ TEST(PKCS12StrangersBytes, OfOddAttributesUnderARightMac)
         attribute(NID_localKeyID, {0x05, 0x00}),
         attribute(NID_localKeyID, {0x01, 0x01, 0xFF}),
         attribute(NID_localKeyID, {}),
-        element(0x31, {}),
+        derElement(0x31, {}),
     };
     for (std::size_t index = 0; index < attributes.size(); ++index) {
         auto const outcome = outcomeOf(bundleOfBags({certificateBag(certificate(), attributes[index])}));
@@ -378,7 +354,7 @@ TEST(PKCS12StrangersBytes, OfKeysWithoutASecretUnderARightMac)
 {
     // RSA: version, modulus, public exponent, no private exponent, and numbers that fit nothing.
     Bytes const one{0x02, 0x01, 0x01};
-    auto const modulus = element(0x02, joined({{0x00}, Bytes(256, 0xC1)}));
+    auto const modulus = derElement(0x02, joined({{0x00}, Bytes(256, 0xC1)}));
     auto const rsa = sequence(
         {{0x02, 0x01, 0x00},
          modulus,

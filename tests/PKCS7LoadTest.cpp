@@ -1,4 +1,5 @@
 #include "support/BrokenBuffer.hpp"
+#include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
@@ -80,18 +81,6 @@ std::string reasonOf(std::string const& data)
     PKCS7_free(
         isPem ? PEM_read_bio_PKCS7(bio.get(), nullptr, refuse, nullptr) : d2i_PKCS7_bio(bio.get(), nullptr));
     return oldestReasonText();
-}
-
-/// The signed data as a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED").
-std::string encryptedPem()
-{
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    std::string passphrase = "secret";
-    require(PEM_ASN1_write_bio(
-        reinterpret_cast<i2d_of_void*>(i2d_PKCS7), PEM_STRING_PKCS7, bio.get(), signedData().get(),
-        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
-        static_cast<int>(passphrase.size()), nullptr, nullptr));
-    return asText(contentOf(bio));
 }
 
 } // namespace
@@ -309,7 +298,7 @@ TEST(PKCS7Load, RefusesAnEmbeddedCertificateWithAnUnfitKey)
 
 TEST(PKCS7Load, NeverAsksForAPassphrase)
 {
-    auto const pem = encryptedPem();
+    auto const pem = toEncryptedPem(signedData());
     auto const run = runOnTerminal([&] {
         try {
             PKCS7Certificate const loaded(pem);

@@ -1,3 +1,4 @@
+#include "support/Der.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
@@ -205,35 +206,14 @@ std::vector<Row> mutilations()
     };
 }
 
-/// Wraps the bytes in a tag of definite length.
-Bytes wrapped(unsigned char tag, Bytes const& content)
-{
-    auto const size = content.size();
-    Bytes result{tag, 0x84};
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        result.push_back(static_cast<unsigned char>(size >> shift));
-    }
-    result.insert(result.end(), content.begin(), content.end());
-    return result;
-}
-
-Bytes joined(std::vector<Bytes> const& pieces)
-{
-    Bytes result;
-    for (auto const& piece : pieces) {
-        result.insert(result.end(), piece.begin(), piece.end());
-    }
-    return result;
-}
-
 /// Signed data around the given content, with no certificate and no signer.
 Bytes signedAround(Bytes const& content)
 {
     Bytes const version{0x02, 0x01, 0x01};
     Bytes const emptySet{0x31, 0x00};
     auto const type = contentInfoWithoutContent(NID_pkcs7_signed);
-    auto const body = wrapped(0x30, joined({version, emptySet, content, emptySet}));
-    return wrapped(0x30, joined({Bytes(type.begin() + 2, type.end()), wrapped(0xA0, body)}));
+    auto const body = derElement(0x30, joined({version, emptySet, content, emptySet}));
+    return derElement(0x30, joined({Bytes(type.begin() + 2, type.end()), derElement(0xA0, body)}));
 }
 
 /// The first signer's message digest attribute with a value of the given type instead of an octet string.

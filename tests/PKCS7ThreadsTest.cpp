@@ -1,3 +1,4 @@
+#include "support/InParallel.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
 
@@ -5,11 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <sstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -18,26 +16,6 @@ namespace {
 
 constexpr int numThreads = 4;
 constexpr int numRounds = 15;
-
-/// Runs the work in all threads at once; each gets its number.
-template <class Work>
-void inParallel(Work const& work)
-{
-    std::atomic<int> numReady{0};
-    std::vector<std::thread> threads;
-    for (int number = 0; number < numThreads; ++number) {
-        threads.emplace_back([&, number] {
-            ++numReady;
-            while (numReady < numThreads) {
-                std::this_thread::yield();
-            }
-            work(number);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
 
 class PKCS7Threads : public testing::Test
 {
@@ -54,7 +32,7 @@ protected:
 
 TEST_F(PKCS7Threads, MayReadOneObjectAtOnce)
 {
-    inParallel([&](int) {
+    inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             auto const results = shared.verifySignature(X509CertificateChain(), trusted, ByteArray());
             EXPECT_TRUE(results.isValidSignature());
@@ -70,7 +48,7 @@ TEST_F(PKCS7Threads, MayReadOneObjectAtOnce)
 TEST_F(PKCS7Threads, MayAddCertificatesWhileOthersRead)
 {
     X509Certificate const added(root.der());
-    inParallel([&](int number) {
+    inParallel(numThreads, [&](int number) {
         for (int round = 0; round < numRounds; ++round) {
             if (number % 2 == 0) {
                 shared.addCertificate(added);
@@ -87,7 +65,7 @@ TEST_F(PKCS7Threads, HaveErrorQueuesOfTheirOwn)
 {
     auto const strangers = makeLeaf(makeRoot("stranger's root"), "stranger");
     PKCS7Certificate const sound(toDer(makeSignedData("content", strangers)));
-    inParallel([&](int number) {
+    inParallel(numThreads, [&](int number) {
         for (int round = 0; round < numRounds; ++round) {
             if (number % 2 == 0) {
                 PKCS7Certificate().getSignedData(); // leaves an entry behind

@@ -1,3 +1,4 @@
+#include "support/InParallel.hpp"
 #include "support/TestPki.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
@@ -10,14 +11,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 using namespace foundation::certificates;
@@ -26,60 +21,6 @@ using namespace foundation::test;
 namespace {
 
 constexpr int numThreads = 8;
-
-/// Ends the process if the scope is not left in time: threads that wait for each other never return.
-class Watchdog
-{
-public:
-    explicit Watchdog(std::chrono::seconds limit)
-        : watcher([this, limit] {
-              std::unique_lock<std::mutex> lock(mutex);
-              if (!finished.wait_for(lock, limit, [this] { return isFinished; })) {
-                  std::fputs("The threads have stopped: they wait for each other.\n", stderr);
-                  std::abort();
-              }
-          })
-    {}
-
-    ~Watchdog()
-    {
-        {
-            std::lock_guard<std::mutex> const lock(mutex);
-            isFinished = true;
-        }
-        finished.notify_one();
-        watcher.join();
-    }
-
-    Watchdog(Watchdog const&) = delete;
-    Watchdog& operator=(Watchdog const&) = delete;
-
-private:
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool isFinished = false;
-    std::thread watcher;
-};
-
-/// Runs the work in all threads at once; each is told its number.
-void inParallel(std::function<void(int)> const& work)
-{
-    Watchdog const watchdog(std::chrono::seconds(300));
-    std::atomic<int> numReady{0};
-    std::vector<std::thread> threads;
-    for (int number = 0; number < numThreads; ++number) {
-        threads.emplace_back([&, number] {
-            ++numReady;
-            while (numReady < numThreads) {
-                std::this_thread::yield();
-            }
-            work(number);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
 
 Topology const& pki()
 {
@@ -105,7 +46,7 @@ TEST(X509CertificateChainThreads, ReadCopyAndAppendAtOnce)
 {
     X509CertificateChain chain(pki().pemBundle({"leaf", "intermediate", "root"}));
     auto const& roots = manyRoots();
-    inParallel([&](int number) {
+    inParallel(numThreads, [&](int number) {
         for (std::size_t round = 0; round < 4; ++round) {
             chain.addCertificate(roots[static_cast<std::size_t>(number) * 4 + round]);
             EXPECT_FALSE(chain.empty());
@@ -128,7 +69,7 @@ TEST(TrustStoreThreads, ReadCopyAndAddAtOnce)
     store.addCertificate(X509Certificate(pki()["root"].der()));
     X509CertificateChain const chain(pki().pemBundle({"leaf", "intermediate", "root"}));
     auto const& roots = manyRoots();
-    inParallel([&](int number) {
+    inParallel(numThreads, [&](int number) {
         for (std::size_t round = 0; round < 4; ++round) {
             store.addCertificate(roots[static_cast<std::size_t>(number) * 4 + round]);
             store.addCertificates(chain);
@@ -154,7 +95,7 @@ TEST(TrustStoreThreads, ValidateACertificateWhileOthersAddIt)
     CertificateValidationOptions const options;
     constexpr int numValidators = numThreads / 2;
     std::atomic<int> numValidating{numValidators};
-    inParallel([&](int number) {
+    inParallel(numThreads, [&](int number) {
         if (number < numValidators) {
             for (int round = 0; round < 100; ++round) {
                 EXPECT_EQ(

@@ -1,34 +1,14 @@
+#include "support/InParallel.hpp"
 #include "support/Revocable.hpp"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
-#include <thread>
 
 namespace {
 
 using namespace foundation::certificates;
 using namespace foundation::test;
-
-/// Runs the task on that many threads, which all begin at the same time.
-void runOnThreads(int numThreads, std::function<void(int thread)> const& task)
-{
-    std::atomic<int> waiting{numThreads};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < numThreads; ++thread) {
-        threads.emplace_back([&, thread] {
-            --waiting;
-            while (waiting > 0) {
-                std::this_thread::yield();
-            }
-            task(thread);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
 
 /// Counts verdicts that are not the expected one; EXPECT_... would do, but floods the output when all go
 /// wrong.
@@ -52,7 +32,7 @@ TEST(ValidationThreads, RaceForTheFirstUseOfTheSystemsRoots)
 {
     auto const leaf = makeSelfSignedLeaf("leaf");
     Verdicts verdicts;
-    runOnThreads(16, [&](int) {
+    inParallel(16, [&](int) {
         verdicts.add(
             load(leaf).validateCertificate(X509CertificateChain(), Options(), TrustStore()),
             Status::SelfSigned);
@@ -71,7 +51,7 @@ TEST(ValidationThreads, ValidateDifferentCertificatesAgainstOneTrustStore)
         leaves.push_back(load(makeLeaf(pki["ca"], "leaf" + std::to_string(thread))));
     }
     Verdicts verdicts;
-    runOnThreads(8, [&](int thread) {
+    inParallel(8, [&](int thread) {
         for (int round = 0; round < 10; ++round) {
             verdicts.add(
                 leaves[static_cast<std::size_t>(thread)].validateCertificate(chain, Options(), trustStore),
@@ -91,7 +71,7 @@ TEST(ValidationThreads, ValidateOneCertificateWithDifferentOptions)
     auto const trustStore = storeOf({pki["root"]});
     auto const chain = chainOf({pki["ca"]});
     Verdicts verdicts;
-    runOnThreads(8, [&](int thread) {
+    inParallel(8, [&](int thread) {
         Tolerances tolerances;
         tolerances.expired = thread % 2 == 1;
         for (int round = 0; round < 10; ++round) {
@@ -111,7 +91,7 @@ TEST(ValidationThreads, ValidateCopiesThatShareOneCertificate)
     auto const trustStore = storeOf({pki["root"]});
     auto const chain = chainOf({pki["leaf"], pki["ca"]});
     Verdicts verdicts;
-    runOnThreads(8, [&](int) {
+    inParallel(8, [&](int) {
         X509Certificate const copy(original);
         for (int round = 0; round < 10; ++round) {
             auto const results = copy.validateCertificate(chain, Options(), trustStore);
@@ -131,7 +111,7 @@ TEST(ValidationThreads, LookUpOneRoot)
     auto const chain = chainOf({pki["ca"]});
     auto const expected = load(pki["root"]).getSHA256Fingerprint();
     std::atomic<int> found{0};
-    runOnThreads(8, [&](int) {
+    inParallel(8, [&](int) {
         for (int round = 0; round < 5; ++round) {
             if (leaf.getRootCACertificate(chain, trustStore).getSHA256Fingerprint() == expected) {
                 ++found;
@@ -149,7 +129,7 @@ TEST(ValidationThreads, DownloadCrlsWithoutSharingThemThroughTheTrustStore)
     auto const chain = chainOf({pki.ca});
     auto const leaf = load(pki.leaf);
     Verdicts verdicts;
-    runOnThreads(8, [&](int thread) {
+    inParallel(8, [&](int thread) {
         auto const asksForCrls = thread % 2 == 0;
         auto const ownHandle = leaf;
         auto const options = optionsWith(

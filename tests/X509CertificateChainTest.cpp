@@ -1,4 +1,5 @@
 #include "support/BrokenBuffer.hpp"
+#include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
@@ -209,15 +210,7 @@ TEST(X509CertificateChainLoad, RefusesAllForOneUnfitKey)
 
 TEST(X509CertificateChainLoad, NeverAsksForAPassphrase)
 {
-    // A certificate in an encrypted block, which a reader without a passphrase callback would prompt for.
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    std::string passphrase = "secret";
-    require(PEM_ASN1_write_bio(
-        reinterpret_cast<i2d_of_void*>(i2d_X509), PEM_STRING_X509, bio.get(), pki()["root"].certificate.get(),
-        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
-        static_cast<int>(passphrase.size()), nullptr, nullptr));
-    Bytes const encrypted = contentOf(bio);
-    std::string const text(encrypted.begin(), encrypted.end());
+    auto const text = toEncryptedPem(pki()["root"].certificate);
 
     auto const run = runOnTerminal([&] {
         try {

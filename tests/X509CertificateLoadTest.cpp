@@ -1,4 +1,5 @@
 #include "support/BrokenBuffer.hpp"
+#include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestKeys.hpp"
@@ -54,18 +55,6 @@ std::string reasonOf(std::string const& data)
     X509_free(
         isPem ? PEM_read_bio_X509(bio.get(), nullptr, refuse, nullptr) : d2i_X509_bio(bio.get(), nullptr));
     return oldestReasonText();
-}
-
-/// The certificate as a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED").
-std::string encryptedPem(X509Handle const& certificate)
-{
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    std::string passphrase = "secret";
-    require(PEM_ASN1_write_bio(
-        reinterpret_cast<i2d_of_void*>(i2d_X509), PEM_STRING_X509, bio.get(), certificate.get(),
-        EVP_aes_128_cbc(), reinterpret_cast<unsigned char*>(passphrase.data()),
-        static_cast<int>(passphrase.size()), nullptr, nullptr));
-    return asText(contentOf(bio));
 }
 
 CertificateAndKey const& witness()
@@ -304,7 +293,7 @@ TEST_P(X509CertificateLoad, RefusesPemOfSomethingElseWithTheReason)
 
 TEST_P(X509CertificateLoad, RefusesAnEncryptedBlockAsAnyOtherThatCannotBeRead)
 {
-    auto const data = encryptedPem(witness().certificate);
+    auto const data = toEncryptedPem(witness().certificate);
     ASSERT_NE(data.find("Proc-Type: 4,ENCRYPTED"), std::string::npos);
     expectRefused<X509CertificateException>(
         data, loadingFailed + reasonText(ERR_LIB_PEM, PEM_R_BAD_PASSWORD_READ));

@@ -1,4 +1,5 @@
 #include "support/CertificateQueries.hpp"
+#include "support/InParallel.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
@@ -6,11 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -29,26 +27,6 @@ X509Certificate loadWitness()
                            }).der());
 }
 
-/// Runs the work in all threads at once.
-template <class Work>
-void inParallel(Work const& work)
-{
-    std::atomic<int> numReady{0};
-    std::vector<std::thread> threads;
-    for (int number = 0; number < numThreads; ++number) {
-        threads.emplace_back([&] {
-            ++numReady;
-            while (numReady < numThreads) {
-                std::this_thread::yield();
-            }
-            work();
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
-
 void runEveryQuery(X509Certificate& certificate)
 {
     for (auto const& query : certificateQueries()) {
@@ -62,7 +40,7 @@ TEST(X509CertificateThreads, CopiesOfOneCertificateAreQueriedAtOnce)
 {
     // The first queries of all come from the threads: what OpenSSL works out on demand is worked out there.
     auto const certificate = loadWitness();
-    inParallel([&] {
+    inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             auto copy = certificate;
             runEveryQuery(copy);
@@ -74,7 +52,7 @@ TEST(X509CertificateThreads, OneCertificateIsQueriedAndCopiedAtOnce)
 {
     auto certificate = loadWitness();
     auto const fingerprint = certificate.getSHA256Fingerprint();
-    inParallel([&] {
+    inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             runEveryQuery(certificate);
             X509Certificate const copy(certificate);
@@ -92,7 +70,7 @@ TEST(X509CertificateThreads, TwoCertificatesAreComparedBothWaysAtOnce)
     // Were both locks held at once, these comparisons would lock each other out sooner or later.
     auto const left = loadWitness();
     auto const right = left;
-    inParallel([&] {
+    inParallel(numThreads, [&](int) {
         for (int round = 0; round < 10 * numRounds; ++round) {
             EXPECT_TRUE(left == right);
             EXPECT_TRUE(right == left);
@@ -104,7 +82,7 @@ TEST(X509CertificateThreads, TwoCertificatesAreComparedBothWaysAtOnce)
 TEST(X509CertificateThreads, CertificatesAreLoadedAtOnce)
 {
     auto const pem = loadWitness().getAsPEMString();
-    inParallel([&] {
+    inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             EXPECT_FALSE(X509Certificate(pem).empty());
         }
