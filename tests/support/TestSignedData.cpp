@@ -155,8 +155,8 @@ Bytes contentInfoWithoutContent(int typeNid)
     auto const size = i2d_ASN1_OBJECT(object, &encoded);
     require(size);
     std::shared_ptr<unsigned char> const owner(encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
-    Bytes result = {0x30, static_cast<unsigned char>(size)};
-    result.insert(result.end(), encoded, encoded + size);
+    Bytes result(encoded, encoded + size);
+    result.insert(result.begin(), {0x30, static_cast<unsigned char>(size)});
     return result;
 }
 

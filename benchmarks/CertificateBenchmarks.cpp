@@ -1,0 +1,393 @@
+#include "Comparison.hpp"
+#include "Material.hpp"
+
+#include <openssl/core_names.h>
+#include <openssl/pem.h>
+
+#include <array>
+#include <ctime>
+#include <sstream>
+#include <unordered_map>
+
+namespace foundation::benchmarks {
+
+namespace {
+
+constexpr double loadTarget = 1.6;
+constexpr double queryTarget = 1.5;
+constexpr double outputTarget = 1.3;
+
+std::string textOf(BIO* bio)
+{
+    char* data = nullptr;
+    long const length = BIO_get_mem_data(bio, &data);
+    return std::string(data, static_cast<std::size_t>(length));
+}
+
+std::string bareName(X509_NAME const* name)
+{
+    auto const bio = makeBIO(BIO_new(BIO_s_mem()));
+    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
+    return textOf(bio.get());
+}
+
+std::string bareUTF8(X509_NAME_ENTRY const* entry)
+{
+    unsigned char* buffer = nullptr;
+    int const length = ASN1_STRING_to_UTF8(&buffer, X509_NAME_ENTRY_get_data(entry));
+    auto const owned = makeOpenSSLBytes(buffer);
+    return std::string(buffer, buffer + length);
+}
+
+std::unordered_map<std::string, std::string> bareRDNs(X509_NAME const* name)
+{
+    std::unordered_map<std::string, std::string> attributes;
+    for (int index = 0; index < X509_NAME_entry_count(name); ++index) {
+        auto const* entry = X509_NAME_get_entry(name, index);
+        attributes[OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)))] = bareUTF8(entry);
+    }
+    return attributes;
+}
+
+std::string bareCommonName(X509_NAME const* name)
+{
+    int last = -1;
+    int next = X509_NAME_get_index_by_NID(name, NID_commonName, -1);
+    while (next >= 0) {
+        last = next;
+        next = X509_NAME_get_index_by_NID(name, NID_commonName, last);
+    }
+    return bareUTF8(X509_NAME_get_entry(name, last));
+}
+
+std::string bareSerial(X509* certificate)
+{
+    auto const number = makeBIGNUM(ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate), nullptr));
+    auto const digits = makeOpenSSLChars(BN_bn2dec(number.get()));
+    return digits.get();
+}
+
+std::string bareFingerprint(X509* certificate)
+{
+    std::array<unsigned char, 32> digest{};
+    X509_digest(certificate, EVP_sha256(), digest.data(), nullptr);
+    std::string text(64, '\0');
+    for (std::size_t index = 0; index < digest.size(); ++index) {
+        text[2 * index] = "0123456789abcdef"[digest[index] >> 4U];
+        text[2 * index + 1] = "0123456789abcdef"[digest[index] & 15U];
+    }
+    return text;
+}
+
+bool bareEqual(X509* left, X509* right)
+{
+    std::array<unsigned char, 32> leftDigest{};
+    std::array<unsigned char, 32> rightDigest{};
+    X509_digest(left, EVP_sha256(), leftDigest.data(), nullptr);
+    X509_digest(right, EVP_sha256(), rightDigest.data(), nullptr);
+    return leftDigest == rightDigest;
+}
+
+std::string bareTime(ASN1_TIME const* time)
+{
+    auto const bio = makeBIO(BIO_new(BIO_s_mem()));
+    ASN1_TIME_print(bio.get(), time);
+    return textOf(bio.get());
+}
+
+std::time_t bareTimePoint(ASN1_TIME const* time)
+{
+    std::tm parts{};
+    ASN1_TIME_to_tm(time, &parts);
+    return timegm(&parts);
+}
+
+std::string bareOID(ASN1_OBJECT const* object)
+{
+    std::array<char, 80> text{};
+    OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
+    return text.data();
+}
+
+std::vector<std::string> bareExtendedKeyUsages(X509* certificate)
+{
+    auto const usages = makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
+        X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+    std::vector<std::string> oids;
+    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
+        oids.push_back(bareOID(sk_ASN1_OBJECT_value(usages.get(), index)));
+    }
+    return oids;
+}
+
+std::vector<std::string> barePolicies(X509* certificate)
+{
+    auto const policies = makePOLICYINFOStack(static_cast<STACK_OF(POLICYINFO)*>(
+        X509_get_ext_d2i(certificate, NID_certificate_policies, nullptr, nullptr)));
+    std::vector<std::string> oids;
+    for (int index = 0; index < sk_POLICYINFO_num(policies.get()); ++index) {
+        oids.push_back(bareOID(sk_POLICYINFO_value(policies.get(), index)->policyid));
+    }
+    return oids;
+}
+
+bool bareIsForSigning(X509* certificate)
+{
+    auto const usage = makeASN1_BIT_STRING(
+        static_cast<ASN1_BIT_STRING*>(X509_get_ext_d2i(certificate, NID_key_usage, nullptr, nullptr)));
+    if (usage == nullptr || ASN1_BIT_STRING_get_bit(usage.get(), 0) == 0) {
+        return false;
+    }
+    auto const usages = makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
+        X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
+        if (OBJ_obj2nid(sk_ASN1_OBJECT_value(usages.get(), index)) == NID_code_sign) {
+            return true;
+        }
+    }
+    return usages == nullptr;
+}
+
+ByteArray bareRSANumber(X509* certificate, char const* name)
+{
+    BIGNUM* read = nullptr;
+    EVP_PKEY_get_bn_param(X509_get0_pubkey(certificate), name, &read);
+    auto const number = makeBIGNUM(read);
+    ByteArray bytes(static_cast<std::size_t>(BN_num_bytes(number.get())));
+    BN_bn2bin(number.get(), bytes.data());
+    return bytes;
+}
+
+ByteArray barePoint(X509* certificate)
+{
+    std::array<unsigned char, 256> point{};
+    std::size_t length = 0;
+    EVP_PKEY_get_octet_string_param(
+        X509_get0_pubkey(certificate), OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size(), &length);
+    return ByteArray(point.data(), point.data() + length);
+}
+
+struct BareKey
+{
+    int bits;
+    ByteArray exponent;
+    ByteArray modulus;
+};
+
+ByteArray bareDER(X509* certificate)
+{
+    ByteArray der(static_cast<std::size_t>(i2d_X509(certificate, nullptr)));
+    unsigned char* position = der.data();
+    i2d_X509(certificate, &position);
+    return der;
+}
+
+std::string bareBase64(X509* certificate)
+{
+    ByteArray const der = bareDER(certificate);
+    std::string text((der.size() + 2) / 3 * 4 + 1, '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), der.data(), static_cast<int>(der.size()));
+    text.pop_back();
+    return text;
+}
+
+std::string barePEM(X509* certificate)
+{
+    auto const bio = makeBIO(BIO_new(BIO_s_mem()));
+    PEM_write_bio_X509(bio.get(), certificate);
+    return textOf(bio.get());
+}
+
+std::string bareReport(X509* certificate)
+{
+    std::ostringstream out;
+    std::string const subject = bareName(X509_get_subject_name(certificate));
+    std::string const issuer = bareName(X509_get_issuer_name(certificate));
+    out << "Certificate Details:\n--------------------\nSubject Name: " << subject
+        << ";\nIssuer Name: " << issuer << ";\nSHA256 Fingerprint: " << bareFingerprint(certificate)
+        << ";\nisSelfSigned: " << (issuer == subject ? "1" : "0")
+        << ";\nisCA: " << (X509_check_ca(certificate) > 0 ? "1" : "0") << ";\n\n";
+    return out.str();
+}
+
+void addLoadsOf(std::string const& keyName, KeyKind kind)
+{
+    ByteArray const der = typicalLeaf(kind).der();
+    std::string const pem = typicalLeaf(kind).pem();
+    compare(
+        "DER, " + keyName, loadTarget, [der] { return X509Certificate(der); },
+        [der] {
+            unsigned char const* position = der.data();
+            auto certificate = makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+            return hasFitKey(certificate.get()) ? std::move(certificate) : makeX509(nullptr);
+        });
+    compare(
+        "PEM, " + keyName, loadTarget, [pem] { return X509Certificate(pem); },
+        [pem] {
+            auto const bio = makeBIO(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+            auto certificate = makeX509(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+            return hasFitKey(certificate.get()) ? std::move(certificate) : makeX509(nullptr);
+        });
+}
+
+void addLoads()
+{
+    beginGroup(
+        "Load",
+        "OpenSSL decodes the public key while it parses, which is nearly all of the time. What the library\n"
+        "adds: the copy into its memory BIO, the search for the PEM marker, and the reading of the key's\n"
+        "numbers, without which it accepts no key. The members of a chain are duplicated once more, which\n"
+        "is a second parse.");
+    addLoadsOf("RSA-2048", KeyKind::RSA2048);
+    addLoadsOf("P-256", KeyKind::P256);
+    addLoadsOf("Ed25519", KeyKind::Ed25519);
+    std::string const bundle = systemBundle();
+    compare(
+        "chain of the system's roots", std::nullopt, [bundle] { return X509CertificateChain(bundle); },
+        [bundle] {
+            auto const bio = makeBIO(BIO_new_mem_buf(bundle.data(), static_cast<int>(bundle.size())));
+            auto blocks = makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, nullptr, nullptr));
+            bool fit = true;
+            for (int index = 0; index < sk_X509_INFO_num(blocks.get()); ++index) {
+                fit = hasFitKey(sk_X509_INFO_value(blocks.get(), index)->x509) && fit;
+            }
+            return fit ? std::move(blocks) : makeX509_INFOStack(nullptr);
+        });
+}
+
+/// A query of the library's beside a function of the certificate.
+template <typename Query, typename Bare>
+void addQuery(
+    std::string const& name, std::optional<double> target, Query query, Bare bare,
+    KeyKind kind = KeyKind::RSA2048)
+{
+    auto const certificate = loaded(typicalLeaf(kind));
+    auto const x509 = typicalLeaf(kind).certificate;
+    compare(
+        name, target, [certificate, query] { return (certificate.*query)(); },
+        [x509, bare] { return bare(x509.get()); });
+}
+
+void addTextQueries()
+{
+    beginGroup(
+        "Queries that return text",
+        "OpenSSL's side ends in a `std::string` (or a vector or map of them), too.");
+    using C = X509Certificate;
+    addQuery("subject", queryTarget, &C::getSubjectName, [](X509* x) {
+        return bareName(X509_get_subject_name(x));
+    });
+    addQuery(
+        "issuer", queryTarget, &C::getIssuerName, [](X509* x) { return bareName(X509_get_issuer_name(x)); });
+    addQuery("subject as attributes", queryTarget, &C::getSubjectNameAsRDNs, [](X509* x) {
+        return bareRDNs(X509_get_subject_name(x));
+    });
+    addQuery("issuer as attributes", queryTarget, &C::getIssuerNameAsRDNs, [](X509* x) {
+        return bareRDNs(X509_get_issuer_name(x));
+    });
+    addQuery("subject's common name", queryTarget, &C::getSubjectCommonName, [](X509* x) {
+        return bareCommonName(X509_get_subject_name(x));
+    });
+    addQuery("issuer's common name", queryTarget, &C::getIssuerCommonName, [](X509* x) {
+        return bareCommonName(X509_get_issuer_name(x));
+    });
+    addQuery("serial number", queryTarget, &C::getSerialNumber, bareSerial);
+    addQuery("fingerprint", queryTarget, &C::getSHA256Fingerprint, bareFingerprint);
+    addQuery("signature algorithm", queryTarget, &C::getSignatureAlgorithm, [](X509* x) {
+        return std::string(OBJ_nid2sn(X509_get_signature_nid(x)));
+    });
+    addQuery("not before", queryTarget, &C::getValidNotBefore, [](X509* x) {
+        return bareTime(X509_get0_notBefore(x));
+    });
+    addQuery("not after", queryTarget, &C::getValidNotAfter, [](X509* x) {
+        return bareTime(X509_get0_notAfter(x));
+    });
+    addQuery("extended key usages", queryTarget, &C::getExtendedKeyUsages, bareExtendedKeyUsages);
+    addQuery("policies", queryTarget, &C::getPolicies, barePolicies);
+}
+
+void addOtherQueries()
+{
+    beginGroup(
+        "Other queries, equality, copy",
+        "Where the bare side is some nanoseconds, what shows is the lock of the handle and the count of the\n"
+        "key's users. Time points are the difference to the epoch by `ASN1_TIME_diff`, beside `timegm`. The\n"
+        "name test compares the printed names. Equality compares SHA-256 digests of both encodings; a copy "
+        "is\n"
+        "a handle of its own with a lock of its own, beside one reference.");
+    using C = X509Certificate;
+    addQuery("not before as time point", std::nullopt, &C::getValidNotBeforeTimePoint, [](X509* x) {
+        return bareTimePoint(X509_get0_notBefore(x));
+    });
+    addQuery("not after as time point", std::nullopt, &C::getValidNotAfterTimePoint, [](X509* x) {
+        return bareTimePoint(X509_get0_notAfter(x));
+    });
+    addQuery("is CA", std::nullopt, &C::isCACertificate, [](X509* x) { return X509_check_ca(x) > 0; });
+    addQuery("is self-signed", std::nullopt, &C::isSelfSigned, [](X509* x) {
+        return bareName(X509_get_issuer_name(x)) == bareName(X509_get_subject_name(x));
+    });
+    addQuery("is valid for signing", std::nullopt, &C::isValidForDigitalSigning, bareIsForSigning);
+    addQuery("key size", std::nullopt, &C::getKeySize, [](X509* x) {
+        return EVP_PKEY_get_bits(X509_get0_pubkey(x));
+    });
+    addQuery("modulus", std::nullopt, &C::getModulus, [](X509* x) {
+        return bareRSANumber(x, OSSL_PKEY_PARAM_RSA_N);
+    });
+    addQuery("public exponent", std::nullopt, &C::getPublicExponent, [](X509* x) {
+        return bareRSANumber(x, OSSL_PKEY_PARAM_RSA_E);
+    });
+    addQuery("key record, RSA-2048", std::nullopt, &C::getPublicKeyInfo, [](X509* x) {
+        return BareKey{
+            EVP_PKEY_get_bits(X509_get0_pubkey(x)), bareRSANumber(x, OSSL_PKEY_PARAM_RSA_E),
+            bareRSANumber(x, OSSL_PKEY_PARAM_RSA_N)};
+    });
+    addQuery("key record, P-256", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::P256);
+    addQuery("key record, Ed25519", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::Ed25519);
+
+    auto const one = loaded(typicalLeaf(KeyKind::RSA2048));
+    auto const other = loaded(typicalLeaf(KeyKind::RSA2048));
+    auto const bareOne = typicalLeaf(KeyKind::RSA2048).certificate;
+    auto const bareOther = test::own(X509_dup(bareOne.get()));
+    compare(
+        "equality", queryTarget, [one, other] { return one == other; },
+        [bareOne, bareOther] { return bareEqual(bareOne.get(), bareOther.get()); });
+    compare(
+        "copy", std::nullopt, [one] { return X509Certificate(one); },
+        [bareOne] {
+            X509_up_ref(bareOne.get());
+            return makeX509(bareOne.get());
+        });
+}
+
+void addOutput()
+{
+    beginGroup(
+        "Output",
+        "Beside `i2d_X509`, `EVP_EncodeBlock`, `PEM_write_bio_X509`, and the report's lines put together by\n"
+        "hand.");
+    addQuery("DER", outputTarget, &X509Certificate::getAsBytes, bareDER);
+    addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);
+    addQuery("PEM", outputTarget, &X509Certificate::getAsPEMString, barePEM);
+    auto const certificate = loaded(typicalLeaf(KeyKind::RSA2048));
+    auto const x509 = typicalLeaf(KeyKind::RSA2048).certificate;
+    compare(
+        "report", outputTarget,
+        [certificate] {
+            std::ostringstream out;
+            out << certificate;
+            return out.str();
+        },
+        [x509] { return bareReport(x509.get()); });
+}
+
+} // namespace
+
+void addCertificateBenchmarks()
+{
+    addLoads();
+    addTextQueries();
+    addOtherQueries();
+    addOutput();
+}
+
+} // namespace foundation::benchmarks
