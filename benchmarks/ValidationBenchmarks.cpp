@@ -25,7 +25,7 @@ constexpr double validationTarget = 1.5;
 using Options = CertificateValidationOptions;
 using Stack = X509StackUPtr;
 
-/// Both sides' view of one task.
+/// Both sides' view of one task. The library is given the chain without the leaf, as callers have it.
 struct Task
 {
     X509Certificate leaf;
@@ -38,8 +38,9 @@ struct Task
 std::shared_ptr<Task>
 makeTask(std::vector<CertificateAndKey> const& chain, std::vector<CertificateAndKey> const& trusted)
 {
-    return std::make_shared<Task>(
-        Task{loaded(chain.front()), loadedChain(chain), loadedStore(trusted), chain, bareStore(trusted)});
+    std::vector<CertificateAndKey> const intermediates(chain.begin() + 1, chain.end());
+    return std::make_shared<Task>(Task{
+        loaded(chain.front()), loadedChain(intermediates), loadedStore(trusted), chain, bareStore(trusted)});
 }
 
 Stack duplicatesOf(std::vector<CertificateAndKey> const& certificates)
@@ -143,13 +144,18 @@ private:
     int descriptor;
 };
 
-/// Fetched, its signature and its next update checked, and added to the store.
-X509_CRLUPtr bareFetch(std::string const& path, X509* issuer, X509_STORE* store)
+/// Fetched, its signature and its next update checked, and added to the store. Whose CRL it is and who issued
+/// it are read from duplicates, as the library does.
+X509_CRLUPtr bareFetch(std::string const& path, X509* subject, X509* issuer, X509_STORE* store)
 {
+    auto const subjectDuplicate = makeX509(X509_dup(subject));
+    auto const points = makeDIST_POINTStack(static_cast<STACK_OF(DIST_POINT)*>(
+        X509_get_ext_d2i(subjectDuplicate.get(), NID_crl_distribution_points, nullptr, nullptr)));
+    auto const issuerDuplicate = makeX509(X509_dup(issuer));
     std::string const body = Socket().get(path);
     auto const* position = reinterpret_cast<unsigned char const*>(body.data());
     auto crl = makeX509_CRL(d2i_X509_CRL(nullptr, &position, static_cast<long>(body.size())));
-    bool const fit = X509_CRL_verify(crl.get(), X509_get0_pubkey(issuer)) == 1 &&
+    bool const fit = X509_CRL_verify(crl.get(), X509_get0_pubkey(issuerDuplicate.get())) == 1 &&
                      X509_cmp_current_time(X509_CRL_get0_nextUpdate(crl.get())) > 0 &&
                      X509_STORE_add_crl(store, crl.get()) == 1;
     return fit ? std::move(crl) : makeX509_CRL(nullptr);
@@ -158,8 +164,9 @@ X509_CRLUPtr bareFetch(std::string const& path, X509* issuer, X509_STORE* store)
 X509UPtr bareVerifyWithCRLs(Task const& task)
 {
     auto const store = bareCopy(task.bareStore.get());
-    auto const leafCRL = bareFetch("/leaf.crl", task.bareChain[1].certificate.get(), store.get());
-    auto const caCRL = bareFetch("/ca.crl", task.bareChain[2].certificate.get(), store.get());
+    auto const certificateAt = [&](std::size_t index) { return task.bareChain[index].certificate.get(); };
+    auto const leafCRL = bareFetch("/leaf.crl", certificateAt(0), certificateAt(1), store.get());
+    auto const caCRL = bareFetch("/ca.crl", certificateAt(1), certificateAt(2), store.get());
     return bareVerify(task, store.get(), X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
 }
 
@@ -198,7 +205,10 @@ void addRevocations()
     beginGroup(
         "Validation with CRLs",
         "A chain of leaf, intermediate and root, and two CRLs of that many entries each, fetched over HTTP\n"
-        "from the same machine. The library sends what it fetched through a temporary file.");
+        "from the same machine. Both sides read the distribution points and the issuers' keys from\n"
+        "duplicates. The library's HTTP client looks up the server's name and the service, and sends what "
+        "it\n"
+        "fetched through a temporary file.");
     test::Revocable const pki;
     for (std::size_t const entryCount : {10U, 1000U, 100000U}) {
         addRevocation(pki, entryCount, 1);

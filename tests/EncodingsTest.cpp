@@ -121,6 +121,17 @@ TEST(Base64Encode, AgreesWithAStraightforwardReference)
     }
 }
 
+TEST(Base64Encode, AgreesWithAStraightforwardReferenceOnMebibytes)
+{
+    for (std::size_t const size : {3145727U, 3145728U, 3145729U, 7000000U}) {
+        ByteArray data(size);
+        for (std::size_t index = 0; index < size; ++index) {
+            data[index] = static_cast<unsigned char>(index * index >> 5U);
+        }
+        EXPECT_TRUE(base64Encode(data) == referenceBase64(data)) << size;
+    }
+}
+
 TEST(Base64Decode, GivesNothingForEmptyTextAndForPaddingAlone)
 {
     EXPECT_EQ(base64Decode(""), ByteArray());

@@ -8,6 +8,7 @@
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
+#include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
 #include <utility>
@@ -55,12 +56,14 @@ X509_STOREUPtr privateStoreOf(TrustStore const& trustStore)
     return store;
 }
 
-/// The chain's certificates, with the leaf put in front unless it stands there.
-std::vector<X509Certificate> leafFirst(std::string const& leafPEM, X509CertificateChain const& chain)
+/// The chain's certificates, with the leaf put in front unless it stands there. Where it is put, OpenSSL's
+/// queue is emptied, as whenever a certificate is loaded.
+std::vector<X509Certificate> leafFirst(X509CertificateImpl const& leaf, X509CertificateChain const& chain)
 {
     auto certificates = chain.getCertificates();
-    if (certificates.empty() || certificates.front().getAsPEMString() != leafPEM) {
-        certificates.insert(certificates.begin(), X509Certificate(leafPEM));
+    if (certificates.empty() || certificates.front().getAsPEMString() != leaf.getAsPEMString()) {
+        ERR_clear_error();
+        certificates.insert(certificates.begin(), leaf.furtherHandle());
     }
     return certificates;
 }
@@ -171,6 +174,13 @@ bool X509CertificateImpl::isForgiven(CertificateValidationOptions const& options
     }
 }
 
+X509Certificate X509CertificateImpl::furtherHandle() const
+{
+    X509CertificateImpl share;
+    share.x509 = x509;
+    return X509Certificate(std::move(share));
+}
+
 CertificateValidationResults X509CertificateImpl::validateCertificate(
     X509CertificateChain const& chain, CertificateValidationOptions const& options,
     TrustStore const& trustStore) const
@@ -206,7 +216,7 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
     throwIfNull<X509CertificateException>(context.get(), noContextText);
 
     store = privateStoreOf(trustStore);
-    auto certificates = leafFirst(getAsPEMString(), chain);
+    auto certificates = leafFirst(*this, chain);
     untrusted = stackOf(certificates);
     CRLs crls;
     bool const crlsReady =

@@ -6,9 +6,9 @@
 
 namespace foundation::certificates {
 
-/// A duplicate of the certificate's OpenSSL object, for code that holds only the handle. It goes by way
-/// of the public PEM text, under the handle's lock, and reading that text empties OpenSSL's error
-/// queue. Never null.
+/// A duplicate of the certificate's OpenSSL object, for code that holds only the handle. It goes by way of
+/// the encoding, which the handle gives under its lock. OpenSSL's error queue is emptied, as whenever a
+/// certificate is loaded. Never null.
 /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate has
 ///     no content."
 X509UPtr duplicateX509Of(X509Certificate const& certificate);

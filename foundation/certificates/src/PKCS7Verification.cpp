@@ -120,9 +120,8 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::validateFirstSigner(
     if (signers.empty()) {
         return failed(chainErrorText);
     }
-    TrustStore const trusted(trustStore);
     auto const results =
-        signers.front().validateCertificate(intermediates, CertificateValidationOptions(), trusted);
+        signers.front().validateCertificate(intermediates, CertificateValidationOptions(), trustStore);
     auto const status = results.getCertificateChainStatus();
     // The text stays where this check passes what OpenSSL's refused: the two ask for different purposes.
     return {

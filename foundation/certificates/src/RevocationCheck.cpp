@@ -1,5 +1,6 @@
 #include "DuplicateCertificate.hpp"
 #include "HttpUrl.hpp"
+#include "OpenSSLResult.hpp"
 #include "TemporaryCRLFile.hpp"
 #include "X509CertificateImpl.hpp"
 
@@ -82,13 +83,21 @@ char const* faultOf(X509_CRL* crl, EVP_PKEY* issuerKey)
     return nullptr;
 }
 
-std::string serialNumberOf(X509Certificate const& certificate)
+/// Equal numbers may differ in their encodings' leading zeros.
+BIGNUMUPtr serialNumber(ASN1_INTEGER const* serial)
 {
-    return serialToDecimalString(X509_get0_serialNumber(duplicateX509Of(certificate).get()));
+    auto number = makeBIGNUM(serial == nullptr ? nullptr : ASN1_INTEGER_to_BN(serial, nullptr));
+    throwIfNull<X509CertificateException>(number.get(), "Internal error: Unable to get serial number.");
+    return number;
+}
+
+BIGNUMUPtr serialNumberOf(X509Certificate const& certificate)
+{
+    return serialNumber(X509_get0_serialNumber(duplicateX509Of(certificate).get()));
 }
 
 /// The CRL's entry for the serial number; status `NotRevoked` if it has none.
-CertificateRevocationResults findEntry(X509_CRL* crl, std::string const& serialNumber)
+CertificateRevocationResults findEntry(X509_CRL* crl, BIGNUM const* wanted)
 {
     auto* entries = crl == nullptr ? nullptr : X509_CRL_get_REVOKED(crl);
     for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
@@ -96,11 +105,11 @@ CertificateRevocationResults findEntry(X509_CRL* crl, std::string const& serialN
         if (entry == nullptr) {
             continue;
         }
-        auto revokedSerialNumber = serialToDecimalString(X509_REVOKED_get0_serialNumber(entry));
-        if (revokedSerialNumber == serialNumber) {
+        ASN1_INTEGER const* serial = X509_REVOKED_get0_serialNumber(entry);
+        if (BN_cmp(serialNumber(serial).get(), wanted) == 0) {
             return {
                 RevocationStatus::Revoked, asn1TimeToString(X509_REVOKED_get0_revocationDate(entry)),
-                std::move(revokedSerialNumber)};
+                serialToDecimalString(serial)};
         }
     }
     return {};
@@ -149,7 +158,7 @@ X509CertificateImpl::findRevocation(CRLs const& crls, std::vector<X509Certificat
     // Only the CRL of its own level speaks of a certificate.
     auto const levels = std::min(crls.size(), certificates.size());
     for (std::size_t level = 0; level < levels; ++level) {
-        auto results = findEntry(crls[level].get(), serialNumberOf(certificates[level]));
+        auto results = findEntry(crls[level].get(), serialNumberOf(certificates[level]).get());
         if (results.getRevocationStatus() == RevocationStatus::Revoked) {
             return results;
         }

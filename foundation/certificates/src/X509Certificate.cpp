@@ -169,7 +169,7 @@ std::uint64_t X509Certificate::getKeySize() const
 {
     std::lock_guard<std::mutex> const lock(mutex);
     throwIfImplEmpty();
-    return impl->getPublicKeyInfo().getKeySize();
+    return impl->getKeySize();
 }
 
 ByteArray X509Certificate::getModulus() const

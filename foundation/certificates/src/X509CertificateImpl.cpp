@@ -12,6 +12,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include <algorithm>
 #include <array>
 #include <ostream>
 #include <string_view>
@@ -74,20 +75,36 @@ std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
     return attributes;
 }
 
+/// What the map of the name's attributes holds for the common name: the last one that can be read.
 std::string commonNameIn(X509_NAME const* name, char const* missingText)
 {
-    auto attributes = nameAsRDNs(name);
-    auto const commonName = attributes.find(SN_commonName);
-    if (commonName == attributes.end()) {
-        throw InvalidArgument(missingText);
+    for (int index = X509_NAME_entry_count(name) - 1; index >= 0; --index) {
+        X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
+        if (entry == nullptr || OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) != NID_commonName) {
+            continue;
+        }
+        if (auto value = asUTF8(X509_NAME_ENTRY_get_data(entry))) {
+            return std::move(*value);
+        }
     }
-    return std::move(commonName->second);
+    throw InvalidArgument(missingText);
 }
 
 ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate)
 {
     return makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
         X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+}
+
+template <typename ObjectAt>
+std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
+{
+    std::vector<std::string> oids;
+    oids.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    for (int index = 0; index < count; ++index) {
+        oids.push_back(oidToString(objectAt(index)));
+    }
+    return oids;
 }
 
 bool hasDigitalSignatureBit(X509 const* certificate)
@@ -320,22 +337,18 @@ X509Certificate::TimePoint X509CertificateImpl::getValidNotAfterTimePoint() cons
 std::vector<std::string> X509CertificateImpl::getExtendedKeyUsages() const
 {
     auto const usages = extendedKeyUsagesOf(content());
-    std::vector<std::string> oids;
-    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
-        oids.push_back(oidToString(sk_ASN1_OBJECT_value(usages.get(), index)));
-    }
-    return oids;
+    return oidTexts(sk_ASN1_OBJECT_num(usages.get()), [&](int index) {
+        return sk_ASN1_OBJECT_value(usages.get(), index);
+    });
 }
 
 std::vector<std::string> X509CertificateImpl::getPolicies() const
 {
     auto const policies = makePOLICYINFOStack(static_cast<STACK_OF(POLICYINFO)*>(
         X509_get_ext_d2i(content(), NID_certificate_policies, nullptr, nullptr)));
-    std::vector<std::string> oids;
-    for (int index = 0; index < sk_POLICYINFO_num(policies.get()); ++index) {
-        oids.push_back(oidToString(sk_POLICYINFO_value(policies.get(), index)->policyid));
-    }
-    return oids;
+    return oidTexts(sk_POLICYINFO_num(policies.get()), [&](int index) {
+        return sk_POLICYINFO_value(policies.get(), index)->policyid;
+    });
 }
 
 bool X509CertificateImpl::isCACertificate() const
@@ -485,15 +498,16 @@ std::string X509CertificateImpl::getAsPEMString() const
 
 void X509CertificateImpl::print(std::ostream& out) const
 {
-    content();
+    std::string const subject = getSubjectName();
+    std::string const issuer = getIssuerName();
     out << "Certificate Details:\n"
         << "--------------------\n"
-        << "Subject Name: " << getSubjectName() << ";\n"
-        << "Issuer Name: " << getIssuerName() << ";\n";
+        << "Subject Name: " << subject << ";\n"
+        << "Issuer Name: " << issuer << ";\n";
     // The digest is asked for only now: what fails here fails behind the lines above.
     out << "SHA256 Fingerprint: " << getSHA256Fingerprint() << ";\n";
-    out << "isSelfSigned: " << std::to_string(isSelfSigned() ? 1 : 0) << ";\n"
-        << "isCA: " << std::to_string(isCACertificate() ? 1 : 0) << ";\n"
+    out << "isSelfSigned: " << (issuer == subject ? "1" : "0") << ";\n"
+        << "isCA: " << (isCACertificate() ? "1" : "0") << ";\n"
         << std::endl;
 }
 

@@ -72,6 +72,8 @@ public:
     ~X509CertificateImpl();
 
     bool empty() const;
+    /// A handle of its own, with a lock of its own, on the same certificate.
+    X509Certificate furtherHandle() const;
     /// A duplicate that the caller owns.
     X509* duplicateX509() const;
 
