@@ -2,10 +2,10 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
+#include <boost/archive/iterators/base64_from_binary.hpp>
 #include <boost/archive/iterators/binary_from_base64.hpp>
 #include <boost/archive/iterators/dataflow_exception.hpp>
 #include <boost/archive/iterators/transform_width.hpp>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <iomanip>
@@ -38,15 +38,16 @@ unsigned char valueOfHexDigit(char digit)
 
 std::string base64Encode(ByteArray const& data)
 {
-    // In steps of whole groups, small enough for OpenSSL to count. It ends each step with a zero, which the
-    // next one, or the string's own terminator, takes the place of.
-    constexpr std::size_t step = 3U * 1024U * 1024U;
-    std::string text((data.size() + 2) / 3 * 4, '\0');
-    auto* const out = reinterpret_cast<unsigned char*>(text.data());
-    for (std::size_t start = 0; start < data.size(); start += step) {
-        auto const count = std::min(step, data.size() - start);
-        EVP_EncodeBlock(out + start / 3 * 4, data.data() + start, static_cast<int>(count));
+    using Encoder =
+        iterators::base64_from_binary<iterators::transform_width<ByteArray::const_iterator, 6, 8>>;
+
+    std::string text;
+    text.reserve((data.size() + 2) / 3 * 4);
+    Encoder const end(data.end());
+    for (Encoder character(data.begin()); character != end; ++character) {
+        text.push_back(static_cast<char>(*character));
     }
+    text.append(((data.size() / 3 + 1) * 3 - data.size()) % 3, '=');
     return text;
 }
 
