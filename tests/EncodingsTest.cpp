@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/StreamBuffers.hpp"
 #include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -12,7 +13,6 @@
 #include <memory>
 #include <random>
 #include <sstream>
-#include <streambuf>
 #include <string>
 
 using namespace foundation::certificates;
@@ -309,19 +309,10 @@ TEST(PrettyPrintBytes, KeepsAWidthThatNoLabelHasUsedUp)
 
 TEST(PrettyPrintBytes, FlushesTheStream)
 {
-    struct CountingBuffer : std::stringbuf
-    {
-        int sync() override
-        {
-            ++flushes;
-            return 0;
-        }
-        int flushes = 0;
-    };
-    CountingBuffer buffer;
+    FlushCountingBuffer buffer;
     std::ostream out(&buffer);
     prettyPrintBytes({1}, "Key", out);
-    EXPECT_EQ(buffer.flushes, 1);
+    EXPECT_EQ(buffer.flushes(), 1);
 }
 
 TEST(PrettyPrintBytes, LeavesStreamFailuresToTheStream)

@@ -1,9 +1,10 @@
-#include "support/BrokenBuffer.hpp"
 #include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
+#include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/PseudoTerminal.hpp"
 #include "support/RefusedAllocation.hpp"
+#include "support/StreamBuffers.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
@@ -59,15 +60,6 @@ Pkcs7Handle const& signedData()
 {
     static auto const made = makeSignedData("content", signer());
     return made;
-}
-
-std::vector<Bytes> derOf(std::vector<X509Certificate> const& certificates)
-{
-    std::vector<Bytes> encodings;
-    for (auto const& certificate : certificates) {
-        encodings.push_back(certificate.getAsBytes());
-    }
-    return encodings;
 }
 
 /// The reason that OpenSSL queues first when it reads the data by itself.

@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
@@ -56,20 +57,6 @@ PKCS7Certificate load(Pkcs7Handle const& pkcs7)
 PKCS7Certificate load(SignedDataSpec const& spec)
 {
     return load(makeSignedData(spec));
-}
-
-std::vector<Bytes> derOf(std::vector<X509Certificate> const& certificates)
-{
-    std::vector<Bytes> encodings;
-    for (auto const& certificate : certificates) {
-        encodings.push_back(certificate.getAsBytes());
-    }
-    return encodings;
-}
-
-std::vector<Bytes> derOf(X509CertificateChain const& chain)
-{
-    return derOf(chain.getCertificates());
 }
 
 std::string printed(PKCS7Certificate const& certificate)

@@ -1,5 +1,6 @@
 #include "support/Der.hpp"
 #include "support/ExactThrow.hpp"
+#include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
@@ -52,11 +53,7 @@ CertificateAndKey const& recipient()
 
 TrustStore const& trusted()
 {
-    static auto const store = [] {
-        TrustStore made;
-        made.addCertificate(X509Certificate(root().der()));
-        return made;
-    }();
+    static auto const store = storeOf({root()});
     return store;
 }
 

@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
@@ -125,24 +126,6 @@ CertificateAndKey const& serverSigner()
     static auto const made = makeLeaf(
         root(), "server", [](CertificateSpec& spec) { spec.setExtension("extendedKeyUsage", "serverAuth"); });
     return made;
-}
-
-X509CertificateChain chainOf(Certificates const& certificates)
-{
-    X509CertificateChain chain;
-    for (auto const& certificate : certificates) {
-        chain.addCertificate(X509Certificate(certificate.der()));
-    }
-    return chain;
-}
-
-TrustStore storeOf(Certificates const& certificates)
-{
-    TrustStore store;
-    for (auto const& certificate : certificates) {
-        store.addCertificate(X509Certificate(certificate.der()));
-    }
-    return store;
 }
 
 PKCS7Certificate load(Pkcs7Handle const& pkcs7)

@@ -5,6 +5,7 @@
 #include "support/TestCrl.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include "TrustStoreImpl.hpp"
 #include "posix/PEMBlocks.hpp"
@@ -104,8 +105,7 @@ trustedPem(std::string const& name, std::vector<int> const& trusted, std::vector
     }
     auto const bio = own(BIO_new(BIO_s_mem()));
     require(PEM_write_bio_X509_AUX(bio.get(), made.certificate.get()));
-    Bytes const text = contentOf(bio);
-    return std::string(text.begin(), text.end());
+    return asText(contentOf(bio));
 }
 
 TEST(PosixSystemCertificateLocations, GiveTheFirstFileThatCanBeRead)

@@ -1,4 +1,5 @@
 #include "support/ExactThrow.hpp"
+#include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestCrl.hpp"
 #include "support/TestKeys.hpp"
@@ -48,12 +49,6 @@ TrustStore storeOf(std::vector<std::string> const& names)
         store.addCertificate(certificate(name));
     }
     return store;
-}
-
-/// A reference to the CRL goes into the live store, past the trust store.
-void addCrl(TrustStore const& store, CrlHandle const& crl)
-{
-    require(X509_STORE_add_crl(getOpenSSLStore(store).get(), crl.get()));
 }
 
 /// An entry of type X509_LU_NONE, which no operation of OpenSSL's puts into a store.

@@ -1,7 +1,7 @@
-#include "support/BrokenBuffer.hpp"
 #include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
+#include "support/StreamBuffers.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 #include "support/Text.hpp"

@@ -1,6 +1,8 @@
 #include "support/ExactThrow.hpp"
+#include "support/StreamBuffers.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -23,11 +25,6 @@ namespace {
 constexpr char const noContent[] = "Error: X509Certificate has no content.";
 std::string const pemHeader = "-----BEGIN CERTIFICATE-----\n";
 std::string const pemFooter = "-----END CERTIFICATE-----\n";
-
-std::string asText(Bytes const& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
 
 std::string printed(X509Certificate const& certificate)
 {
@@ -162,19 +159,10 @@ TEST(X509CertificateOutput, PrintsAlikeOnAStreamOfAnyFormat)
 
 TEST(X509CertificateOutput, FlushesTheStreamAtTheEndOfTheReport)
 {
-    struct CountingBuffer : std::stringbuf
-    {
-        int sync() override
-        {
-            ++flushes;
-            return 0;
-        }
-        int flushes = 0;
-    };
-    CountingBuffer buffer;
+    FlushCountingBuffer buffer;
     std::ostream out(&buffer);
     X509Certificate(makeRoot("root").der()).print(out);
-    EXPECT_EQ(buffer.flushes, 1);
+    EXPECT_EQ(buffer.flushes(), 1);
 }
 
 TEST(X509CertificateOutput, PrintsNothingOfACertificateWithoutContent)

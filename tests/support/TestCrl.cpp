@@ -2,6 +2,7 @@
 
 #include "support/OpenSSLErrors.hpp"
 #include "support/Signing.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/pem.h>
 
@@ -117,8 +118,7 @@ std::string toPem(CrlHandle const& crl)
 {
     auto const bio = own(BIO_new(BIO_s_mem()));
     require(PEM_write_bio_X509_CRL(bio.get(), crl.get()));
-    auto const text = contentOf(bio);
-    return {text.begin(), text.end()};
+    return asText(contentOf(bio));
 }
 
 } // namespace foundation::test

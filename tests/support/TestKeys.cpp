@@ -1,6 +1,7 @@
 #include "support/TestKeys.hpp"
 
 #include "support/OpenSSLErrors.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
@@ -181,8 +182,7 @@ std::string toPem(KeyHandle const& key, std::string const& passphrase)
     require(PEM_write_bio_PKCS8PrivateKey(
         bio.get(), key.get(), passphrase.empty() ? nullptr : EVP_aes_256_cbc(), passphrase.data(),
         static_cast<int>(passphrase.size()), nullptr, nullptr));
-    auto const text = contentOf(bio);
-    return {text.begin(), text.end()};
+    return asText(contentOf(bio));
 }
 
 Bytes publicKeyDer(KeyHandle const& key)

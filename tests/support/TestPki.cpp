@@ -2,6 +2,7 @@
 
 #include "support/OpenSSLErrors.hpp"
 #include "support/Signing.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/conf.h>
 #include <openssl/pem.h>
@@ -272,8 +273,7 @@ std::string toPem(X509Handle const& certificate)
 {
     auto const bio = own(BIO_new(BIO_s_mem()));
     require(PEM_write_bio_X509(bio.get(), certificate.get()));
-    auto const text = contentOf(bio);
-    return {text.begin(), text.end()};
+    return asText(contentOf(bio));
 }
 
 std::string toPemBundle(std::vector<X509Handle> const& certificates)

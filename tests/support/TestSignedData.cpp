@@ -1,6 +1,7 @@
 #include "support/TestBundles.hpp"
 
 #include "support/OpenSSLErrors.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/pem.h>
 
@@ -171,8 +172,7 @@ std::string toPem(Pkcs7Handle const& pkcs7)
 {
     auto const bio = own(BIO_new(BIO_s_mem()));
     require(PEM_write_bio_PKCS7(bio.get(), pkcs7.get()));
-    auto const text = contentOf(bio);
-    return {text.begin(), text.end()};
+    return asText(contentOf(bio));
 }
 
 Pkcs7Handle parsePkcs7(Bytes const& der)

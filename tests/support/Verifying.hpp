@@ -1,7 +1,9 @@
 #pragma once
 
+#include "support/Loading.hpp"
 #include "support/TestCrl.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>
@@ -10,6 +12,7 @@
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
+#include <gtest/gtest.h>
 #include <openssl/x509_vfy.h>
 
 #include <map>
@@ -19,45 +22,16 @@
 #include <utility>
 #include <vector>
 
-/// What tests of validation share: the way from test certificates to the library's values, and a verification
-/// with the bare OpenSSL API as the witness.
+/// What tests of validation share: a verification with the bare OpenSSL API as the witness.
 namespace foundation::test {
 
 using Options = certificates::CertificateValidationOptions;
 using Status = certificates::CertificateChainStatus;
 
-inline certificates::X509Certificate load(CertificateAndKey const& certificate)
-{
-    return certificates::X509Certificate(certificate.der());
-}
-
-inline certificates::X509CertificateChain chainOf(std::vector<CertificateAndKey> const& members)
-{
-    certificates::X509CertificateChain chain;
-    for (auto const& member : members) {
-        chain.addCertificate(load(member));
-    }
-    return chain;
-}
-
-inline certificates::TrustStore storeOf(std::vector<CertificateAndKey> const& anchors)
-{
-    certificates::TrustStore store;
-    for (auto const& anchor : anchors) {
-        store.addCertificate(load(anchor));
-    }
-    return store;
-}
-
 /// For certificates that the library itself would refuse to add.
 inline void addUnchecked(certificates::TrustStore& store, X509Handle const& certificate)
 {
     require(X509_STORE_add_cert(certificates::getOpenSSLStore(store).get(), certificate.get()));
-}
-
-inline void addCrl(certificates::TrustStore& store, CrlHandle const& crl)
-{
-    require(X509_STORE_add_crl(certificates::getOpenSSLStore(store).get(), crl.get()));
 }
 
 struct Tolerances
@@ -169,8 +143,7 @@ inline std::string subjectOf(X509 const* certificate)
 {
     auto const bio = own(BIO_new(BIO_s_mem()));
     X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate), 0, XN_FLAG_RFC2253);
-    auto const text = contentOf(bio);
-    return {text.begin(), text.end()};
+    return asText(contentOf(bio));
 }
 
 inline BareOutcome verify(BareVerification const& question)
@@ -202,6 +175,20 @@ inline BareOutcome verify(BareVerification const& question)
         outcome.chain.push_back(share(sk_X509_value(built, index)));
     }
     return outcome;
+}
+
+/// The library's verdict is that of bare OpenSSL, and so are the failure and the root.
+inline void expectSame(certificates::CertificateValidationResults const& results, BareOutcome const& outcome)
+{
+    auto const valid = outcome.result == 1;
+    EXPECT_EQ(results.getCertificateChainStatus(), valid ? Status::Valid : expectedStatus(outcome.code));
+    EXPECT_EQ(
+        results.getValidationErrorString(),
+        valid ? "" : expectedText(outcome.code, outcome.depth, outcome.subject));
+    ASSERT_EQ(results.getRootCertificate().has_value(), valid);
+    if (valid) {
+        EXPECT_EQ(results.getRootCertificate()->getAsBytes(), toDer(outcome.chain.back()));
+    }
 }
 
 } // namespace foundation::test

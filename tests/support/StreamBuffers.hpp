@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sstream>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
@@ -18,6 +19,23 @@ protected:
 
 private:
     std::string text;
+};
+
+/// A target that counts how often it is flushed.
+class FlushCountingBuffer : public std::stringbuf
+{
+public:
+    int flushes() const { return numFlushes; }
+
+protected:
+    int sync() override
+    {
+        ++numFlushes;
+        return 0;
+    }
+
+private:
+    int numFlushes = 0;
 };
 
 } // namespace foundation::test
