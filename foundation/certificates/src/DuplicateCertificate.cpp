@@ -1,5 +1,6 @@
 #include "DuplicateCertificate.hpp"
 
+#include "ASN1Decoding.hpp"
 #include "OpenSSLResult.hpp"
 
 #include <foundation/certificates/ByteArray.hpp>
@@ -11,8 +12,7 @@ X509UPtr duplicateX509Of(X509Certificate const& certificate)
 {
     ByteArray const der = certificate.getAsBytes();
     RAIIOpenSSLErrorRemover const errors(true);
-    unsigned char const* position = der.data();
-    auto duplicate = makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+    auto duplicate = x509FromDER(der);
     throwIfNull<X509CertificateException>(duplicate.get(), "Error: X509Certificate has no content.");
     return duplicate;
 }

@@ -108,11 +108,6 @@ PrivateKeyInfo privateKeyOf(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
     throw InvalidArgument("PKCS12Certificate only supports RSA and ECC at this time.");
 }
 
-X509Certificate certificateOf(X509* x509)
-{
-    return X509Certificate(X509CertificateImpl(x509));
-}
-
 } // namespace
 
 PKCS12CertificateImpl::PKCS12CertificateImpl() = default;
@@ -174,10 +169,10 @@ void PKCS12CertificateImpl::takeCertificates(X509* fittingTheKey, STACK_OF(X509)
 {
     try {
         if (fittingTheKey != nullptr) {
-            certificate = certificateOf(fittingTheKey);
+            certificate = X509Certificate(X509CertificateImpl(fittingTheKey));
         }
         for (int index = 0; index < sk_X509_num(others); ++index) {
-            caChain.addCertificate(certificateOf(sk_X509_value(others, index)));
+            caChain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(others, index))));
         }
     } catch (UnsupportedEllipticCurve const& failure) {
         throw UnsupportedEllipticCurve(

@@ -23,11 +23,6 @@ namespace {
 
 constexpr std::string_view pemHeader = "-----BEGIN PKCS7-----";
 
-X509Certificate certificateOf(X509* certificate)
-{
-    return X509Certificate(X509CertificateImpl(certificate));
-}
-
 } // namespace
 
 PKCS7CertificateImpl::PKCS7CertificateImpl() : pkcs7(makePKCS7(nullptr)) {}
@@ -123,7 +118,7 @@ void PKCS7CertificateImpl::readCertificates()
     auto const* const embedded = embeddedCertificates(pkcs7.get());
     try {
         for (int index = 0; index < sk_X509_num(embedded); ++index) {
-            certificates.push_back(certificateOf(sk_X509_value(embedded, index)));
+            certificates.push_back(X509Certificate(X509CertificateImpl(sk_X509_value(embedded, index))));
         }
     } catch (CertificateException const& failure) {
         throw PKCS7CertificateException(
@@ -188,7 +183,7 @@ X509CertificateChain PKCS7CertificateImpl::getSignerCerts() const
     auto const signers = signersOf(copy.get());
     X509CertificateChain chain;
     for (int index = 0; index < sk_X509_num(signers.get()); ++index) {
-        chain.addCertificate(certificateOf(sk_X509_value(signers.get(), index)));
+        chain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(signers.get(), index))));
     }
     return chain;
 }

@@ -1,5 +1,6 @@
 #include "TrustStoreImpl.hpp"
 
+#include "ASN1Decoding.hpp"
 #include "DefaultSystemCertificateAdder.hpp"
 #include "MemoryBIO.hpp"
 #include "OpenSSLResult.hpp"
@@ -12,7 +13,6 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include <limits>
 #include <sstream>
 #include <utility>
 
@@ -56,22 +56,12 @@ std::string parseFailedText(ByteArray const& der)
            bytes.str();
 }
 
-/// Null if there is no certificate at the start of the bytes.
-X509UPtr parseDER(ByteArray const& der)
-{
-    if (der.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-        return makeX509(nullptr);
-    }
-    unsigned char const* position = der.data();
-    return makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
-}
-
 /// A certificate that shares nothing with the X509Certificate. It comes out of the encoding of one that was
 /// checked when it was loaded, so it is not checked again: a loader of X509Certificate would empty OpenSSL's
 /// queue, which is to stay as the caller has it.
 X509UPtr separate(X509Certificate const& certificate)
 {
-    return parseDER(certificate.getAsBytes());
+    return x509FromDER(certificate.getAsBytes());
 }
 
 std::string writePEM(X509* certificate)
@@ -94,13 +84,7 @@ std::string commonNameOf(X509* certificate)
     int const index = subject == nullptr ? -1 : X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
     X509_NAME_ENTRY const* entry = index < 0 ? nullptr : X509_NAME_get_entry(subject, index);
     ASN1_STRING const* value = entry == nullptr ? nullptr : X509_NAME_ENTRY_get_data(entry);
-    if (value == nullptr) {
-        return {};
-    }
-    unsigned char* characters = nullptr;
-    int const length = ASN1_STRING_to_UTF8(&characters, value);
-    auto const owned = makeOpenSSLBytes(characters);
-    return length < 0 || owned == nullptr ? std::string() : std::string(owned.get(), owned.get() + length);
+    return asUTF8(value).value_or(std::string());
 }
 
 TrustStoreImpl::TrustStoreImpl() : TrustStoreImpl(makeDefaultSystemCertificateAdder()) {}
@@ -179,7 +163,7 @@ std::vector<std::string> TrustStoreImpl::getPEMStrings() const
 void TrustStoreImpl::addDERCertificate(ByteArray const& der)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    auto const certificate = parseDER(der);
+    auto const certificate = x509FromDER(der);
     if (certificate == nullptr) {
         throw TrustStoreException(parseFailedText(der));
     }

@@ -1,5 +1,6 @@
 #include "X509CertificateImpl.hpp"
 
+#include "ASN1Decoding.hpp"
 #include "KeyExtraction.hpp"
 #include "LoadingInput.hpp"
 #include "MemoryBIO.hpp"
@@ -44,17 +45,6 @@ X509UPtr parseDER(BIO* bio)
     auto parsed = makeX509(d2i_X509_bio(bio, nullptr));
     throwIfWrongDEREncoding();
     return parsed;
-}
-
-std::optional<std::string> asUTF8(ASN1_STRING const* value)
-{
-    unsigned char* buffer = nullptr;
-    int const length = value == nullptr ? -1 : ASN1_STRING_to_UTF8(&buffer, value);
-    auto const bytes = makeOpenSSLBytes(buffer);
-    if (length < 0 || bytes == nullptr) {
-        return std::nullopt;
-    }
-    return std::string(bytes.get(), bytes.get() + length);
 }
 
 std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)

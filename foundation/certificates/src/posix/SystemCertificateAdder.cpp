@@ -1,5 +1,6 @@
 #include "SystemCertificateAdder.hpp"
 
+#include "../ASN1Decoding.hpp"
 #include "../SystemCertificateDelivery.hpp"
 #include "../TrustStoreImpl.hpp"
 #include "PEMBlocks.hpp"
@@ -181,8 +182,7 @@ private:
 
     bool deliverCertificate(ByteArray const& content) const
     {
-        unsigned char const* position = content.data();
-        auto const certificate = makeX509(d2i_X509(nullptr, &position, static_cast<long>(content.size())));
+        auto const certificate = x509FromDER(content);
         // What is no certificate is delivered all the same: the trust store says what is wrong with it.
         if (certificate == nullptr || extendedKeyUsageFits(certificate.get(), wanted)) {
             store.addDERCertificate(content);
