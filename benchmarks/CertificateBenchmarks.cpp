@@ -272,7 +272,10 @@ void addTextQueries()
 {
     beginGroup(
         "Queries that return text",
-        "OpenSSL's side ends in a `std::string` (or a vector or map of them), too.");
+        "OpenSSL's side ends in a `std::string` (or a vector or map of them), too. The name of the "
+        "signature\n"
+        "algorithm is a lookup of some nanoseconds: what comes on top is the lock of the handle, taken and\n"
+        "given back. An object identifier is written twice by OpenSSL, the first time for its length.");
     using C = X509Certificate;
     addQuery("subject", queryTarget, &C::getSubjectName, [](X509* x) {
         return bareName(X509_get_subject_name(x));
@@ -364,7 +367,11 @@ void addOutput()
     beginGroup(
         "Output",
         "Beside `i2d_X509`, `EVP_EncodeBlock`, `PEM_write_bio_X509`, and the report's lines put together by\n"
-        "hand.");
+        "hand. The library takes the encoding out of a memory BIO: OpenSSL encodes into a buffer of its "
+        "own,\n"
+        "copies that into the BIO, which grows for it and is wiped when it goes, and the bytes are copied "
+        "once\n"
+        "more out of it. This is what DER and base64 cost beyond the bare side.");
     addQuery("DER", outputTarget, &X509Certificate::getAsBytes, bareDER);
     addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);
     addQuery("PEM", outputTarget, &X509Certificate::getAsPEMString, barePEM);

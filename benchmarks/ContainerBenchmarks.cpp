@@ -125,9 +125,11 @@ void addSignedData()
 {
     beginGroup(
         "PKCS#7",
-        "Of the largest, the digest is the work. A load goes through a memory BIO, which is two more copies\n"
-        "of the bytes; detached content goes through one as well. The trust store is copied twice by the\n"
-        "library, once by the bare side.");
+        "Of the largest, the digest is the work. A load writes the bytes into a memory BIO and has OpenSSL\n"
+        "read them out of it: two copies more, in buffers that grow, are cleared and are wiped, and the\n"
+        "certificates are duplicated. Detached content goes through a memory BIO as well. Of the smallest, "
+        "the\n"
+        "trust store is the work: the library works on a copy of a copy, the bare side on a copy.");
     addSignedDataOf("1 KiB", 1024);
     addSignedDataOf("1 MiB", mebibyte);
     addSignedDataOf("64 MiB", 64 * mebibyte);
@@ -168,7 +170,9 @@ void addBundles()
     beginGroup(
         "PKCS#12",
         "A key of RSA-2048, its certificate and two further ones, with 2,048 rounds of key derivation. Both\n"
-        "sides check the MAC before they parse, to tell a wrong passphrase from a damaged bundle.");
+        "sides check the MAC before they parse, to tell a wrong passphrase from a damaged bundle. The "
+        "library\n"
+        "then duplicates the three certificates, a parse each, and reads the numbers of their keys.");
     auto const root = test::makeRoot("Bundle Root");
     auto const chain = chainBelow(root, 2);
     test::Pkcs12Spec spec;

@@ -107,8 +107,10 @@ void writeScalings(std::ostream& out)
     out << "\n## Eight threads\n\n"
         << "Each thread has objects of its own. The time is that of the wall clock for one operation, taken\n"
         << "over all threads together; the gain can at most be the number of processors, "
-        << std::thread::hardware_concurrency() << ". What bare OpenSSL gains shows what\n"
-        << "its own locks, and whatever else ran on the machine, leave of it.\n\n"
+        << std::thread::hardware_concurrency() << ". What bare\n"
+        << "OpenSSL gains shows what its own locks, and whatever else ran on the machine, leave of it: no "
+           "two\n"
+        << "handles share a lock of the library's.\n\n"
         << "| Operation | 1 thread | 8 threads | Gain |\n|---|--:|--:|--:|\n";
     for (Scaling const* row : scalings()) {
         if (row->oneThread.seconds.empty() || row->eightThreads.seconds.empty()) {
