@@ -371,7 +371,8 @@ void addOutput()
         "own,\n"
         "copies that into the BIO, which grows for it and is wiped when it goes, and the bytes are copied "
         "once\n"
-        "more out of it. This is what DER and base64 cost beyond the bare side.");
+        "more out of it. That is what DER costs beyond the bare side; base64 and PEM go character by\n"
+        "character through Boost's iterators on top of it.");
     addQuery("DER", outputTarget, &X509Certificate::getAsBytes, bareDER);
     addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);
     addQuery("PEM", outputTarget, &X509Certificate::getAsPEMString, barePEM);
