@@ -60,8 +60,16 @@ void answer(tcp::iostream& peer, std::string const& content)
 
 int main(int argc, char** argv)
 {
+    constexpr char const usageText[] =
+        "Usage: serve_file FILE [PORT]\n"
+        "Answers every HTTP request at 127.0.0.1 with the content of FILE, until it is stopped. Without a\n"
+        "PORT, at port 80, where revocation lists are fetched.\n";
+    if (argc == 2 && argv[1] == std::string("--help")) {
+        std::cout << usageText;
+        return 0;
+    }
     if (argc < 2 || argc > 3) {
-        std::cerr << "Usage: serve_file FILE [PORT]\n";
+        std::cerr << "serve_file: one file and at the most one port, try --help\n";
         return 2;
     }
     try {

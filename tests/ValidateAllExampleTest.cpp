@@ -1,0 +1,81 @@
+#include "support/PseudoTerminal.hpp"
+#include "support/RunProgram.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestKeys.hpp"
+#include "support/TestPki.hpp"
+#include "support/Text.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+using namespace foundation::test;
+
+/// Two certificates under a root that no system has, one of them on a curve that is refused.
+std::string bundle()
+{
+    auto const root = makeRoot("root");
+    auto const refused = makeLeaf(root, "refused", [](CertificateSpec& spec) { spec.key = p384Key(); });
+    return makeLeaf(root, "leaf").pem() + refused.pem();
+}
+
+constexpr char const remarks[] = "Not valid: CN=leaf\n"
+                                 "Refused: ECC-based key is not using supported ECC Curve. Curve: secp384r1\n"
+                                 "Certificates: 0 valid, 1 not valid, 1 refused\n";
+
+TEST(ValidateAllExample, ListsWhatIsNotValidAndWhatIsRefusedAndShowsAPipeNoProgress)
+{
+    TemporaryFolder const folder;
+    auto const run = runProgram(VALIDATE_ALL_PROGRAM, {folder.write("bundle.pem", bundle()).string()});
+    EXPECT_EQ(run.output, remarks);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(run.exitStatus, 1);
+}
+
+TEST(ValidateAllExample, ShowsItsProgressOnATerminal)
+{
+    TemporaryFolder const folder;
+    std::string const command =
+        std::string(VALIDATE_ALL_PROGRAM) + " " + folder.write("bundle.pem", bundle()).string();
+    auto const run = runOnTerminal([&] { return WEXITSTATUS(std::system(command.c_str())); });
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(
+        run.output.substr(0, run.output.find("Not valid")), "\rValidated 1 of 2\rValidated 2 of 2\r\033[K");
+}
+
+TEST(ValidateAllExample, ValidatesTheSystemsRoots)
+{
+    auto const run = runProgram(VALIDATE_ALL_PROGRAM, {});
+    bool const hasExpiredRoots = contains(run.output, "Not valid: ");
+    EXPECT_EQ(run.errors, "");
+    EXPECT_TRUE(contains(run.output, "Certificates: ")) << run.output;
+    EXPECT_FALSE(contains(run.output, "Certificates: 0 valid")) << run.output;
+    EXPECT_EQ(run.exitStatus, hasExpiredRoots ? 1 : 0);
+}
+
+TEST(ValidateAllExample, SaysWhatItCannotRead)
+{
+    TemporaryFolder const folder;
+    auto const missing = (folder.path() / "missing").string();
+    auto const run = runProgram(VALIDATE_ALL_PROGRAM, {missing});
+    EXPECT_EQ(run.errors, "validate_all: " + missing + ": holds no certificate in PEM\n");
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(run.exitStatus, 2);
+}
+
+TEST(ValidateAllExample, ExplainsItself)
+{
+    auto const help = runProgram(VALIDATE_ALL_PROGRAM, {"--help"});
+    EXPECT_EQ(help.output.substr(0, 20), "Usage: validate_all ");
+    EXPECT_EQ(help.exitStatus, 0);
+
+    auto const wrong = runProgram(VALIDATE_ALL_PROGRAM, {"--what"});
+    EXPECT_EQ(wrong.errors, "validate_all: one file at the most, try --help\n");
+    EXPECT_EQ(wrong.exitStatus, 2);
+}
+
+} // namespace
