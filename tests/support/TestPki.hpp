@@ -133,8 +133,8 @@ CertificateSpec rootSpec(std::string const& name);
 CertificateSpec intermediateSpec(CertificateAndKey const& issuer, std::string const& name);
 CertificateSpec leafSpec(CertificateAndKey const& issuer, std::string const& name);
 
-/// Signs the certificate that the spec describes. The result has been encoded and parsed again, so that
-/// nothing that OpenSSL remembers from building it survives.
+/// Signs the certificate as described. The result has been encoded and parsed again, so that nothing that
+/// OpenSSL remembers from building it survives.
 CertificateAndKey make(CertificateSpec const& spec);
 
 CertificateAndKey makeRoot(std::string const& name, Mutation const& mutate = {});
