@@ -1,6 +1,9 @@
 # foundation_enable_sanitizers(TARGET): instruments the target, and whatever links it, as
-# FOUNDATION_CERTIFICATES_SANITIZE says.
+# FOUNDATION_CERTIFICATES_SANITIZE says; in a build of the fuzz targets also to tell which code an input reached.
 function(foundation_enable_sanitizers target)
+    if(FOUNDATION_CERTIFICATES_BUILD_FUZZERS)
+        target_compile_options(${target} PUBLIC -fsanitize=fuzzer-no-link)
+    endif()
     if(NOT FOUNDATION_CERTIFICATES_SANITIZE)
         return()
     endif()

@@ -1,0 +1,51 @@
+#include "seeds/Seeds.hpp"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+namespace {
+
+using foundation::fuzz::Seeds;
+
+struct Target
+{
+    char const* name;
+    Seeds (*seeds)();
+};
+
+constexpr Target targets[] = {
+    {"encodings", foundation::fuzz::encodingsSeeds},
+};
+
+void write(std::filesystem::path const& folder, Seeds const& seeds)
+{
+    std::filesystem::create_directories(folder);
+    for (auto const& [name, content] : seeds) {
+        std::ofstream file(folder / name, std::ios::binary);
+        file.write(
+            reinterpret_cast<char const*>(content.data()), static_cast<std::streamsize>(content.size()));
+        if (!file.flush()) {
+            throw std::runtime_error("Cannot write " + (folder / name).string());
+        }
+    }
+}
+
+} // namespace
+
+/// fuzz_seeds FOLDER: writes for each fuzz target the inputs it starts from, as FOLDER/TARGET/NAME.
+int main(int argumentCount, char** arguments)
+{
+    if (argumentCount != 2) {
+        std::cerr << "usage: fuzz_seeds FOLDER\n";
+        return 2;
+    }
+    try {
+        for (auto const& target : targets) {
+            write(std::filesystem::path(arguments[1]) / target.name, target.seeds());
+        }
+    } catch (std::exception const& failure) {
+        std::cerr << failure.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "support/Handles.hpp"
+
+#include <map>
+#include <string>
+
+namespace foundation::fuzz {
+
+/// Inputs for a fuzz target, by file name.
+using Seeds = std::map<std::string, test::Bytes>;
+
+Seeds encodingsSeeds();
+
+/// The characters of a text as the bytes of a seed.
+inline test::Bytes bytesOf(std::string const& text)
+{
+    return test::Bytes(text.begin(), text.end());
+}
+
+} // namespace foundation::fuzz
