@@ -176,14 +176,14 @@ ByteArray X509Certificate::getModulus() const
 {
     std::lock_guard<std::mutex> const lock(mutex);
     throwIfImplEmpty();
-    return impl->getPublicKeyInfo().getRSAModulus();
+    return impl->hasRSAKey() ? impl->getModulus() : impl->getPublicKeyInfo().getRSAModulus();
 }
 
 ByteArray X509Certificate::getPublicExponent() const
 {
     std::lock_guard<std::mutex> const lock(mutex);
     throwIfImplEmpty();
-    return impl->getPublicKeyInfo().getRSAPublicExponent();
+    return impl->hasRSAKey() ? impl->getPublicExponent() : impl->getPublicKeyInfo().getRSAPublicExponent();
 }
 
 PublicKeyInfo X509Certificate::getPublicKeyInfo() const

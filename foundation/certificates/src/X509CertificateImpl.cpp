@@ -386,6 +386,11 @@ PublicKeyInfo X509CertificateImpl::getPublicKeyInfo() const
     throw CertificateException("Unknown key type");
 }
 
+bool X509CertificateImpl::hasRSAKey() const
+{
+    return sanityCheckEVPKey(publicKeyOf(content()).get()) == KeyType::RSA;
+}
+
 std::uint64_t X509CertificateImpl::getKeySize() const
 {
     return static_cast<std::uint64_t>(EVP_PKEY_get_bits(publicKeyOf(content()).get()));

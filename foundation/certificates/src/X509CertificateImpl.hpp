@@ -97,6 +97,9 @@ public:
     bool isValidForDigitalSigning() const;
 
     PublicKeyInfo getPublicKeyInfo() const;
+    /// Whether one number of the key may be asked for alone. What the record refuses besides, it has refused
+    /// when the certificate was loaded.
+    bool hasRSAKey() const;
     std::uint64_t getKeySize() const;
     /// @throws NotRSAKey "Cannot get modulus because the certificate does not contain an RSA key"
     /// @throws X509CertificateException "Failed to get the modulus for the public key"
