@@ -32,8 +32,8 @@ PairsOfBase64 const& pairsOfBase64()
             std::array const bytes{
                 static_cast<unsigned char>(bits >> 4U), static_cast<unsigned char>(bits << 4U)};
             Base64Encoder character(bytes.data());
-            filled[bits][0] = *character;
-            filled[bits][1] = *++character;
+            filled[bits][0] = static_cast<char>(*character);
+            filled[bits][1] = static_cast<char>(*++character);
         }
         return filled;
     }();
@@ -71,7 +71,7 @@ std::string base64Encode(ByteArray const& data)
         output = std::copy_n(pairs[bits & 0xFFFU].begin(), 2, output);
     }
     for (Base64Encoder character(group); character != Base64Encoder(end); ++character) {
-        *output++ = *character;
+        *output++ = static_cast<char>(*character);
     }
     return text;
 }
