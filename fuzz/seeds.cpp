@@ -15,6 +15,7 @@ struct Target
 };
 
 constexpr Target targets[] = {
+    {"certificate", foundation::fuzz::certificateSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
 };
 

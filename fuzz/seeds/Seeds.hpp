@@ -10,7 +10,13 @@ namespace foundation::fuzz {
 /// Inputs for a fuzz target, by file name.
 using Seeds = std::map<std::string, test::Bytes>;
 
+// One function for each fuzz target.
+Seeds certificateSeeds();
 Seeds encodingsSeeds();
+
+/// Certificates in DER that differ in keys, names, times, serial numbers and extensions, damaged ones among
+/// them.
+Seeds certificatesOfManyKinds();
 
 /// The characters of a text as the bytes of a seed.
 inline test::Bytes bytesOf(std::string const& text)

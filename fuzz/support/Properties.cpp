@@ -19,6 +19,11 @@ namespace {
     std::abort();
 }
 
+bool isStale(unsigned long error)
+{
+    return ERR_GET_LIB(error) == ERR_LIB_BN && ERR_GET_REASON(error) == BN_R_DIV_BY_ZERO;
+}
+
 } // namespace
 
 void require(bool condition, char const* text)
@@ -33,17 +38,20 @@ void failOnException(char const* text)
     fail(std::string(text) + ": " + log::detail::current_exception_chain_as_string());
 }
 
-void requireEmptyErrorQueue(char const* when)
-{
-    if (ERR_peek_error() != 0) {
-        fail(std::string("OpenSSL's error queue is not empty ") + when);
-    }
-}
-
 void queueStaleError()
 {
     ERR_clear_error();
     ERR_raise(ERR_LIB_BN, BN_R_DIV_BY_ZERO);
+}
+
+void requireNothingQueued(char const* when)
+{
+    if (isStale(ERR_peek_error())) {
+        ERR_get_error();
+    }
+    if (ERR_peek_error() != 0) {
+        fail(std::string("OpenSSL's error queue is not empty ") + when);
+    }
 }
 
 void requireOwnReason(std::string const& textOfFailure)

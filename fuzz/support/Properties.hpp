@@ -15,11 +15,11 @@ void require(bool condition, char const* text);
 /// Aborts with the text, and with the type and text of the exception being handled.
 [[noreturn]] void failOnException(char const* text);
 
-/// Aborts unless the calling thread's OpenSSL error queue is empty.
-void requireEmptyErrorQueue(char const* when);
-
 /// Leaves a single entry in OpenSSL's error queue, which no operation on certificates causes.
 void queueStaleError();
+/// Aborts if anything but the entry of queueStaleError is in the queue. That one may still be there: input
+/// without content is refused before OpenSSL is called at all.
+void requireNothingQueued(char const* when);
 /// Aborts if the text of a failure comes from the entry of queueStaleError.
 void requireOwnReason(std::string const& textOfFailure);
 void clearErrorQueue();
@@ -33,8 +33,8 @@ template <typename... FurtherTypes, typename Callable>
 bool succeeds(Callable&& callable);
 
 /// Runs the callable, which loads something, as succeeds() does, with a stale entry in OpenSSL's error queue.
-/// Aborts also if a failure takes that entry for its own reason or leaves anything in the queue. The queue is
-/// empty after each outcome.
+/// Aborts also if a failure takes that entry for its own reason or leaves entries of its own in the queue.
+/// The queue is empty after each outcome.
 template <typename Callable>
 bool loads(Callable&& callable);
 
@@ -97,7 +97,7 @@ bool loads(Callable&& callable)
     bool const loaded = detail::succeedsInFamily(callable, failure);
     if (!loaded) {
         requireOwnReason(failure);
-        requireEmptyErrorQueue("after a failure to load");
+        requireNothingQueued("after a failure to load");
     }
     clearErrorQueue();
     return loaded;
