@@ -16,7 +16,9 @@ struct Target
 
 constexpr Target targets[] = {
     {"certificate", foundation::fuzz::certificateSeeds},
+    {"chain", foundation::fuzz::chainSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
+    {"trust_store", foundation::fuzz::trustStoreSeeds},
 };
 
 void write(std::filesystem::path const& folder, Seeds const& seeds)

@@ -12,7 +12,9 @@ using Seeds = std::map<std::string, test::Bytes>;
 
 // One function for each fuzz target.
 Seeds certificateSeeds();
+Seeds chainSeeds();
 Seeds encodingsSeeds();
+Seeds trustStoreSeeds();
 
 /// Certificates in DER that differ in keys, names, times, serial numbers and extensions, damaged ones among
 /// them.

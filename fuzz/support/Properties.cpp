@@ -54,6 +54,13 @@ void requireNothingQueued(char const* when)
     }
 }
 
+void requireStaleErrorAlone(char const* when)
+{
+    if (!isStale(ERR_get_error()) || ERR_peek_error() != 0) {
+        fail(std::string("OpenSSL's error queue is not as it was ") + when);
+    }
+}
+
 void requireOwnReason(std::string const& textOfFailure)
 {
     static std::string const stale = ERR_reason_error_string(ERR_PACK(ERR_LIB_BN, 0, BN_R_DIV_BY_ZERO));

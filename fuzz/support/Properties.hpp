@@ -20,6 +20,8 @@ void queueStaleError();
 /// Aborts if anything but the entry of queueStaleError is in the queue. That one may still be there: input
 /// without content is refused before OpenSSL is called at all.
 void requireNothingQueued(char const* when);
+/// Aborts unless the entry of queueStaleError, and nothing else, is in the queue.
+void requireStaleErrorAlone(char const* when);
 /// Aborts if the text of a failure comes from the entry of queueStaleError.
 void requireOwnReason(std::string const& textOfFailure);
 void clearErrorQueue();
