@@ -5,7 +5,8 @@ build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost
 demo_packages=(ca-certificates openssl iproute2 netbase)
 # Tests read what other makers of certificates, signatures and key containers write.
 test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase)
-check_packages=(clang clang-format libclang-rt-dev doxygen)
+check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
+coverage_packages=(gcovr)
 fuzz_packages=(clang libclang-rt-dev)
 bench_packages=(libbenchmark-dev ca-certificates netbase)
 
