@@ -15,6 +15,7 @@ struct Target
 };
 
 constexpr Target targets[] = {
+    {"builder", foundation::fuzz::builderSeeds},
     {"certificate", foundation::fuzz::certificateSeeds},
     {"chain", foundation::fuzz::chainSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},

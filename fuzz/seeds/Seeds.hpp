@@ -11,6 +11,7 @@ namespace foundation::fuzz {
 using Seeds = std::map<std::string, test::Bytes>;
 
 // One function for each fuzz target.
+Seeds builderSeeds();
 Seeds certificateSeeds();
 Seeds chainSeeds();
 Seeds encodingsSeeds();

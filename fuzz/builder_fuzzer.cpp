@@ -1,0 +1,351 @@
+/// A self-signed certificate from the settings in the input. What is built is what was asked for, by the bare
+/// API; what the bare API cannot make is not built.
+
+#include "OpenSSLHandles.hpp"
+#include "support/BuilderSettings.hpp"
+#include "support/DerElements.hpp"
+#include "support/Properties.hpp"
+
+#include <foundation/certificates/PKCS12Certificate.hpp>
+#include <foundation/certificates/SelfSignedCertBuilder.hpp>
+
+#include <openssl/pem.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <typeinfo>
+
+namespace foundation::fuzz {
+
+namespace {
+
+using certificates::ByteArray;
+using certificates::SelfSignedCertBuilder;
+using certificates::X509Certificate;
+
+constexpr std::int64_t secondsPerDay = 86400;
+
+/// What the builder was told.
+struct Settings
+{
+    std::size_t keySize = 2048;
+    std::optional<std::string> passphrase;
+    std::string commonName = "localhost";
+    std::set<std::string> alternativeNames;
+    std::uint32_t days = 365;
+    std::int32_t offset = 0;
+    std::optional<std::uint64_t> serialNumber;
+    std::set<X509Certificate::KeyUsage> keyUsages;
+    std::set<std::string> extendedKeyUsages;
+};
+
+std::uint64_t numberIn(Bytes const& content)
+{
+    std::uint64_t number = 0;
+    for (unsigned char const byte : content) {
+        number = number << 8U | byte;
+    }
+    return number;
+}
+
+void setDays(SelfSignedCertBuilder& builder, Settings& settings, std::uint32_t days)
+{
+    bool const accepted = succeeds([&] { builder.withValidityPeriod(days); });
+    require(accepted == (days >= 1 && days <= 397), "a lifetime has 1 to 397 days");
+    if (accepted) {
+        settings.days = days;
+    }
+}
+
+void apply(SelfSignedCertBuilder& builder, Settings& settings, BuilderSetting setting, Bytes const& content)
+{
+    std::string const text(content.begin(), content.end());
+    switch (setting) {
+    case BuilderSetting::KeySize:
+        settings.keySize = static_cast<std::uint32_t>(numberIn(content));
+        builder.withPrivateKeySize(static_cast<certificates::RSAPrivateKeySize>(settings.keySize));
+        return;
+    case BuilderSetting::Passphrase:
+        builder.withPrivateKeyPassphrase(settings.passphrase.emplace(text));
+        return;
+    case BuilderSetting::CommonName:
+        builder.withCommonName(settings.commonName = text);
+        return;
+    case BuilderSetting::AlternativeName:
+        settings.alternativeNames.insert(text);
+        builder.withAdditionalSubjectAltNames(settings.alternativeNames);
+        return;
+    case BuilderSetting::Days:
+        setDays(builder, settings, static_cast<std::uint32_t>(numberIn(content)));
+        return;
+    case BuilderSetting::Offset:
+        builder.withValidityPeriodOffset(settings.offset = static_cast<std::int32_t>(numberIn(content)));
+        return;
+    case BuilderSetting::SerialNumber:
+        builder.withSerialNumber(settings.serialNumber.emplace(numberIn(content)));
+        return;
+    case BuilderSetting::KeyUsage:
+        settings.keyUsages.insert(static_cast<X509Certificate::KeyUsage>(numberIn(content)));
+        builder.withAdditionalKeyUsage(settings.keyUsages);
+        return;
+    case BuilderSetting::ExtendedKeyUsage:
+        settings.extendedKeyUsages.insert(text);
+        builder.withAdditionalExtendedKeyUsage(settings.extendedKeyUsages);
+        return;
+    case BuilderSetting::Reset: {
+        auto const kept = settings.offset;
+        settings = Settings();
+        settings.offset = kept;
+        builder.resetToDefaults();
+        return;
+    }
+    case BuilderSetting::AsPKCS12:
+        return;
+    }
+}
+
+std::string joined(std::set<std::string> const& names)
+{
+    std::string text;
+    for (auto const& name : names) {
+        text += (text.empty() && &name == &*names.begin() ? "" : ",") + name;
+    }
+    return text;
+}
+
+std::string alternativeNamesFor(Settings const& settings)
+{
+    auto names = settings.alternativeNames;
+    names.insert("DNS:" + settings.commonName);
+    if (settings.commonName == "localhost") {
+        names.merge(std::set<std::string>{
+            "DNS:127.0.0.1", "IP:127.0.0.1", "DNS:::1", "DNS:0:0:0:0:0:0:0:1", "IP:0:0:0:0:0:0:0:1"});
+    }
+    return joined(names);
+}
+
+std::string keyUsagesFor(Settings const& settings)
+{
+    static constexpr std::array<char const*, 9> words{"digitalSignature", "nonRepudiation", "keyEncipherment",
+                                                      "dataEncipherment", "keyAgreement",   "keyCertSign",
+                                                      "cRLSign",          "encipherOnly",   "decipherOnly"};
+    std::set<std::string> names{"digitalSignature", "keyCertSign", "cRLSign"};
+    for (auto const usage : settings.keyUsages) {
+        auto const index = static_cast<unsigned>(usage);
+        names.insert(index < words.size() ? words.at(index) : "");
+    }
+    return "critical," + joined(names);
+}
+
+std::string extendedKeyUsagesFor(Settings const& settings)
+{
+    auto names = settings.extendedKeyUsages;
+    names.merge(std::set<std::string>{"serverAuth", "clientAuth", "codeSigning"});
+    names.erase("critical");
+    return "critical," + joined(names);
+}
+
+/// What OpenSSL makes of the text; null if nothing.
+certificates::X509_EXTENSIONUPtr bareExtension(int nid, std::string const& text, X509* certificate)
+{
+    X509V3_CTX context{};
+    X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
+    return certificates::makeX509_EXTENSION(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str()));
+}
+
+/// Whether a text asks for something out of the certificate that is being made.
+bool refersToCertificate(std::string const& text)
+{
+    return text.find("copy") != std::string::npos || text.find("move") != std::string::npos;
+}
+
+bool canBeBuilt(Settings const& settings)
+{
+    constexpr std::int64_t furthest = 2147483647;
+    std::int64_t const start = settings.offset * secondsPerDay;
+    std::int64_t const end = start + settings.days * secondsPerDay;
+    bool const isInTime =
+        start >= -furthest - 1 && start <= furthest && end >= -furthest - 1 && end <= furthest;
+    // A smaller key is too small for the signature.
+    bool const hasKey = settings.keySize == 1024 || settings.keySize == 1536 || settings.keySize == 2048;
+    return isInTime && hasKey &&
+           bareExtension(NID_subject_alt_name, alternativeNamesFor(settings), nullptr) &&
+           bareExtension(NID_key_usage, keyUsagesFor(settings), nullptr) &&
+           bareExtension(NID_ext_key_usage, extendedKeyUsagesFor(settings), nullptr);
+}
+
+void checkFailure(Settings const& settings, std::exception const& failure)
+{
+    std::string const text = failure.what();
+    if (typeid(failure) == typeid(certificates::X509CertificateException)) {
+        require(settings.keySize < 1024, "only a key that is too small is refused after all the work");
+        require(
+            text == "RSA key size does not meet minimum cryptographic requirements",
+            "a small key has its text");
+        return;
+    }
+    static std::string const prefix = "Failed to generate a certificate: ";
+    require(typeid(failure) == typeid(std::runtime_error), "a failed build is a std::runtime_error");
+    require(text.compare(0, prefix.size(), prefix) == 0, "a failed build has its text");
+    require(
+        text.find_first_not_of("0123456789", prefix.size()) == std::string::npos &&
+            text.size() > prefix.size(),
+        "a failed build names a number");
+}
+
+void checkCommonName(X509Certificate const& certificate, Settings const& settings)
+{
+    std::string const name = settings.commonName.c_str(); // ends at the first NUL
+    ASN1_STRING* const made = ASN1_STRING_set_by_NID(
+        nullptr, reinterpret_cast<unsigned char const*>(name.data()), static_cast<int>(name.size()),
+        MBSTRING_UTF8, NID_commonName);
+    bool const fits = made != nullptr;
+    ASN1_STRING_free(made);
+    std::optional<std::string> found;
+    succeeds([&] { found = certificate.getSubjectCommonName(); });
+    require(
+        found == (fits ? std::optional<std::string>(name) : std::nullopt),
+        "the common name is as it was set");
+}
+
+bool isSame(X509_EXTENSION* one, X509_EXTENSION* other)
+{
+    return X509_EXTENSION_get_critical(one) == X509_EXTENSION_get_critical(other) &&
+           ASN1_STRING_cmp(X509_EXTENSION_get_data(one), X509_EXTENSION_get_data(other)) == 0;
+}
+
+void checkExtension(X509* certificate, int nid, int position, std::string const& text)
+{
+    require(X509_get_ext_by_NID(certificate, nid, -1) == position, "the extensions are in their order");
+    auto const expected = bareExtension(nid, text, certificate);
+    require(
+        refersToCertificate(text) ||
+            (expected && isSame(X509_get_ext(certificate, position), expected.get())),
+        "an extension is as it was set");
+}
+
+void checkTimes(X509* certificate, Settings const& settings)
+{
+    constexpr std::int64_t slack = 60;
+    int days = 0;
+    int seconds = 0;
+    ASN1_TIME_diff(&days, &seconds, X509_get0_notBefore(certificate), X509_get0_notAfter(certificate));
+    require(days * secondsPerDay + seconds == settings.days * secondsPerDay, "the lifetime is as it was set");
+    ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notBefore(certificate));
+    auto const late = settings.offset * secondsPerDay - (days * secondsPerDay + seconds);
+    require(late >= 0 && late <= slack, "the start of validity is as it was set");
+}
+
+void checkCertificate(X509Certificate const& certificate, Settings const& settings)
+{
+    auto const der = certificate.getAsBytes();
+    unsigned char const* position = der.data();
+    auto const bare = certificates::makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+    require(X509_verify(bare.get(), X509_get0_pubkey(bare.get())) == 1, "the signature is the key's");
+    require(certificate.getKeySize() == settings.keySize, "the key has the size that was set");
+    // In OpenSSL's extension syntax, a name can be the text of any other content of its extension.
+    bool const isSound = (X509_get_extension_flags(bare.get()) & EXFLAG_INVALID) == 0;
+    require(certificate.isSelfSigned(), "the certificate is its own issuer");
+    require(certificate.isCACertificate() || !isSound, "the certificate is a CA's");
+    require(
+        !settings.serialNumber || certificate.getSerialNumber() == std::to_string(*settings.serialNumber),
+        "the serial number is as it was set");
+    checkCommonName(certificate, settings);
+    checkTimes(bare.get(), settings);
+    checkExtension(bare.get(), NID_subject_alt_name, 0, alternativeNamesFor(settings));
+    checkExtension(bare.get(), NID_basic_constraints, 1, "critical,CA:TRUE");
+    checkExtension(bare.get(), NID_key_usage, 2, keyUsagesFor(settings));
+    checkExtension(bare.get(), NID_ext_key_usage, 3, extendedKeyUsagesFor(settings));
+}
+
+int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
+{
+    return -1;
+}
+
+void checkPEMKey(X509Certificate const& certificate, std::string const& pem, Settings const& settings)
+{
+    auto const bio = certificates::makeBIO(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    void* const passphrase = settings.passphrase ? const_cast<char*>(settings.passphrase->c_str()) : nullptr;
+    auto const key = certificates::makeEVP_PKEY(PEM_read_bio_PrivateKey(
+        bio.get(), nullptr, settings.passphrase ? nullptr : refusePassphrase, passphrase));
+    require(key != nullptr, "the key opens with its passphrase");
+    auto const der = certificate.getAsBytes();
+    unsigned char const* position = der.data();
+    auto const bare = certificates::makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+    require(X509_check_private_key(bare.get(), key.get()) == 1, "the key is the certificate's");
+}
+
+void checkBundle(ByteArray const& bundle, Settings const& settings)
+{
+    if (settings.passphrase) {
+        std::string const passphrase = settings.passphrase->c_str(); // ends at the first NUL
+        auto const opened = mustSucceed("the bundle opens with its passphrase", [&] {
+            return certificates::PKCS12Certificate(bundle, passphrase);
+        });
+        require(opened.getPrivateKeyInfo().has_value(), "the bundle holds the key");
+        require(opened.getCertificate().empty(), "the bundle holds the key alone");
+    }
+}
+
+void build(SelfSignedCertBuilder const& builder, Settings const& settings, bool asPKCS12)
+{
+    if (asPKCS12) {
+        auto const [certificate, bundle] = builder.buildAndGetKeyBytesInPKCS12();
+        checkCertificate(certificate, settings);
+        checkBundle(bundle, settings);
+    } else {
+        auto const [certificate, pem] = builder.build();
+        checkCertificate(certificate, settings);
+        checkPEMKey(certificate, pem, settings);
+    }
+}
+
+void check(Bytes const& input)
+{
+    SelfSignedCertBuilder builder;
+    Settings settings;
+    bool asPKCS12 = false;
+    for (auto const& element : elementsIn(input)) {
+        if (auto const extent = firstElementIn(element.data(), element.size())) {
+            auto const setting = static_cast<BuilderSetting>(element.front());
+            auto const content = element.begin() + static_cast<std::ptrdiff_t>(extent->headerSize);
+            apply(builder, settings, setting, Bytes(content, element.end()));
+            asPKCS12 = asPKCS12 || setting == BuilderSetting::AsPKCS12;
+        }
+    }
+    bool const possible = canBeBuilt(settings);
+    clearErrorQueue();
+    bool const built = succeeds<std::runtime_error>([&] {
+        try {
+            build(builder, settings, asPKCS12);
+        } catch (std::exception const& failure) {
+            checkFailure(settings, failure);
+            throw;
+        }
+    });
+    require(
+        !built || possible || refersToCertificate(alternativeNamesFor(settings)),
+        "only what can be made is built");
+    // A common name can be one that a bundle cannot name its key after.
+    require(built || !possible || asPKCS12, "what can be made is built");
+    clearErrorQueue();
+}
+
+} // namespace
+
+} // namespace foundation::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* input, std::size_t size)
+{
+    using namespace foundation::fuzz;
+    auto const extent = firstElementIn(input, size);
+    check(extent ? Bytes(input + extent->headerSize, input + extent->size()) : Bytes());
+    return 0;
+}
