@@ -18,7 +18,9 @@ constexpr Target targets[] = {
     {"builder", foundation::fuzz::builderSeeds},
     {"certificate", foundation::fuzz::certificateSeeds},
     {"chain", foundation::fuzz::chainSeeds},
+    {"distribution_points", foundation::fuzz::distributionPointsSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
+    {"http", foundation::fuzz::httpSeeds},
     {"trust_store", foundation::fuzz::trustStoreSeeds},
 };
 

@@ -14,7 +14,9 @@ using Seeds = std::map<std::string, test::Bytes>;
 Seeds builderSeeds();
 Seeds certificateSeeds();
 Seeds chainSeeds();
+Seeds distributionPointsSeeds();
 Seeds encodingsSeeds();
+Seeds httpSeeds();
 Seeds trustStoreSeeds();
 
 /// Certificates in DER that differ in keys, names, times, serial numbers and extensions, damaged ones among
