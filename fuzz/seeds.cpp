@@ -18,6 +18,7 @@ constexpr Target targets[] = {
     {"builder", foundation::fuzz::builderSeeds},
     {"certificate", foundation::fuzz::certificateSeeds},
     {"chain", foundation::fuzz::chainSeeds},
+    {"crl", foundation::fuzz::crlSeeds},
     {"distribution_points", foundation::fuzz::distributionPointsSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
     {"http", foundation::fuzz::httpSeeds},

@@ -14,6 +14,7 @@ using Seeds = std::map<std::string, test::Bytes>;
 Seeds builderSeeds();
 Seeds certificateSeeds();
 Seeds chainSeeds();
+Seeds crlSeeds();
 Seeds distributionPointsSeeds();
 Seeds encodingsSeeds();
 Seeds httpSeeds();

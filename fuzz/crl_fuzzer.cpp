@@ -1,0 +1,382 @@
+#include "HttpClient.hpp"
+#include "X509CertificateImpl.hpp"
+
+#include "support/CrlEnvelope.hpp"
+#include "support/FixedPki.hpp"
+#include "support/Properties.hpp"
+#include "support/TestCrl.hpp"
+
+#include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+
+#include <openssl/x509_vfy.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+// What a validation makes of the CRL that a server hands out, from the answer's body to the verdict. Bare
+// OpenSSL, asked step by step, says what is to come out. The input is the CRL of one level, and a last byte
+// that tells how to validate; the other level has a good CRL that revokes nothing.
+
+namespace foundation::fuzz {
+
+namespace {
+
+using test::Bytes;
+using test::CrlHandle;
+using test::own;
+
+using Options = certificates::CertificateValidationOptions;
+using Results = certificates::CertificateValidationResults;
+using Status = certificates::CertificateChainStatus;
+
+/// What the server has to offer.
+struct Server
+{
+    Bytes leafCrl;
+    Bytes caCrl;
+};
+
+Server& server()
+{
+    static Server offered;
+    return offered;
+}
+
+struct Question
+{
+    explicit Question(unsigned bits)
+        : wholeChain((bits & 0x01U) != 0),
+          fuzzesTheCa(wholeChain && (bits & 0x02U) != 0),
+          signsAnew((bits & 0x04U) != 0),
+          required((bits & 0x08U) == 0),
+          allowsRevoked((bits & 0x10U) != 0),
+          validatesAlways((bits & 0x20U) != 0)
+    {}
+
+    Options options() const
+    {
+        return Options(
+            Options::AllowSelfSignedCertificate::No, Options::AllowExpiredCertificate::No,
+            allowsRevoked ? Options::AllowRevokedCertificate::Yes : Options::AllowRevokedCertificate::No,
+            wholeChain ? Options::CheckCRL::WholeChain : Options::CheckCRL::LeafOnly,
+            required ? Options::DownloadCRL::Required : Options::DownloadCRL::BestEffort);
+    }
+
+    bool wholeChain;
+    bool fuzzesTheCa;
+    /// Damage alone would never get past the signature.
+    bool signsAnew;
+    bool required;
+    bool allowsRevoked;
+    /// And not only with CRLs that are accepted: a whole validation takes ten times as long as a refusal.
+    bool validatesAlways;
+};
+
+Bytes goodCrlOf(test::CertificateAndKey const& issuer)
+{
+    return test::toDer(test::makeCrl(issuer, {}, [](test::CrlSpec& spec) {
+        spec.thisUpdate = startOfTime();
+        spec.nextUpdate = endOfTime();
+    }));
+}
+
+/// A level of the chain: a certificate, and the CRL that speaks of it.
+struct Level
+{
+    test::CertificateAndKey const* subject;
+    test::CertificateAndKey const* issuer;
+    Bytes const* answer;
+    CrlHandle crl = nullptr;
+};
+
+std::vector<Level> levelsOf(Question const& question)
+{
+    auto const& pki = fixedPki();
+    std::vector<Level> levels{{&pki.leaf, &pki.ca, &server().leafCrl}};
+    if (question.wholeChain) {
+        levels.push_back({&pki.ca, &pki.root, &server().caCrl});
+    }
+    return levels;
+}
+
+CrlHandle parse(Bytes const& answer)
+{
+    if (answer.empty()) {
+        return nullptr;
+    }
+    return CrlHandle(d2i_X509_CRL_bio(test::readerOf(answer).get(), nullptr), X509_CRL_free);
+}
+
+constexpr char const noTimeText[] = "Invalid time format used in the certificate.";
+
+/// Why the level's answer is not to be used; empty if it is.
+std::string faultOf(Level const& level)
+{
+    std::string const verification = "CRL Verification Error: ";
+    if (level.answer->empty()) {
+        return "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
+               "CRL Download Error: CRL HTTP data is empty\n\n";
+    }
+    if (level.crl == nullptr) {
+        return "CRL Download Error: Invalid Certificate Revocation List\n";
+    }
+    if (X509_CRL_verify(level.crl.get(), level.issuer->key.get()) != 1) {
+        return verification + "Failed to verify the Certificate Revocation List signature\n";
+    }
+    auto const* const nextUpdate = X509_CRL_get0_nextUpdate(level.crl.get());
+    if (nextUpdate == nullptr) {
+        return verification +
+               "Failed to retrieve the next update date from the Certificate Revocation List\n";
+    }
+    auto const order = ASN1_TIME_cmp_time_t(nextUpdate, std::time(nullptr));
+    if (order == -2) {
+        return noTimeText;
+    }
+    return order == 1 ? "" : verification + "Certificate Revocation List has expired\n";
+}
+
+/// What the clock decides from one second to the next has no witness.
+bool dependsOnTheSecond(CrlHandle const& crl)
+{
+    constexpr std::time_t margin = 10;
+    auto const now = std::time(nullptr);
+    auto const isNear = [&](ASN1_TIME const* time) {
+        return time != nullptr && ASN1_TIME_cmp_time_t(time, now - margin) == 1 &&
+               ASN1_TIME_cmp_time_t(time, now + margin) == -1;
+    };
+    return crl != nullptr &&
+           (isNear(X509_CRL_get0_nextUpdate(crl.get())) || isNear(X509_CRL_get0_lastUpdate(crl.get())));
+}
+
+/// OpenSSL's verdict, with the levels' CRLs if they are to be applied.
+int verdictOf(std::vector<Level> const& levels, unsigned long crlFlags)
+{
+    auto const& pki = fixedPki();
+    auto const store = own(X509_STORE_new());
+    test::require(X509_STORE_add_cert(store.get(), pki.root.certificate.get()));
+    for (auto const& level : levels) {
+        test::require(X509_STORE_add_crl(store.get(), level.crl.get()));
+    }
+    auto const untrusted = test::makeStack({pki.leaf.certificate, pki.ca.certificate});
+    auto const context = own(X509_STORE_CTX_new());
+    test::require(
+        X509_STORE_CTX_init(context.get(), store.get(), pki.leaf.certificate.get(), untrusted.get()));
+    X509_STORE_CTX_set_flags(
+        context.get(), crlFlags | X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
+                           X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
+    if (X509_verify_cert(context.get()) == 1) {
+        return X509_V_OK;
+    }
+    return X509_STORE_CTX_get_error(context.get());
+}
+
+struct Expectation
+{
+    /// Of the exception; empty if there is to be none.
+    std::string failure;
+    int verdict = X509_V_OK;
+};
+
+/// A fault makes a required CRL fail, and otherwise switches the check off. A date that cannot be read fails
+/// always.
+Expectation expectationFor(Question const& question, std::vector<Level> const& levels)
+{
+    for (auto const& level : levels) {
+        auto const fault = faultOf(level);
+        if (!fault.empty()) {
+            static int const verdictWithoutCrls = verdictOf({}, 0);
+            return {question.required || fault == noTimeText ? fault : "", verdictWithoutCrls};
+        }
+    }
+    unsigned long const flags = X509_V_FLAG_CRL_CHECK | (question.wholeChain ? X509_V_FLAG_CRL_CHECK_ALL : 0);
+    return {"", verdictOf(levels, question.allowsRevoked ? 0 : flags)};
+}
+
+/// What becomes of the one level, with a required CRL.
+void downloads(Level const& level, std::string const& fault)
+{
+    using namespace certificates;
+    static X509Certificate const leaf(fixedPki().leaf.der());
+    static X509Certificate const ca(fixedPki().ca.der());
+    auto const& subject = level.subject == &fixedPki().leaf ? leaf : ca;
+    auto store = makeX509_STORE(X509_STORE_new());
+    auto issuerKey = makeEVP_PKEY(X509_get_pubkey(level.issuer->certificate.get()));
+    X509CertificateImpl::CRLs crls;
+    std::string failure;
+    bool added = false;
+    try {
+        added = X509CertificateImpl().downloadCRL(
+            subject, store, crls, Options::DownloadCRL::Required, issuerKey);
+    } catch (X509CertificateException const& exception) {
+        failure = exception.what();
+    } catch (...) {
+        failOnException("A download failed with another type than the documented one");
+    }
+    clearErrorQueue();
+    require(failure == fault, "A CRL is refused for another reason, or taken");
+    require(
+        added == fault.empty() && crls.size() == (added ? 1U : 0U),
+        "A CRL is kept, or is not, against the verdict");
+}
+
+struct Outcome
+{
+    std::optional<Results> results;
+    std::string failure;
+};
+
+Outcome validate(Options const& options)
+{
+    using namespace certificates;
+    auto const& pki = fixedPki();
+    static X509Certificate const leaf(pki.leaf.der());
+    static X509CertificateChain const chain(pki.leaf.pem() + pki.ca.pem() + pki.root.pem());
+    static TrustStore const trustStore = [&] {
+        TrustStore store;
+        store.addCertificate(X509Certificate(pki.root.der()));
+        return store;
+    }();
+    Outcome outcome;
+    try {
+        outcome.results = leaf.validateCertificate(chain, options, trustStore);
+    } catch (X509CertificateException const& failure) {
+        outcome.failure = failure.what();
+    } catch (...) {
+        failOnException("A validation failed with another type than the documented one");
+    }
+    return outcome;
+}
+
+std::string asText(ASN1_TIME const* time)
+{
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    if (ASN1_TIME_print(bio.get(), time) != 1) {
+        return {};
+    }
+    auto const text = test::contentOf(bio);
+    return {text.begin(), text.end()};
+}
+
+/// Whether a CRL whose signature is good names the certificate of its level, with the date.
+bool names(std::vector<Level> const& levels, std::string const& date)
+{
+    for (auto const& level : levels) {
+        auto* const entries = X509_CRL_get_REVOKED(level.crl.get());
+        auto const* const serial = X509_get0_serialNumber(level.subject->certificate.get());
+        for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
+            auto const* const entry = sk_X509_REVOKED_value(entries, index);
+            if (ASN1_INTEGER_cmp(X509_REVOKED_get0_serialNumber(entry), serial) == 0 &&
+                asText(X509_REVOKED_get0_revocationDate(entry)) == date) {
+                return X509_CRL_verify(level.crl.get(), level.issuer->key.get()) == 1;
+            }
+        }
+    }
+    return false;
+}
+
+void describesRevocation(Outcome const& outcome, std::vector<Level> const& levels)
+{
+    using RevocationStatus = certificates::CertificateRevocationResults::RevocationStatus;
+    if (!outcome.results) {
+        require(
+            outcome.failure == "Error: printing the ASN1 time failed." && names(levels, ""),
+            "A revocation cannot be described for another reason than its date");
+        return;
+    }
+    auto const revocation = outcome.results->getCertificateRevocationResults();
+    require(outcome.results->getCertificateChainStatus() == Status::Revoked, "A revocation is not told");
+    require(revocation.getRevocationStatus() == RevocationStatus::Revoked, "A revocation is not described");
+    require(
+        names(levels, revocation.getRevocationDateString()),
+        "No CRL with a good signature names the certificate that is called revoked");
+}
+
+/// The verdict's text tells OpenSSL's code.
+void saysWhatOpenSSLSays(Results const& results, int verdict)
+{
+    bool const isValid = verdict == X509_V_OK;
+    require(
+        (results.getCertificateChainStatus() == Status::Valid) == isValid,
+        "The verdict is not the one of OpenSSL");
+    require(
+        results.getCertificateChainStatus() != Status::Revoked,
+        "A certificate is called revoked that OpenSSL does not call so");
+    require(results.getRootCertificate().has_value() == isValid, "A root comes with validity alone");
+    auto const code = "Error code " + std::to_string(verdict) + " ";
+    auto const text = results.getValidationErrorString();
+    require(
+        isValid ? text.empty() : text.find(code) != std::string::npos,
+        "The failure is not the one of OpenSSL");
+}
+
+void judges(Question const& question, Bytes const& crl)
+{
+    static Bytes const goodLeafCrl = goodCrlOf(fixedPki().ca);
+    static Bytes const goodCaCrl = goodCrlOf(fixedPki().root);
+    auto const& issuer = question.fuzzesTheCa ? fixedPki().root : fixedPki().ca;
+    auto const& answer = question.signsAnew ? crlInNewEnvelope(crl, issuer.key) : crl;
+    server() = question.fuzzesTheCa ? Server{goodLeafCrl, answer} : Server{answer, goodCaCrl};
+
+    auto levels = levelsOf(question);
+    for (auto& level : levels) {
+        level.crl = parse(*level.answer);
+        if (dependsOnTheSecond(level.crl)) {
+            return;
+        }
+    }
+    auto const& fuzzed = question.fuzzesTheCa ? levels.back() : levels.front();
+    auto const fault = faultOf(fuzzed);
+    downloads(fuzzed, fault);
+    if (!fault.empty() && !question.validatesAlways) {
+        return;
+    }
+    auto const expectation = expectationFor(question, levels);
+    clearErrorQueue();
+    auto const outcome = validate(question.options());
+    if (!expectation.failure.empty()) {
+        require(outcome.failure == expectation.failure, "A CRL is refused for another reason, or taken");
+    } else if (expectation.verdict == X509_V_ERR_CERT_REVOKED) {
+        describesRevocation(outcome, levels);
+    } else {
+        require(outcome.results.has_value(), "A validation failed that is to have a verdict");
+        saysWhatOpenSSLSays(*outcome.results, expectation.verdict);
+    }
+    clearErrorQueue();
+}
+
+/// The CRL passes through a file on its way: best in memory.
+bool keepTemporaryFilesInMemory()
+{
+    return setenv("TMPDIR", "/dev/shm", 0) == 0;
+}
+
+} // namespace
+
+} // namespace foundation::fuzz
+
+/// In place of the library's own, which would connect: the linker takes what the program itself defines.
+std::string foundation::certificates::fetchOverHttp(std::string const& /*host*/, std::string const& path)
+{
+    auto const& answer = path == fuzz::leafCrlPath ? fuzz::server().leafCrl : fuzz::server().caCrl;
+    return {answer.begin(), answer.end()};
+}
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    static bool const inMemory = foundation::fuzz::keepTemporaryFilesInMemory();
+    foundation::fuzz::require(inMemory, "The place of temporary files cannot be chosen");
+    if (size == 0) {
+        return 0;
+    }
+    foundation::fuzz::judges(
+        foundation::fuzz::Question(data[size - 1]), foundation::test::Bytes(data, data + size - 1));
+    return 0;
+}
