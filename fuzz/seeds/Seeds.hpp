@@ -18,6 +18,7 @@ Seeds crlSeeds();
 Seeds distributionPointsSeeds();
 Seeds encodingsSeeds();
 Seeds httpSeeds();
+Seeds pkcs7Seeds();
 Seeds trustStoreSeeds();
 
 /// Certificates in DER that differ in keys, names, times, serial numbers and extensions, damaged ones among

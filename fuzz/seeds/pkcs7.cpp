@@ -1,0 +1,130 @@
+#include "seeds/Seeds.hpp"
+
+#include "support/Der.hpp"
+#include "support/FixedPki.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestKeys.hpp"
+#include "support/Text.hpp"
+
+#include <openssl/objects.h>
+
+namespace foundation::fuzz {
+
+namespace {
+
+using test::Bytes;
+using test::Pkcs7Handle;
+using test::SignedDataSpec;
+
+constexpr unsigned char nothingKnown = 0;
+constexpr unsigned char trustsStranger = 1;
+constexpr unsigned char knowsCa = 2;
+
+Bytes seed(unsigned char bits, Bytes const& signedData, std::string const& detachedContent = "")
+{
+    Bytes const parameters{static_cast<unsigned char>(detachedContent.size()), bits};
+    return test::joined({signedData, test::asBytes(detachedContent), parameters});
+}
+
+Bytes seed(unsigned char bits, Pkcs7Handle const& signedData, std::string const& detachedContent = "")
+{
+    return seed(bits, test::toDer(signedData), detachedContent);
+}
+
+SignedDataSpec signedByLeaf()
+{
+    SignedDataSpec spec;
+    spec.content = "content";
+    spec.signers = {fixedPki().leaf};
+    spec.furtherCertificates = {fixedPki().ca.certificate};
+    return spec;
+}
+
+template <typename Mutation>
+Pkcs7Handle mutated(Mutation const& mutate)
+{
+    auto spec = signedByLeaf();
+    mutate(spec);
+    return test::makeSignedData(spec);
+}
+
+test::CertificateAndKey rsaSigner()
+{
+    return test::makeLeaf(fixedPki().ca, "rsa", [](test::CertificateSpec& spec) {
+        fixed("rsa", "5")(spec);
+        spec.key = test::rsaKey();
+    });
+}
+
+Seeds soundOnes()
+{
+    auto const good = test::makeSignedData(signedByLeaf());
+    auto const lonely = mutated([](SignedDataSpec& spec) { spec.furtherCertificates.clear(); });
+    auto const rsa = mutated([](SignedDataSpec& spec) { spec.signers = {rsaSigner()}; });
+    auto const plain = mutated([](SignedDataSpec& spec) { spec.withoutAttributes = true; });
+    auto const byTwo = mutated([](SignedDataSpec& spec) {
+        spec.signers = {fixedPki().leaf, fixedPki().ca};
+        spec.furtherCertificates.clear();
+    });
+    auto const detached = mutated([](SignedDataSpec& spec) { spec.detached = true; });
+    return {
+        {"good", seed(nothingKnown, good)},
+        {"good_pem", seed(nothingKnown, test::asBytes(test::toPem(good)))},
+        {"text_before_pem", seed(nothingKnown, test::asBytes("text\n" + test::toPem(good)))},
+        {"rsa", seed(nothingKnown, rsa)},
+        {"ca_is_known", seed(knowsCa, lonely)},
+        {"ca_is_unknown", seed(nothingKnown, lonely)},
+        {"stranger_is_trusted", seed(trustsStranger, good)},
+        {"without_attributes", seed(nothingKnown, plain)},
+        {"two_signers", seed(nothingKnown, byTwo)},
+        {"detached", seed(nothingKnown, detached, "content")},
+        {"detached_without_content", seed(nothingKnown, detached)},
+        {"content_inside_and_beside", seed(knowsCa, good, "content")},
+    };
+}
+
+Seeds brokenOnes()
+{
+    auto const good = test::makeSignedData(signedByLeaf());
+    auto const withoutCertificates = mutated([](SignedDataSpec& spec) {
+        spec.withoutCertificates = true;
+        spec.furtherCertificates.clear();
+    });
+    auto const withoutSigners = mutated([](SignedDataSpec& spec) { spec.signers.clear(); });
+    return {
+        {"without_certificates", seed(nothingKnown, withoutCertificates)},
+        {"without_signers", seed(nothingKnown, withoutSigners)},
+        {"tampered", seed(nothingKnown, test::withTamperedContent(good))},
+        {"damaged_signature", seed(nothingKnown, test::withDamagedSignature(good))},
+        {"other_content", seed(nothingKnown, good, "another")},
+        {"not_pem", seed(nothingKnown, test::asBytes("-----BEGIN PKCS7-----\nAAAA\n-----END PKCS7-----\n"))},
+        {"certificate", seed(nothingKnown, fixedPki().leaf.der())},
+        {"empty", seed(nothingKnown, Bytes())},
+    };
+}
+
+Seeds otherTypes()
+{
+    auto const recipient = rsaSigner();
+    auto const enveloped = test::makeSignedAndEnvelopedData("content", fixedPki().leaf, recipient);
+    return {
+        {"plain_data", seed(nothingKnown, test::makePlainData("content"))},
+        {"digested", seed(nothingKnown, test::makeDigestedData("content"))},
+        {"encrypted", seed(nothingKnown, test::makeEncryptedData())},
+        {"enveloped", seed(nothingKnown, test::makeEnvelopedData("content", recipient))},
+        {"signed_and_enveloped", seed(nothingKnown, enveloped)},
+        {"signed_without_body", seed(nothingKnown, test::contentInfoWithoutContent(NID_pkcs7_signed))},
+    };
+}
+
+} // namespace
+
+Seeds pkcs7Seeds()
+{
+    Seeds seeds = soundOnes();
+    seeds.merge(brokenOnes());
+    seeds.merge(otherTypes());
+    return seeds;
+}
+
+} // namespace foundation::fuzz
