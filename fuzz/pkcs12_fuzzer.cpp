@@ -1,0 +1,270 @@
+#include "support/KeyDerivationCost.hpp"
+#include "support/Properties.hpp"
+#include "support/TestBundles.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/KeyInfo.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+// PKCS#12 bundles: opening them and taking out what they hold. The input is a bundle, its passphrase, a byte
+// with the length of that, and a byte that says whether the bundle gets a new MAC.
+
+namespace foundation::fuzz {
+
+namespace {
+
+using certificates::ByteArray;
+using certificates::KeyType;
+using certificates::PKCS12Certificate;
+using certificates::PrivateKeyInfo;
+using certificates::X509Certificate;
+using test::own;
+using test::Pkcs12Handle;
+
+/// What bare OpenSSL takes out of a bundle.
+struct Contents
+{
+    test::KeyHandle key;
+    test::X509Handle certificate;
+    test::X509StackHandle others;
+};
+
+Pkcs12Handle parse(ByteArray const& data)
+{
+    return Pkcs12Handle(d2i_PKCS12_bio(test::readerOf(data).get(), nullptr), PKCS12_free);
+}
+
+bool fits(Pkcs12Handle const& bundle, std::string const& passphrase)
+{
+    return PKCS12_verify_mac(bundle.get(), passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
+}
+
+std::optional<Contents> contentsOf(Pkcs12Handle const& bundle, std::string const& passphrase)
+{
+    EVP_PKEY* key = nullptr;
+    X509* certificate = nullptr;
+    STACK_OF(X509)* others = nullptr;
+    int const result = PKCS12_parse(bundle.get(), passphrase.c_str(), &key, &certificate, &others);
+    Contents contents{
+        test::KeyHandle(key, EVP_PKEY_free), test::X509Handle(certificate, X509_free),
+        test::X509StackHandle(others, [](STACK_OF(X509) * stack) { sk_X509_pop_free(stack, X509_free); })};
+    clearErrorQueue();
+    return result == 0 ? std::nullopt : std::make_optional(contents);
+}
+
+/// The bundle with a MAC that fits the passphrase: damage alone would never get past the MAC.
+ByteArray withNewMac(ByteArray const& data, std::string const& passphrase)
+{
+    auto const bundle = parse(data);
+    unsigned char salt[] = {1, 2, 3, 4, 5, 6, 7, 8};
+    bool const set =
+        bundle != nullptr && PKCS12_set_mac(
+                                 bundle.get(), passphrase.data(), static_cast<int>(passphrase.size()), salt,
+                                 sizeof salt, 1, EVP_sha256()) == 1;
+    clearErrorQueue();
+    return set ? test::toDer(bundle) : data;
+}
+
+bool takesLong(ByteArray const& data, std::string const& passphrase)
+{
+    constexpr long long limit = 5000;
+    auto const bundle = parse(data);
+    bool const isLong = bundle != nullptr && keyDerivationRounds(bundle, passphrase) > limit;
+    clearErrorQueue();
+    return isLong;
+}
+
+/// The stages of opening a bundle, in the words of their failures.
+bool beginsWith(std::string const& text, char const* beginning)
+{
+    return text.rfind(beginning, 0) == 0;
+}
+
+/// A failure names the stage at which bare OpenSSL fails, too.
+void isRefusedRightly(ByteArray const& data, std::string const& passphrase)
+{
+    std::string failure;
+    bool incorrect = false;
+    try {
+        PKCS12Certificate const refused(data, passphrase);
+    } catch (certificates::IncorrectPassphrase const&) {
+        incorrect = true;
+    } catch (certificates::CertificateException const& exception) {
+        failure = exception.what();
+    }
+    clearErrorQueue();
+    auto const bundle = parse(data);
+    bool const parses = bundle != nullptr && ERR_peek_error() == 0;
+    require(
+        data.empty() || parses != beginsWith(failure, "Error: Loading PKSC12 certificate failed. Reason="),
+        "A failure names another stage than parsing, or names it falsely");
+    if (parses) {
+        bool const opens = fits(bundle, passphrase);
+        require(incorrect != opens, "Passphrases are not told apart as OpenSSL does it");
+        require(
+            !opens || contentsOf(bundle, passphrase).has_value() !=
+                          beginsWith(failure, "Error: Parsing PKSC12 certificate failed."),
+            "A failure names another stage than decryption, or names it falsely");
+    }
+    clearErrorQueue();
+}
+
+/// Equality, which refuses bundles without a certificate; these are compared part by part.
+bool areEqual(PKCS12Certificate const& left, PKCS12Certificate const& right)
+{
+    if (!left.getCertificate().empty() && !right.getCertificate().empty()) {
+        return left == right && !(left != right);
+    }
+    bool equal = false;
+    require(!succeeds([&] { equal = left == right; }), "Bundles without a certificate are compared");
+    return left.getCertificate().empty() && right.getCertificate().empty() &&
+           left.getCAChain() == right.getCAChain() && left.getPrivateKeyInfo() == right.getPrivateKeyInfo();
+}
+
+std::optional<PKCS12Certificate> open(ByteArray const& data, std::string const& passphrase)
+{
+    std::string const text(data.begin(), data.end());
+    std::istringstream stream(text);
+    std::optional<PKCS12Certificate> bundle;
+    if (!loads([&] { bundle.emplace(data, passphrase); })) {
+        require(
+            !loads([&] { PKCS12Certificate refused(stream, passphrase); }),
+            "A stream opens where its bytes do not");
+        return std::nullopt;
+    }
+    mustSucceed("What opens from bytes is to open from a stream", [&] {
+        require(
+            areEqual(PKCS12Certificate(stream, passphrase), *bundle), "Opened from a stream, it is another");
+    });
+    return bundle;
+}
+
+void roundTrips(PKCS12Certificate const& bundle, std::string const& passphrase)
+{
+    require(!bundle.empty(), "What was opened is empty");
+    auto const bytes = bundle.getAsBytes();
+    mustSucceed("What was written is to open with the same passphrase", [&] {
+        PKCS12Certificate const again(bytes, passphrase);
+        require(areEqual(again, bundle), "Written and opened, it is another");
+        require(again.getAsBytes() == bytes, "Written a second time, it is another");
+    });
+}
+
+void copiesAreEqual(PKCS12Certificate const& bundle)
+{
+    PKCS12Certificate copy(bundle);
+    require(areEqual(copy, bundle), "A copy differs");
+    PKCS12Certificate const moved(std::move(copy));
+    require(areEqual(moved, bundle), "It was not moved");
+    std::ostringstream report;
+    succeeds([&] { report << bundle; });
+    clearErrorQueue();
+}
+
+void holdsTheCertificates(PKCS12Certificate const& bundle, Contents const& contents)
+{
+    auto const certificate = bundle.getCertificate();
+    require(certificate.empty() == (contents.certificate == nullptr), "The certificate came from nowhere");
+    if (contents.certificate != nullptr) {
+        require(
+            certificate == X509Certificate(test::toDer(contents.certificate)),
+            "The certificate is not the one that OpenSSL finds");
+    }
+    auto const chain = bundle.getCAChain().getCertificates();
+    require(
+        static_cast<int>(chain.size()) == std::max(0, sk_X509_num(contents.others.get())),
+        "The other certificates are miscounted");
+    for (int index = 0; index < static_cast<int>(chain.size()); ++index) {
+        auto const expected = test::toDer(test::share(sk_X509_value(contents.others.get(), index)));
+        require(
+            chain[static_cast<std::size_t>(index)] == X509Certificate(expected),
+            "One of the other certificates is not the one that OpenSSL finds");
+    }
+}
+
+ByteArray privateNumberOf(test::KeyHandle const& key, char const* parameter)
+{
+    BIGNUM* number = nullptr;
+    test::require(EVP_PKEY_get_bn_param(key.get(), parameter, &number));
+    auto const owner = own(number);
+    ByteArray bytes(static_cast<std::size_t>(BN_num_bytes(number)));
+    BN_bn2bin(number, bytes.data());
+    return bytes;
+}
+
+void holdsTheKey(PKCS12Certificate const& bundle, Contents const& contents)
+{
+    auto const key = bundle.getPrivateKeyInfo();
+    require(key.has_value() == (contents.key != nullptr), "The key came from nowhere");
+    ByteArray exponent;
+    bool const given = succeeds([&] { exponent = bundle.getPrivateExponent(); });
+    require(given == (!key || key->getType() == KeyType::RSA), "An exponent is for RSA keys");
+    if (!key) {
+        require(exponent.empty(), "There is an exponent without a key");
+    } else if (key->getType() == KeyType::RSA) {
+        require(
+            exponent == privateNumberOf(contents.key, OSSL_PKEY_PARAM_RSA_D) &&
+                exponent == key->getRSAPrivateExponent(),
+            "The exponent is not the one that OpenSSL finds");
+    }
+    clearErrorQueue();
+}
+
+void isSound(ByteArray data, std::string const& passphrase, bool getsNewMac)
+{
+    if (data.empty()) {
+        require(!succeeds([&] { PKCS12Certificate refused(data, passphrase); }), "Nothing opens");
+        clearErrorQueue();
+        return;
+    }
+    if (getsNewMac) {
+        data = withNewMac(data, passphrase);
+    }
+    if (takesLong(data, passphrase)) {
+        return;
+    }
+    auto const bundle = open(data, passphrase);
+    if (!bundle) {
+        isRefusedRightly(data, passphrase);
+        return;
+    }
+    roundTrips(*bundle, passphrase);
+    copiesAreEqual(*bundle);
+    auto const contents = contentsOf(parse(data), passphrase);
+    require(contents.has_value(), "A bundle opens that OpenSSL does not open");
+    holdsTheCertificates(*bundle, *contents);
+    holdsTheKey(*bundle, *contents);
+}
+
+} // namespace
+
+} // namespace foundation::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    using foundation::certificates::ByteArray;
+    if (size < 2) {
+        return 0;
+    }
+    constexpr std::size_t longestPassphrase = 63;
+    auto const* const parameters = data + size - 2;
+    auto const length = std::min<std::size_t>(parameters[0] & longestPassphrase, size - 2);
+    std::string const passphrase(parameters - length, parameters);
+    foundation::fuzz::isSound(ByteArray(data, parameters - length), passphrase, (parameters[1] & 1U) != 0);
+    return 0;
+}
