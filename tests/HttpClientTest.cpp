@@ -280,11 +280,16 @@ TEST_F(HttpClient, FailsForAHostThatIsNoName)
         std::string(200000, '.'),
         "[127.0.0.2]",
         "a b",
+        "127.0.0.2\0"s,
+        "127.0.0.2\0.example"s,
+        "\0"s,
     };
+    ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
     for (auto const& host : hosts) {
         EXPECT_THROWS_WITH_PREFIX(
             X509CertificateException, "CRL Download Error: Unable to connect: ", fetchOverHttp(host, "/"));
     }
+    EXPECT_EQ(server.numConnections(), 0u);
 }
 
 TEST_F(HttpClient, DoesNotFollowARedirect)

@@ -2,7 +2,9 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
+#include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/system/error_code.hpp>
 
 #include <chrono>
 #include <istream>
@@ -18,6 +20,19 @@ namespace {
 constexpr std::chrono::seconds exchangeTimeLimit(60);
 constexpr unsigned int statusOk = 200;
 constexpr std::string_view versionPrefix = "HTTP/";
+
+[[noreturn]] void failToConnect(boost::system::error_code const& reason)
+{
+    throw X509CertificateException("CRL Download Error: Unable to connect: " + reason.message() + "\n");
+}
+
+/// The system looks names up to their first zero character: what stands in front of it is another host.
+void throwIfNoName(std::string const& host)
+{
+    if (host.find('\0') != std::string::npos) {
+        failToConnect(boost::asio::error::host_not_found);
+    }
+}
 
 void sendRequest(std::ostream& connection, std::string const& host, std::string const& path)
 {
@@ -76,13 +91,13 @@ std::string exchangeOverHttp(std::iostream& connection, std::string const& host,
 
 std::string fetchOverHttp(std::string const& host, std::string const& path)
 {
+    throwIfNoName(host);
     boost::asio::ip::tcp::iostream connection(host, "http");
     // An absolute point in time and not a limit for each read, so that a slow server cannot hold the caller
     // for long.
     connection.expires_after(exchangeTimeLimit);
     if (!connection) {
-        throw X509CertificateException(
-            "CRL Download Error: Unable to connect: " + connection.error().message() + "\n");
+        failToConnect(connection.error());
     }
     return exchangeOverHttp(connection, host, path);
 }
