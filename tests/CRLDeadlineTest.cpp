@@ -4,6 +4,7 @@
 #include "support/ScriptedServer.hpp"
 #include "support/TestCrl.hpp"
 #include "support/TestPki.hpp"
+#include "support/Verifying.hpp"
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,7 @@ protected:
     };
 
     CertificateAndKey const root = makeRoot("root");
+    TrustStore const trustStore = storeOf({root});
 
     static std::future<Outcome> start(std::function<std::string()> operation)
     {
@@ -70,6 +72,36 @@ protected:
         });
     }
 
+    /// The whole validation of a leaf whose CRL is there; "verdict" and its number, or the text of the
+    /// exception.
+    std::future<Outcome> startValidation(std::string const& host, DownloadCRL mode) const
+    {
+        auto const leaf = makeLeaf(root, "leaf", [&](CertificateSpec& spec) {
+            spec.setDistributionPoints({"http://" + host + "/root.crl"});
+            spec.serialNumber = "77";
+        });
+        return start([this, leaf, mode] {
+            try {
+                auto const results = load(leaf).validateCertificate(
+                    X509CertificateChain(), optionsWith({}, Options::CheckCRL::WholeChain, mode), trustStore);
+                return "verdict " + std::to_string(static_cast<int>(results.getCertificateChainStatus()));
+            } catch (X509CertificateException const& failure) {
+                return std::string(failure.what());
+            }
+        });
+    }
+
+    /// The piece again and again, for longer than an exchange lasts.
+    static Script endlessly(std::string const& head, std::string const& piece)
+    {
+        Script script{readRequest(), send(head)};
+        for (int time = 0; time < 800; ++time) {
+            script.push_back(send(piece));
+            script.push_back(wait(100ms));
+        }
+        return script;
+    }
+
     static Outcome outcomeAfterAMinute(std::future<Outcome>& pending)
     {
         auto outcome = pending.get();
@@ -82,7 +114,7 @@ protected:
 TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
 {
     std::string const head = "HTTP/1.0 200 OK\r\n\r\n";
-    auto const der = toDer(makeCrl(root));
+    auto const der = toDer(makeCrl(root, {{"77"}}));
     std::string const crl(der.begin(), der.end());
     std::string const endless(1000, '.');
     ScriptedServer const silent("127.0.0.2", 80, {{waitForPeer()}});
@@ -96,6 +128,12 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
         "127.0.0.7", 80, {{readRequest(), send(head + crl.substr(0, crl.size() / 2)), waitForPeer()}});
     ScriptedServer const silentToDownload("127.0.0.8", 80, {{waitForPeer()}});
 
+    ScriptedServer const manyHeaders(
+        "127.0.0.9", 80, {endlessly("HTTP/1.0 200 OK\r\n", "X-Header: " + endless + "\r\n")});
+    ScriptedServer const hugeBody("127.0.0.10", 80, {endlessly(head + crl, std::string(1 << 14, '\0'))});
+    ScriptedServer const noise("127.0.0.11", 80, {endlessly(head, std::string(1 << 14, 'x'))});
+    ScriptedServer const drip("127.0.0.12", 80, {{readRequest(), send(head), sendByteByByte(crl, 1s)}});
+
     auto fromSilent = startFetch("127.0.0.2");
     auto fromSlowHead = startFetch("127.0.0.3");
     auto fromEndlessHeaders = startFetch("127.0.0.4");
@@ -103,6 +141,13 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
     auto fromKeptOpen = startDownload("127.0.0.6");
     auto fromCutShort = startDownload("127.0.0.7");
     auto fromSilentToDownload = startDownload("127.0.0.8");
+
+    auto fromManyHeaders = startValidation("127.0.0.9", DownloadCRL::Required);
+    auto fromManyHeadersIfPossible = startValidation("127.0.0.9", DownloadCRL::BestEffort);
+    auto fromHugeBody = startValidation("127.0.0.10", DownloadCRL::Required);
+    auto fromNoise = startValidation("127.0.0.11", DownloadCRL::Required);
+    auto fromNoiseIfPossible = startValidation("127.0.0.11", DownloadCRL::BestEffort);
+    auto fromDrip = startValidation("127.0.0.12", DownloadCRL::Required);
 
     EXPECT_EQ(outcomeAfterAMinute(fromSilent).result, "");
     EXPECT_EQ(outcomeAfterAMinute(fromSlowHead).result, "");
@@ -122,6 +167,19 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
         outcomeAfterAMinute(fromSilentToDownload).result,
         "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
         "CRL Download Error: CRL HTTP data is empty\n\n");
+
+    EXPECT_EQ(
+        outcomeAfterAMinute(fromManyHeaders).result,
+        "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
+        "CRL Download Error: CRL HTTP data is empty\n\n");
+    EXPECT_EQ(outcomeAfterAMinute(fromManyHeadersIfPossible).result, "verdict 0");
+    // The CRL stands at the body's beginning, and what follows it does not matter.
+    EXPECT_EQ(outcomeAfterAMinute(fromHugeBody).result, "verdict 4");
+    EXPECT_EQ(
+        outcomeAfterAMinute(fromNoise).result, "CRL Download Error: Invalid Certificate Revocation List\n");
+    EXPECT_EQ(outcomeAfterAMinute(fromNoiseIfPossible).result, "verdict 0");
+    EXPECT_EQ(
+        outcomeAfterAMinute(fromDrip).result, "CRL Download Error: Invalid Certificate Revocation List\n");
 }
 
 } // namespace

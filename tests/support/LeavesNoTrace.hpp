@@ -4,10 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,7 +43,7 @@ private:
 };
 
 /// Gives each test a temporary directory of its own, and expects at its end that nothing is left in it and
-/// that no more file descriptors are open than at its start.
+/// that the same files are open as at its start.
 class LeavesNoTrace : public testing::Test
 {
 protected:
@@ -68,16 +67,20 @@ protected:
         return files;
     }
 
-    static std::size_t openDescriptors()
+    /// What each open file descriptor stands for.
+    static std::map<std::string, std::string> openDescriptors()
     {
-        std::filesystem::directory_iterator const descriptors("/proc/self/fd");
-        return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+        std::map<std::string, std::string> targets;
+        for (auto const& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            targets[entry.path().filename().string()] = std::filesystem::read_symlink(entry.path()).string();
+        }
+        return targets;
     }
 
 private:
     TemporaryFolder folder;
     ScopedVariable temporaryDirectory;
-    std::size_t descriptorsAtStart = 0;
+    std::map<std::string, std::string> descriptorsAtStart;
 };
 
 } // namespace foundation::test
