@@ -1,0 +1,264 @@
+#include "support/EncryptedPem.hpp"
+#include "support/Loading.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/ReadOperations.hpp"
+#include "support/SelfSigned.hpp"
+#include "support/TestBundles.hpp"
+#include "support/Text.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+// OpenSSL keeps a queue of errors for each thread, and a caller may leave anything in it. No operation takes
+// what stands there for an error of its own, unless its documentation says so.
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+/// Reasons that the library's own decisions look at, and one that it does not know.
+std::vector<std::pair<int, int>> const& foreignReasons()
+{
+    static std::vector<std::pair<int, int>> const reasons{
+        {ERR_LIB_BN, 103},    // div by zero
+        {ERR_LIB_PEM, 108},   // no start line
+        {ERR_LIB_ASN1, 168},  // wrong tag
+        {ERR_LIB_X509, 101},  // certificate already in hash table
+        {ERR_LIB_PKCS7, 117}, // certificate verify error
+        {ERR_LIB_SYS, 2},
+    };
+    return reasons;
+}
+
+std::vector<unsigned long> queueForeignErrors()
+{
+    std::vector<unsigned long> codes;
+    for (auto const& [library, reason] : foreignReasons()) {
+        ERR_raise(library, reason);
+        codes.push_back(ERR_peek_last_error());
+    }
+    return codes;
+}
+
+/// What comes of an operation: its answer, or the failure.
+template <typename Work>
+std::string outcomeOf(Work const& work)
+{
+    try {
+        return work();
+    } catch (std::exception const& failure) {
+        return std::string(typeid(failure).name()) + ": " + failure.what();
+    }
+}
+
+TEST(ErrorQueue, OfTheCallerChangesNoAnswerAndIsTreatedAsDocumented)
+{
+    auto const objects = makeObjects();
+    for (auto const& operation : readOperations()) {
+        SCOPED_TRACE(operation.name);
+        CleanErrorQueue const clean;
+        auto const answer = outcomeOf([&] { return operation.answer(objects); });
+        EXPECT_TRUE(queueIsEmpty());
+
+        auto foreign = queueForeignErrors();
+        EXPECT_EQ(outcomeOf([&] { return operation.answer(objects); }), answer);
+        if (operation.foreignErrors == ForeignErrors::Go) {
+            foreign.clear();
+        }
+        EXPECT_EQ(drainErrorQueue(), foreign);
+    }
+}
+
+TEST(ErrorQueue, OfTheCallerChangesNoFailure)
+{
+    Objects const empty{};
+    for (auto const& operation : readOperations()) {
+        // This one takes the oldest entry for its reason where it fails, as is documented.
+        if (endsWith(operation.name, "verifySignature")) {
+            continue;
+        }
+        SCOPED_TRACE(operation.name);
+        CleanErrorQueue const clean;
+        auto const outcome = outcomeOf([&] { return operation.answer(empty); });
+        drainErrorQueue();
+        queueForeignErrors();
+        EXPECT_EQ(outcomeOf([&] { return operation.answer(empty); }), outcome);
+    }
+}
+
+// Operations that make an object or change one
+
+/// What becomes of the caller's entries.
+enum class Queue
+{
+    Kept,
+    Emptied
+};
+
+struct Making
+{
+    std::string name;
+    std::function<std::string()> run;
+    Queue afterwards;
+};
+
+class MakingOfObjects : public testing::Test
+{
+protected:
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const leaf = makeLeaf(root, "leaf");
+    Bytes const signedData = toDer(makeSignedData("content", leaf));
+    Bytes const bundle = toDer(makePkcs12(leaf, "secret"));
+    std::string const pemBundle = toPemBundle({leaf, root});
+
+    template <typename Object, typename... Input>
+    static std::function<std::string()> load(Input const&... input)
+    {
+        return [=] {
+            Object const object(input...);
+            return std::string(object.empty() ? "empty" : "loaded");
+        };
+    }
+
+    std::vector<Making> loads() const
+    {
+        auto const garbage = asBytes("garbage");
+        std::string const noBlock = "-----BEGIN CERTIFICATE-----";
+        auto half = leaf.der();
+        half.resize(half.size() / 2);
+        return {
+            {"certificate of DER", load<X509Certificate>(leaf.der()), Queue::Emptied},
+            {"certificate of PEM", load<X509Certificate>(leaf.pem()), Queue::Emptied},
+            {"certificate of garbage", load<X509Certificate>(garbage), Queue::Emptied},
+            {"certificate of half a certificate", load<X509Certificate>(half), Queue::Emptied},
+            {"certificate of PEM without a block", load<X509Certificate>(noBlock), Queue::Emptied},
+            {"certificate of an encrypted block", load<X509Certificate>(toEncryptedPem(leaf.certificate)),
+             Queue::Emptied},
+            {"certificate of nothing", load<X509Certificate>(Bytes()), Queue::Kept},
+            {"chain", load<X509CertificateChain>(pemBundle), Queue::Emptied},
+            {"chain of garbage", load<X509CertificateChain>(std::string("garbage")), Queue::Emptied},
+            {"chain of nothing", load<X509CertificateChain>(std::string()), Queue::Kept},
+            {"signed data", load<PKCS7Certificate>(signedData), Queue::Emptied},
+            {"signed data of garbage", load<PKCS7Certificate>(garbage), Queue::Emptied},
+            {"signed data of nothing", load<PKCS7Certificate>(Bytes()), Queue::Kept},
+            {"bundle", load<PKCS12Certificate>(bundle, std::string("secret")), Queue::Emptied},
+            {"bundle with a wrong passphrase", load<PKCS12Certificate>(bundle, std::string("wrong")),
+             Queue::Emptied},
+            {"bundle of garbage", load<PKCS12Certificate>(garbage, std::string("secret")), Queue::Emptied},
+            {"bundle of nothing", load<PKCS12Certificate>(Bytes(), std::string("secret")), Queue::Kept},
+        };
+    }
+
+    std::vector<Making> changes() const
+    {
+        X509Certificate const certificate(root.der());
+        return {
+            {"chain.addCertificate",
+             [certificate] {
+                 X509CertificateChain chain;
+                 chain.addCertificate(certificate);
+                 return chain.getAsString();
+             },
+             Queue::Kept},
+            {"chain.popLeafCertificate",
+             [chain = chainOf({root, leaf})] {
+                 auto copy = chain;
+                 return copy.popLeafCertificate().getSubjectName();
+             },
+             Queue::Kept},
+            {"store.addCertificate, twice",
+             [certificate] {
+                 TrustStore store;
+                 store.addCertificate(certificate);
+                 store.addCertificate(certificate);
+                 return std::to_string(store.size());
+             },
+             Queue::Kept},
+            {"store.addCertificates",
+             [chain = chainOf({root, leaf})] {
+                 TrustStore store;
+                 store.addCertificates(chain);
+                 return std::to_string(store.size());
+             },
+             Queue::Kept},
+            {"store.addSystemCertificates",
+             [] {
+                 TrustStore store;
+                 store.addSystemCertificates(TrustStore::Usage::ServerAuthentication);
+                 return std::to_string(store.size());
+             },
+             Queue::Kept},
+            {"signedData.addCertificate",
+             [certificate] {
+                 PKCS7Certificate data;
+                 data.addCertificate(certificate);
+                 return std::to_string(data.getNumCertificates());
+             },
+             Queue::Kept},
+            // The certificate that was made is loaded at the end.
+            {"builder.build", [] { return built(fastBuilder()) == nullptr ? "null" : "built"; },
+             Queue::Emptied},
+            {"builder.buildAndGetKeyBytesInPKCS12",
+             [] { return fastBuilder().buildAndGetKeyBytesInPKCS12().second.empty() ? "empty" : "built"; },
+             Queue::Emptied},
+        };
+    }
+
+    static void expectNotMisled(std::vector<Making> const& makings)
+    {
+        for (auto const& making : makings) {
+            SCOPED_TRACE(making.name);
+            CleanErrorQueue const clean;
+            auto const outcome = outcomeOf(making.run);
+            EXPECT_TRUE(queueIsEmpty());
+
+            auto const foreign = queueForeignErrors();
+            EXPECT_EQ(outcomeOf(making.run), outcome);
+            EXPECT_EQ(
+                drainErrorQueue(), making.afterwards == Queue::Kept ? foreign : std::vector<unsigned long>());
+        }
+    }
+};
+
+TEST_F(MakingOfObjects, IsNotMisledByForeignErrors)
+{
+    expectNotMisled(loads());
+    expectNotMisled(changes());
+}
+
+// Verdicts that are no
+
+TEST(ErrorQueue, OfTheCallerDoesNotTurnARefusalIntoATrust)
+{
+    auto const root = makeRoot("root");
+    auto const forged =
+        load(makeLeaf(root, "leaf", [](CertificateSpec& spec) { spec.damagedSignature = true; }));
+    auto const unknown = load(makeLeaf(makeRoot("stranger"), "leaf"));
+    auto const store = storeOf({root});
+    for (auto const& certificate : {forged, unknown}) {
+        CleanErrorQueue const clean;
+        auto const judge = [&] {
+            auto const results = certificate.validateCertificate(
+                X509CertificateChain(), CertificateValidationOptions(), store);
+            return std::to_string(static_cast<int>(results.getCertificateChainStatus())) +
+                   results.getValidationErrorString();
+        };
+        auto const verdict = judge();
+        drainErrorQueue();
+        queueForeignErrors();
+        EXPECT_EQ(judge(), verdict);
+        EXPECT_NE(verdict.front(), '0');
+    }
+}
+
+} // namespace
