@@ -60,6 +60,16 @@ void guarded(int result)
     }
 }
 
+/// OpenSSL counts characters in int. Of a longer text it would take the beginning for the whole, and encrypt
+/// a key with the beginning of its passphrase.
+std::string const& guarded(std::string const& text)
+{
+    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        failGeneration();
+    }
+    return text;
+}
+
 /// Seconds from now.
 struct Validity
 {
@@ -117,7 +127,7 @@ void addExtension(X509* certificate, int nid, std::string const& value)
     X509V3_CTX context{};
     X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
     auto const extension =
-        makeX509_EXTENSION(guarded(X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str())));
+        makeX509_EXTENSION(guarded(X509V3_EXT_conf_nid(nullptr, &context, nid, guarded(value).c_str())));
     X509_add_ext(certificate, extension.get(), -1);
 }
 
@@ -146,7 +156,7 @@ std::string keyAsPEM(EVP_PKEY* key, std::optional<std::string> const& passphrase
     auto const bio = makeMemoryBIO();
     EVP_CIPHER const* const cipher = passphrase ? EVP_des_ede3_cbc() : nullptr;
     // Without a callback, the user data is the passphrase; the call wants it mutable and leaves it alone.
-    void* const userData = passphrase ? const_cast<char*>(passphrase->c_str()) : nullptr;
+    void* const userData = passphrase ? const_cast<char*>(guarded(*passphrase).c_str()) : nullptr;
     guarded(PEM_write_bio_PrivateKey(bio.get(), key, cipher, nullptr, 0, nullptr, userData));
     return contentsAsString(bio.get());
 }
@@ -155,7 +165,7 @@ std::string keyAsPEM(EVP_PKEY* key, std::optional<std::string> const& passphrase
 ByteArray
 keyAsPKCS12(EVP_PKEY* key, std::optional<std::string> const& passphrase, std::string const& friendlyName)
 {
-    char const* const pass = passphrase ? passphrase->c_str() : nullptr;
+    char const* const pass = passphrase ? guarded(*passphrase).c_str() : nullptr;
     auto const bundle =
         makePKCS12(guarded(PKCS12_create(pass, friendlyName.c_str(), key, nullptr, nullptr, 0, 0, 0, 0, 0)));
     auto const bio = makeMemoryBIO();
@@ -173,7 +183,7 @@ SelfSignedCertBuilder::KeyAndCertificate SelfSignedCertBuilder::synthesize() con
     auto key = makeRSAKey(privateKeySize ? static_cast<std::size_t>(*privateKeySize) : defaultKeySize);
     auto certificate = makeX509(guarded(X509_new()));
     X509* const x509 = certificate.get();
-    std::string const name = effectiveCommonName();
+    std::string const name = guarded(effectiveCommonName());
 
     X509_set_version(x509, X509_VERSION_3);
     guarded(X509_set_serialNumber(x509, makeSerialNumber().get()));

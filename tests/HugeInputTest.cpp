@@ -1,0 +1,153 @@
+#include "ASN1Decoding.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/HugeAllocations.hpp"
+#include "support/Loading.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/SelfSigned.hpp"
+#include "support/TestBundles.hpp"
+#include "support/Text.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+// OpenSSL counts in int and long. An input of four gibibytes and a little more counts, in 32 bits, for that
+// little, and each of these inputs begins with a little that would do very well.
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+constexpr std::size_t little = std::size_t{1} << 16;
+constexpr std::size_t fourGibibytes = std::size_t{1} << 32;
+
+constexpr char const notWrittenText[] =
+    "Internal error: The given certificate data could not be written to a buffer.";
+
+class HugeInput : public testing::Test
+{
+protected:
+    /// The beginning, and zeros. There is one such array, which each test begins anew.
+    static ByteArray const& bytesWith(Bytes const& beginning)
+    {
+        static ByteArray bytes(fourGibibytes + little);
+        EXPECT_GE(numHugeAllocations(), 1U);
+        std::fill_n(bytes.begin(), little, static_cast<unsigned char>(0));
+        std::copy(beginning.begin(), beginning.end(), bytes.begin());
+        return bytes;
+    }
+
+    static std::string textWith(std::string const& beginning, char filling)
+    {
+        std::string text(fourGibibytes + little, filling);
+        std::copy(beginning.begin(), beginning.end(), text.begin());
+        return text;
+    }
+
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const leaf = makeLeaf(root, "leaf");
+};
+
+TEST_F(HugeInput, IsNoCertificate)
+{
+    for (auto const& beginning : {leaf.der(), asBytes(leaf.pem())}) {
+        EXPECT_THROWS_EXACTLY(
+            X509CertificateException, notWrittenText, X509Certificate(bytesWith(beginning)));
+    }
+    EXPECT_EQ(x509FromDER(bytesWith(leaf.der())), nullptr);
+}
+
+TEST_F(HugeInput, IsNoChain)
+{
+    CleanErrorQueue const clean;
+    auto const nothing = own(BIO_new(BIO_s_mem()));
+    sk_X509_INFO_pop_free(PEM_X509_INFO_read_bio(nothing.get(), nullptr, nullptr, nullptr), X509_INFO_free);
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateChainException,
+        "Error: Loading a certificate chain failed. Reason=" + oldestReasonText(),
+        X509CertificateChain(textWith(leaf.pem(), '\n')));
+}
+
+TEST_F(HugeInput, IsNoSignedData)
+{
+    auto const& bytes = bytesWith(toDer(makeSignedData("content", leaf)));
+    EXPECT_THROWS_EXACTLY(PKCS7CertificateException, notWrittenText, PKCS7Certificate{bytes});
+}
+
+TEST_F(HugeInput, IsNotTheContentThatWasSigned)
+{
+    SignedDataSpec spec;
+    spec.content = std::string(little, '\0');
+    spec.signers = {leaf};
+    spec.detached = true;
+    PKCS7Certificate const signedData(toDer(makeSignedData(spec)));
+    auto const trusted = storeOf({root});
+
+    EXPECT_TRUE(
+        signedData.verifySignature(X509CertificateChain(), trusted, ByteArray(little)).isValidSignature());
+    EXPECT_THROWS_EXACTLY(
+        PKCS7CertificateException,
+        "Internal error: The given input data bytes could not be written to a buffer.",
+        signedData.verifySignature(X509CertificateChain(), trusted, bytesWith({})));
+}
+
+TEST_F(HugeInput, IsNoBundle)
+{
+    auto const& bytes = bytesWith(toDer(makePkcs12(leaf, "secret")));
+    EXPECT_THROWS_EXACTLY(PKCS12CertificateException, notWrittenText, PKCS12Certificate(bytes, "secret"));
+}
+
+TEST_F(HugeInput, IsNotThePassphrase)
+{
+    auto const bytes = toDer(makePkcs12(leaf, "secret"));
+    auto const passphrase = textWith("secret", 'x');
+    EXPECT_THROWS_EXACTLY(
+        IncorrectPassphrase,
+        "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, passphrase));
+}
+
+// The builder writes no beginning of a name for the whole name, and encrypts no key with a beginning of its
+// passphrase.
+
+constexpr char const failureText[] = "Failed to generate a certificate: 0";
+
+TEST_F(HugeInput, IsNoCommonName)
+{
+    CleanErrorQueue const clean;
+    auto builder = fastBuilder();
+    builder.withCommonName(textWith("example.org", 'x'));
+    EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
+}
+
+TEST_F(HugeInput, IsNoAlternativeName)
+{
+    CleanErrorQueue const clean;
+    auto builder = fastBuilder();
+    std::set<std::string> names;
+    names.insert(textWith("DNS:example.org", 'x'));
+    builder.withAdditionalSubjectAltNames(std::move(names));
+    EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
+}
+
+TEST_F(HugeInput, EncryptsNoKey)
+{
+    CleanErrorQueue const clean;
+    auto builder = fastBuilder();
+    builder.withPrivateKeyPassphrase(textWith("secret", 'x'));
+    EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
+    EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.buildAndGetKeyBytesInPKCS12());
+}
+
+} // namespace
