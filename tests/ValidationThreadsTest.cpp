@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 
 namespace {
 
@@ -32,13 +33,19 @@ TEST(ValidationThreads, RaceForTheFirstUseOfTheSystemsRoots)
 {
     auto const leaf = makeSelfSignedLeaf("leaf");
     Verdicts verdicts;
-    inParallel(16, [&](int) {
-        verdicts.add(
-            load(leaf).validateCertificate(X509CertificateChain(), Options(), TrustStore()),
-            Status::SelfSigned);
+    std::atomic<int> found{0};
+    inParallel(16, [&](int thread) {
+        auto const own = load(leaf);
+        if (thread % 2 == 0) {
+            verdicts.add(
+                own.validateCertificate(X509CertificateChain(), Options(), TrustStore()), Status::SelfSigned);
+        } else if (own.getRootCACertificate(X509CertificateChain(), TrustStore()) == own) {
+            ++found;
+        }
     });
-    EXPECT_EQ(verdicts.total, 16);
+    EXPECT_EQ(verdicts.total, 8);
     EXPECT_EQ(verdicts.wrong, 0);
+    EXPECT_EQ(found, 8);
 }
 
 TEST(ValidationThreads, ValidateDifferentCertificatesAgainstOneTrustStore)
@@ -145,6 +152,44 @@ TEST(ValidationThreads, DownloadCrlsWithoutSharingThemThroughTheTrustStore)
     EXPECT_EQ(verdicts.wrong, 0);
     EXPECT_EQ(server.numConnections(), 40U);
     EXPECT_EQ(trustStore.size(), 1U);
+}
+
+TEST(ValidationThreads, DownloadCrlsWhileOthersAddToTheTrustStores)
+{
+    Revocable const pki;
+    HttpFileServer const server("127.0.0.1", filesOf(pki.leafCrl({revoke(pki.leaf)}), pki.caCrl()));
+    auto trustStore = storeOf({makeRoot("stranger")});
+    auto const fallback = std::make_shared<TrustStore>(storeOf({pki.root}));
+    auto const chain = chainOf({pki.ca});
+    auto const options =
+        optionsWith({}, Options::CheckCRL::WholeChain, Options::DownloadCRL::BestEffort, fallback);
+    auto const leaf = load(pki.leaf);
+    auto const added = load(pki.leaf);
+    std::atomic<int> numValidating{4};
+    Verdicts verdicts;
+    inParallel(8, [&](int thread) {
+        if (thread < 4) {
+            auto const copy = leaf;
+            for (int round = 0; round < 5; ++round) {
+                // By turns a handle that all share, and one of this thread's own.
+                verdicts.add(
+                    (round % 2 == 0 ? leaf : copy).validateCertificate(chain, options, trustStore),
+                    Status::Revoked);
+            }
+            --numValidating;
+            return;
+        }
+        while (numValidating > 0) {
+            trustStore.addCertificate(added);
+            fallback->addCertificate(added);
+            fallback->addCertificates(chain);
+            EXPECT_EQ(X509CertificateChain(chain).getNumCertificates(), 1U);
+            EXPECT_GE(TrustStore(*fallback).size(), 1U);
+        }
+    });
+    EXPECT_EQ(verdicts.total, 20);
+    EXPECT_EQ(verdicts.wrong, 0);
+    EXPECT_EQ(fallback->size(), 3U);
 }
 
 } // namespace

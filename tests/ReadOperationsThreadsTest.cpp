@@ -1,0 +1,160 @@
+#include "support/InParallel.hpp"
+#include "support/ReadOperations.hpp"
+#include "support/SelfSigned.hpp"
+
+#include <foundation/certificates/FreeFunctions.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Everything that reads, in eight threads at once: what each gets is what one alone would get.
+
+namespace {
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+constexpr int numThreads = 8;
+
+/// Runs all operations, each thread beginning with another one, and gives their answers in the table's order.
+std::vector<std::string> answersOf(Objects const& objects, int number)
+{
+    auto const& operations = readOperations();
+    std::vector<std::string> answers(operations.size());
+    auto const start = operations.size() * static_cast<std::size_t>(number) / numThreads;
+    for (std::size_t count = 0; count < operations.size(); ++count) {
+        auto const index = (start + count) % operations.size();
+        answers[index] = operations[index].answer(objects);
+    }
+    return answers;
+}
+
+/// What the threads answer; there is to be one set of answers.
+class Answers
+{
+public:
+    void add(std::vector<std::string> answers)
+    {
+        std::lock_guard<std::mutex> const lock(mutex);
+        different.insert(std::move(answers));
+    }
+
+    void expectAllLike(std::vector<std::string> const& expected) const
+    {
+        EXPECT_EQ(different, std::set<std::vector<std::string>>{expected});
+    }
+
+private:
+    std::mutex mutex;
+    std::set<std::vector<std::string>> different;
+};
+
+TEST(ReadOperationsThreads, ReadOneSetOfObjects)
+{
+    // The first reads of all come from the threads: what OpenSSL works out on demand is worked out there.
+    auto const shared = makeObjects();
+    Answers answers;
+    inParallel(numThreads, [&](int number) {
+        answers.add(answersOf(shared, number));
+        answers.add(answersOf(shared, numThreads - 1 - number));
+    });
+    answers.expectAllLike(answersOf(shared, 0));
+}
+
+TEST(ReadOperationsThreads, ReadCopiesOfOneSetOfObjects)
+{
+    auto const original = makeObjects();
+    std::vector<Objects> const own(numThreads, original);
+    Answers answers;
+    inParallel(numThreads, [&](int number) {
+        answers.add(answersOf(own[static_cast<std::size_t>(number)], number));
+    });
+    answers.expectAllLike(answersOf(original, 0));
+}
+
+TEST(ReadOperationsThreads, CopyAndMoveTheirCopiesWhileOthersRead)
+{
+    auto const shared = makeObjects();
+    std::atomic<int> numReading{numThreads / 2};
+    Answers answers;
+    inParallel(numThreads, [&](int number) {
+        if (number % 2 == 0) {
+            answers.add(answersOf(shared, number));
+            --numReading;
+            return;
+        }
+        // The others keep at it as long as one reads.
+        do {
+            Objects copy(shared);
+            Objects moved(std::move(copy));
+            copy = shared;
+            std::swap(copy, moved);
+            answers.add(answersOf(moved, number));
+        } while (numReading > 0);
+    });
+    answers.expectAllLike(answersOf(shared, 0));
+}
+
+TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
+{
+    auto shared = makeObjects();
+    auto const leaf = shared.certificate;
+    std::atomic<int> numReading{numThreads / 2};
+    std::atomic<int> wrong{0};
+    inParallel(numThreads, [&](int number) {
+        if (number % 2 == 0) {
+            for (auto const& operation : readOperations()) {
+                wrong += operation.answer(shared).empty() ? 1 : 0;
+            }
+            --numReading;
+            return;
+        }
+        // What is added and taken out again is what every reader passes over.
+        while (numReading > 0) {
+            shared.store.addCertificate(leaf);
+            shared.store.addCertificates(shared.chain);
+            shared.chain.addCertificate(leaf);
+            shared.chain.popLeafCertificate();
+            shared.signedData.addCertificate(shared.certificate);
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(shared.chain.getNumCertificates(), 2U);
+}
+
+TEST(ReadOperationsThreads, BuildCertificatesWithOneBuilder)
+{
+    auto const builder = fastBuilder();
+    std::mutex mutex;
+    std::set<std::string> fingerprints;
+    inParallel(numThreads, [&](int) {
+        auto const fingerprint = builder.build().first.getSHA256Fingerprint();
+        std::lock_guard<std::mutex> const lock(mutex);
+        fingerprints.insert(fingerprint);
+    });
+    EXPECT_EQ(fingerprints.size(), std::size_t{numThreads});
+}
+
+TEST(ReadOperationsThreads, EncodeAndDecode)
+{
+    ByteArray bytes(1000);
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        bytes[index] = static_cast<unsigned char>(index);
+    }
+    std::atomic<int> wrong{0};
+    inParallel(numThreads, [&](int) {
+        for (int round = 0; round < 20; ++round) {
+            wrong += base64Decode(base64Encode(bytes)) == bytes ? 0 : 1;
+            wrong += hexDecode(hexEncode(bytes)) == bytes ? 0 : 1;
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+}
+
+} // namespace
