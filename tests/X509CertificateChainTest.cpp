@@ -79,6 +79,15 @@ std::string damaged(std::string pem)
     return pem;
 }
 
+std::string withDosLineEnds(std::string const& text)
+{
+    std::string result;
+    for (char const character : text) {
+        result += character == '\n' ? "\r\n" : std::string(1, character);
+    }
+    return result;
+}
+
 TEST(X509CertificateChainDefault, IsAnEmptyList)
 {
     X509CertificateChain chain;
@@ -175,6 +184,56 @@ TEST(X509CertificateChainLoad, RefusesAllForOneDamagedBlock)
         EXPECT_THROWS_EXACTLY(
             X509CertificateChainException, loadFailure + openSSLsReasonFor(text), X509CertificateChain(text));
     }
+}
+
+TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
+{
+    std::string const middle = pki()["intermediate"].pem();
+    auto const endLine = middle.find("-----END");
+    // Where a block has no END line, OpenSSL goes on to that of the next block and says nothing.
+    std::string const noEnd = reasonText(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
+    struct
+    {
+        char const* name;
+        std::string middle;
+        std::string reason;
+    } const rows[] = {
+        {"base64 with a foreign character", damaged(middle), ""},
+        {"base64 with a padding within", std::string(middle).replace(endLine / 2, 1, "="), ""},
+        {"base64 that lacks a character", std::string(middle).erase(endLine / 2, 1), ""},
+        {"half a block", middle.substr(0, endLine / 2), ""},
+        {"an END line of another kind", middle.substr(0, endLine) + "-----END NOVELTY-----\n", ""},
+        {"no END line", middle.substr(0, endLine), noEnd},
+        {"no END line and DOS line ends", withDosLineEnds(middle.substr(0, endLine)), noEnd},
+        {"no END line, and blank lines", middle.substr(0, endLine) + "\n\n", ""},
+        {"an END line that is none", std::string(middle).replace(endLine, 8, "-----FIN"), noEnd},
+        {"an END line that starts no line", std::string(middle).erase(endLine - 1, 1), noEnd},
+        {"a BEGIN line within", std::string(middle).insert(endLine, "-----BEGIN CERTIFICATE-----\n"), noEnd},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto const text = pki()["root"].pem() + row.middle + pki()["leaf"].pem();
+        auto const reason = openSSLsReasonFor(text);
+        EXPECT_EQ(reason.empty(), !row.reason.empty());
+        EXPECT_THROWS_EXACTLY(
+            X509CertificateChainException, loadFailure + (reason.empty() ? row.reason : reason),
+            X509CertificateChain(text));
+    }
+}
+
+TEST(X509CertificateChainLoad, TakesNoOtherLinesForBlocks)
+{
+    auto const root = pki()["root"].pem();
+    auto const leaf = pki()["leaf"].pem();
+    for (std::string const between :
+         {"-----END CERTIFICATE-----\n", "-----BEGIN\n", "-----BEGIN \n", "-----BEGIN CERTIFICATE\n",
+          " -----BEGIN CERTIFICATE-----\n", "\n-----\n", "-----BEGIN CERTIFICATE----- and more\n"}) {
+        SCOPED_TRACE(between);
+        EXPECT_EQ(namesIn(X509CertificateChain(root + between + between + leaf)), "root -> leaf");
+    }
+    // The text ends where its first zero character stands.
+    EXPECT_EQ(
+        namesIn(X509CertificateChain(root + std::string(1, '\0') + leaf.substr(0, 100) + leaf)), "root");
 }
 
 TEST(X509CertificateChainLoad, RefusesBlocksThatAreNoCertificates)

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <limits>
 #include <ostream>
+#include <string_view>
 #include <utility>
 
 namespace foundation::certificates {
@@ -29,6 +30,41 @@ X509_INFOStackUPtr readPEMBlocks(std::string const& text)
         BIO_puts(bio.get(), text.c_str());
     }
     return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
+}
+
+bool startsWith(std::string_view line, std::string_view beginning)
+{
+    return line.substr(0, beginning.size()) == beginning;
+}
+
+/// As OpenSSL sees it: whatever white space and control characters follow.
+bool isBeginLine(std::string_view line)
+{
+    while (!line.empty() && static_cast<unsigned char>(line.back()) <= ' ') {
+        line.remove_suffix(1);
+    }
+    constexpr std::string_view dashes = "-----";
+    return startsWith(line, "-----BEGIN ") && line.substr(line.size() - dashes.size()) == dashes;
+}
+
+/// Whether a block begins where the one before it has not ended. OpenSSL reads such a block to the next END
+/// line, and passes over all that stands in between without a word.
+bool holdsBlockWithoutEnd(std::string_view text)
+{
+    bool insideBlock = false;
+    while (!text.empty()) {
+        std::string_view const line = text.substr(0, text.find('\n'));
+        if (isBeginLine(line)) {
+            if (insideBlock) {
+                return true;
+            }
+            insideBlock = true;
+        } else if (startsWith(line, "-----END ")) {
+            insideBlock = false;
+        }
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return false;
 }
 
 /// OpenSSL puts a key or CRL into one entry with the certificate that it stands beside, or into an entry of
@@ -98,6 +134,9 @@ void X509CertificateChainImpl::init(std::string const& text)
     auto const entries = readPEMBlocks(text);
     for (int index = 0; index < sk_X509_INFO_num(entries.get()); ++index) {
         certificates.push_back(loadCertificate(sk_X509_INFO_value(entries.get(), index)));
+    }
+    if (!certificates.empty() && holdsBlockWithoutEnd(text.c_str())) {
+        ERR_raise(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     }
     // Certificates that came out with anything in the queue count as failed, too.
     if (certificates.empty() || ERR_peek_error() != 0) {
