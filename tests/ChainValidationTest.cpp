@@ -326,6 +326,113 @@ TEST_F(ChainValidation, ReportsTheFirstErrorThatIsNotTolerated)
     expectFailure(tolerant, Status::BadSignature, report(7, 0, "CN=leaf"));
 }
 
+TEST_F(ChainValidation, FindsTheFaultBehindOneThatIsTolerated)
+{
+    auto const also = [](Mutation const& first, Mutation const& second) {
+        return [=](CertificateSpec& spec) {
+            first(spec);
+            second(spec);
+        };
+    };
+    Tolerances selfSigned;
+    selfSigned.selfSigned = true;
+    Tolerances expired;
+    expired.expired = true;
+    Tolerances all{true, true, true};
+    auto const expiredCa = makeIntermediate(pki["root"], "ca", expireAnHourAgo);
+    auto const forgedCa = makeIntermediate(pki["root"], "ca", also(expireAnHourAgo, damageSignature));
+    auto const noCa = makeIntermediate(pki["root"], "ca", [](CertificateSpec& spec) {
+        expireAnHourAgo(spec);
+        spec.setExtension("basicConstraints", "critical,CA:FALSE").removeExtension("keyUsage");
+    });
+    auto const ofStranger = makeLeaf(makeRoot("stranger"), "leaf", expireAnHourAgo);
+    struct
+    {
+        char const* name;
+        CertificateAndKey leaf;
+        CertificateAndKey issuer;
+        Tolerances tolerances;
+        Status status;
+    } const rows[] = {
+        {"expired and forged", makeLeaf(pki["ca"], "leaf", also(expireAnHourAgo, damageSignature)), pki["ca"],
+         all, Status::BadSignature},
+        {"self-signed and forged", makeSelfSignedLeaf("leaf", damageSignature), pki["ca"], all,
+         Status::BadSignature},
+        {"self-signed and expired", makeSelfSignedLeaf("leaf", expireAnHourAgo), pki["ca"], selfSigned,
+         Status::Expired},
+        {"expired and self-signed", makeSelfSignedLeaf("leaf", expireAnHourAgo), pki["ca"], expired,
+         Status::SelfSigned},
+        {"self-signed and not yet valid", makeSelfSignedLeaf("leaf", startInAnHour), pki["ca"], all,
+         Status::Failed},
+        {"expired and a stranger's", ofStranger, pki["ca"], all, Status::Untrusted},
+        {"forged below what has expired", makeLeaf(expiredCa, "leaf", damageSignature), expiredCa, all,
+         Status::BadSignature},
+        {"below what has expired and is forged", makeLeaf(forgedCa, "leaf"), forgedCa, all,
+         Status::BadSignature},
+        {"below what has expired and is no CA", makeLeaf(noCa, "leaf"), noCa, all, Status::Untrusted},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto const results = load(row.leaf).validateCertificate(
+            chainOf({row.issuer}), optionsWith(row.tolerances), storeOf({pki["root"]}));
+        EXPECT_EQ(results.getCertificateChainStatus(), row.status);
+        EXPECT_FALSE(results.getRootCertificate().has_value());
+    }
+}
+
+TEST_F(ChainValidation, TakesDatesOfAnyCentury)
+{
+    for (auto const& notBefore :
+         {TimeSpec::at(-631152000), TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")}) {
+        for (auto const notAfter :
+             {std::time_t{2524607999}, std::time_t{2524608000}, std::time_t{253402300799}}) {
+            auto const leaf = makeLeaf(pki["ca"], "leaf", [&](CertificateSpec& spec) {
+                spec.notBefore = notBefore;
+                spec.notAfter = TimeSpec::at(notAfter);
+            });
+            expectValid(
+                load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
+                pki["root"]);
+        }
+    }
+    auto const longAgo = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
+        spec.notBefore = TimeSpec::at(-631152000);
+        spec.notAfter = TimeSpec::at(-1);
+    });
+    expectFailure(
+        load(longAgo).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
+        Status::Expired, report(10, 0, "CN=leaf"));
+}
+
+TEST_F(ChainValidation, IsStrictAboutTheVersionToo)
+{
+    for (long const version : {X509_VERSION_1, X509_VERSION_2}) {
+        SCOPED_TRACE(version);
+        auto const leaf = makeLeaf(pki["ca"], "leaf", [&](CertificateSpec& spec) { spec.version = version; });
+        auto const ca =
+            makeIntermediate(pki["root"], "ca", [&](CertificateSpec& spec) { spec.version = version; });
+        auto const root = makeRoot("root", [&](CertificateSpec& spec) { spec.version = version; });
+        struct
+        {
+            CertificateAndKey leaf, ca, root;
+        } const rows[] = {
+            {leaf, pki["ca"], pki["root"]},
+            {makeLeaf(ca, "leaf"), ca, pki["root"]},
+            {makeLeaf(root, "leaf"), pki["ca"], root},
+        };
+        for (auto const& row : rows) {
+            BareVerification question;
+            question.leaf = row.leaf.certificate;
+            question.untrusted = {row.ca.certificate};
+            question.trusted = {row.root.certificate};
+            auto const bare = verify(question);
+            EXPECT_NE(bare.result, 1);
+            expectSame(
+                load(row.leaf).validateCertificate(chainOf({row.ca}), Options(), storeOf({row.root})), bare);
+        }
+    }
+}
+
 TEST_F(ChainValidation, ForgivesNothingThatIsNotAskedFor)
 {
     auto const leaf = makeLeaf(pki["ca"], "leaf", startInAnHour);

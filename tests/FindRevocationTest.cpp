@@ -112,6 +112,23 @@ TEST_F(FindRevocation, GivesDateAndSerialNumberOfTheEntry)
     EXPECT_EQ(findRevocation(crls, certificates), revoked(day1Text, "1000"));
 }
 
+TEST_F(FindRevocation, GivesDatesOfAnyCentury)
+{
+    struct
+    {
+        std::time_t date;
+        char const* text;
+    } const rows[] = {
+        {-631152000, "Jan  1 00:00:00 1950 GMT"},
+        {2524607999, "Dec 31 23:59:59 2049 GMT"},
+        {2524608000, "Jan  1 00:00:00 2050 GMT"},
+        {253402300799, "Dec 31 23:59:59 9999 GMT"},
+    };
+    for (auto const& row : rows) {
+        EXPECT_EQ(findLeaf("1000", {{"1000", TimeSpec::at(row.date)}}), revoked(row.text, "1000"));
+    }
+}
+
 TEST_F(FindRevocation, GoesOnToTheNextLevel)
 {
     auto const crls = crlList({makeCrl(intermediate, {{"1", day1}}), makeCrl(root, {{"2000", day2}})});
@@ -160,6 +177,13 @@ TEST_F(FindRevocation, ComparesSerialNumbersAsDecimalText)
         {"0x7fffffffffffffffffffffffffffffffffffffff", "0x7fffffffffffffffffffffffffffffffffffffff",
          revoked(day1Text, "730750818665451459101842416358141509827966271487")},
         {"0x7fffffffffffffffffffffffffffffffffffffff", "0x7ffffffffffffffffffffffffffffffffffffffe",
+         notRevoked},
+        // 21 bytes, one more than the standard allows.
+        {"0x010000000000000000000000000000000000000000", "0x010000000000000000000000000000000000000000",
+         revoked(day1Text, "1461501637330902918203684832716283019655932542976")},
+        {"0x010000000000000000000000000000000000000000", "0x020000000000000000000000000000000000000000",
+         notRevoked},
+        {"0x010000000000000000000000000000000000000000", "-0x010000000000000000000000000000000000000000",
          notRevoked},
     };
     for (auto const& row : rows) {

@@ -345,6 +345,19 @@ TEST_P(X509CertificateLoad, RefusesAKeyThatCannotBeDecoded)
     }
 }
 
+TEST_P(X509CertificateLoad, AcceptsExtensionsInVersion1)
+{
+    auto const made = makeRoot("root", [](CertificateSpec& spec) {
+        spec.version = X509_VERSION_1;
+        spec.setExtension("extendedKeyUsage", "codeSigning");
+    });
+    expectLoads(made.pem(), made.certificate);
+    X509Certificate const certificate(made.der());
+    EXPECT_EQ(certificate.getExtendedKeyUsages(), std::vector<std::string>{"1.3.6.1.5.5.7.3.3"});
+    EXPECT_EQ(certificate.isCACertificate(), X509_check_ca(made.certificate.get()) > 0);
+    EXPECT_EQ(certificate.getAsBytes(), made.der());
+}
+
 TEST_P(X509CertificateLoad, LooksAtNeitherDatesNorSignature)
 {
     auto const made = makeRoot("root", [](CertificateSpec& spec) {
