@@ -179,10 +179,10 @@ TEST_F(CRLDownload, AcceptsEverySoundCRL)
          makeCrl(root, {}, withNextUpdate(TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "29991231235959Z")))},
         {"not yet valid", makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(24h); })},
         {"unreadable this update",
-         makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::raw(V_ASN1_UTCTIME, "none"); })},
+         makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::unreadable(); })},
         {"another issuer's name",
          makeCrl(root, {}, [](CrlSpec& spec) { spec.issuerName = commonName("another"); })},
-        {"unreadable date of revocation", makeCrl(root, {{"5", TimeSpec::raw(V_ASN1_UTCTIME, "none")}})},
+        {"unreadable date of revocation", makeCrl(root, {{"5", TimeSpec::unreadable()}})},
         {"version 1", makeCrl(root, {}, [](CrlSpec& spec) { spec.version = X509_CRL_VERSION_1; })},
     };
     for (auto const& row : rows) {
@@ -460,7 +460,7 @@ TEST_F(CRLDownload, TellsOfTheFirstOfSeveralFaults)
     CrlHandle const rows[] = {
         strangersAnd([](CrlSpec& spec) { spec.nextUpdate.reset(); }),
         strangersAnd(withNextUpdate(TimeSpec::fromNow(-24h))),
-        strangersAnd(withNextUpdate(TimeSpec::raw(V_ASN1_UTCTIME, "none"))),
+        strangersAnd(withNextUpdate(TimeSpec::unreadable())),
     };
     for (auto const& crl : rows) {
         ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
@@ -471,10 +471,10 @@ TEST_F(CRLDownload, TellsOfTheFirstOfSeveralFaults)
 TEST_F(CRLDownload, ThrowsForAnUnreadableNextUpdateInEveryMode)
 {
     for (auto const& time : {
-             TimeSpec::raw(V_ASN1_UTCTIME, "none"),
-             TimeSpec::raw(V_ASN1_UTCTIME, ""),
+             TimeSpec::unreadable(),
+             TimeSpec::raw(V_ASN1_UTCTIME, "             "),
              TimeSpec::raw(V_ASN1_UTCTIME, "991331000000Z"),
-             TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "9999"),
+             TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "9999 and no more"),
          }) {
         auto const crl = makeCrl(root, {}, withNextUpdate(time));
         ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});

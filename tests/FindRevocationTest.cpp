@@ -249,12 +249,10 @@ TEST_F(FindRevocation, RefusesACertificateWithoutContent)
 
 TEST_F(FindRevocation, RefusesAnUnreadableDateOnlyInTheEntryThatMatches)
 {
-    auto const unreadable = TimeSpec::raw(V_ASN1_UTCTIME, "no time");
-
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: printing the ASN1 time failed.",
-        findLeaf("1000", {{"1000", unreadable}}));
-    EXPECT_EQ(findLeaf("1000", {{"999", unreadable}, {"1000", day1}}), revoked(day1Text, "1000"));
+        findLeaf("1000", {{"1000", TimeSpec::unreadable()}}));
+    EXPECT_EQ(findLeaf("1000", {{"999", TimeSpec::unreadable()}, {"1000", day1}}), revoked(day1Text, "1000"));
 }
 
 } // namespace

@@ -114,8 +114,7 @@ TEST_F(InspectExample, ShowsTheCertificateBehindATruncatedOne)
 
 TEST_F(InspectExample, ShowsNothingOfACertificateThatCannotBeShownWhole)
 {
-    auto const made = makeRoot(
-        "root", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::raw(V_ASN1_UTCTIME, "garbage"); });
+    auto const made = makeRoot("root", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); });
     auto const outcome = inspect({file("root.pem", made.pem())});
     EXPECT_EQ(outcome.exitStatus, 1);
     EXPECT_EQ(

@@ -290,9 +290,7 @@ TEST_F(RevocationValidation, ThrowsWhatWentWrongWithARequiredCrl)
 
 TEST_F(RevocationValidation, ThrowsForADateThatCannotBeReadInEveryMode)
 {
-    serve(
-        pki.leafCrl({}, [](CrlSpec& spec) { spec.nextUpdate = TimeSpec::raw(V_ASN1_UTCTIME, "no time"); }),
-        pki.caCrl());
+    serve(pki.leafCrl({}, [](CrlSpec& spec) { spec.nextUpdate = TimeSpec::unreadable(); }), pki.caCrl());
     for (auto const download : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
         EXPECT_THROWS_EXACTLY(
             X509CertificateException, "Invalid time format used in the certificate.",

@@ -141,7 +141,9 @@ std::string describedByCommand(X509Certificate const& certificate)
 {
     TemporaryFolder const folder;
     auto const file = folder.write("certificate.pem", certificate.getAsPEMString());
-    auto const result = runProgram("openssl", {"x509", "-in", file.string(), "-noout", "-text"});
+    // How names are shown unasked differs between versions.
+    auto const result = runProgram(
+        "openssl", {"x509", "-in", file.string(), "-noout", "-text", "-nameopt", "oneline,space_eq"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
     return result.output;
 }

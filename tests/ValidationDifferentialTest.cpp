@@ -70,7 +70,7 @@ std::vector<Mutation> const& certificateFaults()
     static std::vector<Mutation> const faults = {
         [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); },
         [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
-        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::raw(V_ASN1_UTCTIME, "never"); },
+        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); },
         [](CertificateSpec& spec) { spec.damagedSignature = true; },
         [](CertificateSpec& spec) { spec.signingKey = p256Key("stranger"); },
         [](CertificateSpec& spec) { spec.issuer = commonName("stranger"); },

@@ -119,12 +119,12 @@ Mutation damaged()
 
 Mutation unreadableStart()
 {
-    return [](CertificateSpec& spec) { spec.notBefore = TimeSpec::raw(V_ASN1_UTCTIME, "no time"); };
+    return [](CertificateSpec& spec) { spec.notBefore = TimeSpec::unreadable(); };
 }
 
 Mutation unreadableEnd()
 {
-    return [](CertificateSpec& spec) { spec.notAfter = TimeSpec::raw(V_ASN1_UTCTIME, "no time"); };
+    return [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); };
 }
 
 Mutation pathLength(int length)
@@ -257,16 +257,14 @@ Situation damagedCrl()
 Situation crlWithUnreadableStart()
 {
     Revocable const pki;
-    auto const crl =
-        pki.leafCrl({}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::raw(V_ASN1_UTCTIME, "no time"); });
+    auto const crl = pki.leafCrl({}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::unreadable(); });
     return serving(pki, crl, pki.caCrl());
 }
 
 Situation crlWithUnreadableEnd()
 {
     Revocable const pki;
-    auto const crl =
-        pki.leafCrl({}, [](CrlSpec& spec) { spec.nextUpdate = TimeSpec::raw(V_ASN1_UTCTIME, "no time"); });
+    auto const crl = pki.leafCrl({}, [](CrlSpec& spec) { spec.nextUpdate = TimeSpec::unreadable(); });
     return serving(pki, misnamedCrl(pki), pki.caCrl(), {crl});
 }
 

@@ -22,6 +22,11 @@ TimeSpec TimeSpec::raw(int type, std::string text)
     return result;
 }
 
+TimeSpec TimeSpec::unreadable()
+{
+    return raw(V_ASN1_UTCTIME, "no time at all");
+}
+
 AsnStringHandle TimeSpec::toAsn1() const
 {
     if (!rawType) {

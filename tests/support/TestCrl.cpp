@@ -29,7 +29,8 @@ void addEntry(X509_CRL* crl, RevokedEntry const& entry)
         require(ASN1_ENUMERATED_set(reason.get(), *entry.reason));
         require(X509_REVOKED_add1_ext_i2d(revoked.get(), NID_crl_reason, reason.get(), 0, 0));
     }
-    require(X509_CRL_add0_revoked(crl, X509_REVOKED_dup(revoked.get())));
+    auto* const copy = X509_REVOKED_dup(revoked.get());
+    require(copy != nullptr && X509_CRL_add0_revoked(crl, copy) == 1);
 }
 
 void addExtensions(X509_CRL* crl, CrlSpec const& spec)

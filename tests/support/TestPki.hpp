@@ -35,7 +35,10 @@ public:
     /// 9999).
     static TimeSpec at(std::time_t secondsSince1970);
     /// Any characters under the given tag (V_ASN1_UTCTIME or V_ASN1_GENERALIZEDTIME), also unreadable ones.
+    /// OpenSSL 3.5 reads nothing back of fewer characters than the shortest time has: 13 and 15.
     static TimeSpec raw(int type, std::string text);
+    /// "no time at all", which loads and then cannot be understood.
+    static TimeSpec unreadable();
 
     AsnStringHandle toAsn1() const;
 
