@@ -17,6 +17,7 @@ using test::Pkcs12Spec;
 
 constexpr unsigned char asItIs = 0;
 constexpr unsigned char withNewMac = 1;
+constexpr unsigned char thorough = 2;
 constexpr int notEncrypted = -1;
 
 Bytes seed(unsigned char bits, std::string const& passphrase, Bytes const& bundle)
@@ -77,10 +78,11 @@ Seeds parts()
         spec.certificateCipher = notEncrypted;
     });
     return {
-        {"whole", seed(asItIs, "secret", bundle([](Pkcs12Spec&) {}))},
+        {"whole", seed(thorough, "secret", bundle([](Pkcs12Spec&) {}))},
         {"whole_with_new_mac", seed(withNewMac, "secret", bundle([](Pkcs12Spec&) {}))},
+        {"open_thoroughly", seed(withNewMac | thorough, "secret", open)},
         {"open", seed(withNewMac, "secret", open)},
-        {"key_alone", seed(withNewMac, "secret", keyAlone)},
+        {"key_alone", seed(withNewMac | thorough, "secret", keyAlone)},
         {"certificate_alone", seed(withNewMac, "secret", certificateAlone)},
         {"nothing", seed(withNewMac, "secret", nothing)},
         {"strangers_key", seed(withNewMac, "secret", strangersKey)},
@@ -90,7 +92,7 @@ Seeds parts()
 Seeds keys()
 {
     return {
-        {"rsa", seed(withNewMac, "", bundleOf(test::rsaKey()))},
+        {"rsa", seed(withNewMac | thorough, "", bundleOf(test::rsaKey()))},
         {"rsa_1024", seed(withNewMac, "", bundleOf(test::rsaKey(1024)))},
         {"ed25519", seed(withNewMac, "", bundleOf(test::ed25519Key()))},
         {"p384", seed(withNewMac, "", bundleOf(test::p384Key()))},
