@@ -298,10 +298,12 @@ void build(SelfSignedCertBuilder const& builder, Settings const& settings, bool 
 {
     if (asPKCS12) {
         auto const [certificate, bundle] = builder.buildAndGetKeyBytesInPKCS12();
+        requireNothingQueued("after a build");
         checkCertificate(certificate, settings);
         checkBundle(bundle, settings);
     } else {
         auto const [certificate, pem] = builder.build();
+        requireNothingQueued("after a build");
         checkCertificate(certificate, settings);
         checkPEMKey(certificate, pem, settings);
     }

@@ -51,7 +51,7 @@ void checkMembers(X509CertificateChain const& chain)
     require(members.size() == chain.getNumCertificates(), "a chain has as many members as it says");
     X509CertificateChain rebuilt;
     for (auto const& member : members) {
-        checkCertificate(member);
+        checkOutputLoads(member);
         rebuilt.addCertificate(member);
     }
     require(rebuilt == chain, "a chain of the same members is equal");

@@ -46,7 +46,8 @@ public:
     /// Once the passphrase has proved right, OpenSSL's "legacy" provider is loaded for the whole process
     /// and never unloaded, since many bundles are encrypted with old ciphers. The bundle itself says how
     /// often its passphrase is to be hashed, and nothing here bounds that: a stranger's bundle can keep the
-    /// calling thread busy for minutes. OpenSSL's error queue is cleared first, and is empty afterwards.
+    /// calling thread busy for minutes. OpenSSL's error queue is cleared first, and is empty afterwards;
+    /// input without content leaves it alone.
     ///
     /// Of the certificates in the bundle, the one that the private key fits becomes getCertificate(), all
     /// others getCAChain(); without a key all of them are in the latter.

@@ -50,7 +50,8 @@ public:
     /// Loads the first structure of the bytes. Input that holds "-----BEGIN PKCS7-----" anywhere is read as
     /// PEM (`PEM_read_bio_PKCS7`), all other as DER (`d2i_PKCS7_bio`). Both signed content types are taken,
     /// signedData and signedAndEnvelopedData. Never asks for a passphrase: an encrypted PEM block fails as
-    /// any other that cannot be read. OpenSSL's error queue is cleared first, and is empty afterwards.
+    /// any other that cannot be read. OpenSSL's error queue is cleared first, and is empty afterwards; input
+    /// without content leaves it alone.
     /// @throws InvalidArgument "The provided PKCS7 certificate has no content."
     /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in
     ///     PEM encoding. Please verify the input data.", and the same text with DER for PEM in both places

@@ -65,7 +65,8 @@ public:
     /// Loads the first certificate of the bytes; whatever follows it is ignored. Input that holds
     /// "-----BEGIN CERTIFICATE-----" anywhere is read as PEM (`PEM_read_bio_X509`), all other as DER
     /// (`d2i_X509_bio`). Never asks for a passphrase: an encrypted PEM block fails as any other that cannot
-    /// be read. OpenSSL's error queue is cleared first, and is empty after a failure.
+    /// be read. OpenSSL's error queue is cleared first, and is empty after a failure; input without content
+    /// leaves it alone.
     /// @throws InvalidArgument "The input certificate has no content."
     /// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in
     ///     PEM encoding. Please verify the input data.", and the same text with DER for PEM in both places
