@@ -32,7 +32,6 @@ using certificates::ByteArray;
 using certificates::KeyType;
 using certificates::PKCS12Certificate;
 using certificates::PrivateKeyInfo;
-using certificates::X509Certificate;
 using test::own;
 using test::Pkcs12Handle;
 
@@ -175,7 +174,7 @@ void holdsTheCertificates(PKCS12Certificate const& bundle, Contents const& conte
     require(certificate.empty() == (contents.certificate == nullptr), "The certificate came from nowhere");
     if (contents.certificate != nullptr) {
         require(
-            certificate == X509Certificate(test::toDer(contents.certificate)),
+            certificate.getAsBytes() == test::toDer(contents.certificate),
             "The certificate is not the one that OpenSSL finds");
     }
     auto const chain = bundle.getCAChain().getCertificates();
@@ -185,7 +184,7 @@ void holdsTheCertificates(PKCS12Certificate const& bundle, Contents const& conte
     for (int index = 0; index < static_cast<int>(chain.size()); ++index) {
         auto const expected = test::toDer(test::share(sk_X509_value(contents.others.get(), index)));
         require(
-            chain[static_cast<std::size_t>(index)] == X509Certificate(expected),
+            chain[static_cast<std::size_t>(index)].getAsBytes() == expected,
             "One of the other certificates is not the one that OpenSSL finds");
     }
 }
