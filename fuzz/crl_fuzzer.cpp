@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -352,10 +353,11 @@ void judges(Question const& question, Bytes const& crl)
     clearErrorQueue();
 }
 
-/// The CRL passes through a file on its way: best in memory.
+/// The CRL passes through a file on its way: best in memory, where the system has a place for that.
 bool keepTemporaryFilesInMemory()
 {
-    return setenv("TMPDIR", "/dev/shm", 0) == 0;
+    constexpr char const place[] = "/dev/shm";
+    return !std::filesystem::is_directory(place) || setenv("TMPDIR", place, 0) == 0;
 }
 
 } // namespace
