@@ -57,11 +57,21 @@ test::CertificateAndKey rsaSigner()
     });
 }
 
+/// One whom OpenSSL does not take for a signer, but whose chain is valid.
+test::CertificateAndKey server()
+{
+    return test::makeLeaf(fixedPki().ca, "server", [](test::CertificateSpec& spec) {
+        fixed("server", "6")(spec);
+        spec.setExtension("extendedKeyUsage", "serverAuth");
+    });
+}
+
 Seeds soundOnes()
 {
     auto const good = test::makeSignedData(signedByLeaf());
     auto const lonely = mutated([](SignedDataSpec& spec) { spec.furtherCertificates.clear(); });
     auto const rsa = mutated([](SignedDataSpec& spec) { spec.signers = {rsaSigner()}; });
+    auto const byServer = mutated([](SignedDataSpec& spec) { spec.signers = {server()}; });
     auto const plain = mutated([](SignedDataSpec& spec) { spec.withoutAttributes = true; });
     auto const byTwo = mutated([](SignedDataSpec& spec) {
         spec.signers = {fixedPki().leaf, fixedPki().ca};
@@ -77,6 +87,7 @@ Seeds soundOnes()
         {"ca_is_known", seed(knowsCa, lonely)},
         {"ca_is_unknown", seed(nothingKnown, lonely)},
         {"stranger_is_trusted", seed(trustsStranger, good)},
+        {"server", seed(knowsCa, byServer)},
         {"without_attributes", seed(nothingKnown, plain)},
         {"two_signers", seed(thorough, byTwo)},
         {"detached", seed(nothingKnown, detached, "content")},
