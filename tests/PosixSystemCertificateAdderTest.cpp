@@ -245,6 +245,24 @@ TEST(PosixSystemCertificateFolder, PassesOverWhatIsNoRegularFile)
     EXPECT_EQ(delivered(folderAdder(folder.path())), Names{"root"});
 }
 
+#ifdef __linux__
+// A regular file that opens, and fails when it is read: the memory at address 0.
+TEST(PosixSystemCertificateFolder, LogsAFileThatFailsWhenItIsReadAndDeliversItsNeighbours)
+{
+    TemporaryFolder const folder;
+    folder.write("a.pem", rootPem("a"));
+    fs::create_symlink("/proc/self/mem", folder.path() / "failing.pem");
+    auto const reason = "Failed to read " + fs::canonical("/proc/self/mem").string();
+    LogCapture const log;
+    EXPECT_EQ(delivered(folderAdder(folder.path()), serverAuthentication, false), Names{"a"});
+    EXPECT_EQ(
+        log.messages(), std::vector<std::string>{
+                            "Exception caught: foundation::certificates::TrustStoreException: " + reason});
+
+    EXPECT_THROWS_EXACTLY(TrustStoreException, reason, delivered(folderAdder(folder.path())));
+}
+#endif
+
 TEST(PosixSystemCertificateFolder, MayBeEmpty)
 {
     TemporaryFolder const folder;

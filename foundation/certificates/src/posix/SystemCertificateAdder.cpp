@@ -9,9 +9,10 @@
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <system_error>
@@ -97,7 +98,13 @@ std::set<fs::path> filesIn(fs::path const& folder)
 std::string contentOf(fs::path const& file)
 {
     std::ifstream stream(file, std::ios::binary);
-    std::string content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::string content;
+    // Iterators over the stream would let the failure of a file out as an exception of their own.
+    std::array<char, 4096> part{};
+    do {
+        stream.read(part.data(), part.size());
+        content.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+    } while (stream);
     if (!stream.is_open() || stream.bad()) {
         throw TrustStoreException("Failed to read " + file.string());
     }
