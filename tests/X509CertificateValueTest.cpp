@@ -110,6 +110,15 @@ TEST(X509CertificateValue, TakesTheContentOfAnImplementationThatItMayMoveFrom)
     EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
 }
 
+TEST(X509CertificateValue, LetsAnImplementationTakeTheContentOfAnother)
+{
+    X509CertificateImpl source(witness().der());
+    X509CertificateImpl target;
+    target = std::move(source);
+    EXPECT_EQ(target.getSubjectName(), "CN=witness");
+    EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+}
+
 TEST(X509CertificateValue, SharesTheParsedCertificateAmongCopies)
 {
     std::mutex mutex;
