@@ -131,7 +131,7 @@ public:
     {
         close(descriptor);
         if (!kept) {
-            std::remove(path.c_str());
+            static_cast<void>(std::remove(path.c_str()));
         }
     }
 

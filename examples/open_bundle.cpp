@@ -46,10 +46,10 @@ Options optionsFrom(std::vector<std::string> const& arguments)
     Options options;
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         if (*argument == "--passphrase-file") {
-            if (++argument == arguments.end()) {
+            if (argument + 1 == arguments.end()) {
                 throw std::runtime_error("--passphrase-file wants a file, try --help");
             }
-            options.passphraseFile = *argument;
+            options.passphraseFile = *++argument;
         } else if (argument->compare(0, 1, "-") == 0) {
             throw std::runtime_error("unknown option " + *argument + ", try --help");
         } else if (!options.bundle.empty()) {

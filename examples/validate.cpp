@@ -5,15 +5,17 @@
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
+#include <array>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 using foundation::certificates::CertificateChainStatus;
@@ -65,25 +67,28 @@ struct Arguments
     bool help = false;
 };
 
-std::map<std::string, Options::CheckCRL> const checks = {
-    {"none", Options::CheckCRL::None},
-    {"leaf", Options::CheckCRL::LeafOnly},
-    {"chain", Options::CheckCRL::WholeChain}};
+template <class Choice>
+using Choices = std::array<std::pair<std::string_view, Choice>, 3>;
 
-std::map<std::string, Options::DownloadCRL> const downloads = {
-    {"none", Options::DownloadCRL::None},
-    {"best-effort", Options::DownloadCRL::BestEffort},
-    {"required", Options::DownloadCRL::Required}};
+constexpr Choices<Options::CheckCRL> checks = {
+    {{"none", Options::CheckCRL::None},
+     {"leaf", Options::CheckCRL::LeafOnly},
+     {"chain", Options::CheckCRL::WholeChain}}};
+
+constexpr Choices<Options::DownloadCRL> downloads = {
+    {{"none", Options::DownloadCRL::None},
+     {"best-effort", Options::DownloadCRL::BestEffort},
+     {"required", Options::DownloadCRL::Required}}};
 
 template <class Choice>
-Choice
-choose(std::map<std::string, Choice> const& choices, std::string const& option, std::string const& word)
+Choice choose(Choices<Choice> const& choices, std::string const& option, std::string const& word)
 {
-    auto const found = choices.find(word);
-    if (found == choices.end()) {
-        throw WrongUsage(option + " does not know " + word);
+    for (auto const& [name, choice] : choices) {
+        if (word == name) {
+            return choice;
+        }
     }
-    return found->second;
+    throw WrongUsage(option + " does not know " + word);
 }
 
 /// The options that stand by themselves; false for all other words.
@@ -129,10 +134,10 @@ Arguments parse(std::vector<std::string> const& words)
         }
         if (word->compare(0, 1, "-") == 0) {
             auto const& option = *word;
-            if (++word == words.end()) {
+            if (word + 1 == words.end()) {
                 throw WrongUsage("nothing follows " + option);
             }
-            readOption(arguments, option, *word);
+            readOption(arguments, option, *++word);
         } else if (arguments.leaf.empty()) {
             arguments.leaf = *word;
         } else {
@@ -148,7 +153,7 @@ Arguments parse(std::vector<std::string> const& words)
 std::string contentOf(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);
-    std::string const content{std::istreambuf_iterator<char>(file), {}};
+    std::string content{std::istreambuf_iterator<char>(file), {}};
     if (content.empty()) {
         throw std::runtime_error(path + ": cannot be read, or is empty");
     }

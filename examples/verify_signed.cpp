@@ -80,7 +80,7 @@ std::ifstream open(std::string const& path)
 ByteArray readData(std::string const& path)
 {
     auto file = open(path);
-    ByteArray const data{std::istreambuf_iterator<char>(file), {}};
+    ByteArray data(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>{});
     if (data.empty()) {
         throw std::runtime_error(path + ": is empty");
     }

@@ -84,7 +84,7 @@ std::string X509CertificateImpl::fetchHttpResponse(
 }
 
 void X509CertificateImpl::throwIfRequired(
-    CertificateValidationOptions::DownloadCRL mode, std::string message) const
+    CertificateValidationOptions::DownloadCRL mode, std::string const& message) const
 {
     if (mode == CertificateValidationOptions::DownloadCRL::Required) {
         throw X509CertificateException(message);

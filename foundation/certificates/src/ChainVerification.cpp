@@ -124,6 +124,7 @@ void prepareContext(
     throwIfBelowOne<X509CertificateException>(
         X509_STORE_CTX_init(context, store, leaf, untrusted), noContextText);
     // The callback only reads the options. Should they not get there, it forgives nothing.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): it is read as constant
     X509_STORE_CTX_set_ex_data(context, optionsIndex, const_cast<Options*>(&options));
 }
 

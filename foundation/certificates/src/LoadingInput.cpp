@@ -57,6 +57,7 @@ std::string textOfStream(std::istream& stream, char const* notGoodText, char con
 
 bool containsMarker(ByteArray const& data, std::string_view marker)
 {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): bytes, searched as characters
     std::string_view const text(reinterpret_cast<char const*>(data.data()), data.size());
     return text.find(marker) != std::string_view::npos;
 }

@@ -51,9 +51,7 @@ void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
     if (provider == nullptr) {
         throw PKCS12CertificateException("Error: Loading legacy provider failed." + errors.getErrorString());
     }
-    if (loaded != provider) {
-        loaded = provider;
-    }
+    loaded = provider;
 }
 
 BundleContents decrypt(PKCS12* bundle, std::string const& passphrase, RAIIOpenSSLErrorRemover& errors)

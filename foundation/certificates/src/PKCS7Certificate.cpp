@@ -140,6 +140,8 @@ void PKCS7Certificate::addCertificate(X509Certificate const& certificate)
     if (certificate.empty()) {
         throw InvalidArgument("The provided certificate has no content.");
     }
+    // Copying locks the certificate. That lock and this object's are never nested here.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     if (impl == nullptr) {

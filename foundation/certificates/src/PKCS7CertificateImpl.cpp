@@ -118,7 +118,7 @@ void PKCS7CertificateImpl::readCertificates()
     auto const* const embedded = embeddedCertificates(pkcs7.get());
     try {
         for (int index = 0; index < sk_X509_num(embedded); ++index) {
-            certificates.push_back(X509Certificate(X509CertificateImpl(sk_X509_value(embedded, index))));
+            certificates.emplace_back(X509CertificateImpl(sk_X509_value(embedded, index)));
         }
     } catch (CertificateException const& failure) {
         throw PKCS7CertificateException(

@@ -16,11 +16,8 @@ RAIIOpenSSLErrorRemover::~RAIIOpenSSLErrorRemover()
     ERR_pop_to_mark();
 }
 
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): there is nothing to assign
-RAIIOpenSSLErrorRemover& RAIIOpenSSLErrorRemover::operator=(RAIIOpenSSLErrorRemover const& /*other*/)
-{
-    return *this;
-}
+RAIIOpenSSLErrorRemover&
+RAIIOpenSSLErrorRemover::operator=(RAIIOpenSSLErrorRemover const& /*other*/) = default;
 
 std::string RAIIOpenSSLErrorRemover::getErrorString()
 {

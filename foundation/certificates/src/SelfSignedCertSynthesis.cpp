@@ -109,6 +109,7 @@ void setValidity(X509* certificate, Validity const& validity)
 /// An attribute that cannot be added, such as a common name of more than 64 characters, is left out.
 void addAttribute(X509_NAME* name, char const* field, int type, char const* value)
 {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): characters, as OpenSSL's bytes
     X509_NAME_add_entry_by_txt(name, field, type, reinterpret_cast<unsigned char const*>(value), -1, -1, 0);
 }
 
@@ -155,7 +156,8 @@ std::string keyAsPEM(EVP_PKEY* key, std::optional<std::string> const& passphrase
 {
     auto const bio = makeMemoryBIO();
     EVP_CIPHER const* const cipher = passphrase ? EVP_des_ede3_cbc() : nullptr;
-    // Without a callback, the user data is the passphrase; the call wants it mutable and leaves it alone.
+    // Without a callback, the user data is the passphrase.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the call wants it mutable and leaves it alone
     void* const userData = passphrase ? const_cast<char*>(guarded(*passphrase).c_str()) : nullptr;
     guarded(PEM_write_bio_PrivateKey(bio.get(), key, cipher, nullptr, 0, nullptr, userData));
     return contentsAsString(bio.get());

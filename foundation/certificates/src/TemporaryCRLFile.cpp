@@ -10,7 +10,7 @@
 #include <share.h>
 #include <sys/stat.h>
 #else
-#include <stdlib.h>
+#include <stdlib.h> // NOLINT(modernize-deprecated-headers): mkstemp is not in <cstdlib>'s standard part
 #include <unistd.h>
 #endif
 
@@ -55,8 +55,8 @@ TemporaryCRLFile::TemporaryCRLFile() : fileName(namePattern())
 
 TemporaryCRLFile::~TemporaryCRLFile()
 {
-    // Of the ways to remove a file this one neither allocates nor throws.
-    std::remove(fileName.c_str());
+    // Of the ways to remove a file this one neither allocates nor throws. A failure could be told to nobody.
+    static_cast<void>(std::remove(fileName.c_str()));
 }
 
 void TemporaryCRLFile::write(std::string const& content) const

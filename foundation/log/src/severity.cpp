@@ -11,8 +11,11 @@ constexpr std::uint32_t bit(severity level)
 }
 
 // Constant-initialised: a logger may be used while other static objects are still being constructed.
+// NOLINTBEGIN(cert-err58-cpp, cppcoreguidelines-avoid-non-const-global-variables): one for the process, and
+// constant initialisation does not throw
 std::atomic<std::uint32_t> enabledSeverities{
     bit(severity::warning) | bit(severity::error) | bit(severity::fatal)};
+// NOLINTEND(cert-err58-cpp, cppcoreguidelines-avoid-non-const-global-variables)
 
 } // namespace
 

@@ -25,7 +25,7 @@ public:
     /// A copy would drop entries a second time.
     RAIIOpenSSLErrorRemover(RAIIOpenSSLErrorRemover const&) = delete;
     /// Does nothing: what a guard remembers lives in the queue and not in the object.
-    RAIIOpenSSLErrorRemover& operator=(RAIIOpenSSLErrorRemover const&);
+    RAIIOpenSSLErrorRemover& operator=(RAIIOpenSSLErrorRemover const& other);
 
     /// Takes the oldest entry off the queue (`ERR_get_error`) and gives its reason text alone
     /// (`ERR_reason_error_string`): empty if the queue is empty or the code has no registered text.
