@@ -80,6 +80,7 @@ Seeds distributionPointsSeeds()
         {"url_without_path", url("http://crl.test")},
         {"url_in_upper_case", url("HTTP://crl.test/")},
         {"url_with_line_end", url("http://a/b\r\nc")},
+        {"url_with_carriage_return", url("http://a\r/b")},
         {"url_with_bytes_above_127", url("http://\xE2\x80\xA8/\xFF")},
     };
 }
