@@ -11,8 +11,8 @@ namespace foundation::fuzz {
 /// The P-256 key that belongs to the name; anybody can compute it.
 test::KeyHandle fixedKey(std::string const& name);
 
-/// root -> ca -> leaf, valid from 1970 to 9999. Leaf and ca name the distribution points that `leafCrlPath`
-/// and `caCrlPath` end.
+/// root -> ca -> leaf, valid from 1970 to 9999. The URLs of the CRLs that leaf and ca name end in
+/// `leafCrlPath` and `caCrlPath`.
 struct FixedPki
 {
     test::CertificateAndKey root;
