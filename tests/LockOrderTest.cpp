@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -114,6 +115,47 @@ std::vector<Locking> changes()
     };
 }
 
+/// Operations on two objects of one class; the lock of the second one is not taken within that of the first.
+std::vector<Locking> betweenTwo(Objects& others)
+{
+    return {
+        {"certificate == other",
+         [&](Objects& all) { static_cast<void>(all.certificate == others.certificate); },
+         {"certificate", "other certificate"}},
+        {"chain == other",
+         [&](Objects& all) { static_cast<void>(all.chain == others.chain); },
+         {"chain", "other chain"}},
+        {"signedData == other",
+         [&](Objects& all) { static_cast<void>(all.signedData == others.signedData); },
+         {"signedData", "other signedData"}},
+        {"bundle == other",
+         [&](Objects& all) { static_cast<void>(all.bundle == others.bundle); },
+         {"bundle"}},
+        {"certificate = other",
+         [&](Objects& all) { all.certificate = others.certificate; },
+         {"other certificate"}},
+        {"chain = other", [&](Objects& all) { all.chain = others.chain; }, {"other chain"}},
+        {"store = other", [&](Objects& all) { all.store = others.store; }, {"other store"}},
+        {"signedData = other",
+         [&](Objects& all) { all.signedData = others.signedData; },
+         {"other signedData"}},
+        {"bundle = other", [&](Objects& all) { all.bundle = others.bundle; }, {"other bundle"}},
+        {"fallback",
+         [&](Objects& all) {
+             CertificateValidationOptions const options(
+                 CertificateValidationOptions::AllowSelfSignedCertificate::No,
+                 CertificateValidationOptions::AllowExpiredCertificate::No,
+                 CertificateValidationOptions::AllowRevokedCertificate::No,
+                 CertificateValidationOptions::CheckCRL::None,
+                 CertificateValidationOptions::DownloadCRL::None,
+                 std::shared_ptr<TrustStore const>(&others.store, [](TrustStore const*) {}));
+             others.certificate.validateCertificate(X509CertificateChain(), options, all.store);
+         },
+         {"other certificate", "store", "other store"},
+         {{"other certificate", "store"}, {"other certificate", "other store"}}},
+    };
+}
+
 class LockOrder : public testing::Test
 {
 protected:
@@ -126,6 +168,11 @@ protected:
         recorder.watch(objects.signedData, "signedData");
         recorder.watch(objects.detached, "detached");
         recorder.watch(objects.bundle, "bundle");
+        recorder.watch(others.certificate, "other certificate");
+        recorder.watch(others.chain, "other chain");
+        recorder.watch(others.store, "other store");
+        recorder.watch(others.signedData, "other signedData");
+        recorder.watch(others.bundle, "other bundle");
     }
 
     void expectAsDocumented(std::vector<Locking> const& table)
@@ -141,6 +188,7 @@ protected:
     }
 
     Objects objects = makeObjects();
+    Objects others = makeObjects();
     LockRecorder recorder;
     /// Of all operations so far.
     Nestings all;
@@ -167,6 +215,7 @@ bool isInACircle(std::string const& name, Nestings const& nestings)
 TEST_F(LockOrder, IsThatOfTheDocumentationAndHasNoCircle)
 {
     expectAsDocumented(reads());
+    expectAsDocumented(betweenTwo(others));
     expectAsDocumented(changes());
 
     EXPECT_FALSE(all.empty());
