@@ -104,7 +104,6 @@ TEST(ReadOperationsThreads, CopyAndMoveTheirCopiesWhileOthersRead)
 TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
 {
     auto shared = makeObjects();
-    auto const leaf = shared.certificate;
     std::atomic<int> numReading{numThreads / 2};
     std::atomic<int> wrong{0};
     inParallel(numThreads, [&](int number) {
@@ -115,11 +114,12 @@ TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
             --numReading;
             return;
         }
-        // What is added and taken out again is what every reader passes over.
+        // The very certificate that others validate: were it locked within the container's lock, all would
+        // stop.
         while (numReading > 0) {
-            shared.store.addCertificate(leaf);
+            shared.store.addCertificate(shared.certificate);
             shared.store.addCertificates(shared.chain);
-            shared.chain.addCertificate(leaf);
+            shared.chain.addCertificate(shared.certificate);
             shared.chain.popLeafCertificate();
             shared.signedData.addCertificate(shared.certificate);
         }
