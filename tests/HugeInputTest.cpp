@@ -77,7 +77,7 @@ TEST_F(HugeInput, IsNoChain)
     EXPECT_THROWS_EXACTLY(
         X509CertificateChainException,
         "Error: Loading a certificate chain failed. Reason=" + oldestReasonText(),
-        X509CertificateChain(textWith(leaf.pem(), '\n')));
+        X509CertificateChain(textWith(leaf.pem(), 'x')));
 }
 
 TEST_F(HugeInput, IsNoSignedData)
@@ -111,8 +111,10 @@ TEST_F(HugeInput, IsNoBundle)
 
 TEST_F(HugeInput, IsNotThePassphrase)
 {
-    auto const bytes = toDer(makePkcs12(leaf, "secret"));
-    auto const passphrase = textWith("secret", 'x');
+    std::string const secret(little, 'x');
+    auto const bytes = toDer(makePkcs12(leaf, secret));
+    auto const passphrase = textWith("", 'x');
+    EXPECT_FALSE(PKCS12Certificate(bytes, secret).empty());
     EXPECT_THROWS_EXACTLY(
         IncorrectPassphrase,
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, passphrase));
