@@ -3,8 +3,9 @@
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
 # netbase names the port of the service "http", without which no CRL is fetched; iproute2 starts a network of one's own.
 demo_packages=(ca-certificates openssl iproute2 netbase)
-# Tests read what other makers of certificates, signatures and key containers write.
-test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase)
+# Tests read what other makers of certificates, signatures and key containers write, and published test vectors.
+test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase
+    python3-cryptography-vectors)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
 fuzz_packages=(clang libclang-rt-dev)

@@ -1,0 +1,265 @@
+#include "support/ExactThrow.hpp"
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestPki.hpp"
+#include "support/Vectors.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS12Certificate.hpp>
+
+#include <gtest/gtest.h>
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+#include <openssl/pkcs12.h>
+#include <openssl/provider.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Published bundles, each opened by the library and by bare OpenSSL: the same parts, or the same refusal.
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+/// What bare OpenSSL finds in a bundle.
+struct Content
+{
+    X509Handle certificate;
+    KeyHandle key;
+    std::vector<X509Handle> furtherCertificates;
+};
+
+enum class Outcome
+{
+    NoBundle,
+    WrongPassphrase,
+    NotParsed,
+    UnfitCertificate,
+    Opened
+};
+
+struct BareBundle
+{
+    Outcome outcome = Outcome::NoBundle;
+    /// OpenSSL's first reason against it; the library's own where a certificate does not suit it.
+    std::string reason;
+    Content content;
+};
+
+Content parse(Pkcs12Handle const& bundle, std::string const& passphrase)
+{
+    EVP_PKEY* key = nullptr;
+    X509* certificate = nullptr;
+    STACK_OF(X509)* further = nullptr;
+    require(PKCS12_parse(bundle.get(), passphrase.c_str(), &key, &certificate, &further));
+    Content content;
+    content.key = key == nullptr ? nullptr : own(key);
+    content.certificate = certificate == nullptr ? nullptr : own(certificate);
+    for (int index = 0; index < sk_X509_num(further); ++index) {
+        content.furtherCertificates.push_back(own(sk_X509_value(further, index)));
+    }
+    sk_X509_free(further);
+    return content;
+}
+
+/// Why the library does not take the certificate, if so. Which those are is the business of other tests.
+std::optional<std::string> refusal(X509Handle const& certificate)
+{
+    try {
+        X509Certificate const loaded(toDer(certificate));
+        return std::nullopt;
+    } catch (CertificateException const& failure) {
+        return failure.what();
+    }
+}
+
+std::optional<std::string> refusalOfAny(Content const& content)
+{
+    auto all = content.furtherCertificates;
+    if (content.certificate != nullptr) {
+        all.insert(all.begin(), content.certificate);
+    }
+    for (auto const& certificate : all) {
+        if (auto const reason = refusal(certificate)) {
+            return reason;
+        }
+    }
+    return std::nullopt;
+}
+
+BareBundle openBare(Bytes const& bytes, std::string const& passphrase)
+{
+    CleanErrorQueue const clean;
+    Pkcs12Handle const bundle(d2i_PKCS12_bio(readerOf(bytes).get(), nullptr), PKCS12_free);
+    if (bundle == nullptr || !queueIsEmpty()) {
+        return {Outcome::NoBundle, oldestReasonText(), {}};
+    }
+    if (PKCS12_verify_mac(bundle.get(), passphrase.c_str(), static_cast<int>(passphrase.size())) == 0) {
+        return {Outcome::WrongPassphrase, oldestReasonText(), {}};
+    }
+    // Old ciphers are the legacy provider's.
+    static auto* const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
+    EXPECT_NE(legacy, nullptr);
+    Content content;
+    try {
+        content = parse(bundle, passphrase);
+    } catch (std::runtime_error const&) {
+        return {Outcome::NotParsed, oldestReasonText(), {}};
+    }
+    if (auto const reason = refusalOfAny(content)) {
+        return {Outcome::UnfitCertificate, *reason, {}};
+    }
+    return {Outcome::Opened, "", content};
+}
+
+Bytes numberOf(KeyHandle const& key, char const* parameter)
+{
+    BIGNUM* number = nullptr;
+    require(EVP_PKEY_get_bn_param(key.get(), parameter, &number));
+    auto const owned = own(number);
+    Bytes bytes(static_cast<std::size_t>(BN_num_bytes(owned.get())));
+    BN_bn2bin(owned.get(), bytes.data());
+    return bytes;
+}
+
+Bytes rawPrivateKey(KeyHandle const& key)
+{
+    std::size_t size = 32;
+    Bytes bytes(size);
+    require(EVP_PKEY_get_raw_private_key(key.get(), bytes.data(), &size));
+    return bytes;
+}
+
+PrivateKeyInfo privateKeyInfoOf(KeyHandle const& key)
+{
+    switch (EVP_PKEY_get_base_id(key.get())) {
+    case EVP_PKEY_RSA:
+        return PrivateKeyInfo(numberOf(key, OSSL_PKEY_PARAM_RSA_D));
+    case EVP_PKEY_EC:
+        return PrivateKeyInfo(numberOf(key, OSSL_PKEY_PARAM_PRIV_KEY), EllipticCurve::Prime256v1);
+    default:
+        return PrivateKeyInfo(rawPrivateKey(key), EllipticCurve::Ed25519);
+    }
+}
+
+void expectSame(PKCS12Certificate const& opened, Content const& content)
+{
+    EXPECT_EQ(opened.getCertificate().empty(), content.certificate == nullptr);
+    if (content.certificate != nullptr) {
+        EXPECT_EQ(opened.getCertificate().getAsBytes(), toDer(content.certificate));
+    }
+    std::vector<Bytes> further;
+    for (auto const& certificate : opened.getCAChain().getCertificates()) {
+        further.push_back(certificate.getAsBytes());
+    }
+    std::vector<Bytes> expected;
+    for (auto const& certificate : content.furtherCertificates) {
+        expected.push_back(toDer(certificate));
+    }
+    EXPECT_EQ(further, expected);
+    ASSERT_EQ(opened.getPrivateKeyInfo().has_value(), content.key != nullptr);
+    if (content.key != nullptr) {
+        EXPECT_EQ(opened.getPrivateKeyInfo(), privateKeyInfoOf(content.key));
+    }
+}
+
+/// Opens the bundle twice and compares.
+Outcome expectOpenedAsOpenSslOpensIt(Bytes const& bytes, std::string const& passphrase)
+{
+    auto const bare = openBare(bytes, passphrase);
+    switch (bare.outcome) {
+    case Outcome::NoBundle:
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException, "Error: Loading PKSC12 certificate failed. Reason=" + bare.reason,
+            PKCS12Certificate(bytes, passphrase));
+        break;
+    case Outcome::WrongPassphrase:
+        EXPECT_THROWS_EXACTLY(
+            IncorrectPassphrase, "Input passphrase is incorrect. OpenSSL error message=" + bare.reason,
+            PKCS12Certificate(bytes, passphrase));
+        break;
+    case Outcome::NotParsed:
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException, "Error: Parsing PKSC12 certificate failed." + bare.reason,
+            PKCS12Certificate(bytes, passphrase));
+        break;
+    case Outcome::UnfitCertificate:
+        EXPECT_THROWS_EXACTLY(
+            PKCS12CertificateException,
+            "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate." + bare.reason,
+            PKCS12Certificate(bytes, passphrase));
+        break;
+    case Outcome::Opened: {
+        PKCS12Certificate const opened(bytes, passphrase);
+        EXPECT_TRUE(queueIsEmpty());
+        EXPECT_EQ(opened.getAsBytes(), bytes);
+        expectSame(opened, bare.content);
+        break;
+    }
+    }
+    return bare.outcome;
+}
+
+} // namespace
+
+TEST(PKCS12Vectors, OfAPythonLibraryOpenAsOpenSslOpensThem)
+{
+    std::map<Outcome, int> outcomes;
+    for (auto const& name : listVectors("pkcs12", ".p12")) {
+        for (std::string const passphrase : {"password", "cryptography", "", "another"}) {
+            SCOPED_TRACE(name + " with \"" + passphrase + "\"");
+            ++outcomes[expectOpenedAsOpenSslOpensIt(readVector(name), passphrase)];
+        }
+    }
+    EXPECT_GE(outcomes[Outcome::Opened], 5);
+    EXPECT_GE(outcomes[Outcome::WrongPassphrase], 15);
+}
+
+// Which files there are differs from release to release; these have always been there.
+TEST(PKCS12Vectors, HoldWhatTheirNamesSay)
+{
+    struct Row
+    {
+        char const* name;
+        char const* passphrase;
+        bool certificate;
+        bool key;
+        std::size_t furtherCertificates;
+    };
+    Row const rows[] = {
+        {"cert-aes256cbc-no-key", "cryptography", false, false, 1},
+        {"cert-key-aes256cbc", "cryptography", true, true, 0},
+        {"cert-none-key-none", "cryptography", true, true, 0},
+        {"cert-rc2-key-3des", "cryptography", true, true, 0},
+        {"no-cert-key-aes256cbc", "cryptography", false, true, 0},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        PKCS12Certificate const opened(
+            readVector(std::string("pkcs12/") + row.name + ".p12"), row.passphrase);
+
+        EXPECT_EQ(opened.getCertificate().empty(), !row.certificate);
+        EXPECT_EQ(opened.getPrivateKeyInfo().has_value(), row.key);
+        EXPECT_EQ(opened.getCAChain().getNumCertificates(), row.furtherCertificates);
+    }
+}
+
+// The empty passphrase is not the same as none, with which this one's MAC is made.
+TEST(PKCS12Vectors, WithoutAPassphraseAreRefused)
+{
+    auto const outcome = expectOpenedAsOpenSslOpensIt(readVector("pkcs12/no-password.p12"), "");
+    EXPECT_EQ(outcome, Outcome::WrongPassphrase);
+}
+
+TEST(PKCS12Vectors, OfThePathValidationSuiteOpenAsOpenSslOpensThem)
+{
+    std::map<Outcome, int> outcomes;
+    for (auto const& name : listVectors("x509/PKITS_data/pkcs12", ".p12")) {
+        SCOPED_TRACE(name);
+        ++outcomes[expectOpenedAsOpenSslOpensIt(readVector(name), "password")];
+    }
+    EXPECT_EQ(outcomes, (std::map<Outcome, int>{{Outcome::UnfitCertificate, 5}, {Outcome::Opened, 400}}));
+}
