@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <utility>
 
 namespace {
@@ -385,7 +386,7 @@ TEST_F(ChainValidation, TakesDatesOfAnyCentury)
     for (auto const& notBefore :
          {TimeSpec::at(-631152000), TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")}) {
         for (auto const notAfter :
-             {std::time_t{2524607999}, std::time_t{2524608000}, std::time_t{253402300799}}) {
+             {std::int64_t{2524607999}, std::int64_t{2524608000}, std::int64_t{253402300799}}) {
             auto const leaf = makeLeaf(pki["ca"], "leaf", [&](CertificateSpec& spec) {
                 spec.notBefore = notBefore;
                 spec.notAfter = TimeSpec::at(notAfter);

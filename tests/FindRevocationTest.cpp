@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,7 +117,7 @@ TEST_F(FindRevocation, GivesDatesOfAnyCentury)
 {
     struct
     {
-        std::time_t date;
+        std::int64_t date;
         char const* text;
     } const rows[] = {
         {-631152000, "Jan  1 00:00:00 1950 GMT"},

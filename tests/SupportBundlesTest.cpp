@@ -85,7 +85,7 @@ TEST(TestCrl, StoresUpdatesOfAnyKind)
     EXPECT_EQ(X509_CRL_get0_nextUpdate(without.get()), nullptr);
     for (auto const& [time, text] :
          {std::pair(TimeSpec::at(253402300799), "99991231235959Z"),
-          std::pair(TimeSpec::at(-9214646400), "16771231000000Z"),
+          std::pair(TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "16771231000000Z"), "16771231000000Z"),
           std::pair(TimeSpec::unreadable(), "no time at all")}) {
         auto const nextUpdate = time;
         auto const crl = makeCrl(root, {}, [&](CrlSpec& spec) { spec.nextUpdate = nextUpdate; });

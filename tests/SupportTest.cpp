@@ -301,7 +301,7 @@ TEST(TestPki, StoresTimesOfAnyYear)
          {Row{TimeSpec::at(0), "700101000000Z"}, Row{TimeSpec::at(-1), "691231235959Z"},
           Row{TimeSpec::at(2524608000), "20500101000000Z"},
           Row{TimeSpec::at(253402300799), "99991231235959Z"},
-          Row{TimeSpec::at(-9214560000), "16780101000000Z"}, Row{TimeSpec::unreadable(), "no time at all"}}) {
+          Row{TimeSpec::at(-2208988800), "19000101000000Z"}, Row{TimeSpec::unreadable(), "no time at all"}}) {
         auto const root = makeRoot("root", [&](CertificateSpec& spec) { spec.notBefore = row.time; });
         auto const* const stored = X509_get0_notBefore(root.certificate.get());
         EXPECT_EQ(

@@ -15,7 +15,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -316,7 +316,7 @@ TEST(X509CertificateValidity, IsGivenAsTextAndAsTimePoint)
 {
     struct Row
     {
-        std::time_t time;
+        std::int64_t time;
         char const* text;
     };
     for (Row const& row :

@@ -91,7 +91,7 @@ test::TimeSpec startOfTime()
 
 test::TimeSpec endOfTime()
 {
-    constexpr std::time_t lastSecondOf9999 = 253402300799;
+    constexpr std::int64_t lastSecondOf9999 = 253402300799;
     return test::TimeSpec::at(lastSecondOf9999);
 }
 

@@ -1,13 +1,15 @@
 #include "support/TestPki.hpp"
 
+#include <ctime>
+
 namespace foundation::test {
 
 TimeSpec TimeSpec::fromNow(std::chrono::seconds offset)
 {
-    return at(std::time(nullptr) + static_cast<std::time_t>(offset.count()));
+    return at(std::time(nullptr) + offset.count());
 }
 
-TimeSpec TimeSpec::at(std::time_t secondsSince1970)
+TimeSpec TimeSpec::at(std::int64_t secondsSince1970)
 {
     TimeSpec result;
     result.time = secondsSince1970;
@@ -30,7 +32,10 @@ TimeSpec TimeSpec::unreadable()
 AsnStringHandle TimeSpec::toAsn1() const
 {
     if (!rawType) {
-        return own(ASN1_TIME_set(nullptr, time));
+        // In days and seconds: where `time_t` has 32 bits, it does not reach far.
+        constexpr std::int64_t secondsPerDay = 86400;
+        return own(ASN1_TIME_adj(
+            nullptr, 0, static_cast<int>(time / secondsPerDay), static_cast<long>(time % secondsPerDay)));
     }
     auto string = own(ASN1_STRING_type_new(*rawType));
     require(ASN1_STRING_set(string.get(), rawText.data(), static_cast<int>(rawText.size())));

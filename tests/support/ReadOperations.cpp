@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <type_traits>
 #include <unordered_map>
 
 namespace foundation::test {
@@ -33,7 +34,9 @@ std::string text(bool value)
     return value ? "true" : "false";
 }
 
-std::string text(std::uint64_t value)
+/// Sizes and numbers of 64 bits are one type on some systems and two on others.
+template <typename Number, typename = std::enable_if_t<std::is_unsigned_v<Number>>>
+std::string text(Number value)
 {
     return std::to_string(value);
 }

@@ -4,7 +4,7 @@
 #include "support/TestKeys.hpp"
 
 #include <chrono>
-#include <ctime>
+#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <map>
@@ -31,9 +31,9 @@ class TimeSpec
 {
 public:
     static TimeSpec fromNow(std::chrono::seconds offset);
-    /// Seconds since 1970, also negative. UTCTime from 1950 to 2049, GeneralizedTime elsewhere (years 0 to
-    /// 9999).
-    static TimeSpec at(std::time_t secondsSince1970);
+    /// Seconds since 1970, also negative. UTCTime from 1950 to 2049, GeneralizedTime elsewhere (from 1900
+    /// to 9999).
+    static TimeSpec at(std::int64_t secondsSince1970);
     /// Any characters under the given tag (V_ASN1_UTCTIME or V_ASN1_GENERALIZEDTIME), also unreadable ones.
     /// OpenSSL 3.5 reads nothing back of fewer characters than the shortest time has: 13 and 15.
     static TimeSpec raw(int type, std::string text);
@@ -45,7 +45,7 @@ public:
 private:
     std::optional<int> rawType;
     std::string rawText;
-    std::time_t time = 0;
+    std::int64_t time = 0;
 };
 
 /// One attribute of a name; the bytes of `value` are stored unconverted under the string type `type`.
