@@ -14,10 +14,12 @@ namespace foundation::log {
 namespace {
 
 // std::throw_with_nested throws an object of a type that wraps the caller's; the wrapper's name, which
-// differs from one standard library to the next, says nothing to a reader.
+// differs from one standard library, and from one way to spell its names, to the next, says nothing to a
+// reader.
 std::string withoutNestingWrapper(std::string name)
 {
-    for (std::string_view const wrapper : {"std::_Nested_exception<", "std::__1::__nested<"}) {
+    for (std::string_view const wrapper :
+         {"std::_Nested_exception<", "std::__1::__nested<", "std::__nested<"}) {
         if (name.compare(0, wrapper.size(), wrapper) == 0 && name.back() == '>') {
             return name.substr(wrapper.size(), name.size() - wrapper.size() - 1);
         }
