@@ -9,6 +9,7 @@ test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools def
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
 fuzz_packages=(clang libclang-rt-dev)
+compiler_packages=(clang libc++-dev libc++abi-dev googletest)
 bench_packages=(libbenchmark-dev ca-certificates netbase)
 
 as_root() {
