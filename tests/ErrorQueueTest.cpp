@@ -1,4 +1,7 @@
+#include "TrustStoreImpl.hpp"
+
 #include "support/EncryptedPem.hpp"
+#include "support/ExactThrow.hpp"
 #include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
 #include "support/ReadOperations.hpp"
@@ -10,6 +13,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
+#include <openssl/x509.h>
 
 #include <functional>
 #include <stdexcept>
@@ -94,6 +98,16 @@ TEST(ErrorQueue, OfTheCallerChangesNoFailure)
         queueForeignErrors();
         EXPECT_EQ(outcomeOf([&] { return operation.answer(empty); }), outcome);
     }
+}
+
+TEST(ErrorQueue, OfTheCallerTurnsNoFailureIntoACertificateThatIsThereAlready)
+{
+    CleanErrorQueue const clean;
+    ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
+    TrustStoreImpl store;
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to add certificate to store", store.addX509(nullptr));
+    EXPECT_THROW(store.addDERCertificate({1, 2, 3}), TrustStoreException);
+    EXPECT_TRUE(store.empty());
 }
 
 // Operations that make an object or change one
