@@ -63,7 +63,7 @@ std::string X509CertificateImpl::fetchHttpResponse(
     return asText(published()->at(path.substr(1)));
 }
 
-void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string const& message) const
+void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
 {
     if (mode == DownloadCRL::Required) {
         throw X509CertificateException(message);

@@ -8,6 +8,8 @@
 
 namespace foundation::certificates {
 
+using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+
 namespace {
 
 std::string textOf(ASN1_STRING const& string)
@@ -71,8 +73,7 @@ X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& certificate
 }
 
 std::string X509CertificateImpl::fetchHttpResponse(
-    std::string const& host, std::string const& path,
-    CertificateValidationOptions::DownloadCRL /*mode*/) const
+    std::string const& host, std::string const& path, DownloadCRL /*mode*/) const
 {
     try {
         return fetchOverHttp(host, path);
@@ -83,10 +84,10 @@ std::string X509CertificateImpl::fetchHttpResponse(
     }
 }
 
-void X509CertificateImpl::throwIfRequired(
-    CertificateValidationOptions::DownloadCRL mode, std::string const& message) const
+// NOLINTNEXTLINE(performance-unnecessary-value-param): tests that stand in for the download define it so
+void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
 {
-    if (mode == CertificateValidationOptions::DownloadCRL::Required) {
+    if (mode == DownloadCRL::Required) {
         throw X509CertificateException(message);
     }
 }

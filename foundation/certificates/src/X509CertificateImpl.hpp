@@ -158,7 +158,7 @@ public:
         std::string const& host, std::string const& path,
         CertificateValidationOptions::DownloadCRL mode) const;
     /// Throws X509CertificateException with the message if CRLs are required; drops it otherwise.
-    void throwIfRequired(CertificateValidationOptions::DownloadCRL mode, std::string const& message) const;
+    void throwIfRequired(CertificateValidationOptions::DownloadCRL mode, std::string message) const;
 
 private:
     void load(ByteArray const& data);
