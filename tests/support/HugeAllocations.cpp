@@ -103,9 +103,14 @@ std::size_t numHugeAllocations()
 
 } // namespace foundation::test
 
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept
+{
+    return size >= leastHugeSize ? hugeBlocks.make(size) : std::malloc(size == 0 ? 1 : size);
+}
+
 void* operator new(std::size_t size)
 {
-    void* const memory = size >= leastHugeSize ? hugeBlocks.make(size) : std::malloc(size == 0 ? 1 : size);
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -122,6 +127,11 @@ void operator delete(void* memory) noexcept
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    operator delete(memory);
+}
+
+void operator delete(void* memory, std::nothrow_t const& /*tag*/) noexcept
 {
     operator delete(memory);
 }
