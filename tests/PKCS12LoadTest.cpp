@@ -501,6 +501,11 @@ TEST(PKCS12Load, ThrowsIfEmptyOnRequest)
     EXPECT_NO_THROW(PKCS12CertificateImpl(bundle("secret"), "secret").throwIfEmpty());
 }
 
+TEST(PKCS12Load, LeavesAnImplementationThatLoadedNothingWithoutBytes)
+{
+    EXPECT_EQ(PKCS12CertificateImpl().getAsBytes(), ByteArray());
+}
+
 // The legacy provider is loaded into the whole process, so each of these looks at a process of its own.
 
 namespace {
