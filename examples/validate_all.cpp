@@ -114,6 +114,15 @@ std::vector<std::string> certificatesIn(std::string const& path)
     return certificates;
 }
 
+std::string systemFile()
+{
+    auto path = getSystemCertificatesFile();
+    if (path.empty()) {
+        throw std::runtime_error("this system does not keep its roots in one file, so name a file");
+    }
+    return path;
+}
+
 int run(std::string const& path)
 {
     auto const certificates = certificatesIn(path);
@@ -144,7 +153,7 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        return run(words.empty() ? getSystemCertificatesFile() : words.front());
+        return run(words.empty() ? systemFile() : words.front());
     } catch (std::exception const& error) {
         std::cerr << "validate_all: " << error.what() << '\n';
         return 2;

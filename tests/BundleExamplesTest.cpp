@@ -10,11 +10,7 @@
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <iterator>
 #include <sstream>
@@ -34,36 +30,6 @@ std::string printed(T const& value)
     std::ostringstream out;
     out << value;
     return out.str();
-}
-
-/// Runs the program on a terminal of its own and types the text once it has asked.
-ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const& text)
-{
-    int terminal = -1;
-    pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        std::vector<char*> pointers;
-        for (auto const& argument : arguments) {
-            pointers.push_back(const_cast<char*>(argument.c_str()));
-        }
-        pointers.push_back(nullptr);
-        execv(pointers.front(), pointers.data());
-        _exit(127);
-    }
-    ProgramRun result;
-    bool typed = false;
-    std::array<char, 256> buffer{};
-    for (ssize_t size = 0; (size = read(terminal, buffer.data(), buffer.size())) > 0;) {
-        result.output.append(buffer.data(), static_cast<std::size_t>(size));
-        if (!typed && result.output.find("Passphrase: ") != std::string::npos) {
-            typed = write(terminal, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        }
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
 }
 
 class BundleExample : public testing::Test
@@ -201,25 +167,6 @@ TEST_F(OpenBundleExample, ReportsARefusal)
     EXPECT_TRUE(contains(noBundle.errors, "Error: Loading PKSC12 certificate failed.")) << noBundle.errors;
 }
 
-TEST_F(OpenBundleExample, AsksForThePassphraseAndDoesNotShowIt)
-{
-    auto const right = typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "secret\n");
-    EXPECT_EQ(right.exitStatus, 0);
-    EXPECT_EQ(right.output.compare(0, 14, "Passphrase: \r\n"), 0) << right.output;
-    EXPECT_EQ(right.output.find("secret"), std::string::npos) << right.output;
-    EXPECT_NE(right.output.find("Private Key: prime256v1"), std::string::npos) << right.output;
-
-    EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, wholeBundle()}, "other\n").exitStatus, 1);
-}
-
-TEST_F(OpenBundleExample, FailsWhereThereIsNoTerminal)
-{
-    auto const result = runProgram("setsid", {"--wait", OPEN_BUNDLE_PROGRAM, wholeBundle()});
-
-    expectFailure(
-        result, 2, "open_bundle: there is no terminal to ask for the passphrase on, use --passphrase-file\n");
-}
-
 TEST_F(OpenBundleExample, RefusesWrongUsage)
 {
     auto const file = wholeBundle();
@@ -262,6 +209,12 @@ TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
             NID_subject_alt_name, "DNS:build.example,DNS:www.build.example,IP:192.0.2.1,IP:2001:db8::1"));
     EXPECT_EQ(
         X509_check_private_key(x509.get(), keyFrom(contentOfFile(prefix() + ".key"), nullptr).get()), 1);
+}
+
+TEST_F(MakeSelfSignedExample, LetsNobodyElseReadTheKey)
+{
+    make({"--name", "build.example", "--out", prefix()});
+
     EXPECT_EQ(fs::status(prefix() + ".key").permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 

@@ -1,6 +1,5 @@
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
-#include "support/PseudoTerminal.hpp"
 #include "support/StreamBuffers.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
@@ -474,23 +473,6 @@ TEST(PKCS12Load, StartsAndEndsWithAnEmptyErrorQueue)
         PKCS12CertificateException, "RSA key size does not meet minimum cryptographic requirements",
         PKCS12Certificate(keyBundle(rsaKey(1023)), "secret"));
     EXPECT_TRUE(queueIsEmpty());
-}
-
-TEST(PKCS12Load, NeverAsksForAPassphrase)
-{
-    auto const bytes = bundle("secret");
-    auto const run = runOnTerminal([&] {
-        try {
-            PKCS12Certificate const loaded(bytes, "");
-        } catch (IncorrectPassphrase const&) {
-            return 0;
-        }
-        return 1;
-    });
-
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.output, "");
 }
 
 TEST(PKCS12Load, ThrowsIfEmptyOnRequest)

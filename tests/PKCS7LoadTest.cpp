@@ -1,8 +1,6 @@
-#include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/Loading.hpp"
 #include "support/OpenSSLErrors.hpp"
-#include "support/PseudoTerminal.hpp"
 #include "support/RefusedAllocation.hpp"
 #include "support/StreamBuffers.hpp"
 #include "support/TestBundles.hpp"
@@ -17,7 +15,6 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -286,21 +283,4 @@ TEST(PKCS7Load, RefusesAnEmbeddedCertificateWithAnUnfitKey)
             PKCS7CertificateException, certificateRefused + row.reason, PKCS7Certificate(data));
         EXPECT_TRUE(queueIsEmpty());
     }
-}
-
-TEST(PKCS7Load, NeverAsksForAPassphrase)
-{
-    auto const pem = toEncryptedPem(signedData());
-    auto const run = runOnTerminal([&] {
-        try {
-            PKCS7Certificate const loaded(pem);
-        } catch (PKCS7CertificateException const& failure) {
-            std::cout << failure.what() << std::flush;
-            return 3;
-        }
-        return 0;
-    });
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 3);
-    EXPECT_EQ(run.output, loadingFailed + reasonOf(pem));
 }

@@ -1,18 +1,14 @@
 #include "support/ExactThrow.hpp"
-#include "support/PseudoTerminal.hpp"
 #include "support/ScriptedServer.hpp"
 #include "support/TemporaryFolder.hpp"
 
 #include <boost/asio/ip/tcp.hpp>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -121,36 +117,6 @@ TEST(HttpFileServer, ServesFilesByPath)
     EXPECT_EQ(
         exchange(server.port(), "GET /b.crl HTTP/1.0\r\n\r\n"),
         "HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\n\r\n");
-}
-
-TEST(PseudoTerminal, ReportsOutputAndExitCode)
-{
-    auto const run = runOnTerminal([] {
-        std::fputs("hello", stdout);
-        return isatty(0) && isatty(1) && isatty(2) ? 7 : 8;
-    });
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 7);
-    EXPECT_EQ(run.output, "hello");
-}
-
-TEST(PseudoTerminal, FindsOutWhoWaitsForInput)
-{
-    auto const run = runOnTerminal(
-        [] {
-            std::ifstream terminal("/dev/tty");
-            return terminal.get();
-        },
-        500ms);
-    EXPECT_FALSE(run.finished);
-}
-
-TEST(PseudoTerminal, ReportsExceptions)
-{
-    auto const run = runOnTerminal([]() -> int { throw std::runtime_error("text"); });
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 99);
-    EXPECT_EQ(run.output, "text");
 }
 
 TEST(TemporaryFolder, GoesWithItsContent)

@@ -1,4 +1,3 @@
-#include "support/PseudoTerminal.hpp"
 #include "support/RunProgram.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestKeys.hpp"
@@ -7,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -33,18 +31,6 @@ TEST(ValidateAllExample, ListsWhatIsNotValidAndWhatIsRefusedAndShowsAPipeNoProgr
     EXPECT_EQ(run.output, remarks);
     EXPECT_EQ(run.errors, "");
     EXPECT_EQ(run.exitStatus, 1);
-}
-
-TEST(ValidateAllExample, ShowsItsProgressOnATerminal)
-{
-    TemporaryFolder const folder;
-    std::string const command =
-        std::string(VALIDATE_ALL_PROGRAM) + " " + folder.write("bundle.pem", bundle()).string();
-    auto const run = runOnTerminal([&] { return WEXITSTATUS(std::system(command.c_str())); });
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(
-        run.output.substr(0, run.output.find("Not valid")), "\rValidated 1 of 2\rValidated 2 of 2\r\033[K");
 }
 
 TEST(ValidateAllExample, ValidatesTheSystemsRoots)

@@ -1,7 +1,5 @@
-#include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/OpenSSLErrors.hpp"
-#include "support/PseudoTerminal.hpp"
 #include "support/StreamBuffers.hpp"
 #include "support/TestCrl.hpp"
 #include "support/TestKeys.hpp"
@@ -265,23 +263,6 @@ TEST(X509CertificateChainLoad, RefusesAllForOneUnfitKey)
         X509CertificateChainException,
         std::string(parseFailure) + "Key uses Ed448, which is not currently supported",
         X509CertificateChain(strange.pem() + pki()["root"].pem()));
-}
-
-TEST(X509CertificateChainLoad, NeverAsksForAPassphrase)
-{
-    auto const text = toEncryptedPem(pki()["root"].certificate);
-
-    auto const run = runOnTerminal([&] {
-        try {
-            X509CertificateChain const chain(text);
-        } catch (X509CertificateChainException const&) {
-            return 7;
-        }
-        return 0;
-    });
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 7);
-    EXPECT_EQ(run.output, "");
 }
 
 TEST(X509CertificateChainLoad, IsNotMisledByForeignErrorsAndLeavesNone)

@@ -10,6 +10,9 @@ check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
 fuzz_packages=(clang libclang-rt-dev)
 compiler_packages=(clang libc++-dev libc++abi-dev googletest)
+# Compilers, sources and headers for Windows programs, and what runs them.
+windows_packages=(cmake ninja-build make perl g++-mingw-w64-x86-64-posix dpkg-dev libboost-dev libboost-log-dev
+    googletest wine wine64 ca-certificates netbase)
 bench_packages=(libbenchmark-dev ca-certificates netbase)
 
 as_root() {

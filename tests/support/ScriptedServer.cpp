@@ -1,16 +1,8 @@
 #include "support/ScriptedServer.hpp"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <sstream>
-#include <system_error>
+#include <string_view>
 #include <utility>
 
 namespace foundation::test {
@@ -22,13 +14,6 @@ Action actionOf(Action::Kind kind)
     Action action;
     action.kind = kind;
     return action;
-}
-
-void requireSystemCall(int result, std::string const& what)
-{
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
 }
 
 bool holdsBlankLine(std::string const& text)
@@ -115,14 +100,12 @@ std::string httpResponse(std::string const& statusLine, std::string const& body)
 
 ScriptedServer::ScriptedServer(
     std::string const& address, std::uint16_t port, std::vector<Script> connectionScripts)
-    : scripts(std::move(connectionScripts))
+    : scripts(std::move(connectionScripts)),
+      stopSignal(makeStopSignal())
 {
-    std::array<int, 2> ends{};
-    requireSystemCall(pipe(ends.data()), "Cannot make a pipe");
-    stopReader = ends[0];
-    stopWriter = ends[1];
     try {
-        listenOn(address, port);
+        listener = listenAt(address, port);
+        boundPort = portOf(listener);
         acceptor = std::thread([this] { acceptUntilStopped(); });
     } catch (...) {
         stop();
@@ -135,44 +118,23 @@ ScriptedServer::~ScriptedServer()
     stop();
 }
 
-void ScriptedServer::listenOn(std::string const& address, std::uint16_t port)
-{
-    sockaddr_in endpoint{};
-    endpoint.sin_family = AF_INET;
-    endpoint.sin_port = htons(port);
-    inet_pton(AF_INET, address.c_str(), &endpoint.sin_addr);
-    auto* const generic = reinterpret_cast<sockaddr*>(&endpoint);
-    socklen_t size = sizeof endpoint;
-    int const yes = 1;
-
-    listener = socket(AF_INET, SOCK_STREAM, 0);
-    requireSystemCall(listener, "Cannot make a socket");
-    requireSystemCall(
-        setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes), "Cannot share a port");
-    requireSystemCall(
-        bind(listener, generic, size), "Cannot serve on " + address + ":" + std::to_string(port));
-    requireSystemCall(listen(listener, 16), "Cannot listen");
-    requireSystemCall(getsockname(listener, generic, &size), "Cannot find the port");
-    boundPort = ntohs(endpoint.sin_port);
-}
-
-/// Closing its writing end makes the pipe readable for good, which wakes every thread of the server.
+/// The signal wakes every thread of the server.
 void ScriptedServer::stop()
 {
-    if (stopWriter < 0) {
+    if (stopSignal.signal == noSocket) {
         return;
     }
-    close(std::exchange(stopWriter, -1));
+    closeSocket(std::exchange(stopSignal.signal, noSocket));
     if (acceptor.joinable()) {
         acceptor.join();
     }
     for (auto& connection : connections) {
         connection.worker.join();
     }
-    if (listener >= 0) {
-        close(listener);
+    if (listener != noSocket) {
+        closeSocket(listener);
     }
-    close(stopReader);
+    closeSocket(stopSignal.watched);
 }
 
 std::vector<std::string> ScriptedServer::requests() const
@@ -199,15 +161,15 @@ std::string ScriptedServer::requestOf(Connection const& connection) const
 
 void ScriptedServer::acceptUntilStopped()
 {
-    for (std::size_t index = 0; waitUntilReady(listener, POLLIN); ++index) {
-        auto const descriptor = accept(listener, nullptr, nullptr);
-        if (descriptor < 0) {
+    for (std::size_t index = 0; waitUntilReady(listener, Readiness::ToRead, stopSignal); ++index) {
+        auto const accepted = acceptFrom(listener);
+        if (accepted == noSocket) {
             continue;
         }
         auto const script = scripts.empty() ? Script() : scripts[std::min(index, scripts.size() - 1)];
         std::lock_guard const lock(mutex);
         auto& connection = connections.emplace_back();
-        connection.descriptor = descriptor;
+        connection.socket = accepted;
         connection.worker = std::thread([this, &connection, script] { serve(connection, script); });
     }
 }
@@ -218,10 +180,10 @@ void ScriptedServer::serve(Connection& connection, Script const& script)
         script.begin(), script.end(), [&](Action const& action) { return perform(connection, action); });
     if (complete) {
         // Closing over unread bytes would send RST and take from the peer what is still on its way.
-        shutdown(connection.descriptor, SHUT_WR);
+        endSending(connection.socket);
         receive(connection, false);
     }
-    close(connection.descriptor);
+    closeSocket(connection.socket);
 }
 
 /// False ends the script.
@@ -237,51 +199,48 @@ bool ScriptedServer::perform(Connection& connection, Action const& action)
     case Action::Kind::Respond:
         return sendAll(connection, action.respond(requestOf(connection)));
     case Action::Kind::Wait:
-        return sleepUnlessStopped(action.delay);
+        return sleepUnlessStopped(action.delay, stopSignal);
     case Action::Kind::WaitForPeer:
         receive(connection, false);
         return true;
     case Action::Kind::Reset:
         break;
     }
-    linger const dropEverything{1, 0};
-    setsockopt(connection.descriptor, SOL_SOCKET, SO_LINGER, &dropEverything, sizeof dropEverything);
+    resetAtClose(connection.socket);
     return false;
 }
 
 /// False if the peer closed, or the server was stopped, before the end that was waited for.
 bool ScriptedServer::receive(Connection& connection, bool untilBlankLine)
 {
-    std::array<char, 4096> buffer;
     std::string received;
     while (!untilBlankLine || !holdsBlankLine(received)) {
-        if (!waitUntilReady(connection.descriptor, POLLIN)) {
+        if (!waitUntilReady(connection.socket, Readiness::ToRead, stopSignal)) {
             return false;
         }
-        auto const size = recv(connection.descriptor, buffer.data(), buffer.size(), 0);
-        if (size <= 0) {
+        auto const bytes = receiveSome(connection.socket);
+        if (bytes.empty()) {
             return false;
         }
-        received.append(buffer.data(), static_cast<std::size_t>(size));
+        received.append(bytes);
         std::lock_guard const lock(mutex);
-        connection.request.append(buffer.data(), static_cast<std::size_t>(size));
+        connection.request.append(bytes);
     }
     return true;
 }
 
 bool ScriptedServer::sendAll(Connection const& connection, std::string const& bytes)
 {
-    std::size_t sent = 0;
-    while (sent < bytes.size()) {
-        if (!waitUntilReady(connection.descriptor, POLLOUT)) {
+    std::string_view left = bytes;
+    while (!left.empty()) {
+        if (!waitUntilReady(connection.socket, Readiness::ToWrite, stopSignal)) {
             return false;
         }
-        auto const flags = MSG_NOSIGNAL | MSG_DONTWAIT;
-        auto const size = ::send(connection.descriptor, bytes.data() + sent, bytes.size() - sent, flags);
-        if (size < 0 && errno != EAGAIN && errno != EINTR) {
+        auto const sent = sendSome(connection.socket, left);
+        if (!sent) {
             return false;
         }
-        sent += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+        left.remove_prefix(*sent);
     }
     return true;
 }
@@ -289,28 +248,8 @@ bool ScriptedServer::sendAll(Connection const& connection, std::string const& by
 bool ScriptedServer::sendSlowly(Connection const& connection, Action const& action)
 {
     return std::all_of(action.bytes.begin(), action.bytes.end(), [&](char byte) {
-        return sendAll(connection, std::string(1, byte)) && sleepUnlessStopped(action.delay);
+        return sendAll(connection, std::string(1, byte)) && sleepUnlessStopped(action.delay, stopSignal);
     });
-}
-
-bool ScriptedServer::waitUntilReady(int descriptor, short events)
-{
-    for (;;) {
-        std::array<pollfd, 2> waiting{{{stopReader, POLLIN, 0}, {descriptor, events, 0}}};
-        auto const count = poll(waiting.data(), waiting.size(), -1);
-        if (count > 0) {
-            return waiting[0].revents == 0;
-        }
-        if (errno != EINTR) {
-            return false;
-        }
-    }
-}
-
-bool ScriptedServer::sleepUnlessStopped(std::chrono::milliseconds duration)
-{
-    pollfd stopped{stopReader, POLLIN, 0};
-    return poll(&stopped, 1, static_cast<int>(duration.count())) == 0;
 }
 
 HttpFileServer::HttpFileServer(

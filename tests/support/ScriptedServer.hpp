@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/Handles.hpp"
+#include "support/Sockets.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -77,28 +78,23 @@ public:
 private:
     struct Connection
     {
-        int descriptor = -1;
+        SocketHandle socket = noSocket;
         /// Guarded by the server's mutex, as the list of connections is.
         std::string request;
         std::thread worker;
     };
 
-    void listenOn(std::string const& address, std::uint16_t port);
     void acceptUntilStopped();
     void serve(Connection& connection, Script const& script);
     bool perform(Connection& connection, Action const& action);
     bool receive(Connection& connection, bool untilBlankLine);
     bool sendAll(Connection const& connection, std::string const& bytes);
     bool sendSlowly(Connection const& connection, Action const& action);
-    /// False if the server was stopped meanwhile.
-    bool waitUntilReady(int descriptor, short events);
-    bool sleepUnlessStopped(std::chrono::milliseconds duration);
     std::string requestOf(Connection const& connection) const;
 
     std::vector<Script> scripts;
-    int listener = -1;
-    int stopReader = -1;
-    int stopWriter = -1;
+    StopSignal stopSignal;
+    SocketHandle listener = noSocket;
     std::uint16_t boundPort = 0;
     mutable std::mutex mutex;
     std::list<Connection> connections;

@@ -1,20 +1,30 @@
 #include "support/TemporaryFolder.hpp"
 
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
+#include <random>
 #include <system_error>
 
 namespace foundation::test {
 
-TemporaryFolder::TemporaryFolder()
+namespace {
+
+/// A directory that did not exist before.
+std::filesystem::path makeDirectory()
 {
-    auto pattern = (std::filesystem::temp_directory_path() / "foundation-test-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) {
-        throw std::system_error(errno, std::generic_category(), "Cannot make a temporary folder");
+    auto const parent = std::filesystem::temp_directory_path();
+    std::random_device random;
+    for (;;) {
+        auto const made = parent / ("foundation-test-" + std::to_string(random()));
+        if (std::filesystem::create_directory(made)) {
+            std::filesystem::permissions(made, std::filesystem::perms::owner_all);
+            return made;
+        }
     }
-    folder = pattern;
 }
+
+} // namespace
+
+TemporaryFolder::TemporaryFolder() : folder(makeDirectory()) {}
 
 TemporaryFolder::~TemporaryFolder()
 {
