@@ -1,0 +1,86 @@
+// The adder on Windows as it is. What it finds there is Windows' affair; Wine, for one, finds nothing by
+// usage.
+#include "support/windows/WindowsHeader.hpp"
+
+#include "support/OpenSSLErrors.hpp"
+#include "support/TestPki.hpp"
+
+#include "TrustStoreImpl.hpp"
+#include "windows/SystemCertificateAdder.hpp"
+
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+
+namespace {
+
+using Usage = TrustStore::Usage;
+
+constexpr Usage everyUsage[] = {Usage::ServerAuthentication, Usage::Signing, static_cast<Usage>(2)};
+
+/// All that the current user's root store shows.
+std::set<Bytes> rootsOfWindows()
+{
+    std::set<Bytes> roots;
+    auto* const store = CertOpenSystemStoreA(0, "ROOT");
+    PCCERT_CONTEXT root = nullptr;
+    while ((root = CertEnumCertificatesInStore(store, root)) != nullptr) {
+        roots.insert(Bytes(root->pbCertEncoded, root->pbCertEncoded + root->cbCertEncoded));
+    }
+    CertCloseStore(store, 0);
+    return roots;
+}
+
+} // namespace
+
+TEST(WindowsRootStore, OpensAndComesToItsEndForEveryUsage)
+{
+    for (auto const usage : everyUsage) {
+        CleanErrorQueue const clean;
+        TrustStoreImpl store;
+        windows::SystemCertificateAdder().addCertificatesTo(store, usage, false);
+        EXPECT_LE(store.size(), rootsOfWindows().size());
+        EXPECT_TRUE(queueIsEmpty());
+    }
+}
+
+TEST(WindowsRootStore, GivesNothingThatIsNotInIt)
+{
+    auto const roots = rootsOfWindows();
+    EXPECT_FALSE(roots.empty());
+    TrustStore store;
+    store.addSystemCertificates(Usage::ServerAuthentication, false);
+    for (auto const& certificate : store.getCertificates().getCertificates()) {
+        EXPECT_EQ(roots.count(certificate.getAsBytes()), 1U);
+    }
+}
+
+TEST(WindowsRootStore, IsWhereTrustStoresLookUnlessToldOtherwise)
+{
+    TrustStore const store;
+    TrustStore copy(store);
+    EXPECT_NO_THROW(copy.addSystemCertificates(Usage::Signing, true));
+}
+
+TEST(WindowsRootStore, IsNoFileAndNoFolder)
+{
+    EXPECT_EQ(getSystemCertificatesFile(), "");
+    EXPECT_EQ(getSystemCertificatesFolder(), "");
+}
+
+TEST(WindowsRootStore, IsLookedUpByEveryCloneOfTheAdder)
+{
+    windows::SystemCertificateAdder const adder;
+    std::unique_ptr<ISystemCertificateAdder> const clone(adder.clone());
+    EXPECT_NE(clone.get(), &adder);
+    EXPECT_NE(dynamic_cast<windows::SystemCertificateAdder*>(clone.get()), nullptr);
+}
