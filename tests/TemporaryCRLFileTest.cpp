@@ -1,14 +1,17 @@
 #include "TemporaryCRLFile.hpp"
 
+#include "support/InParallel.hpp"
 #include "support/LeavesNoTrace.hpp"
 #include "support/Text.hpp"
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
 #include <regex>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace foundation::certificates {
 namespace {
@@ -49,6 +52,20 @@ TEST_F(TemporaryCRLFileTest, HasANameThatNoOtherHas)
 
     EXPECT_NE(first.name(), second.name());
     EXPECT_EQ(temporaryFiles().size(), 2u);
+}
+
+TEST_F(TemporaryCRLFileTest, IsSharedByNoThreads)
+{
+    constexpr int numThreads = 8;
+    constexpr int numFilesEach = 20;
+    std::vector<std::deque<TemporaryCRLFile>> files(numThreads);
+    test::inParallel(numThreads, [&](int number) {
+        for (int file = 0; file < numFilesEach; ++file) {
+            files[static_cast<std::size_t>(number)].emplace_back();
+        }
+    });
+
+    EXPECT_EQ(temporaryFiles().size(), static_cast<std::size_t>(numThreads * numFilesEach));
 }
 
 TEST_F(TemporaryCRLFileTest, HoldsWhatWasWrittenLast)
