@@ -132,8 +132,8 @@ start_wine() {
     export WINEPATH
     WINEPATH=$(printf 'Z:%s/bin;' "${windows_libraries[@]}")
     unset DISPLAY WAYLAND_DISPLAY
-    wine wineboot --init >/dev/null 2>&1
     wineserver --persistent
+    wine wineboot --init >/dev/null 2>&1
 }
 
 # check_windows_package: builds tests/package against the installed library, and runs it.
