@@ -23,10 +23,15 @@ RefusedAllocation::~RefusedAllocation()
 
 } // namespace foundation::test
 
-void* operator new(std::size_t size)
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept
 {
     bool const refused = refusedSize != 0 && size == refusedSize;
-    void* const memory = refused ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return refused ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size)
+{
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -39,6 +44,11 @@ void operator delete(void* memory) noexcept
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::nothrow_t const& /*tag*/) noexcept
 {
     std::free(memory);
 }
