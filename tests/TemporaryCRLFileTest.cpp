@@ -27,7 +27,8 @@ TEST_F(TemporaryCRLFileTest, IsAnEmptyFileInTheTemporaryDirectory)
     TemporaryCRLFile const file;
 
     std::filesystem::path const path = file.name();
-    EXPECT_TRUE(std::filesystem::equivalent(path.parent_path(), std::filesystem::temp_directory_path()));
+    // Windows ends the name of a directory with a separator, too.
+    EXPECT_EQ(path.parent_path() / "", std::filesystem::temp_directory_path() / "");
     EXPECT_TRUE(std::regex_match(path.filename().string(), std::regex("certCRL_[A-Za-z0-9]{6}")))
         << path.filename();
     EXPECT_NE(path.filename(), "certCRL_XXXXXX");
