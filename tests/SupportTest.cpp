@@ -362,6 +362,14 @@ TEST(TestPki, MakesVersion1WithoutExtensions)
     EXPECT_NE(verifyStrictly(makeLeaf(root, "leaf").certificate, {}, root.certificate), X509_V_OK);
 }
 
+TEST(TestPki, MakesVersion1WithExtensionsToo)
+{
+    auto const root = makeRoot("root", [](CertificateSpec& spec) { spec.version = X509_VERSION_1; });
+    EXPECT_EQ(X509_get_version(root.certificate.get()), X509_VERSION_1);
+    EXPECT_GT(X509_get_ext_count(root.certificate.get()), 0);
+    EXPECT_EQ(X509_verify(root.certificate.get(), root.key.get()), 1);
+}
+
 TEST(TestPki, LeavesErrorQueueAsItWas)
 {
     CleanErrorQueue const clean;

@@ -107,12 +107,37 @@ void spoilPublicKey(X509* certificate, PublicKeyFault fault)
         publicKey, OBJ_dup(chosen.get()), V_ASN1_NULL, nullptr, bits, static_cast<int>(garbage.size())));
 }
 
+/// Signs by hand what is signed already, as another version.
+void signAsVersion(X509* certificate, long version, DigestContextHandle const& context)
+{
+    require(X509_set_version(certificate, version));
+    unsigned char* encoded = nullptr;
+    auto const size = i2d_re_X509_tbs(certificate, &encoded);
+    require(size);
+    std::shared_ptr<unsigned char> const owner(encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
+
+    std::size_t length = 0;
+    auto const sizeToSign = static_cast<std::size_t>(size);
+    require(EVP_DigestSign(context.get(), nullptr, &length, encoded, sizeToSign));
+    Bytes signature(length);
+    require(EVP_DigestSign(context.get(), signature.data(), &length, encoded, sizeToSign));
+
+    ASN1_BIT_STRING const* place = nullptr;
+    X509_get0_signature(&place, nullptr, certificate);
+    require(ASN1_STRING_set(const_cast<ASN1_BIT_STRING*>(place), signature.data(), static_cast<int>(length)));
+}
+
 void sign(X509* certificate, CertificateSpec const& spec)
 {
     auto const fallback = spec.signer ? spec.signer->key : spec.key;
     auto const key = spec.signingKey ? spec.signingKey : fallback;
-    auto const context = startSigning(key, spec.digest, spec.pssSignature);
-    require(X509_sign_ctx(certificate, context.get()));
+    auto const start = [&] { return startSigning(key, spec.digest, spec.pssSignature); };
+    auto const version = X509_get_version(certificate);
+    require(X509_sign_ctx(certificate, start().get()));
+    // OpenSSL 3.5 makes version 3 of whatever has extensions.
+    if (X509_get_version(certificate) != version) {
+        signAsVersion(certificate, version, start());
+    }
 }
 
 } // namespace
