@@ -1,5 +1,7 @@
 #include "ASN1Decoding.hpp"
 
+#include "OpenSSLResult.hpp"
+
 #include <limits>
 
 namespace foundation::certificates {
@@ -11,6 +13,23 @@ X509UPtr x509FromDER(ByteArray const& der)
     }
     unsigned char const* position = der.data();
     return makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+}
+
+void* extensionOf(X509 const* certificate, int nid)
+{
+    constexpr int isAbsent = -1;
+    int finding = isAbsent;
+    void* const value = X509_get_ext_d2i(certificate, nid, &finding, nullptr);
+    if (value == nullptr && finding != isAbsent && isOutOfMemory()) {
+        throw X509CertificateException("Internal error: Unable to read the certificate's extensions.");
+    }
+    return value;
+}
+
+bool hasValidExtensions(X509* certificate)
+{
+    constexpr int noPurpose = -1;
+    return X509_check_purpose(certificate, noPurpose, 0) == 1;
 }
 
 std::optional<std::string> asUTF8(ASN1_STRING const* value)

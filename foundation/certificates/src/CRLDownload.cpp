@@ -1,3 +1,4 @@
+#include "ASN1Decoding.hpp"
 #include "DuplicateCertificate.hpp"
 #include "HttpClient.hpp"
 #include "X509CertificateImpl.hpp"
@@ -63,8 +64,8 @@ std::vector<std::string>
 X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& certificate) const
 {
     auto const duplicate = duplicateX509Of(certificate);
-    auto const points = makeDIST_POINTStack(static_cast<STACK_OF(DIST_POINT)*>(
-        X509_get_ext_d2i(duplicate.get(), NID_crl_distribution_points, nullptr, nullptr)));
+    auto const points = makeDIST_POINTStack(
+        static_cast<STACK_OF(DIST_POINT)*>(extensionOf(duplicate.get(), NID_crl_distribution_points)));
     std::vector<std::string> uris;
     for (int index = 0; index < sk_DIST_POINT_num(points.get()); ++index) {
         appendNamesOf(sk_DIST_POINT_value(points.get(), index), uris);

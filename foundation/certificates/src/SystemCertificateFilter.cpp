@@ -1,5 +1,6 @@
 #include "TrustStoreImpl.hpp"
 
+#include "ASN1Decoding.hpp"
 #include "DiagnosticLogger.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -17,13 +18,16 @@ using log::severity;
 
 bool isTLSServerAnchor(X509* certificate)
 {
-    return X509_check_purpose(certificate, X509_PURPOSE_SSL_SERVER, X509_check_ca(certificate)) > 0;
+    // What seems invalid may have met with a want of memory, and is judged by a duplicate.
+    auto const duplicate = makeX509(hasValidExtensions(certificate) ? nullptr : X509_dup(certificate));
+    X509* const judged = duplicate == nullptr ? certificate : duplicate.get();
+    return X509_check_purpose(judged, X509_PURPOSE_SSL_SERVER, X509_check_ca(judged)) > 0;
 }
 
 bool keyUsageAllowsSigning(X509 const* certificate)
 {
-    auto const usage = makeASN1_BIT_STRING(
-        static_cast<ASN1_BIT_STRING*>(X509_get_ext_d2i(certificate, NID_key_usage, nullptr, nullptr)));
+    auto const usage =
+        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
     if (usage == nullptr) {
         return true;
     }
@@ -37,8 +41,8 @@ bool keyUsageAllowsSigning(X509 const* certificate)
 
 bool extendedKeyUsageAllowsSigning(X509 const* certificate)
 {
-    auto const usages = makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
-        X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+    auto const usages = makeASN1_OBJECTStack(
+        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
     if (usages == nullptr) {
         return true;
     }

@@ -31,6 +31,8 @@ constexpr std::uint64_t minimumRSAKeySize = 1024;
 constexpr char const noNotBeforeText[] =
     "Error: Certificate does not have validNotBefore field correctly set.";
 constexpr char const noNotAfterText[] = "Error: Certificate does not have validNotAfter field correctly set.";
+constexpr char const unreadableExtensionsText[] =
+    "Internal error: Unable to read the certificate's extensions.";
 constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
 
 X509UPtr parsePEM(BIO* bio)
@@ -82,8 +84,8 @@ std::string commonNameIn(X509_NAME const* name, char const* missingText)
 
 ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate)
 {
-    return makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
-        X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+    return makeASN1_OBJECTStack(
+        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
 }
 
 template <typename ObjectAt>
@@ -99,9 +101,24 @@ std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
 
 bool hasDigitalSignatureBit(X509 const* certificate)
 {
-    auto const usage = makeASN1_BIT_STRING(
-        static_cast<ASN1_BIT_STRING*>(X509_get_ext_d2i(certificate, NID_key_usage, nullptr, nullptr)));
+    auto const usage =
+        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
     return usage != nullptr && ASN1_BIT_STRING_get_bit(usage.get(), 0) != 0;
+}
+
+/// Were there no memory for the extensions on first need, the certificate would count as invalid from that
+/// time on. So they are read while it can still be refused. Those that are invalid in themselves are so in
+/// every duplicate.
+void readExtensions(X509* certificate)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    if (hasValidExtensions(certificate)) {
+        return;
+    }
+    auto const duplicate = makeX509(X509_dup(certificate));
+    if (duplicate == nullptr || hasValidExtensions(duplicate.get())) {
+        throw X509CertificateException(unreadableExtensionsText);
+    }
 }
 
 EVP_PKEYUPtr publicKeyOf(X509* certificate)
@@ -199,6 +216,7 @@ X509CertificateImpl::X509CertificateImpl(X509* certificate)
     : x509(makeX509(certificate == nullptr ? nullptr : X509_dup(certificate)))
 {
     throwIfKeyTooWeak();
+    readExtensions(x509.get());
 }
 
 X509CertificateImpl::X509CertificateImpl(
@@ -230,6 +248,7 @@ void X509CertificateImpl::load(ByteArray const& data)
             "Error: Loading a certificate failed. Reason=" + errors.getErrorString());
     }
     throwIfKeyTooWeak();
+    readExtensions(x509.get());
 }
 
 bool X509CertificateImpl::empty() const
@@ -334,8 +353,8 @@ std::vector<std::string> X509CertificateImpl::getExtendedKeyUsages() const
 
 std::vector<std::string> X509CertificateImpl::getPolicies() const
 {
-    auto const policies = makePOLICYINFOStack(static_cast<STACK_OF(POLICYINFO)*>(
-        X509_get_ext_d2i(content(), NID_certificate_policies, nullptr, nullptr)));
+    auto const policies = makePOLICYINFOStack(
+        static_cast<STACK_OF(POLICYINFO)*>(extensionOf(content(), NID_certificate_policies)));
     return oidTexts(sk_POLICYINFO_num(policies.get()), [&](int index) {
         return sk_POLICYINFO_value(policies.get(), index)->policyid;
     });

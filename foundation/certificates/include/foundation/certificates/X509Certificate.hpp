@@ -74,6 +74,8 @@ public:
     /// @throws X509CertificateException "Internal error: The given certificate data could not be written
     ///     to a buffer."
     /// @throws X509CertificateException "RSA key size does not meet minimum cryptographic requirements"
+    /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if
+    ///     OpenSSL has no memory for it
     /// @throws UnsupportedEllipticCurve "ECC-based key is not using supported ECC Curve. Curve: " and its
     ///     name, or "Key uses Ed448, which is not currently supported"
     /// @throws UnsupportedKeyType "Key is not currently supported. OpenSSL type id: " and the number
@@ -169,6 +171,8 @@ public:
     /// a readable extension.
     /// @throws X509CertificateException "OID has invalid length: " and the length; "Could not convert OID
     ///     into text. Expected: " and a length, ". Got: " and another
+    /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if
+    ///     OpenSSL has no memory for it
     std::vector<std::string> getExtendedKeyUsages() const;
     /// The certificate policies as dotted OIDs (`X509_get_ext_d2i`), in the extension's order; empty
     /// without a readable extension. Fails as getExtendedKeyUsages does.
@@ -182,6 +186,8 @@ public:
     bool isSelfSigned() const;
     /// Whether the key usage extension is there and has digitalSignature, and the extended key usages, if
     /// there are any, name code signing.
+    /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if
+    ///     OpenSSL has no memory for it
     bool isValidForDigitalSigning() const;
 
     /// Whether both have the same SHA-256 fingerprint, that is, the same DER form. Locks one object after
