@@ -59,13 +59,14 @@ PKCS7CertificateImpl::~PKCS7CertificateImpl() = default;
 
 PKCS7CertificateImpl& PKCS7CertificateImpl::operator=(PKCS7CertificateImpl const& other)
 {
-    if (this != &other) {
-        certificates = other.certificates;
-    }
+    // All that can fail comes first, so that a failure leaves the object as it was.
+    auto copies = other.certificates;
     // The target's own structure, on purpose: whoever relies on it finds it unchanged after the assignment.
-    if (other.pkcs7 != nullptr) {
-        pkcs7 = duplicate(pkcs7.get());
+    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7) : duplicate(pkcs7.get());
+    if (this != &other) {
+        certificates = std::move(copies);
     }
+    pkcs7 = std::move(structure);
     return *this;
 }
 

@@ -1,5 +1,8 @@
 #include "PKCS7Structure.hpp"
 
+#include "OpenSSLResult.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <openssl/err.h>
@@ -69,7 +72,14 @@ STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure)
 
 PKCS7UPtr duplicate(PKCS7 const* structure)
 {
-    return makePKCS7(structure == nullptr ? nullptr : PKCS7_dup(structure));
+    if (structure == nullptr) {
+        return makePKCS7(nullptr);
+    }
+    auto copy = makePKCS7(PKCS7_dup(structure));
+    if (copy == nullptr && isOutOfMemory()) {
+        throw PKCS7CertificateException("Internal error: The PKCS7 structure could not be copied.");
+    }
+    return copy;
 }
 
 X509StackUPtr signersOf(PKCS7* structure)

@@ -15,7 +15,9 @@ bool isSigned(PKCS7 const* structure);
 /// The embedded certificates, which the structure keeps; null where there are none.
 STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure);
 
-/// `PKCS7_dup`: a separate copy, or null for null.
+/// `PKCS7_dup`: a separate copy; null for null, and for what OpenSSL cannot encode.
+/// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." for want of
+///     memory
 PKCS7UPtr duplicate(PKCS7 const* structure);
 
 /// `PKCS7_get0_signers`: the signers' certificates, found among the embedded ones, each with a reference of

@@ -76,6 +76,8 @@ public:
 
     /// A separate copy of the structure (`PKCS7_dup`); the certificates are shared, as copies of
     /// X509Certificate are. Holds the source's lock meanwhile.
+    /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if
+    ///     OpenSSL has no memory for it
     PKCS7Certificate(PKCS7Certificate const& other);
     /// Leaves the source uninitialized.
     PKCS7Certificate(PKCS7Certificate&& other) noexcept;
