@@ -585,6 +585,12 @@ TEST_F(PKCS7Verification, TrustsNothingIfTheTrustStoreCannotBeCopied)
         load(signedBy({signer()})).verifySignature(X509CertificateChain(), trusted, ByteArray()), true,
         Status::Untrusted, untrustedText("CN=signer"));
     ERR_clear_error();
+    // nor is the operating system's word taken for it
+    expectResult(
+        load(signedBy({makeLeaf(systemRoot(), "signer")}))
+            .verifySignature(X509CertificateChain(), trusted, ByteArray()),
+        true, Status::Untrusted, "certificate verify error");
+    ERR_clear_error();
     expectResult(
         load(signedBy({signer()})).verifySignature(chainOf({root()}), trusted, ByteArray()), true,
         Status::Valid, "");

@@ -110,7 +110,14 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::verifySignature(
     if (!verifies(pkcs7.get(), untrusted.get(), nullptr, content.get(), nullptr, PKCS7_NOVERIFY)) {
         return failed(takeReason());
     }
-    return validateFirstSigner(intermediates, workingStore);
+    auto results = validateFirstSigner(intermediates, workingStore);
+    // Where the trust store could not be copied, the validation was left with an empty one and turned to the
+    // operating system's certificates, which are not the caller's.
+    bool const isOthersTrust = workingStore.empty() && !trustStore.empty();
+    if (isOthersTrust && results.getCertificateChainStatus() == CertificateChainStatus::Valid) {
+        return {true, CertificateChainStatus::Untrusted, chainErrorText};
+    }
+    return results;
 }
 
 PKCS7CertificateValidationResults PKCS7CertificateImpl::validateFirstSigner(
