@@ -112,14 +112,20 @@ X509CertificateChainImpl::X509CertificateChainImpl(X509CertificateChainImpl&& ot
 
 X509CertificateChainImpl::~X509CertificateChainImpl() = default;
 
-X509CertificateChainImpl&
-X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other) = default;
+X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other)
+{
+    if (this != &other) {
+        // By way of a copy, so that a failure leaves the list as it was.
+        certificates = std::vector<X509Certificate>(other.certificates);
+    }
+    return *this;
+}
 
 // NOLINTNEXTLINE(performance-noexcept-move-constructor): it copies
 X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl&& other)
 {
     if (this != &other) {
-        certificates = other.certificates;
+        certificates = std::vector<X509Certificate>(other.certificates);
     }
     other.certificates.clear();
     return *this;

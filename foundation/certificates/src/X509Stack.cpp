@@ -2,7 +2,7 @@
 
 #include "ASN1Decoding.hpp"
 
-#include <new>
+#include <foundation/certificates/Exceptions.hpp>
 
 namespace foundation::certificates {
 
@@ -13,7 +13,7 @@ X509StackUPtr stackOf(std::vector<X509Certificate> const& certificates)
         // Not by way of a load of the library's, which would empty the error queue.
         auto duplicate = x509FromDER(certificate.getAsBytes());
         if (duplicate == nullptr || sk_X509_push(stack.get(), duplicate.get()) == 0) {
-            throw std::bad_alloc();
+            throw X509CertificateException("Error: X509Certificate has no content.");
         }
         static_cast<void>(duplicate.release()); // the stack's from here on; a push that failed took nothing
     }
