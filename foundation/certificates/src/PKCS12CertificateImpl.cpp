@@ -54,6 +54,23 @@ void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
     loaded = provider;
 }
 
+/// Whether PKCS12_parse has taken a certificate for a stranger's although it fits the key: the only sign that
+/// there was no memory to read the certificate's key or to compare the two. A duplicate is read once more.
+bool hasMissedCertificate(BundleContents const& contents)
+{
+    if (contents.key == nullptr || contents.certificate != nullptr) {
+        return false;
+    }
+    RAIIOpenSSLErrorRemover const errors(false);
+    for (int index = 0; index < sk_X509_num(contents.others.get()); ++index) {
+        auto const duplicate = makeX509(X509_dup(sk_X509_value(contents.others.get(), index)));
+        if (duplicate == nullptr || X509_check_private_key(duplicate.get(), contents.key.get()) == 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
 BundleContents decrypt(PKCS12* bundle, std::string const& passphrase, RAIIOpenSSLErrorRemover& errors)
 {
     EVP_PKEY* key = nullptr;
@@ -62,7 +79,7 @@ BundleContents decrypt(PKCS12* bundle, std::string const& passphrase, RAIIOpenSS
     int const result = PKCS12_parse(bundle, passphrase.c_str(), &key, &certificate, &others);
     // After a failure too, there may be something to release.
     BundleContents contents{makeEVP_PKEY(key), makeX509(certificate), makeX509Stack(others)};
-    if (result == 0) {
+    if (result == 0 || hasMissedCertificate(contents)) {
         throw PKCS12CertificateException(
             "Error: Parsing PKSC12 certificate failed." + errors.getErrorString());
     }
