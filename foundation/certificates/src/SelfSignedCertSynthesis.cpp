@@ -1,5 +1,6 @@
 #include "MemoryBIO.hpp"
 #include "OpenSSLHandles.hpp"
+#include "OpenSSLResult.hpp"
 
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 
@@ -102,15 +103,19 @@ EVP_PKEYUPtr makeRSAKey(std::size_t bits)
 void setValidity(X509* certificate, Validity const& validity)
 {
     std::time_t now = std::time(nullptr);
-    X509_time_adj(X509_getm_notBefore(certificate), validity.start, &now);
-    X509_time_adj(X509_getm_notAfter(certificate), validity.end, &now);
+    guarded(X509_time_adj(X509_getm_notBefore(certificate), validity.start, &now));
+    guarded(X509_time_adj(X509_getm_notAfter(certificate), validity.end, &now));
 }
 
-/// An attribute that cannot be added, such as a common name of more than 64 characters, is left out.
+/// An attribute that cannot be added, such as a common name of more than 64 characters, is left out; not so
+/// one that there is no memory for.
 void addAttribute(X509_NAME* name, char const* field, int type, char const* value)
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): characters, as OpenSSL's bytes
-    X509_NAME_add_entry_by_txt(name, field, type, reinterpret_cast<unsigned char const*>(value), -1, -1, 0);
+    auto const* const bytes = reinterpret_cast<unsigned char const*>(value);
+    if (X509_NAME_add_entry_by_txt(name, field, type, bytes, -1, -1, 0) != 1 && isOutOfMemory()) {
+        failGeneration();
+    }
 }
 
 void setNames(X509* certificate, std::string const& commonName)
@@ -120,7 +125,7 @@ void setNames(X509* certificate, std::string const& commonName)
     for (auto const& [field, value] : fixedSubjectAttributes) {
         addAttribute(subject, field, MBSTRING_ASC, value);
     }
-    X509_set_issuer_name(certificate, subject);
+    guarded(X509_set_issuer_name(certificate, subject));
 }
 
 void addExtension(X509* certificate, int nid, std::string const& value)
@@ -129,7 +134,7 @@ void addExtension(X509* certificate, int nid, std::string const& value)
     X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
     auto const extension =
         makeX509_EXTENSION(guarded(X509V3_EXT_conf_nid(nullptr, &context, nid, guarded(value).c_str())));
-    X509_add_ext(certificate, extension.get(), -1);
+    guarded(X509_add_ext(certificate, extension.get(), -1));
 }
 
 void sign(X509* certificate, EVP_PKEY* key)
@@ -147,7 +152,7 @@ void sign(X509* certificate, EVP_PKEY* key)
 std::string certificateAsPEM(X509* certificate)
 {
     auto const bio = makeMemoryBIO();
-    // What cannot be written leaves an empty text, which does not load as a certificate.
+    // What cannot be written leaves a text that does not load as a certificate.
     PEM_write_bio_X509(bio.get(), certificate);
     return contentsAsString(bio.get());
 }
@@ -155,6 +160,7 @@ std::string certificateAsPEM(X509* certificate)
 std::string keyAsPEM(EVP_PKEY* key, std::optional<std::string> const& passphrase)
 {
     auto const bio = makeMemoryBIO();
+    guarded(bio.get());
     EVP_CIPHER const* const cipher = passphrase ? EVP_des_ede3_cbc() : nullptr;
     // Without a callback, the user data is the passphrase.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the call wants it mutable and leaves it alone
@@ -171,8 +177,7 @@ keyAsPKCS12(EVP_PKEY* key, std::optional<std::string> const& passphrase, std::st
     auto const bundle =
         makePKCS12(guarded(PKCS12_create(pass, friendlyName.c_str(), key, nullptr, nullptr, 0, 0, 0, 0, 0)));
     auto const bio = makeMemoryBIO();
-    // What cannot be written leaves no bytes, which no reader takes for a bundle.
-    i2d_PKCS12_bio(bio.get(), bundle.get());
+    guarded(i2d_PKCS12_bio(bio.get(), bundle.get()));
     return contentsAsBytes(bio.get());
 }
 
@@ -187,10 +192,10 @@ SelfSignedCertBuilder::KeyAndCertificate SelfSignedCertBuilder::synthesize() con
     X509* const x509 = certificate.get();
     std::string const name = guarded(effectiveCommonName());
 
-    X509_set_version(x509, X509_VERSION_3);
+    guarded(X509_set_version(x509, X509_VERSION_3));
     guarded(X509_set_serialNumber(x509, makeSerialNumber().get()));
     setValidity(x509, validity);
-    X509_set_pubkey(x509, key.get());
+    guarded(X509_set_pubkey(x509, key.get()));
     setNames(x509, name);
     addExtension(x509, NID_subject_alt_name, makeSubjectAlternativeName(name));
     addExtension(x509, NID_basic_constraints, makeBasicConstraints());
@@ -204,12 +209,12 @@ std::unique_ptr<asn1_string_st, void (*)(asn1_string_st*)> SelfSignedCertBuilder
 {
     auto serial = makeASN1_INTEGER(guarded(ASN1_INTEGER_new()));
     if (serialNumber) {
-        ASN1_INTEGER_set_uint64(serial.get(), *serialNumber);
+        guarded(ASN1_INTEGER_set_uint64(serial.get(), *serialNumber));
         return serial;
     }
     auto const number = makeBIGNUM(guarded(BN_new()));
     guarded(BN_rand(number.get(), serialNumberBits, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY));
-    BN_to_ASN1_INTEGER(number.get(), serial.get());
+    guarded(BN_to_ASN1_INTEGER(number.get(), serial.get()));
     return serial;
 }
 
