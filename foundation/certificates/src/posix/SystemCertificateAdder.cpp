@@ -13,10 +13,13 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
+
+#include <dirent.h>
 
 namespace foundation::certificates::posix {
 
@@ -54,11 +57,17 @@ bool canBeRead(fs::path const& file)
     return fs::is_regular_file(file, failure) && std::ifstream(file, std::ios::binary).is_open();
 }
 
+/// Not an iterator of the standard library's: one that finds no memory may end the process.
+using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+Folder openFolder(fs::path const& folder)
+{
+    return {opendir(folder.c_str()), closedir};
+}
+
 bool canBeListed(fs::path const& folder)
 {
-    std::error_code failure;
-    fs::directory_iterator const content(folder, failure);
-    return !failure;
+    return openFolder(folder) != nullptr;
 }
 
 std::string firstOf(std::vector<std::string> const& locations, bool (*isUsable)(fs::path const&))
@@ -83,12 +92,12 @@ std::string allLocations(SystemCertificateLocations const& locations)
 std::set<fs::path> filesIn(fs::path const& folder)
 {
     std::set<fs::path> files;
-    std::error_code failure;
-    for (fs::directory_iterator entry(folder, failure); !failure && entry != fs::directory_iterator();
-         entry.increment(failure)) {
-        std::error_code entryFailure;
-        fs::path const file = fs::canonical(entry->path(), entryFailure);
-        if (!entryFailure && fs::is_regular_file(file, entryFailure)) {
+    auto const content = openFolder(folder);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads this one
+    while (dirent const* const entry = content == nullptr ? nullptr : readdir(content.get())) {
+        std::error_code failure;
+        fs::path const file = fs::canonical(folder / entry->d_name, failure);
+        if (!failure && fs::is_regular_file(file, failure)) {
             files.insert(file);
         }
     }
