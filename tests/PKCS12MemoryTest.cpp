@@ -1,46 +1,127 @@
-#include "support/OpenSSLMemory.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
+#include "support/WithoutMemory.hpp"
 
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
 
-#include <gtest/gtest.h>
+#include <sstream>
 
-#include <set>
-#include <string>
+namespace foundation::test {
 
-using namespace foundation::certificates;
-using namespace foundation::test;
-
-/// What becomes of a bundle when OpenSSL runs out of memory, at each of the allocations that it makes.
 namespace {
 
-Bytes rsaBundle()
+using namespace certificates;
+
+struct Input
 {
-    return toDer(makePkcs12(makeRoot("root", [](CertificateSpec& spec) { spec.key = rsaKey(); }), "secret"));
+    Bytes der;
+};
+
+std::string rendered(Input const& /*input*/)
+{
+    return "";
 }
 
-TEST(PKCS12WithoutMemory, IsNotWritten)
+Bytes bundleWith(KeyHandle const& key)
 {
-    PKCS12Certificate const bundle(rsaBundle(), "secret");
-    EXPECT_EQ(
-        failuresWithoutMemory([&] { bundle.getAsBytes(); }),
-        std::set<std::string>{"Unable to write out PKCS12 bytes."});
+    static auto const root = makeRoot("root");
+    Pkcs12Spec spec;
+    auto const leaf = makeLeaf(root, "leaf", [&](CertificateSpec& certificate) { certificate.key = key; });
+    spec.passphrase = "secret";
+    spec.certificate = leaf.certificate;
+    spec.key = leaf.key;
+    spec.furtherCertificates = {root.certificate};
+    spec.iterations = 1;
+    return toDer(makePkcs12(spec));
 }
 
-TEST(PKCS12WithoutMemory, IsNotLoadedOrIsWhole)
+constexpr std::size_t loadStride = 29;
+
+Shortcomings const unopened = failsWith(
+    Failures{
+        failure<PKCS12CertificateException>(
+            "Internal error: The given certificate data could not be written to a buffer."),
+        failureBeginning<PKCS12CertificateException>("Error: Loading PKSC12 certificate failed. Reason="),
+        failureBeginning<IncorrectPassphrase>("Input passphrase is incorrect. OpenSSL error message="),
+        failureBeginning<PKCS12CertificateException>("Error: Loading legacy provider failed."),
+        failureBeginning<PKCS12CertificateException>("Error: Parsing PKSC12 certificate failed."),
+        failureBeginning<PKCS12CertificateException>(
+            "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate."),
+        failure<PKCS12CertificateException>("Failed to get the private exponent for the private key"),
+        failure<CertificateException>("Failed to extract information from private EVP_PKEY."),
+        failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
+        failure<CertificateException>("Failed to initialize BIGNUM with private integer data."),
+        failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
+    },
+    loadStride);
+Shortcomings const noStream = failsWith(
+    failure<InvalidArgument>("The input PKCS12 certificate data stream is invalid. Reason:std::bad_alloc"));
+Shortcomings const noFingerprint =
+    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+
+std::vector<OperationOn<Input>> loads()
 {
-    auto const der = rsaBundle();
-    std::set<std::string> incomplete;
-    auto const failures = failuresWithoutMemory([&] {
-        PKCS12Certificate const bundle(der, "secret");
-        if (bundle.empty() || bundle.getPrivateKeyInfo() == std::nullopt) {
-            incomplete.insert("a bundle without its key");
-        }
-    });
-    EXPECT_EQ(incomplete, std::set<std::string>());
-    EXPECT_EQ(failures.count("Failed to get the private exponent for the private key"), 1U);
+    return {
+        {"bytes", [](auto& input) { return PKCS12Certificate(input.der, "secret"); }, unopened},
+        {"a stream",
+         [](auto& input) {
+             std::istringstream stream(asText(input.der));
+             return PKCS12Certificate(stream, "secret");
+         },
+         unopened, noStream},
+    };
 }
+
+std::vector<OperationOn<PKCS12Certificate>> queries()
+{
+    return {
+        {"empty", [](auto& b) { return b.empty(); }},
+        {"getAsBytes", [](auto& b) { return b.getAsBytes(); },
+         failsWith(failure<PKCS12CertificateException>("Unable to write out PKCS12 bytes."))},
+        {"getCertificate", [](auto& b) { return b.getCertificate(); }},
+        {"getCAChain", [](auto& b) { return b.getCAChain(); }},
+        {"getPrivateExponent", [](auto& b) { return b.getPrivateExponent(); }},
+        {"getPrivateKeyInfo", [](auto& b) { return b.getPrivateKeyInfo(); }},
+        {"print",
+         [](auto& b) {
+             std::ostringstream out;
+             b.print(out);
+             return out.str();
+         },
+         {noFingerprint.failures, asManyLines},
+         {{}, shorter}},
+        {"equality", [](auto& b) { return b == b; }, noFingerprint},
+        {"inequality", [](auto& b) { return b != b; }, noFingerprint},
+        {"copy", [](auto& b) { return PKCS12Certificate(b); }},
+        {"assignment",
+         [](auto& b) {
+             PKCS12Certificate target;
+             target = b;
+             return target;
+         }},
+    };
+}
+
+std::vector<OperationWithoutMemory> loadsWith(KeyHandle const& key)
+{
+    return operationsOn<Input>(
+        "from ", [input = Input{bundleWith(key)}] { return input; }, loads());
+}
+
+PKCS12Certificate bundle()
+{
+    static PKCS12Certificate const opened(bundleWith(rsaKey()), "secret");
+    return opened;
+}
+
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsRSA, loadsWith(rsaKey()));
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsP256, loadsWith(p256Key()));
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsEd25519, loadsWith(ed25519Key()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Queries, operationsOn<PKCS12Certificate>("", bundle, queries()));
 
 } // namespace
+
+} // namespace foundation::test

@@ -1,137 +1,270 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/OpenSSLMemory.hpp"
+#include "support/Loading.hpp"
 #include "support/TestBundles.hpp"
 #include "support/TestPki.hpp"
 #include "support/Text.hpp"
+#include "support/WithoutMemory.hpp"
 
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/PKCS7CertificateImpl.hpp>
 
-#include <gtest/gtest.h>
+#include <sstream>
+#include <utility>
 
-#include <set>
-#include <string>
+namespace foundation::test {
 
-using namespace foundation::certificates;
-using namespace foundation::test;
-
-/// What becomes of each operation when OpenSSL is out of memory, at each of the allocations that it makes.
 namespace {
 
-constexpr char const notBuffered[] =
-    "Internal error: The given certificate data could not be written to a buffer.";
-constexpr char const contentNotBuffered[] =
-    "Internal error: The given input data bytes could not be written to a buffer.";
+using namespace certificates;
 
-using Texts = std::set<std::string>;
-
-class PKCS7WithoutMemory : public testing::Test
+struct Pki
 {
-protected:
-    PKCS7WithoutMemory() { trusted.addCertificate(X509Certificate(root.der())); }
+    CertificateAndKey root = makeRoot("root");
+    CertificateAndKey ca = makeIntermediate(root, "ca");
+    CertificateAndKey signer = makeLeaf(ca, "signer");
+    Pkcs7Handle signedData = makeSignedData("content", signer);
+};
 
-    CertificateAndKey const root = makeRoot("root");
-    CertificateAndKey const signer = makeLeaf(root, "signer");
-    Pkcs7Handle const signedData = makeSignedData("content", signer);
-    PKCS7Certificate const loaded{toDer(signedData)};
+Pki const& pki()
+{
+    static Pki const made;
+    return made;
+}
+
+struct Input
+{
+    Bytes der;
+    std::string pem;
+};
+
+std::string rendered(Input const& /*input*/)
+{
+    return "";
+}
+
+/// Signed data, and all that its verification asks for.
+struct Subject
+{
+    PKCS7Certificate data;
+    X509CertificateChain intermediates;
     TrustStore trusted;
+    X509Certificate stranger;
 };
 
-/// Verifies again and again, with so many allocations that every step-th has to do; gives the texts of the
-/// exceptions, and counts how often all was found to be well.
-struct Verification
+std::string rendered(Subject const& subject)
 {
-    PKCS7Certificate const& data;
-    TrustStore const& trusted;
-    ByteArray const content;
-    int numValid = 0;
+    return test::rendered(subject.data) + test::rendered(subject.intermediates) +
+           test::rendered(subject.trusted);
+}
 
-    Texts run(long step)
-    {
-        return failuresWithoutMemory(
-            [this] {
-                CleanErrorQueue const clean;
-                auto const results = data.verifySignature(X509CertificateChain(), trusted, content);
-                numValid += results.isValidSignature() ? 1 : 0;
-            },
-            step);
-    }
+Subject subjectWith(PKCS7Certificate const& data)
+{
+    static auto const chain = chainOf({pki().ca});
+    static auto const store = storeOf({pki().root});
+    static auto const stranger = load(pki().root);
+    return {data, chain, store, stranger};
+}
+
+struct Implementations
+{
+    PKCS7CertificateImpl source;
+    PKCS7CertificateImpl target;
 };
+
+std::string rendered(Implementations const& pair)
+{
+    return pair.source.getAsString() + pair.target.getAsString() +
+           test::rendered(pair.target.getCertificates());
+}
+
+std::string verdict(Subject const& subject, ByteArray const& content)
+{
+    auto const results = subject.data.verifySignature(subject.intermediates, subject.trusted, content);
+    return std::to_string(results.getSignatureVerificationStatus()) +
+           std::to_string(static_cast<int>(results.getCertificateChainStatus()));
+}
+
+Shortcomings const unloaded = failsWith(
+    {failure<PKCS7CertificateException>(
+         "Internal error: The given certificate data could not be written to a buffer."),
+     failureBeginning<PKCS7CertificateException>("Error: Loading a certificate failed. Reason="),
+     failureBeginning<PKCS7CertificateException>(
+         "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.")},
+    7);
+Shortcomings const noText = failsWith(
+    failure<InvalidArgument>("The input PKCS7 certificate data string is invalid. Reason:std::bad_alloc"));
+Shortcomings const noStream = failsWith(
+    failure<InvalidArgument>("The input PKCS7 certificate data stream is invalid. Reason:std::bad_alloc"));
+
+std::vector<OperationOn<Input>> loads()
+{
+    return {
+        {"DER bytes", [](auto& input) { return PKCS7Certificate(input.der); }, unloaded},
+        {"PEM bytes", [](auto& input) { return PKCS7Certificate(asBytes(input.pem)); }, unloaded},
+        {"PEM text", [](auto& input) { return PKCS7Certificate(input.pem); }, unloaded, noText},
+        {"a stream",
+         [](auto& input) {
+             std::istringstream stream(input.pem);
+             return PKCS7Certificate(stream);
+         },
+         unloaded, noStream},
+    };
+}
+
+Shortcomings const noFingerprint =
+    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+Shortcomings const notCopied = failsWith(
+    {failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied.")}, 3);
+Shortcomings const notWritten =
+    failsWith(failure<PKCS7CertificateException>("Unable to write out the PKCS7 data"));
+Failures const noSigners = {
+    failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied."),
+    failure<X509CertificateException>("Error: X509Certificate has no content."),
+    failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
+    failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
+    failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
+    failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
+    failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
+};
+
+/// Any verdict but the one that the signature and its chain are sound.
+bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
+{
+    return answer != "10";
+}
+
+/// Where memory runs out, a signature cannot be checked, or trust cannot be had.
+bool isUnchecked(std::string const& answer, std::string const& /*rightAnswer*/)
+{
+    return answer == "07" || answer == "11";
+}
+
+Shortcomings unverified(Concession concession, std::size_t stride)
+{
+    auto failures = noSigners;
+    failures.push_back(failure<TrustStoreException>("Failed to create X509_STORE"));
+    failures.push_back(failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "));
+    failures.push_back(
+        failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."));
+    failures.push_back(failure<X509CertificateException>("Invalid certificate chain length.\n"));
+    failures.push_back(
+        failure<X509CertificateException>("Internal Error: error creating X509_STORE_CTX object\n"));
+    failures.push_back(failure<X509CertificateException>("Failed to set the flags to X509 parameters"));
+    return {std::move(failures), std::move(concession), stride, true};
+}
+
+std::vector<OperationOn<Subject>> operations()
+{
+    return {
+        {"empty", [](auto& s) { return s.data.empty(); }},
+        {"getCertificates", [](auto& s) { return s.data.getCertificates(); }},
+        {"getNumCertificates", [](auto& s) { return s.data.getNumCertificates(); }},
+        {"getSignedData", [](auto& s) { return s.data.getSignedData(); }, {{}, shorter, 3}},
+        {"getSignerCerts", [](auto& s) { return s.data.getSignerCerts(); }, {noSigners, shorter, 3}},
+        {"getAsBytes", [](auto& s) { return s.data.getAsBytes(); }, notWritten},
+        {"getAsString", [](auto& s) { return s.data.getAsString(); }, notWritten},
+        {"print",
+         [](auto& s) {
+             std::ostringstream out;
+             s.data.print(out);
+             return out.str();
+         },
+         {noFingerprint.failures, asManyLines},
+         {{}, shorter}},
+        {"equality", [](auto& s) { return s.data == s.data; }, noFingerprint},
+        {"inequality", [](auto& s) { return s.data != s.data; }, noFingerprint},
+        {"copy", [](auto& s) { return PKCS7Certificate(s.data); }, notCopied},
+        {"assignment",
+         [](auto& s) {
+             PKCS7Certificate target;
+             target = s.data;
+             return target;
+         },
+         notCopied},
+        {"addCertificate",
+         [](auto& s) {
+             s.data.addCertificate(s.stranger);
+             return true;
+         }},
+        {"verifySignature", [](auto& s) { return verdict(s, {}); }, unverified(isUnchecked, 41)},
+    };
+}
+
+/// What must never be found to be sound and trusted.
+std::vector<OperationOn<Subject>> refusals()
+{
+    return {
+        {"verifySignature", [](auto& s) { return verdict(s, {}); }, unverified(isNoTrust, 97),
+         withStride(3)}};
+}
+
+/// With a structure, OpenSSL would lose some of its own memory over content that lies apart.
+std::vector<OperationOn<Subject>> detached()
+{
+    return {
+        {"verifySignature",
+         [](auto& s) {
+             return verdict(s, {'a', 'p', 'a', 'r', 't'});
+         },
+         failsWith(
+             {failure<PKCS7CertificateException>(
+                  "Internal error: The given input data bytes could not be written to a buffer."),
+              failure<TrustStoreException>("Failed to create X509_STORE"),
+              failure<TrustStoreException>("Failed to add certificate to store, CN: root"),
+              failure<X509CertificateException>("Error: X509Certificate has no content."),
+              failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate.")},
+             7)}};
+}
+
+Subject withoutStructure()
+{
+    return subjectWith(PKCS7Certificate());
+}
+
+std::vector<OperationOn<Implementations>> assignments()
+{
+    return {
+        {"copying",
+         [](auto& pair) {
+             pair.target = pair.source;
+             return true;
+         },
+         notCopied}};
+}
+
+Implementations implementations()
+{
+    static auto const other = makeSignedData("other", makeSelfSignedLeaf("other"));
+    return {PKCS7CertificateImpl(toDer(pki().signedData)), PKCS7CertificateImpl(toDer(other))};
+}
+
+std::vector<OperationWithoutMemory>
+on(std::string const& name, Pkcs7Handle const& data, std::vector<OperationOn<Subject>> const& table)
+{
+    return operationsOn<Subject>(
+        name, [loaded = PKCS7Certificate(toDer(data))] { return subjectWith(loaded); }, table);
+}
+
+Pkcs7Handle strangersData()
+{
+    return makeSignedData("content", makeLeaf(makeRoot("other root"), "stranger"));
+}
+
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    Loads, operationsOn<Input>(
+               "from ",
+               [] {
+                   return Input{toDer(pki().signedData), toPem(pki().signedData)};
+               },
+               loads()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Operations, on("", pki().signedData, operations()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Tampered, on("", withTamperedContent(pki().signedData), refusals()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Damaged, on("", withDamagedSignature(pki().signedData), refusals()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Stranger, on("", strangersData(), refusals()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Detached, operationsOn<Subject>("", withoutStructure, detached()));
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    Assignments, operationsOn<Implementations>("", implementations, assignments()));
 
 } // namespace
 
-TEST_F(PKCS7WithoutMemory, NothingIsLoaded)
-{
-    std::string const pem = toPem(signedData);
-    auto const der = toDer(signedData);
-    for (auto const& data : {Bytes(pem.begin(), pem.end()), der}) {
-        auto const failures = failuresWithoutMemory([&] {
-            PKCS7Certificate const made(data);
-            EXPECT_EQ(made.getNumCertificates(), 1u);
-        });
-        EXPECT_EQ(failures.count(notBuffered), 1u);
-        for (auto const& text : failures) {
-            EXPECT_TRUE(
-                text == notBuffered || beginsWith(text, "Error: Loading a certificate failed. Reason=") ||
-                beginsWith(text, "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.") ||
-                beginsWith(text, "Input "))
-                << text;
-        }
-    }
-}
-
-TEST_F(PKCS7WithoutMemory, NothingIsWrittenOut)
-{
-    EXPECT_EQ(
-        failuresWithoutMemory([&] { loaded.getAsString(); }), Texts{"Unable to write out the PKCS7 data"});
-}
-
-TEST_F(PKCS7WithoutMemory, ACopyHasTheCertificatesAndAtMostNoStructure)
-{
-    EXPECT_EQ(
-        failuresWithoutMemory([&] {
-            PKCS7Certificate const copy(loaded);
-            EXPECT_EQ(copy.getNumCertificates(), 1u);
-        }),
-        Texts());
-}
-
-TEST_F(PKCS7WithoutMemory, ContentAndSignersAreNone)
-{
-    CleanErrorQueue const clean;
-    EXPECT_EQ(
-        failuresWithoutMemory([&] {
-            auto const content = loaded.getSignedData();
-            EXPECT_TRUE(content.empty() || content.size() == 7u);
-        }),
-        Texts());
-    failuresWithoutMemory([&] { EXPECT_LE(loaded.getSignerCerts().getNumCertificates(), 1u); });
-}
-
-TEST_F(PKCS7WithoutMemory, WhatIsSoundIsFoundSoOrNot)
-{
-    Verification verification{loaded, trusted, {}};
-    verification.run(7);
-    EXPECT_GT(verification.numValid, 0);
-}
-
-TEST_F(PKCS7WithoutMemory, WhatIsNotSoundOrNotTrustedNeverPasses)
-{
-    PKCS7Certificate const tampered(toDer(withTamperedContent(signedData)));
-    PKCS7Certificate const damaged(toDer(withDamagedSignature(signedData)));
-    PKCS7Certificate const strangers(
-        toDer(makeSignedData("content", makeLeaf(makeRoot("other root"), "stranger"))));
-    for (auto const& data : {tampered, damaged, strangers}) {
-        Verification verification{data, trusted, {}};
-        verification.run(23);
-        EXPECT_EQ(verification.numValid, 0);
-    }
-}
-
-// With a structure OpenSSL would lose some of its own memory over content that lies apart.
-TEST_F(PKCS7WithoutMemory, ContentThatLiesApartIsNotTaken)
-{
-    PKCS7Certificate const withoutStructure;
-    Verification verification{withoutStructure, trusted, {'a', 'p', 'a', 'r', 't'}};
-    EXPECT_EQ(verification.run(1).count(contentNotBuffered), 1u);
-    EXPECT_EQ(verification.numValid, 0);
-}
+} // namespace foundation::test

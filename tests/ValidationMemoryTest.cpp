@@ -1,99 +1,221 @@
-#include "support/OpenSSLMemory.hpp"
+#include "support/Loading.hpp"
+#include "support/Revocable.hpp"
+#include "support/ScopedVariable.hpp"
+#include "support/TemporaryFolder.hpp"
 #include "support/Verifying.hpp"
+#include "support/WithoutMemory.hpp"
 
-#include <gtest/gtest.h>
+#include <foundation/certificates/Exceptions.hpp>
 
-#include <map>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
 
-#if defined(__has_feature)
-#define FOUNDATION_TEST_HAS_FEATURE(name) __has_feature(name)
-#else
-#define FOUNDATION_TEST_HAS_FEATURE(name) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || FOUNDATION_TEST_HAS_FEATURE(address_sanitizer)
-#include <sanitizer/lsan_interface.h>
-/// OpenSSL 3.0 itself loses a certificate of the untrusted set if memory runs out while it builds a chain; a
-/// verification with nothing but OpenSSL shows the same.
-using OpenSSLMayLeak = __lsan::ScopedDisabler;
-#else
-struct OpenSSLMayLeak
-{
-    OpenSSLMayLeak() {}
-};
-#endif
-
-// A verification that OpenSSL cannot finish for want of memory ends in a failure of some kind, and never in a
+// A validation that cannot be finished for want of memory ends in a failure of some kind, and never in a
 // trust that is not deserved.
+
+namespace foundation::test {
 
 namespace {
 
-using namespace foundation::certificates;
-using namespace foundation::test;
+using namespace certificates;
 using namespace std::chrono_literals;
+
+namespace fs = std::filesystem;
+
+using CheckCRL = Options::CheckCRL;
+using DownloadCRL = Options::DownloadCRL;
 
 void withCheapKey(CertificateSpec& spec)
 {
     spec.key = ed25519Key(spec.subject.front().value);
 }
 
-struct Outcomes
+/// A certificate, and all that its validation asks for.
+struct Subject
 {
-    std::set<std::string> failures;
-    std::map<Status, int> verdicts;
+    X509Certificate leaf;
+    X509CertificateChain chain;
+    TrustStore store;
+    Options options;
 };
 
-class ValidationWithoutMemory : public testing::Test
+/// The program's own temporary directory, where CRLs that were fetched lie for a moment.
+fs::path const& temporaryDirectory()
 {
-protected:
-    Outcomes validate(CertificateAndKey const& leaf, CertificateAndKey const& anchor, long stride) const
-    {
-        auto const certificate = load(leaf);
-        auto const trustStore = storeOf({anchor});
-        OpenSSLMayLeak const tolerated;
-        Outcomes outcomes;
-        outcomes.failures = failuresWithoutMemory(
-            [&] {
-                auto const results =
-                    certificate.validateCertificate(X509CertificateChain(), Options(), trustStore);
-                auto const status = results.getCertificateChainStatus();
-                EXPECT_EQ(results.getRootCertificate().has_value(), status == Status::Valid);
-                ++outcomes.verdicts[status];
-            },
-            stride);
-        return outcomes;
-    }
-
-    CertificateAndKey const root = makeRoot("root", withCheapKey);
-};
-
-TEST_F(ValidationWithoutMemory, NamesWhatCouldNotBeDone)
-{
-    auto const outcomes = validate(makeLeaf(root, "leaf", withCheapKey), root, 1);
-
-    for (auto const* const text :
-         {"Internal Error: error creating X509_STORE_CTX object\n", "Failed to create X509_STORE",
-          "Failed to set the flags to X509 parameters", "Invalid certificate chain length.\n"}) {
-        EXPECT_EQ(outcomes.failures.count(text), 1U) << text;
-    }
-    EXPECT_GT(outcomes.verdicts.at(Status::Valid), 0);
+    static TemporaryFolder const folder;
+    static ScopedVariable const variable("TMPDIR", folder.path().string());
+    return folder.path();
 }
 
-TEST_F(ValidationWithoutMemory, NeverTrustsWhatDoesNotDeserveIt)
+/// Nothing may stay behind in the temporary directory, either.
+std::string rendered(Subject const& subject)
 {
-    CertificateAndKey const undeserving[] = {
-        makeLeaf(root, "leaf", [](CertificateSpec& spec) { spec.damagedSignature = true; }),
-        makeLeaf(root, "leaf", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); }),
-        makeLeaf(root, "leaf", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); }),
-        makeLeaf(makeRoot("other"), "leaf"),
-        makeSelfSignedLeaf("leaf"),
+    auto const numFiles = std::distance(fs::directory_iterator(temporaryDirectory()), {});
+    return test::rendered(subject.leaf) + test::rendered(subject.chain) + test::rendered(subject.store) +
+           std::to_string(numFiles);
+}
+
+struct Verdict
+{
+    CertificateValidationResults results;
+};
+
+std::string rendered(Verdict const& verdict)
+{
+    auto const& results = verdict.results;
+    auto const revocation = results.getCertificateRevocationResults();
+    return std::to_string(static_cast<int>(results.getCertificateChainStatus())) + " " +
+           results.getValidationErrorString() + revocation.getRevokedSerialNumberString() +
+           test::rendered(results.getRootCertificate());
+}
+
+/// Any verdict but the one that trusts.
+bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
+{
+    return answer.front() != '0';
+}
+
+Failures const unfinished = {
+    failure<X509CertificateException>("Internal Error: error creating X509_STORE_CTX object\n"),
+    failure<TrustStoreException>("Failed to create X509_STORE"),
+    failure<X509CertificateException>("Failed to set the flags to X509 parameters"),
+    failure<X509CertificateException>("Invalid certificate chain length.\n"),
+    failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "),
+    failure<X509CertificateException>("Error: X509Certificate has no content."),
+    failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."),
+    failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
+    failure<X509CertificateException>("Error: Root CA X509Certificate has no content."),
+    failureBeginning<X509CertificateException>("CRL Download Error: "),
+    failureBeginning<X509CertificateException>("CRL Verification Error: "),
+    failure<X509CertificateException>("Internal error: Unable to get serial number."),
+    failure<X509CertificateException>("Internal error: Unable to get serial number from BN."),
+    failure<X509CertificateException>("Error: printing the ASN1 time failed."),
+    failure<X509CertificateException>("Invalid time format used in the certificate."),
+    failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
+    failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
+    failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
+    failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
+};
+
+/// OpenSSL 3.0 loses a certificate of the untrusted set if memory runs out while it builds a chain.
+Shortcomings unverified(std::size_t stride)
+{
+    return {unfinished, isNoTrust, stride, true};
+}
+
+/// A download that fails is one that brought nothing.
+Shortcomings notDownloaded(std::size_t stride)
+{
+    return {{failureBeginning<X509CertificateException>("CRL Download Error: ")}, {}, stride};
+}
+
+Verdict validated(Subject const& subject)
+{
+    return {subject.leaf.validateCertificate(subject.chain, subject.options, subject.store)};
+}
+
+std::vector<OperationOn<Subject>> validations(std::size_t stride, std::size_t heapStride = 1)
+{
+    return {
+        {"validateCertificate", [](auto& s) { return validated(s); }, unverified(stride),
+         withStride(heapStride)},
+        {"getRootCACertificate",
+         [](auto& s) { return s.leaf.getRootCACertificate(s.chain, s.store); },
+         {unfinished, {}, stride, true},
+         withStride(heapStride)},
     };
-    for (auto const& leaf : undeserving) {
-        SCOPED_TRACE(&leaf - undeserving);
-        auto const outcomes = validate(leaf, root, 13);
-        EXPECT_EQ(outcomes.verdicts.count(Status::Valid), 0U);
-        EXPECT_FALSE(outcomes.failures.empty());
-        EXPECT_FALSE(outcomes.verdicts.empty());
-    }
 }
+
+std::vector<OperationOn<Subject>> refusals(std::size_t stride)
+{
+    return {{"validateCertificate", [](auto& s) { return validated(s); }, unverified(stride)}};
+}
+
+CertificateAndKey const& root()
+{
+    static auto const made = makeRoot("root", withCheapKey);
+    return made;
+}
+
+std::function<Subject()> makerOf(
+    CertificateAndKey const& leaf, std::vector<CertificateAndKey> const& chain,
+    CertificateAndKey const& anchor, Options const& options = {})
+{
+    temporaryDirectory();
+    return [certificate = load(leaf), loadedChain = chainOf(chain), store = storeOf({anchor}), options] {
+        return Subject{certificate, loadedChain, store, options};
+    };
+}
+
+CertificateAndKey leafWith(Mutation const& mutate)
+{
+    return makeLeaf(root(), "leaf", [&](CertificateSpec& spec) {
+        withCheapKey(spec);
+        mutate(spec);
+    });
+}
+
+std::vector<OperationWithoutMemory> sound()
+{
+    static auto const ca = makeIntermediate(root(), "ca", withCheapKey);
+    return operationsOn<Subject>(
+        "", makerOf(makeLeaf(ca, "leaf", withCheapKey), {ca}, root()), validations(5));
+}
+
+/// The first store knows no way to the root, the second one does.
+std::vector<OperationWithoutMemory> soundByFallback()
+{
+    auto const fallback = std::make_shared<TrustStore const>(storeOf({root()}));
+    auto const options = optionsWith({}, CheckCRL::None, DownloadCRL::None, fallback);
+    auto const leaf = makeLeaf(root(), "leaf", withCheapKey);
+    return operationsOn<Subject>(
+        "", makerOf(leaf, {}, makeRoot("other", withCheapKey), options), refusals(11));
+}
+
+std::vector<OperationWithoutMemory> undeserving(std::string const& name, CertificateAndKey const& leaf)
+{
+    return operationsOn<Subject>(name, makerOf(leaf, {}, root()), refusals(13));
+}
+
+Revocable const& pki()
+{
+    static Revocable const made;
+    return made;
+}
+
+/// CRLs that revoke nothing at /leaf.crl and /ca.crl for as long as the program runs.
+std::function<Subject()> makerWithCrls(CheckCRL check)
+{
+    auto const options = optionsWith({}, check, DownloadCRL::Required);
+    return [make = makerOf(pki().leaf, {pki().ca}, pki().root, options)] {
+        static HttpFileServer const server("127.0.0.1", filesOf(pki().leafCrl(), pki().caCrl()));
+        return make();
+    };
+}
+
+std::vector<OperationOn<Subject>> checks()
+{
+    return {{"validateCertificate", [](auto& s) { return validated(s); }, unverified(41), notDownloaded(5)}};
+}
+
+FOUNDATION_TEST_WITHOUT_MEMORY(Sound, sound());
+FOUNDATION_TEST_WITHOUT_MEMORY(SoundByFallback, soundByFallback());
+FOUNDATION_TEST_WITHOUT_MEMORY(Damaged, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                        spec.damagedSignature = true;
+                                                    })));
+FOUNDATION_TEST_WITHOUT_MEMORY(Expired, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                        spec.notAfter = TimeSpec::fromNow(-1h);
+                                                    })));
+FOUNDATION_TEST_WITHOUT_MEMORY(NotYetValid, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                            spec.notBefore = TimeSpec::fromNow(1h);
+                                                        })));
+FOUNDATION_TEST_WITHOUT_MEMORY(Stranger, undeserving("", makeLeaf(makeRoot("other"), "leaf")));
+FOUNDATION_TEST_WITHOUT_MEMORY(SelfSigned, undeserving("", makeSelfSignedLeaf("leaf")));
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    WithCrls, operationsOn<Subject>("", makerWithCrls(CheckCRL::WholeChain), checks()));
 
 } // namespace
+
+} // namespace foundation::test

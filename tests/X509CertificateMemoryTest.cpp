@@ -1,10 +1,8 @@
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLMemory.hpp"
-#include "support/RefusedAllocation.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
+#include "support/WithoutMemory.hpp"
 
-#include "KeyExtraction.hpp"
 #include "X509CertificateImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -12,129 +10,220 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <set>
-#include <string>
-#include <typeinfo>
+#include <sstream>
 
-using namespace foundation::certificates;
-using namespace foundation::test;
+namespace foundation::test {
 
-/// What a loaded certificate answers when OpenSSL runs out of memory, at each of the allocations that it
-/// makes.
 namespace {
 
-/// The operation, but for failures of any other class than the given one: those come out with another text.
-template <typename Exception>
-std::function<void()> failingOnlyAs(std::function<void()> const& operation)
+using namespace certificates;
+
+using Row = OperationOn<X509Certificate>;
+
+/// With every extension that a query reads.
+Bytes certificateWith(KeyHandle const& key)
 {
-    return [operation] {
-        try {
-            operation();
-        } catch (std::exception const& failure) {
-            if (typeid(failure) != typeid(Exception)) {
-                throw std::runtime_error(std::string("another class: ") + failure.what());
-            }
-            throw;
-        }
+    static auto const root = makeRoot("root");
+    return makeIntermediate(
+               root, "subject",
+               [&](CertificateSpec& spec) {
+                   spec.key = key;
+                   spec.setExtension("keyUsage", "critical,digitalSignature,keyCertSign,cRLSign");
+                   spec.setExtension("extendedKeyUsage", "serverAuth,clientAuth");
+                   spec.setExtension("certificatePolicies", "1.2.3.4,1.2.3.5");
+               })
+        .der();
+}
+
+/// The same certificate in all forms in which it can be loaded.
+struct Input
+{
+    Bytes der;
+    std::string pem;
+    X509Handle object;
+};
+
+std::string rendered(Input const& /*input*/)
+{
+    return "";
+}
+
+Input inputWith(KeyHandle const& key)
+{
+    auto const der = certificateWith(key);
+    auto const object = parseDer(der);
+    return {der, toPem(object), object};
+}
+
+/// Small enough to come upon every part of a load, in one form or another.
+constexpr std::size_t loadStride = 3;
+
+/// What there is no memory for is told by the step that needed it.
+Shortcomings const unloaded = failsWith(
+    Failures{
+        failure<X509CertificateException>(
+            "Internal error: The given certificate data could not be written to a buffer."),
+        failureBeginning<X509CertificateException>("Error: Loading a certificate failed. Reason="),
+        failure<X509CertificateException>("Error: X509Certificate has no content."),
+        failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
+        failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
+        failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
+        failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
+        failure<X509CertificateException>("Failed to get the modulus for the public key"),
+        failure<X509CertificateException>("Failed to get the public exponent for the public key"),
+        failure<X509CertificateException>("RSA key size does not meet minimum cryptographic requirements"),
+        failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
+    },
+    loadStride);
+Shortcomings const noText = failsWith(
+    failure<InvalidArgument>("The input certificate data string is invalid. Reason:std::bad_alloc"));
+Shortcomings const noStream = failsWith(
+    failure<InvalidArgument>("The input certificate data stream is invalid. Reason:std::bad_alloc"));
+
+std::vector<OperationOn<Input>> loads()
+{
+    return {
+        {"DER bytes", [](auto& input) { return X509Certificate(input.der); }, unloaded},
+        {"PEM bytes", [](auto& input) { return X509Certificate(asBytes(input.pem)); }, unloaded},
+        {"PEM text", [](auto& input) { return X509Certificate(input.pem); }, unloaded, noText},
+        {"DER text", [](auto& input) { return X509Certificate(asText(input.der)); }, unloaded, noText},
+        {"a stream",
+         [](auto& input) {
+             std::istringstream stream(input.pem);
+             return X509Certificate(stream);
+         },
+         unloaded, noStream},
+        {"an OpenSSL object",
+         [](auto& input) { return X509Certificate(X509CertificateImpl(input.object.get())); }, unloaded},
     };
 }
 
-class X509CertificateWithoutMemory : public testing::Test
-{
-protected:
-    template <typename Exception>
-    std::set<std::string> failures(std::function<void()> const& operation) const
-    {
-        return failuresWithoutMemory(failingOnlyAs<Exception>(operation));
-    }
+Shortcomings const noFingerprint =
+    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+Shortcomings const noExtensions = failsWith(
+    failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."));
+Shortcomings const noDate =
+    failsWith(failure<X509CertificateException>("Error: printing the ASN1 time failed."));
+Shortcomings const noTimePoint =
+    failsWith(failure<X509CertificateException>("Invalid time format used in the certificate."));
+Shortcomings const notWritten =
+    failsWith(failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."));
+Failure const noModulus = failure<X509CertificateException>("Failed to get the modulus for the public key");
+Failure const noExponent =
+    failure<X509CertificateException>("Failed to get the public exponent for the public key");
 
-    X509Certificate const certificate = X509Certificate(makeRoot("root").der());
-};
-
-TEST_F(X509CertificateWithoutMemory, HasNoFingerprint)
+std::vector<Row> rsaKeyQueries()
 {
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] { certificate.getSHA256Fingerprint(); }),
-        std::set<std::string>{"Internal error: Unable to compute the SHA256 fingerprint."});
+    return {
+        {"getKeySize", [](auto& c) { return c.getKeySize(); }},
+        {"getPublicKeyInfo", [](auto& c) { return c.getPublicKeyInfo(); },
+         failsWith(Failures{noModulus, noExponent})},
+        {"getModulus", [](auto& c) { return c.getModulus(); }, failsWith(noModulus)},
+        {"getPublicExponent", [](auto& c) { return c.getPublicExponent(); }, failsWith(noExponent)},
+    };
 }
 
-TEST_F(X509CertificateWithoutMemory, HasNoSerialNumber)
+std::vector<Row> ed25519KeyQueries()
 {
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] { certificate.getSerialNumber(); }),
-        (std::set<std::string>{
-            "Internal error: Unable to get serial number.",
-            "Internal error: Unable to get serial number from BN."}));
+    return {
+        {"getKeySize", [](auto& c) { return c.getKeySize(); }},
+        {"getPublicKeyInfo", [](auto& c) { return c.getPublicKeyInfo(); },
+         failsWith(Failures{
+             failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
+             failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL")})},
+    };
 }
 
-TEST_F(X509CertificateWithoutMemory, HasNoDates)
+std::vector<Row> nameQueries()
 {
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] { certificate.getValidNotAfter(); }),
-        std::set<std::string>{"Error: printing the ASN1 time failed."});
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] { certificate.getValidNotAfterTimePoint(); }),
-        std::set<std::string>{"Invalid time format used in the certificate."});
+    Shortcomings const somePart{{}, beginning};
+    Shortcomings const someAttributes{{}, someLines};
+    return {
+        {"getSubjectName", [](auto& c) { return c.getSubjectName(); }, somePart},
+        {"getIssuerName", [](auto& c) { return c.getIssuerName(); }, somePart},
+        {"getSubjectNameAsRDNs", [](auto& c) { return c.getSubjectNameAsRDNs(); }, someAttributes},
+        {"getIssuerNameAsRDNs", [](auto& c) { return c.getIssuerNameAsRDNs(); }, someAttributes},
+        {"getSubjectCommonName", [](auto& c) { return c.getSubjectCommonName(); },
+         failsWith(failure<InvalidArgument>("Subject name has no CN."))},
+        {"getIssuerCommonName", [](auto& c) { return c.getIssuerCommonName(); },
+         failsWith(failure<InvalidArgument>("Issuer name has no CN."))},
+    };
 }
 
-TEST_F(X509CertificateWithoutMemory, IsNotWritten)
+std::vector<Row> fieldQueries()
 {
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] { certificate.getAsBytes(); }),
-        std::set<std::string>{"Internal error: Could not serialize the X509 certificate."});
+    return {
+        {"empty", [](auto& c) { return c.empty(); }},
+        {"getSerialNumber", [](auto& c) { return c.getSerialNumber(); },
+         failsWith(Failures{
+             failure<X509CertificateException>("Internal error: Unable to get serial number."),
+             failure<X509CertificateException>("Internal error: Unable to get serial number from BN.")})},
+        {"getSHA256Fingerprint", [](auto& c) { return c.getSHA256Fingerprint(); }, noFingerprint},
+        {"getSignatureAlgorithm", [](auto& c) { return c.getSignatureAlgorithm(); }},
+        {"getValidNotBefore", [](auto& c) { return c.getValidNotBefore(); }, noDate},
+        {"getValidNotAfter", [](auto& c) { return c.getValidNotAfter(); }, noDate},
+        {"getValidNotBeforeTimePoint", [](auto& c) { return c.getValidNotBeforeTimePoint(); }, noTimePoint},
+        {"getValidNotAfterTimePoint", [](auto& c) { return c.getValidNotAfterTimePoint(); }, noTimePoint},
+        {"getKeySize", [](auto& c) { return c.getKeySize(); }},
+        {"getPublicKeyInfo", [](auto& c) { return c.getPublicKeyInfo(); },
+         failsWith(Failures{
+             failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
+             failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
+             failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL")})},
+        {"getExtendedKeyUsages", [](auto& c) { return c.getExtendedKeyUsages(); }, noExtensions},
+        {"getPolicies", [](auto& c) { return c.getPolicies(); }, noExtensions},
+        {"isCACertificate", [](auto& c) { return c.isCACertificate(); }},
+        {"isValidForDigitalSigning", [](auto& c) { return c.isValidForDigitalSigning(); }, noExtensions},
+    };
 }
 
-TEST_F(X509CertificateWithoutMemory, HasNoModulusAndNoExponent)
+std::vector<Row> wholeCertificate()
 {
-    X509CertificateImpl const rsa(makeRoot("rsa", [](CertificateSpec& spec) { spec.key = rsaKey(); }).der());
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] {
-            rsa.getModulus();
-        }).count("Failed to get the modulus for the public key"),
-        1U);
-    EXPECT_EQ(
-        failures<X509CertificateException>([&] {
-            rsa.getPublicExponent();
-        }).count("Failed to get the public exponent for the public key"),
-        1U);
+    auto print = [](auto& c) {
+        std::ostringstream out;
+        c.print(out);
+        return out.str();
+    };
+    return {
+        {"isSelfSigned", [](auto& c) { return c.isSelfSigned(); }},
+        {"equality", [](auto& c) { return c == c; }, noFingerprint},
+        {"inequality", [](auto& c) { return c != c; }, noFingerprint},
+        {"getAsBytes", [](auto& c) { return c.getAsBytes(); }, notWritten},
+        {"getAsString", [](auto& c) { return c.getAsString(); }, notWritten},
+        {"getAsPEMString", [](auto& c) { return c.getAsPEMString(); }, notWritten},
+        {"print", print, {noFingerprint.failures, asManyLines}, {{}, beginning}},
+        {"copy", [](auto& c) { return X509Certificate(c); }},
+        {"assignment",
+         [](auto& c) {
+             X509Certificate target;
+             target = c;
+             return target;
+         }},
+    };
 }
 
-TEST_F(X509CertificateWithoutMemory, HasNoPublicPoint)
+std::vector<OperationWithoutMemory> loadsWith(KeyHandle const& key)
 {
-    X509CertificateImpl const ecc(makeRoot("ecc").der());
-    EXPECT_EQ(
-        failures<CertificateException>([&] {
-            ecc.getECCPublicPoint();
-        }).count("Failed to extract public point from public EVP_PKEY"),
-        1U);
+    return operationsOn<Input>(
+        "from ", [input = inputWith(key)] { return input; }, loads());
 }
 
-TEST_F(X509CertificateWithoutMemory, HasNoPrivateInteger)
+std::vector<OperationWithoutMemory>
+withKey(std::string const& keyName, KeyHandle const& key, std::vector<Row> const& rows)
 {
-    auto const key = p256Key();
-    EXPECT_EQ(
-        failures<CertificateException>([&] {
-            getECCPrivateIntegerFromEVPKey(key.get());
-        }).count("Failed to initialize BIGNUM with private integer data."),
-        1U);
+    auto const make = [der = certificateWith(key)] { return X509Certificate(der); };
+    return operationsOn<X509Certificate>(keyName, make, rows);
 }
 
-TEST_F(X509CertificateWithoutMemory, IsWholeAgainAfterwards)
-{
-    std::string const fingerprint = certificate.getSHA256Fingerprint();
-    failures<X509CertificateException>([&] { certificate.getAsBytes(); });
-    EXPECT_EQ(certificate.getSHA256Fingerprint(), fingerprint);
-    EXPECT_EQ(X509Certificate(certificate.getAsPEMString()), certificate);
-}
-
-TEST_F(X509CertificateWithoutMemory, IsNotLoadedFromAStringThatCannotBeCopied)
-{
-    std::string const text(54321, 'A');
-    RefusedAllocation const refused(text.size());
-    EXPECT_THROWS_EXACTLY(
-        InvalidArgument, "The input certificate data string is invalid. Reason:std::bad_alloc",
-        X509Certificate(text));
-}
+FOUNDATION_TEST_WITHOUT_MEMORY(Names, withKey("", p256Key(), nameQueries()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Fields, withKey("", p256Key(), fieldQueries()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Whole, withKey("", p256Key(), wholeCertificate()));
+FOUNDATION_TEST_WITHOUT_MEMORY(RSA, withKey("RSA ", rsaKey(), rsaKeyQueries()));
+FOUNDATION_TEST_WITHOUT_MEMORY(Ed25519, withKey("Ed25519 ", ed25519Key(), ed25519KeyQueries()));
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsP256, loadsWith(p256Key()));
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsRSA, loadsWith(rsaKey()));
+FOUNDATION_TEST_WITHOUT_MEMORY(LoadsEd25519, loadsWith(ed25519Key()));
 
 } // namespace
+
+} // namespace foundation::test

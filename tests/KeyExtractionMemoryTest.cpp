@@ -1,0 +1,117 @@
+#include "support/TestKeys.hpp"
+#include "support/WithoutMemory.hpp"
+
+#include "KeyExtraction.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+namespace foundation::test {
+
+namespace {
+
+using namespace certificates;
+
+/// A key as it comes out of a certificate or a bundle: OpenSSL has converted nothing of it yet.
+struct Key
+{
+    KeyHandle key;
+};
+
+std::string rendered(Key const& key)
+{
+    return toPem(key.key);
+}
+
+Key read(Bytes const& der)
+{
+    unsigned char const* position = der.data();
+    return {own(d2i_AutoPrivateKey(nullptr, &position, static_cast<long>(der.size())))};
+}
+
+struct Curve
+{
+    EC_GROUPUPtr group = makeEC_GROUPUPtr(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+};
+
+std::string rendered(Curve const& curve)
+{
+    return std::to_string(EC_GROUP_get_curve_name(curve.group.get()));
+}
+
+OperationOn<Key> sanityCheck()
+{
+    return {"sanityCheckEVPKey", [](Key& k) { return static_cast<int>(sanityCheckEVPKey(k.key.get())); }};
+}
+
+OperationOn<Key> curve(Shortcomings const& shortcomings)
+{
+    return {
+        "getECCCurveFromEVPKey", [](Key& k) { return static_cast<int>(getECCCurveFromEVPKey(k.key.get())); },
+        shortcomings};
+}
+
+OperationOn<Key> privateInteger(Shortcomings const& shortcomings)
+{
+    return {
+        "getECCPrivateIntegerFromEVPKey", [](Key& k) { return getECCPrivateIntegerFromEVPKey(k.key.get()); },
+        shortcomings};
+}
+
+Failure const noParameters =
+    failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL");
+Failure const noPublicKey =
+    failure<CertificateException>("Could not extract public key information from EVP_PKEY");
+Failure const noPrivateKey =
+    failure<CertificateException>("Failed to extract information from private EVP_PKEY.");
+Failure const noNumber =
+    failure<CertificateException>("Failed to initialize BIGNUM with private integer data.");
+Failure const noContext =
+    failure<CertificateException>("Fail to create BN_CTXUPtr; the given raw pointer is NULL");
+Failure const noPoint =
+    failure<CertificateException>("Fail to create EC_POINTUPtr; the given raw pointer is NULL");
+Failure const noOctets = failure<CertificateException>("Failed to convert EC_POINT to ByteArray");
+Failure const noConversion =
+    failure<CertificateException>("Failed to convert point from bytes to an EC_POINT");
+
+std::vector<OperationOn<Curve>> conversions()
+{
+    auto const pointAsBytes = [](Curve& curve) {
+        return ecPointToByteArray(EC_GROUP_get0_generator(curve.group.get()), curve.group.get());
+    };
+    Curve p256;
+    auto const bytesAsPoint = [bytes = pointAsBytes(p256)](Curve& curve) {
+        return byteArrayToECPoint(bytes, curve.group.get()) != nullptr;
+    };
+    auto const numberAsBytes = [](Curve& curve) {
+        return bigNumToByteArray(EC_GROUP_get0_order(curve.group.get()));
+    };
+    return {
+        {"ecPointToByteArray", pointAsBytes, failsWith(Failures{noContext, noOctets})},
+        {"byteArrayToECPoint", bytesAsPoint, failsWith(Failures{noContext, noPoint, noConversion})},
+        {"bigNumToByteArray", numberAsBytes},
+    };
+}
+
+std::vector<OperationWithoutMemory> withKey(KeyHandle const& key, std::vector<OperationOn<Key>> const& table)
+{
+    return operationsOn<Key>(
+        "", [der = privateKeyDer(key)] { return read(der); }, table);
+}
+
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    P256,
+    withKey(
+        p256Key(), {sanityCheck(), curve(failsWith(Failures{noPublicKey, noParameters})),
+                    privateInteger(failsWith(Failures{noPrivateKey, noPublicKey, noParameters, noNumber}))}));
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    Ed25519, withKey(
+                 ed25519Key(), {sanityCheck(), curve({}),
+                                privateInteger(failsWith(Failures{noPrivateKey, noParameters}))}));
+FOUNDATION_TEST_WITHOUT_MEMORY(RSA, withKey(rsaKey(), {sanityCheck()}));
+FOUNDATION_TEST_WITHOUT_MEMORY(
+    Conversions, operationsOn<Curve>(
+                     "", [] { return Curve(); }, conversions()));
+
+} // namespace
+
+} // namespace foundation::test

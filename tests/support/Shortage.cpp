@@ -1,0 +1,196 @@
+#include "support/Shortage.hpp"
+
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+
+namespace {
+
+using foundation::test::Memory;
+
+struct Countdown
+{
+    bool isRunning = false;
+    Memory memory = Memory::OpenSSL;
+    std::size_t allocationsLeft = 0;
+    bool hasEnded = false;
+};
+
+thread_local Countdown countdown;
+
+bool isOut(Memory memory)
+{
+    if (!countdown.isRunning || countdown.memory != memory || countdown.allocationsLeft-- > 0) {
+        return false;
+    }
+    countdown.isRunning = false;
+    countdown.hasEnded = true;
+    return true;
+}
+
+void* allocateForOpenSSL(std::size_t size, char const* /*file*/, int /*line*/)
+{
+    return size == 0 || isOut(Memory::OpenSSL) ? nullptr : std::malloc(size);
+}
+
+void* reallocateForOpenSSL(void* memory, std::size_t size, char const* /*file*/, int /*line*/)
+{
+    return isOut(Memory::OpenSSL) ? nullptr : std::realloc(memory, size);
+}
+
+void releaseForOpenSSL(void* memory, char const* /*file*/, int /*line*/)
+{
+    std::free(memory);
+}
+
+/// OpenSSL takes other functions only before it has allocated anything.
+bool const isInCharge =
+    CRYPTO_set_mem_functions(allocateForOpenSSL, reallocateForOpenSSL, releaseForOpenSSL) == 1;
+
+void* allocate(std::size_t size) noexcept
+{
+    return isOut(Memory::Heap) ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* allocate(std::size_t size, std::align_val_t alignment) noexcept
+{
+    auto const boundary = static_cast<std::size_t>(alignment);
+    auto const wholeBlocks = (size == 0 ? 1 : (size + boundary - 1) / boundary) * boundary;
+    return isOut(Memory::Heap) ? nullptr : std::aligned_alloc(boundary, wholeBlocks);
+}
+
+void* orThrow(void* memory)
+{
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+} // namespace
+
+namespace foundation::test {
+
+Shortage::Shortage(Memory memory, std::size_t allocation)
+{
+    if (!isInCharge) {
+        throw std::logic_error("OpenSSL had allocated memory before the test took charge of it");
+    }
+    countdown = {true, memory, allocation, false};
+}
+
+Shortage::~Shortage()
+{
+    countdown.isRunning = false;
+}
+
+bool Shortage::hasOccurred()
+{
+    return countdown.hasEnded;
+}
+
+} // namespace foundation::test
+
+// All forms, since what one of them hands out must not be released by another library's.
+
+void* operator new(std::size_t size)
+{
+    return orThrow(allocate(size));
+}
+
+void* operator new[](std::size_t size)
+{
+    return orThrow(allocate(size));
+}
+
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept
+{
+    return allocate(size);
+}
+
+void* operator new[](std::size_t size, std::nothrow_t const& /*tag*/) noexcept
+{
+    return allocate(size);
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment)
+{
+    return orThrow(allocate(size, alignment));
+}
+
+void* operator new[](std::size_t size, std::align_val_t alignment)
+{
+    return orThrow(allocate(size, alignment));
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment, std::nothrow_t const& /*tag*/) noexcept
+{
+    return allocate(size, alignment);
+}
+
+void* operator new[](std::size_t size, std::align_val_t alignment, std::nothrow_t const& /*tag*/) noexcept
+{
+    return allocate(size, alignment);
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::nothrow_t const& /*tag*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::nothrow_t const& /*tag*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::align_val_t /*alignment*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::align_val_t /*alignment*/, std::nothrow_t const& /*tag*/) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::align_val_t /*alignment*/, std::nothrow_t const& /*tag*/) noexcept
+{
+    std::free(memory);
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+
+namespace foundation::test {
+
+/// Where memory comes from that a test can have run out.
+enum class Memory
+{
+    /// What OpenSSL allocates: where there is none, it gets a null pointer.
+    OpenSSL,
+    /// What C++ allocates: where there is none, `operator new` throws `std::bad_alloc`.
+    Heap
+};
+
+/// While it lives, the allocation of that number, counted from 0, finds no memory. Those before and behind it
+/// do, and so do all other threads.
+///
+/// A test program that links this has memory functions of its own for OpenSSL, and operators new and delete
+/// of its own.
+class Shortage
+{
+public:
+    Shortage(Memory memory, std::size_t allocation);
+    ~Shortage();
+    Shortage(Shortage const&) = delete;
+    Shortage& operator=(Shortage const&) = delete;
+
+    /// Whether the calling thread has reached that allocation since the last shortage began.
+    static bool hasOccurred();
+};
+
+} // namespace foundation::test
