@@ -257,9 +257,9 @@ void addLoads()
     beginGroup(
         "Load",
         "OpenSSL decodes the public key while it parses, which is nearly all of the time. What the library\n"
-        "adds: the copy into its memory BIO, the search for the PEM marker, and the reading of the key's\n"
-        "numbers, without which it accepts no key. The members of a chain are duplicated once more, which\n"
-        "is a second parse; the last row shows OpenSSL doing that, too.");
+        "adds: the copy into its memory BIO, the search for the PEM marker, the reading of the key's\n"
+        "numbers, without which it accepts no key, and of the extensions. The members of a chain are\n"
+        "duplicated once more, which is a second parse; the last row shows OpenSSL doing that, too.");
     addLoadsOf("RSA-2048", KeyKind::RSA2048);
     addLoadsOf("P-256", KeyKind::P256);
     addLoadsOf("Ed25519", KeyKind::Ed25519);
