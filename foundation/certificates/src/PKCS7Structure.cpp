@@ -1,7 +1,5 @@
 #include "PKCS7Structure.hpp"
 
-#include "OpenSSLResult.hpp"
-
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
@@ -76,7 +74,8 @@ PKCS7UPtr duplicate(PKCS7 const* structure)
         return makePKCS7(nullptr);
     }
     auto copy = makePKCS7(PKCS7_dup(structure));
-    if (copy == nullptr && isOutOfMemory()) {
+    // Not every release of OpenSSL reports that there was no memory. What can be encoded can be copied.
+    if (copy == nullptr && i2d_PKCS7(structure, nullptr) > 0) {
         throw PKCS7CertificateException("Internal error: The PKCS7 structure could not be copied.");
     }
     return copy;
