@@ -1,4 +1,5 @@
 #include "TrustStoreImpl.hpp"
+#include "X509CertificateImpl.hpp"
 
 #include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"
@@ -108,6 +109,58 @@ TEST(ErrorQueue, OfTheCallerTurnsNoFailureIntoACertificateThatIsThereAlready)
     EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to add certificate to store", store.addX509(nullptr));
     EXPECT_THROW(store.addDERCertificate({1, 2, 3}), TrustStoreException);
     EXPECT_TRUE(store.empty());
+}
+
+/// All answers that are read from extensions; the last one loads a certificate, which empties the queue.
+std::string answersFromExtensions(X509Certificate const& certificate, X509* parsedCertificate)
+{
+    auto text = std::to_string(certificate.getExtendedKeyUsages().size());
+    text += std::to_string(certificate.getPolicies().size());
+    text += std::to_string(certificate.isValidForDigitalSigning());
+    text += std::to_string(isValidForUsage(parsedCertificate, TrustStore::Usage::Signing));
+    return text + std::to_string(X509CertificateImpl().getCRLDistributionPoints(certificate).size());
+}
+
+void setUnreadableExtensions(CertificateSpec& spec)
+{
+    for (auto const* name :
+         {"keyUsage", "extendedKeyUsage", "certificatePolicies", "crlDistributionPoints"}) {
+        spec.setRawExtension(name, {0x30, 0x05, 0x01});
+    }
+}
+
+void setExtensionsTwice(CertificateSpec& spec)
+{
+    spec.extensions.push_back({"keyUsage", "digitalSignature"});
+    spec.extensions.push_back({"extendedKeyUsage", "serverAuth"});
+    spec.extensions.push_back({"extendedKeyUsage", "clientAuth"});
+}
+
+TEST(ErrorQueue, OfTheCallerTurnsNoUnreadableExtensionIntoAWantOfMemory)
+{
+    std::string const nothing = "00010"; // what cannot be read restricts nothing
+    for (auto const& mutation : {setUnreadableExtensions, setExtensionsTwice}) {
+        auto const made = makeLeaf(makeRoot("root"), "leaf", mutation);
+        auto const certificate = load(made);
+        auto const answers = [&] { return answersFromExtensions(certificate, made.certificate.get()); };
+        EXPECT_EQ(answers(), nothing);
+        for (auto const& libraries : {std::vector<int>{ERR_LIB_ASN1}, {ERR_LIB_ASN1, ERR_LIB_BN}}) {
+            CleanErrorQueue const clean;
+            for (int const library : libraries) {
+                ERR_raise(library, ERR_R_MALLOC_FAILURE);
+            }
+            EXPECT_EQ(outcomeOf(answers), nothing);
+        }
+    }
+}
+
+TEST(ErrorQueue, OfTheCallerDoesNotKeepACommonNameThatIsTooLongFromBeingLeftOut)
+{
+    CleanErrorQueue const clean;
+    ERR_raise(ERR_LIB_ASN1, ERR_R_MALLOC_FAILURE);
+    auto builder = fastBuilder();
+    builder.withCommonName(std::string(65, 'a'));
+    EXPECT_EQ(builder.build().first.getSubjectNameAsRDNs().count("CN"), 0U);
 }
 
 // Operations that make an object or change one

@@ -8,6 +8,7 @@
 
 namespace {
 
+using foundation::test::Length;
 using foundation::test::Memory;
 
 struct Countdown
@@ -15,6 +16,7 @@ struct Countdown
     bool isRunning = false;
     Memory memory = Memory::OpenSSL;
     std::size_t allocationsLeft = 0;
+    Length length = Length::OneAllocation;
     bool hasEnded = false;
 };
 
@@ -22,10 +24,14 @@ thread_local Countdown countdown;
 
 bool isOut(Memory memory)
 {
-    if (!countdown.isRunning || countdown.memory != memory || countdown.allocationsLeft-- > 0) {
+    if (!countdown.isRunning || countdown.memory != memory) {
         return false;
     }
-    countdown.isRunning = false;
+    if (countdown.allocationsLeft > 0) {
+        --countdown.allocationsLeft;
+        return false;
+    }
+    countdown.isRunning = countdown.length == Length::Lasting;
     countdown.hasEnded = true;
     return true;
 }
@@ -73,12 +79,12 @@ void* orThrow(void* memory)
 
 namespace foundation::test {
 
-Shortage::Shortage(Memory memory, std::size_t allocation)
+Shortage::Shortage(Memory memory, std::size_t allocation, Length length)
 {
     if (!isInCharge) {
         throw std::logic_error("OpenSSL had allocated memory before the test took charge of it");
     }
-    countdown = {true, memory, allocation, false};
+    countdown = {true, memory, allocation, length, false};
 }
 
 Shortage::~Shortage()

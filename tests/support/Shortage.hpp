@@ -13,15 +13,23 @@ enum class Memory
     Heap
 };
 
-/// While it lives, the allocation of that number, counted from 0, finds no memory. Those before and behind it
-/// do, and so do all other threads.
+/// How long memory stays away.
+enum class Length
+{
+    OneAllocation,
+    /// Until the shortage itself ends.
+    Lasting
+};
+
+/// While it lives, the allocation of that number, counted from 0, finds no memory. Those before it do, those
+/// behind it unless the shortage is a lasting one, and so do all other threads.
 ///
 /// A test program that links this has memory functions of its own for OpenSSL, and operators new and delete
 /// of its own.
 class Shortage
 {
 public:
-    Shortage(Memory memory, std::size_t allocation);
+    Shortage(Memory memory, std::size_t allocation, Length length = Length::OneAllocation);
     ~Shortage();
     Shortage(Shortage const&) = delete;
     Shortage& operator=(Shortage const&) = delete;

@@ -1,6 +1,8 @@
 #include "ASN1Decoding.hpp"
 
-#include "OpenSSLResult.hpp"
+#include "WantOfMemory.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
 
 #include <limits>
 
@@ -17,10 +19,14 @@ X509UPtr x509FromDER(ByteArray const& der)
 
 void* extensionOf(X509 const* certificate, int nid)
 {
-    constexpr int isAbsent = -1;
-    int finding = isAbsent;
-    void* const value = X509_get_ext_d2i(certificate, nid, &finding, nullptr);
-    if (value == nullptr && finding != isAbsent && isOutOfMemory()) {
+    void* value = nullptr;
+    bool const lacksMemory = lacksMemoryFor([&] {
+        int finding = 0;
+        value = X509_get_ext_d2i(certificate, nid, &finding, nullptr);
+        // Below 0, there is nothing to decode: the extension is not there, or more than once.
+        return value != nullptr || finding < 0;
+    });
+    if (lacksMemory) {
         throw X509CertificateException("Internal error: Unable to read the certificate's extensions.");
     }
     return value;

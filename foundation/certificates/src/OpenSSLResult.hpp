@@ -40,12 +40,4 @@ inline int reasonOfOldestError()
     return ERR_GET_REASON(ERR_peek_error());
 }
 
-/// Whether the last thing that went wrong went wrong for want of memory. OpenSSL reports the cause first and
-/// what follows from it behind, so that both ends of the queue are looked at.
-inline bool isOutOfMemory()
-{
-    return reasonOfOldestError() == ERR_R_MALLOC_FAILURE ||
-           ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE;
-}
-
 } // namespace foundation::certificates

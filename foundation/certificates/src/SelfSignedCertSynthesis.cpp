@@ -1,6 +1,6 @@
 #include "MemoryBIO.hpp"
 #include "OpenSSLHandles.hpp"
-#include "OpenSSLResult.hpp"
+#include "WantOfMemory.hpp"
 
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 
@@ -113,7 +113,8 @@ void addAttribute(X509_NAME* name, char const* field, int type, char const* valu
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): characters, as OpenSSL's bytes
     auto const* const bytes = reinterpret_cast<unsigned char const*>(value);
-    if (X509_NAME_add_entry_by_txt(name, field, type, bytes, -1, -1, 0) != 1 && isOutOfMemory()) {
+    auto const add = [&] { return X509_NAME_add_entry_by_txt(name, field, type, bytes, -1, -1, 0) == 1; };
+    if (lacksMemoryFor(add)) {
         failGeneration();
     }
 }
