@@ -116,7 +116,10 @@ void readExtensions(X509* certificate)
         return;
     }
     auto const duplicate = makeX509(X509_dup(certificate));
-    if (duplicate == nullptr || hasValidExtensions(duplicate.get())) {
+    // What can be encoded can be copied, if there is memory.
+    bool const wantOfMemory =
+        duplicate == nullptr ? i2d_X509(certificate, nullptr) > 0 : hasValidExtensions(duplicate.get());
+    if (wantOfMemory) {
         throw X509CertificateException(unreadableExtensionsText);
     }
 }
