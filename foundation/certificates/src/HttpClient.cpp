@@ -2,6 +2,7 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
+#include <boost/asio/basic_socket_streambuf.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/system/error_code.hpp>
@@ -92,12 +93,19 @@ std::string exchangeOverHttp(std::iostream& connection, std::string const& host,
 std::string fetchOverHttp(std::string const& host, std::string const& path)
 {
     throwIfNoName(host);
-    boost::asio::ip::tcp::iostream connection(host, "http");
+    // The two parts of Boost's tcp::iostream. In one, they would end the program if there is no memory for
+    // the buffer, as libc++ cannot destroy a stream that it has not initialised yet.
+    boost::asio::basic_socket_streambuf<boost::asio::ip::tcp> socket;
+    std::iostream connection(&socket);
+    connection.setf(std::ios::unitbuf);
+    if (socket.connect(host, "http") == nullptr) {
+        connection.setstate(std::ios::failbit);
+    }
     // An absolute point in time and not a limit for each read, so that a slow server cannot hold the caller
     // for long.
-    connection.expires_after(exchangeTimeLimit);
+    socket.expires_after(exchangeTimeLimit);
     if (!connection) {
-        failToConnect(connection.error());
+        failToConnect(socket.error());
     }
     return exchangeOverHttp(connection, host, path);
 }
