@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <set>
@@ -51,10 +51,19 @@ SystemCertificateLocations wellKnownLocations()
         }};
 }
 
+/// Not a stream of the standard library's: libc++'s take a failure for the end, and the certificates behind
+/// it would be missing without a word.
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+File openFile(fs::path const& file)
+{
+    return {std::fopen(file.c_str(), "rb"), std::fclose};
+}
+
 bool canBeRead(fs::path const& file)
 {
     std::error_code failure;
-    return fs::is_regular_file(file, failure) && std::ifstream(file, std::ios::binary).is_open();
+    return fs::is_regular_file(file, failure) && openFile(file) != nullptr;
 }
 
 /// Not an iterator of the standard library's: one that finds no memory may end the process.
@@ -106,15 +115,14 @@ std::set<fs::path> filesIn(fs::path const& folder)
 
 std::string contentOf(fs::path const& file)
 {
-    std::ifstream stream(file, std::ios::binary);
+    File const stream = openFile(file);
     std::string content;
-    // Iterators over the stream would let the failure of a file out as an exception of their own.
     std::array<char, 4096> part{};
-    do {
-        stream.read(part.data(), part.size());
-        content.append(part.data(), static_cast<std::size_t>(stream.gcount()));
-    } while (stream);
-    if (!stream.is_open() || stream.bad()) {
+    for (std::size_t length = 1; stream != nullptr && length > 0;) {
+        length = std::fread(part.data(), 1, part.size(), stream.get());
+        content.append(part.data(), length);
+    }
+    if (stream == nullptr || std::ferror(stream.get()) != 0) {
         throw TrustStoreException("Failed to read " + file.string());
     }
     return content;
