@@ -1,6 +1,7 @@
 #include "support/LockRecorder.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 
 #include <dlfcn.h>
@@ -26,9 +27,16 @@ public:
 
 using MutexFunction = int (*)(pthread_mutex_t*);
 
-MutexFunction systemsFunction(char const* name)
+// Constants at first, and not made by a first call: the guard of that may be a mutex, which is locked here.
+std::atomic<MutexFunction> systemsLock{nullptr};
+std::atomic<MutexFunction> systemsUnlock{nullptr};
+
+MutexFunction systemsFunction(std::atomic<MutexFunction>& known, char const* name)
 {
-    return reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+    if (known == nullptr) {
+        known = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+    }
+    return known;
 }
 
 } // namespace
@@ -81,21 +89,21 @@ void LockRecorder::onUnlock(void const* mutex)
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
 {
-    static auto const lock = foundation::test::systemsFunction("pthread_mutex_lock");
-    foundation::test::Pause const pause;
+    using namespace foundation::test;
+    Pause const pause;
     // Before the lock is there: an order that locks up for ever is recorded, too.
     if (pause.recorder != nullptr) {
         pause.recorder->onLock(mutex);
     }
-    return lock(mutex);
+    return systemsFunction(systemsLock, "pthread_mutex_lock")(mutex);
 }
 
 extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
 {
-    static auto const unlock = foundation::test::systemsFunction("pthread_mutex_unlock");
-    foundation::test::Pause const pause;
+    using namespace foundation::test;
+    Pause const pause;
     if (pause.recorder != nullptr) {
         pause.recorder->onUnlock(mutex);
     }
-    return unlock(mutex);
+    return systemsFunction(systemsUnlock, "pthread_mutex_unlock")(mutex);
 }
