@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
 using foundation::test::Length;
 using foundation::test::Memory;
+using foundation::test::SparedSources;
 
 struct Countdown
 {
@@ -21,6 +23,14 @@ struct Countdown
 };
 
 thread_local Countdown countdown;
+
+thread_local SparedSources::Files const* sparedFiles = nullptr;
+
+bool isSpared(std::string_view file)
+{
+    return sparedFiles != nullptr &&
+           (file.empty() || sparedFiles->count(file.substr(file.find_last_of("/\\") + 1)) > 0);
+}
 
 bool isOut(Memory memory)
 {
@@ -36,14 +46,19 @@ bool isOut(Memory memory)
     return true;
 }
 
-void* allocateForOpenSSL(std::size_t size, char const* /*file*/, int /*line*/)
+bool isOutForOpenSSL(char const* file)
 {
-    return size == 0 || isOut(Memory::OpenSSL) ? nullptr : std::malloc(size);
+    return !isSpared(file) && isOut(Memory::OpenSSL);
 }
 
-void* reallocateForOpenSSL(void* memory, std::size_t size, char const* /*file*/, int /*line*/)
+void* allocateForOpenSSL(std::size_t size, char const* file, int /*line*/)
 {
-    return isOut(Memory::OpenSSL) ? nullptr : std::realloc(memory, size);
+    return size == 0 || isOutForOpenSSL(file) ? nullptr : std::malloc(size);
+}
+
+void* reallocateForOpenSSL(void* memory, std::size_t size, char const* file, int /*line*/)
+{
+    return isOutForOpenSSL(file) ? nullptr : std::realloc(memory, size);
 }
 
 void releaseForOpenSSL(void* memory, char const* /*file*/, int /*line*/)
@@ -95,6 +110,16 @@ Shortage::~Shortage()
 bool Shortage::hasOccurred()
 {
     return countdown.hasEnded;
+}
+
+SparedSources::SparedSources(Files const& files)
+{
+    sparedFiles = &files;
+}
+
+SparedSources::~SparedSources()
+{
+    sparedFiles = nullptr;
 }
 
 } // namespace foundation::test

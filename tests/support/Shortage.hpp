@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <set>
+#include <string>
 
 namespace foundation::test {
 
@@ -36,6 +39,22 @@ public:
 
     /// Whether the calling thread has reached that allocation since the last shortage began.
     static bool hasOccurred();
+};
+
+/// While it lives, no shortage hits what the calling thread's OpenSSL allocates in those of its source files,
+/// which are named without a folder. Those allocations do not count. An OpenSSL that was built to name no
+/// files is spared altogether.
+class SparedSources
+{
+public:
+    using Files = std::set<std::string, std::less<>>;
+
+    /// They outlive it.
+    explicit SparedSources(Files const& files);
+    explicit SparedSources(Files&& files) = delete;
+    ~SparedSources();
+    SparedSources(SparedSources const&) = delete;
+    SparedSources& operator=(SparedSources const&) = delete;
 };
 
 } // namespace foundation::test
