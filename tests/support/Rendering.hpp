@@ -70,11 +70,12 @@ inline std::string rendered(certificates::PrivateKeyInfo const& key)
                : rendered(key.getECCPrivateInteger()) + std::to_string(static_cast<int>(key.getECCCurve()));
 }
 
-/// Not the encoding alone: OpenSSL keeps in memory what it has made of the extensions.
+/// Not the encoding alone: OpenSSL keeps in memory what it has made of the key and the extensions.
 inline std::string rendered(certificates::X509Certificate const& certificate)
 {
     return certificate.empty() ? "none"
-                               : certificate.getAsString() + (certificate.isCACertificate() ? " CA" : "");
+                               : certificate.getAsString() + " " + std::to_string(certificate.getKeySize()) +
+                                     " bits" + (certificate.isCACertificate() ? " CA" : "");
 }
 
 template <class Value>

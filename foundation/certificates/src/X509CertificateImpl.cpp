@@ -415,7 +415,15 @@ bool X509CertificateImpl::hasRSAKey() const
 
 std::uint64_t X509CertificateImpl::getKeySize() const
 {
-    return static_cast<std::uint64_t>(EVP_PKEY_get_bits(publicKeyOf(content()).get()));
+    auto const key = publicKeyOf(content());
+    KeyType const type = sanityCheckEVPKey(key.get());
+    int const bits = EVP_PKEY_get_bits(key.get());
+    // OpenSSL counts once, while it decodes the key, and keeps 0 if there is no memory then. The modulus of
+    // an RSA key may in truth be 0, which is too weak to be loaded.
+    if (type == KeyType::ECC) {
+        throwIfBelowOne<CertificateException>(bits, "Could not extract public key information from EVP_PKEY");
+    }
+    return static_cast<std::uint64_t>(bits);
 }
 
 ByteArray

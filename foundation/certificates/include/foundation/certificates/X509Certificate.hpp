@@ -80,7 +80,8 @@ public:
     ///     name, or "Key uses Ed448, which is not currently supported"
     /// @throws UnsupportedKeyType "Key is not currently supported. OpenSSL type id: " and the number
     /// @throws CertificateException if the key cannot be decoded: "Failed to sanity check EVP_PKEY.
-    ///     Argument is nullptr"
+    ///     Argument is nullptr"; if OpenSSL has no memory for its numbers, also "Could not extract public
+    ///     key information from EVP_PKEY"
     X509Certificate(ByteArray const& data);
     /// Loads from the characters, taken as bytes: PEM text or raw DER.
     /// @throws InvalidArgument also "The input certificate data string is invalid. Reason:" and the cause
@@ -156,7 +157,7 @@ public:
     /// The end of validity. Its failures are those of getValidNotBeforeTimePoint, to the letter.
     TimePoint getValidNotAfterTimePoint() const;
 
-    /// The size of the public key in bits (`EVP_PKEY_get_bits`).
+    /// The size of the public key in bits (`EVP_PKEY_get_bits`), which is never 0.
     std::uint64_t getKeySize() const;
     /// The RSA modulus, big-endian without leading zero bytes.
     /// @throws NotRSAKey "Cannot get the modulus from the key because it is not an RSA key"
