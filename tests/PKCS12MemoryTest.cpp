@@ -15,15 +15,10 @@ namespace {
 
 using namespace certificates;
 
-struct Input
+struct Input : Unchanging
 {
     Bytes der;
 };
-
-std::string rendered(Input const& /*input*/)
-{
-    return "";
-}
 
 Bytes bundleWith(KeyHandle const& key)
 {
@@ -108,7 +103,7 @@ std::vector<OperationOn<PKCS12Certificate>> queries()
 std::vector<OperationWithoutMemory> loadsWith(KeyHandle const& key)
 {
     return operationsOn<Input>(
-        "from ", [input = Input{bundleWith(key)}] { return input; }, loads());
+        "from ", [input = Input{{}, bundleWith(key)}] { return input; }, loads());
 }
 
 PKCS12Certificate bundle()

@@ -31,16 +31,11 @@ Pki const& pki()
     return made;
 }
 
-struct Input
+struct Input : Unchanging
 {
     Bytes der;
     std::string pem;
 };
-
-std::string rendered(Input const& /*input*/)
-{
-    return "";
-}
 
 /// Signed data, and all that its verification asks for.
 struct Subject
@@ -254,7 +249,7 @@ FOUNDATION_TEST_WITHOUT_MEMORY(
     Loads, operationsOn<Input>(
                "from ",
                [] {
-                   return Input{toDer(pki().signedData), toPem(pki().signedData)};
+                   return Input{{}, toDer(pki().signedData), toPem(pki().signedData)};
                },
                loads()));
 FOUNDATION_TEST_WITHOUT_MEMORY(Operations, on("", pki().signedData, operations()));

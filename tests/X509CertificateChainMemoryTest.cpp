@@ -20,15 +20,10 @@ Topology const& pki()
     return topology;
 }
 
-struct Input
+struct Input : Unchanging
 {
     std::string pem;
 };
-
-std::string rendered(Input const& /*input*/)
-{
-    return "";
-}
 
 /// A chain, and a certificate that is no part of it.
 struct Subject
@@ -160,7 +155,7 @@ FOUNDATION_TEST_WITHOUT_MEMORY(
     Loads, operationsOn<Input>(
                "from ",
                [] {
-                   return Input{bundle({"leaf", "ca"})};
+                   return Input{{}, bundle({"leaf", "ca"})};
                },
                loads()));
 FOUNDATION_TEST_WITHOUT_MEMORY(Operations, operationsOn<Subject>("", subject, operations()));

@@ -37,23 +37,18 @@ Bytes certificateWith(KeyHandle const& key)
 }
 
 /// The same certificate in all forms in which it can be loaded.
-struct Input
+struct Input : Unchanging
 {
     Bytes der;
     std::string pem;
     X509Handle object;
 };
 
-std::string rendered(Input const& /*input*/)
-{
-    return "";
-}
-
 Input inputWith(KeyHandle const& key)
 {
     auto const der = certificateWith(key);
     auto const object = parseDer(der);
-    return {der, toPem(object), object};
+    return {{}, der, toPem(object), object};
 }
 
 /// Small enough to come upon every part of a load, in one form or another.

@@ -140,6 +140,15 @@ Trial trialOf(Object&& made, Operation const& operation)
         [=] { return rendered(std::as_const(state->object)); }};
 }
 
+/// For objects that no operation of a table can change: there is nothing to observe.
+struct Unchanging
+{};
+
+inline std::string rendered(Unchanging const& /*object*/)
+{
+    return "";
+}
+
 /// One row of a table of operations on objects of one class. An operation returns its answer, or whatever
 /// shows what it did.
 template <class Object>
