@@ -54,8 +54,7 @@ Shortcomings const unopened = failsWith(
     loadStride);
 Shortcomings const noStream = failsWith(
     failure<InvalidArgument>("The input PKCS12 certificate data stream is invalid. Reason:std::bad_alloc"));
-Shortcomings const noFingerprint =
-    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
 
 std::vector<OperationOn<Input>> loads()
 {

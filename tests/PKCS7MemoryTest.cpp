@@ -106,21 +106,12 @@ std::vector<OperationOn<Input>> loads()
     };
 }
 
-Shortcomings const noFingerprint =
-    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
 Shortcomings const notCopied = failsWith(
     {failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied.")}, 3);
 Shortcomings const notWritten =
     failsWith(failure<PKCS7CertificateException>("Unable to write out the PKCS7 data"));
-Failures const noSigners = {
-    failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied."),
-    failure<X509CertificateException>("Error: X509Certificate has no content."),
-    failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
-    failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
-    failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
-    failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
-    failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
-};
+Failures const noSigners = certificateUntaken() + notCopied.failures;
 
 /// Any verdict but the one that the signature and its chain are sound.
 bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
@@ -136,16 +127,7 @@ bool isUnchecked(std::string const& answer, std::string const& /*rightAnswer*/)
 
 Shortcomings unverified(Concession concession, std::size_t stride)
 {
-    auto failures = noSigners;
-    failures.push_back(failure<TrustStoreException>("Failed to create X509_STORE"));
-    failures.push_back(failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "));
-    failures.push_back(
-        failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."));
-    failures.push_back(failure<X509CertificateException>("Invalid certificate chain length.\n"));
-    failures.push_back(
-        failure<X509CertificateException>("Internal Error: error creating X509_STORE_CTX object\n"));
-    failures.push_back(failure<X509CertificateException>("Failed to set the flags to X509 parameters"));
-    return {std::move(failures), std::move(concession), stride, true};
+    return {validationUnfinished() + notCopied.failures, std::move(concession), stride, true};
 }
 
 std::vector<OperationOn<Subject>> operations()

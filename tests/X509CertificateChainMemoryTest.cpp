@@ -58,10 +58,8 @@ Shortcomings const unloaded = failsWith(
     7);
 Shortcomings const noStream = failsWith(failure<InvalidArgument>(
     "The input X509 certificate chain data stream is invalid. Reason:std::bad_alloc"));
-Shortcomings const noFingerprint =
-    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
-Shortcomings const notWritten =
-    failsWith(failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."));
+Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
+Shortcomings const notWritten = failsWith(certificateUnwritten());
 
 std::vector<OperationOn<Input>> loads()
 {

@@ -56,20 +56,13 @@ constexpr std::size_t loadStride = 3;
 
 /// What there is no memory for is told by the step that needed it.
 Shortcomings const unloaded = failsWith(
-    Failures{
-        failure<X509CertificateException>(
-            "Internal error: The given certificate data could not be written to a buffer."),
-        failureBeginning<X509CertificateException>("Error: Loading a certificate failed. Reason="),
-        failure<X509CertificateException>("Error: X509Certificate has no content."),
-        failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
-        failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
-        failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
-        failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
-        failure<X509CertificateException>("Failed to get the modulus for the public key"),
-        failure<X509CertificateException>("Failed to get the public exponent for the public key"),
-        failure<X509CertificateException>("RSA key size does not meet minimum cryptographic requirements"),
-        failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
-    },
+    certificateUnloaded() +
+        Failures{
+            failure<X509CertificateException>("Failed to get the modulus for the public key"),
+            failure<X509CertificateException>("Failed to get the public exponent for the public key"),
+            failure<X509CertificateException>(
+                "RSA key size does not meet minimum cryptographic requirements"),
+        },
     loadStride);
 Shortcomings const noText = failsWith(
     failure<InvalidArgument>("The input certificate data string is invalid. Reason:std::bad_alloc"));
@@ -94,14 +87,12 @@ std::vector<OperationOn<Input>> loads()
     };
 }
 
-Shortcomings const noFingerprint =
-    failsWith(failure<X509CertificateException>("Internal error: Unable to compute the SHA256 fingerprint."));
+Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
 Shortcomings const noDate =
     failsWith(failure<X509CertificateException>("Error: printing the ASN1 time failed."));
 Shortcomings const noTimePoint =
     failsWith(failure<X509CertificateException>("Invalid time format used in the certificate."));
-Shortcomings const notWritten =
-    failsWith(failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."));
+Shortcomings const notWritten = failsWith(certificateUnwritten());
 Failure const noModulus = failure<X509CertificateException>("Failed to get the modulus for the public key");
 Failure const noExponent =
     failure<X509CertificateException>("Failed to get the public exponent for the public key");

@@ -2,14 +2,14 @@
 
 #include "support/OpenSSLErrors.hpp"
 
-#include <boost/core/demangle.hpp>
-
 #include <algorithm>
 #include <exception>
 #include <new>
 #include <optional>
 #include <set>
 #include <sstream>
+#include <typeindex>
+#include <typeinfo>
 
 #if defined(__has_feature)
 #define FOUNDATION_TEST_HAS_FEATURE(name) __has_feature(name)
@@ -39,11 +39,6 @@ struct Outcome
     std::string text{};
 };
 
-std::string describe(std::type_index type, std::string const& text)
-{
-    return boost::core::demangle(type.name()) + " with text \"" + text + "\"";
-}
-
 Outcome outcomeOf(Trial const& trial, Memory memory, std::size_t allocation)
 {
     try {
@@ -53,13 +48,6 @@ Outcome outcomeOf(Trial const& trial, Memory memory, std::size_t allocation)
         return {std::nullopt, typeid(failure), failure.what()};
     }
     return {trial.answer()};
-}
-
-bool fits(Failure const& failure, Outcome const& outcome)
-{
-    auto const& text = outcome.text;
-    return failure.type == outcome.type &&
-           (failure.isWholeText ? text == failure.text : text.rfind(failure.text, 0) == 0);
 }
 
 std::multiset<std::string> linesOf(std::string const& text)
@@ -162,7 +150,7 @@ private:
     {
         bool isListed = false;
         for (std::size_t index = 0; index < shortcomings.failures.size(); ++index) {
-            if (fits(shortcomings.failures[index], outcome)) {
+            if (shortcomings.failures[index].fits(outcome.type, outcome.text)) {
                 isListed = true;
                 seen.insert(index);
             }

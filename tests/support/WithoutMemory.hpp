@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/Failures.hpp"
 #include "support/Rendering.hpp"
 #include "support/Shortage.hpp"
 
@@ -12,8 +13,6 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
-#include <typeindex>
-#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -27,28 +26,6 @@
 /// answers as if nothing had been. Nothing may be lost, which is for LeakSanitizer to say.
 
 namespace foundation::test {
-
-/// An exception of exactly that class. Its text is the given one, or begins with it.
-struct Failure
-{
-    std::type_index type;
-    std::string text;
-    bool isWholeText = true;
-};
-
-using Failures = std::vector<Failure>;
-
-template <class Exception>
-Failure failure(std::string text)
-{
-    return {typeid(Exception), std::move(text)};
-}
-
-template <class Exception>
-Failure failureBeginning(std::string text)
-{
-    return {typeid(Exception), std::move(text), false};
-}
 
 /// Whether an answer will do in place of the right one.
 using Concession = std::function<bool(std::string const& answer, std::string const& rightAnswer)>;
