@@ -77,27 +77,17 @@ bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
     return answer.front() != '0';
 }
 
-Failures const unfinished = {
-    failure<X509CertificateException>("Internal Error: error creating X509_STORE_CTX object\n"),
-    failure<TrustStoreException>("Failed to create X509_STORE"),
-    failure<X509CertificateException>("Failed to set the flags to X509 parameters"),
-    failure<X509CertificateException>("Invalid certificate chain length.\n"),
-    failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "),
-    failure<X509CertificateException>("Error: X509Certificate has no content."),
-    failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate."),
-    failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
-    failure<X509CertificateException>("Error: Root CA X509Certificate has no content."),
-    failureBeginning<X509CertificateException>("CRL Download Error: "),
-    failureBeginning<X509CertificateException>("CRL Verification Error: "),
-    failure<X509CertificateException>("Internal error: Unable to get serial number."),
-    failure<X509CertificateException>("Internal error: Unable to get serial number from BN."),
-    failure<X509CertificateException>("Error: printing the ASN1 time failed."),
-    failure<X509CertificateException>("Invalid time format used in the certificate."),
-    failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
-    failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
-    failure<CertificateException>("Failed to extract public point from public EVP_PKEY"),
-    failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
-};
+Failures const unfinished =
+    validationUnfinished() +
+    Failures{
+        failure<X509CertificateException>("Error: Root CA X509Certificate has no content."),
+        failureBeginning<X509CertificateException>("CRL Download Error: "),
+        failureBeginning<X509CertificateException>("CRL Verification Error: "),
+        failure<X509CertificateException>("Internal error: Unable to get serial number."),
+        failure<X509CertificateException>("Internal error: Unable to get serial number from BN."),
+        failure<X509CertificateException>("Error: printing the ASN1 time failed."),
+        failure<X509CertificateException>("Invalid time format used in the certificate."),
+    };
 
 /// OpenSSL 3.0 loses a certificate of the untrusted set if memory runs out while it builds a chain.
 Shortcomings unverified(std::size_t stride)
@@ -185,19 +175,48 @@ Revocable const& pki()
     return made;
 }
 
-/// CRLs that revoke nothing at /leaf.crl and /ca.crl for as long as the program runs.
-std::function<Subject()> makerWithCrls(CheckCRL check)
+CertificateAndKey const& revokedLeaf()
 {
-    auto const options = optionsWith({}, check, DownloadCRL::Required);
-    return [make = makerOf(pki().leaf, {pki().ca}, pki().root, options)] {
-        static HttpFileServer const server("127.0.0.1", filesOf(pki().leafCrl(), pki().caCrl()));
+    static auto const made = makeLeaf(pki().ca, "revoked", [](CertificateSpec& spec) {
+        spec.setDistributionPoints({"http://127.0.0.1/leaf.crl"});
+    });
+    return made;
+}
+
+/// With CRLs at /leaf.crl, which revokes that one leaf, and /ca.crl for as long as the program runs.
+std::function<Subject()> makerWithCrls(CertificateAndKey const& leaf, DownloadCRL mode)
+{
+    auto const options = optionsWith({}, CheckCRL::WholeChain, mode);
+    return [make = makerOf(leaf, {pki().ca}, pki().root, options)] {
+        static HttpFileServer const server(
+            "127.0.0.1", filesOf(pki().leafCrl({revoke(revokedLeaf())}), pki().caCrl()));
         return make();
     };
 }
 
-std::vector<OperationOn<Subject>> checks()
+std::vector<OperationWithoutMemory>
+withRequiredCrls(CertificateAndKey const& leaf, std::size_t stride, std::size_t heapStride)
 {
-    return {{"validateCertificate", [](auto& s) { return validated(s); }, unverified(41), notDownloaded(5)}};
+    return operationsOn<Subject>(
+        "", makerWithCrls(leaf, DownloadCRL::Required),
+        {{"validateCertificate", [](auto& s) { return validated(s); }, unverified(stride),
+          notDownloaded(heapStride)}});
+}
+
+/// Where a CRL need not be had, one that there is no memory for is not missed: the verdict may be the one
+/// without it.
+std::vector<OperationWithoutMemory> withOptionalCrls(CertificateAndKey const& leaf)
+{
+    auto const withoutCrls = rendered(validated(makerOf(leaf, {pki().ca}, pki().root)()));
+    Concession const isVerdictWithoutCrls = [=](std::string const& answer, std::string const& rightAnswer) {
+        return isNoTrust(answer, rightAnswer) || answer == withoutCrls;
+    };
+    return operationsOn<Subject>(
+        "", makerWithCrls(leaf, DownloadCRL::BestEffort),
+        {{"validateCertificate",
+          [](auto& s) { return validated(s); },
+          {unfinished, isVerdictWithoutCrls, 163, true},
+          {{}, isVerdictWithoutCrls, 19}}});
 }
 
 FOUNDATION_TEST_WITHOUT_MEMORY(Sound, sound());
@@ -213,8 +232,10 @@ FOUNDATION_TEST_WITHOUT_MEMORY(NotYetValid, undeserving("", leafWith([](Certific
                                                         })));
 FOUNDATION_TEST_WITHOUT_MEMORY(Stranger, undeserving("", makeLeaf(makeRoot("other"), "leaf")));
 FOUNDATION_TEST_WITHOUT_MEMORY(SelfSigned, undeserving("", makeSelfSignedLeaf("leaf")));
-FOUNDATION_TEST_WITHOUT_MEMORY(
-    WithCrls, operationsOn<Subject>("", makerWithCrls(CheckCRL::WholeChain), checks()));
+FOUNDATION_TEST_WITHOUT_MEMORY(RequiredCrls, withRequiredCrls(pki().leaf, 41, 5));
+FOUNDATION_TEST_WITHOUT_MEMORY(RequiredCrlsAndRevoked, withRequiredCrls(revokedLeaf(), 163, 19));
+FOUNDATION_TEST_WITHOUT_MEMORY(OptionalCrls, withOptionalCrls(pki().leaf));
+FOUNDATION_TEST_WITHOUT_MEMORY(OptionalCrlsAndRevoked, withOptionalCrls(revokedLeaf()));
 
 } // namespace
 
