@@ -1,0 +1,182 @@
+#include "DefaultSystemCertificateAdder.hpp"
+#include "posix/SystemCertificateAdder.hpp"
+
+#include "support/Failures.hpp"
+#include "support/Loading.hpp"
+#include "support/LogCapture.hpp"
+#include "support/Shortage.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestPki.hpp"
+
+#include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <string>
+#include <typeinfo>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+// The operating system's roots are read once in the life of a process, by the first validation that needs
+// them, and it may be then that memory runs out. So every run is a process of its own.
+
+namespace foundation::test {
+
+namespace {
+
+using namespace certificates;
+
+void withCheapKey(CertificateSpec& spec)
+{
+    spec.key = ed25519Key(spec.subject.front().value);
+}
+
+/// What the operating system has: two roots in one file.
+struct SystemRoots
+{
+    CertificateAndKey const root = makeRoot("root", withCheapKey);
+    TemporaryFolder folder;
+    std::string const file = folder.write("roots.pem", makeRoot("other", withCheapKey).pem() + root.pem());
+};
+
+SystemRoots const& systemRoots()
+{
+    static SystemRoots const made;
+    return made;
+}
+
+} // namespace
+
+} // namespace foundation::test
+
+// These take the place of the library's own, so that the operating system's roots are the same everywhere.
+namespace foundation::certificates {
+
+std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
+{
+    using Locations = posix::SystemCertificateLocations;
+    return std::make_unique<posix::SystemCertificateAdder>(Locations{{test::systemRoots().file}, {}});
+}
+
+std::string getSystemCertificatesFile()
+{
+    return test::systemRoots().file;
+}
+
+std::string getSystemCertificatesFolder()
+{
+    return {};
+}
+
+} // namespace foundation::certificates
+
+namespace foundation::test {
+
+namespace {
+
+using Status = CertificateChainStatus;
+
+/// By the roots that stand in for an empty trust store.
+Status verdictOn(X509Certificate const& leaf, TrustStore const& empty)
+{
+    return leaf.validateCertificate({}, {}, empty).getCertificateChainStatus();
+}
+
+/// Whether the failure is one that a validation without memory may end with.
+bool isListed(std::exception const& thrown)
+{
+    auto const failures = validationUnfinished() +
+                          Failures{
+                              failure<std::bad_alloc>(std::bad_alloc().what()),
+                              failure<X509CertificateException>("Internal error:Failed to create X509_STORE"),
+                          };
+    return std::any_of(failures.begin(), failures.end(), [&](Failure const& listed) {
+        return listed.fits(typeid(thrown), thrown.what());
+    });
+}
+
+enum ExitStatus
+{
+    Acceptable,
+    /// And the validation does not come to that allocation.
+    AcceptableAndTheLast,
+    Unacceptable
+};
+
+ExitStatus complain(std::size_t allocation, std::string const& about)
+{
+    std::cerr << "without allocation " << allocation << ": " << about << "\n";
+    return Unacceptable;
+}
+
+/// For a process that has not read the system's roots yet. Without memory there may be no trust in what
+/// deserves it; with memory there is, so no root got lost on the way.
+ExitStatus validateTwice(X509Certificate const& leaf, Memory memory, std::size_t allocation)
+{
+    TrustStore const empty;
+    try {
+        Shortage const shortage(memory, allocation);
+        verdictOn(leaf, empty);
+    } catch (std::exception const& thrown) {
+        if (!isListed(thrown)) {
+            return complain(allocation, describe(typeid(thrown), thrown.what()));
+        }
+    }
+    bool const isShort = Shortage::hasOccurred();
+    auto const verdict = verdictOn(leaf, empty);
+    if (verdict != Status::Valid) {
+        return complain(allocation, "status " + std::to_string(static_cast<int>(verdict)) + " afterwards");
+    }
+    return isShort ? Acceptable : AcceptableAndTheLast;
+}
+
+template <class Work>
+int exitStatusOfChild(Work const& work)
+{
+    auto const child = fork();
+    if (child == 0) {
+        _exit(work());
+    }
+    int status = 0;
+    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void expectEveryRootAfterAShortage(Memory memory, std::size_t stride)
+{
+    LogCapture const log(LogCapture::everySeverity); // so that nothing of it is printed
+    auto const leaf = load(makeLeaf(systemRoots().root, "leaf", withCheapKey));
+    // What OpenSSL allocates once and keeps is there before the first child is.
+    EXPECT_EQ(verdictOn(leaf, storeOf({systemRoots().root})), Status::Valid);
+
+    int status = Acceptable;
+    std::size_t allocation = 0;
+    for (; status == Acceptable; allocation += stride) {
+        status = exitStatusOfChild([&] { return validateTwice(leaf, memory, allocation); });
+    }
+    EXPECT_EQ(status, static_cast<int>(AcceptableAndTheLast));
+    EXPECT_GT(allocation, stride);
+    testing::Test::RecordProperty("allocations", static_cast<int>(allocation));
+}
+
+TEST(SystemRootsWithoutMemory, AreAllThereForTheNextValidationIfOpenSSLHadNone)
+{
+    // A process for each of the 14000 would be a matter of a minute.
+    expectEveryRootAfterAShortage(Memory::OpenSSL, 97);
+}
+
+TEST(SystemRootsWithoutMemory, AreAllThereForTheNextValidationIfTheHeapHadNone)
+{
+    expectEveryRootAfterAShortage(Memory::Heap, 1);
+}
+
+} // namespace
+
+} // namespace foundation::test
