@@ -129,7 +129,9 @@ void ScriptedServer::stop()
         acceptor.join();
     }
     for (auto& connection : connections) {
-        connection.worker.join();
+        if (connection.worker.joinable()) {
+            connection.worker.join();
+        }
     }
     if (listener != noSocket) {
         closeSocket(listener);
@@ -159,6 +161,16 @@ std::string ScriptedServer::requestOf(Connection const& connection) const
     return connection.request;
 }
 
+/// Each thread keeps its stack until it is joined, and with 32 bits there is room for some hundred.
+void ScriptedServer::joinEndedWorkers()
+{
+    for (auto& connection : connections) {
+        if (connection.hasEnded && connection.worker.joinable()) {
+            connection.worker.join();
+        }
+    }
+}
+
 void ScriptedServer::acceptUntilStopped()
 {
     for (std::size_t index = 0; waitUntilReady(listener, Readiness::ToRead, stopSignal); ++index) {
@@ -167,6 +179,7 @@ void ScriptedServer::acceptUntilStopped()
             continue;
         }
         auto const script = scripts.empty() ? Script() : scripts[std::min(index, scripts.size() - 1)];
+        joinEndedWorkers();
         std::lock_guard const lock(mutex);
         auto& connection = connections.emplace_back();
         connection.socket = accepted;
@@ -184,6 +197,7 @@ void ScriptedServer::serve(Connection& connection, Script const& script)
         receive(connection, false);
     }
     closeSocket(connection.socket);
+    connection.hasEnded = true;
 }
 
 /// False ends the script.

@@ -3,6 +3,7 @@
 #include "support/Handles.hpp"
 #include "support/Sockets.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -81,9 +82,11 @@ private:
         SocketHandle socket = noSocket;
         /// Guarded by the server's mutex, as the list of connections is.
         std::string request;
+        std::atomic<bool> hasEnded{false};
         std::thread worker;
     };
 
+    void joinEndedWorkers();
     void acceptUntilStopped();
     void serve(Connection& connection, Script const& script);
     bool perform(Connection& connection, Action const& action);
