@@ -1,6 +1,6 @@
 // The adder on Windows as it is. What it finds there is Windows' affair; Wine, for one, finds nothing by
 // usage.
-#include "support/windows/WindowsHeader.hpp"
+#include "windows/WindowsHeader.hpp"
 
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestPki.hpp"

@@ -1,4 +1,4 @@
-#include "support/windows/WindowsHeader.hpp"
+#include "windows/WindowsHeader.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/LogCapture.hpp"

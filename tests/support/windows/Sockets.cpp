@@ -1,4 +1,4 @@
-#include "support/windows/WindowsHeader.hpp"
+#include "windows/WindowsHeader.hpp"
 
 #include <winsock2.h>
 // Needs what stands above.
