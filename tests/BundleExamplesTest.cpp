@@ -13,7 +13,6 @@
 
 #include <filesystem>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,14 +22,6 @@ using namespace foundation::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-template <class T>
-std::string printed(T const& value)
-{
-    std::ostringstream out;
-    out << value;
-    return out.str();
-}
 
 class BundleExample : public testing::Test
 {
@@ -95,8 +86,8 @@ protected:
 
     std::string expectedOutput() const
     {
-        return "Private Key: prime256v1\n\n" + printed(X509Certificate(leaf.der())) +
-               "Other Certificates: 1\n\n" + printed(X509Certificate(root.der()));
+        return "Private Key: prime256v1\n\n" + streamed(X509Certificate(leaf.der())) +
+               "Other Certificates: 1\n\n" + streamed(X509Certificate(root.der()));
     }
 
     CertificateAndKey const root = makeRoot("root");
@@ -152,7 +143,7 @@ TEST_F(OpenBundleExample, SaysWhatIsMissing)
     expectSuccess(
         withCertificate, "Private Key: none\n\nNo certificate belongs to the private key.\n\n"
                          "Other Certificates: 1\n\n" +
-                             printed(X509Certificate(leaf.der())));
+                             streamed(X509Certificate(leaf.der())));
 }
 
 TEST_F(OpenBundleExample, ReportsARefusal)
@@ -200,7 +191,7 @@ TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
     X509Certificate const certificate(contentOfFile(prefix() + ".pem"));
     auto const x509 = parsed(certificate);
 
-    expectSuccess(result, printed(certificate) + "Wrote " + prefix() + ".pem and " + prefix() + ".key\n");
+    expectSuccess(result, streamed(certificate) + "Wrote " + prefix() + ".pem and " + prefix() + ".key\n");
     EXPECT_EQ(certificate.getSubjectCommonName(), "build.example");
     EXPECT_EQ(lifetimeOf(x509), 30 * 86400L);
     EXPECT_EQ(

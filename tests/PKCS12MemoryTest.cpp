@@ -79,23 +79,11 @@ std::vector<OperationOn<PKCS12Certificate>> queries()
         {"getCAChain", [](auto& b) { return b.getCAChain(); }},
         {"getPrivateExponent", [](auto& b) { return b.getPrivateExponent(); }},
         {"getPrivateKeyInfo", [](auto& b) { return b.getPrivateKeyInfo(); }},
-        {"print",
-         [](auto& b) {
-             std::ostringstream out;
-             b.print(out);
-             return out.str();
-         },
-         {noFingerprint.failures, asManyLines},
-         {{}, shorter}},
+        {"print", [](auto& b) { return printed(b); }, {noFingerprint.failures, asManyLines}, {{}, shorter}},
         {"equality", [](auto& b) { return b == b; }, noFingerprint},
         {"inequality", [](auto& b) { return b != b; }, noFingerprint},
         {"copy", [](auto& b) { return PKCS12Certificate(b); }},
-        {"assignment",
-         [](auto& b) {
-             PKCS12Certificate target;
-             target = b;
-             return target;
-         }},
+        {"assignment", [](auto& b) { return assigned(b); }},
     };
 }
 

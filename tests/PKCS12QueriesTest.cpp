@@ -3,6 +3,7 @@
 #include "support/TestBundles.hpp"
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
@@ -93,14 +94,6 @@ ByteArray privateNumber(KeyHandle const& key, char const* name)
     ByteArray bytes(static_cast<std::size_t>(BN_num_bytes(number)));
     BN_bn2bin(number, bytes.data());
     return bytes;
-}
-
-template <class T>
-std::string printed(T const& value)
-{
-    std::ostringstream out;
-    out << value;
-    return out.str();
 }
 
 } // namespace
@@ -230,9 +223,9 @@ TEST(PKCS12Queries, PrintTheCertificatesAndNothingOfTheKey)
     auto const loadedBundle = opened();
 
     EXPECT_EQ(
-        printed(loadedBundle), "Printing PKCS12 certificate.\nCertificate: \n" +
-                                   printed(loadedBundle.getCertificate()) + "\nCA Chain: \n" +
-                                   printed(loadedBundle.getCAChain()) + "\n");
+        streamed(loadedBundle), "Printing PKCS12 certificate.\nCertificate: \n" +
+                                    streamed(loadedBundle.getCertificate()) + "\nCA Chain: \n" +
+                                    streamed(loadedBundle.getCAChain()) + "\n");
 }
 
 TEST(PKCS12Queries, PrintTheHeadingAndFailWithoutACertificate)

@@ -141,23 +141,13 @@ std::vector<OperationOn<Subject>> operations()
         {"getAsBytes", [](auto& s) { return s.data.getAsBytes(); }, notWritten},
         {"getAsString", [](auto& s) { return s.data.getAsString(); }, notWritten},
         {"print",
-         [](auto& s) {
-             std::ostringstream out;
-             s.data.print(out);
-             return out.str();
-         },
+         [](auto& s) { return printed(s.data); },
          {noFingerprint.failures, asManyLines},
          {{}, shorter}},
         {"equality", [](auto& s) { return s.data == s.data; }, noFingerprint},
         {"inequality", [](auto& s) { return s.data != s.data; }, noFingerprint},
         {"copy", [](auto& s) { return PKCS7Certificate(s.data); }, notCopied},
-        {"assignment",
-         [](auto& s) {
-             PKCS7Certificate target;
-             target = s.data;
-             return target;
-         },
-         notCopied},
+        {"assignment", [](auto& s) { return assigned(s.data); }, notCopied},
         {"addCertificate",
          [](auto& s) {
              s.data.addCertificate(s.stranger);

@@ -59,13 +59,6 @@ PKCS7Certificate load(SignedDataSpec const& spec)
     return load(makeSignedData(spec));
 }
 
-std::string printed(PKCS7Certificate const& certificate)
-{
-    std::ostringstream out;
-    certificate.print(out);
-    return out.str();
-}
-
 } // namespace
 
 TEST(PKCS7Queries, OfADefaultObjectFindNothing)

@@ -40,19 +40,14 @@ namespace {
 
 using namespace certificates;
 
-struct Builder
+struct Builder : Unchanging
 {
     SelfSignedCertBuilder builder;
 };
 
-std::string rendered(Builder const& /*builder*/)
-{
-    return "";
-}
-
 Builder builder()
 {
-    Builder made{fastBuilder()};
+    Builder made{{}, fastBuilder()};
     made.builder.withSerialNumber(7).withCommonName("build.example");
     return made;
 }

@@ -1,5 +1,6 @@
 #include "support/HandleConformance.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
@@ -53,13 +54,6 @@ struct X509CertificateChainTraits
              answers},
             {"popLeafCertificate", [](X509CertificateChain& chain) { chain.popLeafCertificate(); }},
         };
-    }
-
-    static std::string printed(X509CertificateChain const& chain)
-    {
-        std::ostringstream out;
-        chain.print(out);
-        return out.str();
     }
 };
 

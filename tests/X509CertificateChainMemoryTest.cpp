@@ -1,5 +1,6 @@
 #include "support/Loading.hpp"
 #include "support/TestPki.hpp"
+#include "support/Text.hpp"
 #include "support/WithoutMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -82,22 +83,13 @@ std::vector<OperationOn<Subject>> operations()
         {"getCertificates", [](auto& s) { return s.chain.getCertificates(); }},
         {"getAsString", [](auto& s) { return s.chain.getAsString(); }, notWritten},
         {"print",
-         [](auto& s) {
-             std::ostringstream out;
-             s.chain.print(out);
-             return out.str();
-         },
+         [](auto& s) { return printed(s.chain); },
          {noFingerprint.failures, asManyLines},
          {{}, shorter}},
         {"equality", [](auto& s) { return s.chain == s.chain; }, noFingerprint},
         {"inequality", [](auto& s) { return s.chain != s.chain; }, noFingerprint},
         {"copy", [](auto& s) { return X509CertificateChain(s.chain); }},
-        {"assignment",
-         [](auto& s) {
-             X509CertificateChain target;
-             target = s.chain;
-             return target;
-         }},
+        {"assignment", [](auto& s) { return assigned(s.chain); }},
         {"addCertificate",
          [](auto& s) {
              s.chain.addCertificate(s.stranger);

@@ -26,13 +26,6 @@ constexpr char const noContent[] = "Error: X509Certificate has no content.";
 std::string const pemHeader = "-----BEGIN CERTIFICATE-----\n";
 std::string const pemFooter = "-----END CERTIFICATE-----\n";
 
-std::string printed(X509Certificate const& certificate)
-{
-    std::ostringstream out;
-    certificate.print(out);
-    return out.str();
-}
-
 /// The lines between the markers, without their line feeds.
 std::vector<std::string> base64Lines(std::string const& pem)
 {

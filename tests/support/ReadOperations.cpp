@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <type_traits>
 #include <unordered_map>
 
@@ -115,22 +114,6 @@ std::string text(PKCS7CertificateValidationResults const& value)
 std::string numObjectsIn(X509_STORE* store)
 {
     return std::to_string(sk_X509_OBJECT_num(X509_STORE_get0_objects(store)));
-}
-
-template <typename Object>
-std::string streamed(Object const& object)
-{
-    std::ostringstream out;
-    out << object;
-    return out.str();
-}
-
-template <typename Object>
-std::string printed(Object const& object)
-{
-    std::ostringstream out;
-    object.print(out);
-    return out.str();
 }
 
 CertificateAndKey makeSigner(CertificateAndKey const& issuer)

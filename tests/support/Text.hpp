@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 namespace foundation::test {
@@ -32,6 +33,24 @@ inline bool beginsWith(std::string const& text, std::string const& beginning)
 inline bool endsWith(std::string const& text, std::string const& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// What goes to a stream by `<<`.
+template <class Value>
+std::string streamed(Value const& value)
+{
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+/// What the object prints of itself.
+template <class Object>
+std::string printed(Object const& object)
+{
+    std::ostringstream out;
+    object.print(out);
+    return out.str();
 }
 
 /// All bytes of the file; empty if it cannot be read.

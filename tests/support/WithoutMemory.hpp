@@ -126,6 +126,15 @@ inline std::string rendered(Unchanging const& /*object*/)
     return "";
 }
 
+/// An object that the source has been assigned to.
+template <class Object>
+Object assigned(Object const& source)
+{
+    Object target;
+    target = source;
+    return target;
+}
+
 /// One row of a table of operations on objects of one class. An operation returns its answer, or whatever
 /// shows what it did.
 template <class Object>
