@@ -26,10 +26,14 @@ thread_local Countdown countdown;
 
 thread_local SparedSources::Files const* sparedFiles = nullptr;
 
-bool isSpared(std::string_view file)
+/// Some of OpenSSL's functions allocate in no file's name.
+bool isSpared(char const* file)
 {
-    return sparedFiles != nullptr &&
-           (file.empty() || sparedFiles->count(file.substr(file.find_last_of("/\\") + 1)) > 0);
+    if (sparedFiles == nullptr || file == nullptr) {
+        return false;
+    }
+    std::string_view const path = file;
+    return path.empty() || sparedFiles->count(path.substr(path.find_last_of("/\\") + 1)) > 0;
 }
 
 bool isOut(Memory memory)
