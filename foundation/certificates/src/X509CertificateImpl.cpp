@@ -416,12 +416,11 @@ bool X509CertificateImpl::hasRSAKey() const
 std::uint64_t X509CertificateImpl::getKeySize() const
 {
     auto const key = publicKeyOf(content());
-    KeyType const type = sanityCheckEVPKey(key.get());
     int const bits = EVP_PKEY_get_bits(key.get());
     // OpenSSL counts once, while it decodes the key, and keeps 0 if there is no memory then. The modulus of
     // an RSA key may in truth be 0, which is too weak to be loaded.
-    if (type == KeyType::ECC) {
-        throwIfBelowOne<CertificateException>(bits, "Could not extract public key information from EVP_PKEY");
+    if (bits < 1 && sanityCheckEVPKey(key.get()) == KeyType::ECC) {
+        throw CertificateException("Could not extract public key information from EVP_PKEY");
     }
     return static_cast<std::uint64_t>(bits);
 }
