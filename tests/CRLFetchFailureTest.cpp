@@ -1,0 +1,68 @@
+#include "X509CertificateImpl.hpp"
+
+#include "support/ExactThrow.hpp"
+#include "support/LeavesNoTrace.hpp"
+#include "support/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// The download as the library has it lets no failure out. These operations stand in for its own, as a failure
+// of whatever comes after the download, such as one to write the file, cannot be brought about.
+
+namespace foundation::certificates {
+
+using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+
+std::vector<std::string>
+X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& /*certificate*/) const
+{
+    return {"http://crl.example/root.crl"};
+}
+
+std::string X509CertificateImpl::fetchHttpResponse(
+    std::string const& host, std::string const& path, DownloadCRL /*mode*/) const
+{
+    throw std::runtime_error("nothing at " + host + path);
+}
+
+void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
+{
+    if (mode == DownloadCRL::Required) {
+        throw X509CertificateException(message);
+    }
+}
+
+namespace {
+
+using namespace foundation::test;
+
+using CRLFetchFailure = LeavesNoTrace;
+
+TEST_F(CRLFetchFailure, IsToldIfTheCrlIsRequiredAndOtherwiseDropped)
+{
+    auto const root = makeRoot("root");
+    X509Certificate const leaf(makeLeaf(root, "leaf").der());
+    auto issuerKey = makeEVP_PKEY(X509_get_pubkey(root.certificate.get()));
+    auto store = makeX509_STORE(X509_STORE_new());
+    X509CertificateImpl::CRLs crls;
+    auto const download = [&](DownloadCRL mode) {
+        return X509CertificateImpl().downloadCRL(leaf, store, crls, mode, issuerKey);
+    };
+
+    EXPECT_FALSE(download(DownloadCRL::None));
+    EXPECT_FALSE(download(DownloadCRL::BestEffort));
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException,
+        "CRL Download Error: Unable to get Certificate Revocation List HTTP data. nothing at "
+        "crl.example/root.crl\n",
+        download(DownloadCRL::Required));
+    EXPECT_TRUE(crls.empty());
+}
+
+} // namespace
+
+} // namespace foundation::certificates
