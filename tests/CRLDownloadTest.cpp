@@ -379,8 +379,8 @@ TEST_F(CRLDownload, RefusesABodyThatIsNoCRL)
          }()},
         {"line feed before the CRL",
          [&] {
-             Bytes shifted{'\n'};
-             shifted.insert(shifted.end(), der.begin(), der.end());
+             Bytes shifted = der;
+             shifted.insert(shifted.begin(), '\n');
              return shifted;
          }()},
     };
