@@ -1,9 +1,8 @@
 #include "X509CertificateImpl.hpp"
 
-#include "support/Der.hpp"
+#include "support/DistributionPoints.hpp"
 #include "support/ExactThrow.hpp"
 #include "support/TestPki.hpp"
-#include "support/Text.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +15,10 @@ namespace foundation::certificates {
 namespace {
 
 using test::CertificateSpec;
+using test::dnsTag;
 using test::Mutation;
+using test::sequenceTag;
+using test::uriTag;
 
 using URIs = std::vector<std::string>;
 
@@ -25,26 +27,19 @@ std::string der(int tag, std::string const& content)
     return test::asText(test::derElement(tag, test::asBytes(content)));
 }
 
-constexpr int sequenceTag = 0x30;
-constexpr int utf8Tag = 0x0c;
-constexpr int uriTag = 0x86;
-constexpr int dnsTag = 0x82;
-/// In a distribution point; within its name, [0] is the full name and [1] the relative one.
-constexpr int nameTag = 0xa0;
-constexpr int reasonsTag = 0x81;
-constexpr int crlIssuerTag = 0xa2;
-constexpr int fullNameTag = 0xa0;
-constexpr int relativeNameTag = 0xa1;
+std::string point(int kindOfName, std::string const& name)
+{
+    return test::asText(test::distributionPoint(kindOfName, test::asBytes(name)));
+}
 
 std::string fullName(std::string const& names)
 {
-    return der(sequenceTag, der(nameTag, der(fullNameTag, names)));
+    return point(test::fullNameTag, names);
 }
 
-/// CN=value, as an attribute of a relative name.
-std::string commonNameAttribute(std::string const& value)
+std::string commonName(std::string const& value)
 {
-    return der(sequenceTag, std::string("\x06\x03\x55\x04\x03", 5) + der(utf8Tag, value));
+    return test::asText(test::commonNameAttribute(value));
 }
 
 Mutation withContent(std::string const& content)
@@ -87,7 +82,7 @@ TEST(CRLDistributionPoints, AreNoneWithoutAReadableExtension)
         {"garbage", withContent("garbage")},
         {"cut short", withContent(der(sequenceTag, fullName(der(uriTag, "http://a/b"))).substr(0, 12))},
         {"no points", withPoints("")},
-        {"name of a third type", withPoints(der(sequenceTag, der(nameTag, der(0xa2, ""))))},
+        {"name of a third type", withPoints(point(0xa2, ""))},
         {"two extensions",
          [](CertificateSpec& spec) {
              spec.setDistributionPoints({"http://a/b"});
@@ -108,8 +103,10 @@ TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
         URIs expected;
     } const rows[] = {
         {"point without any content", der(sequenceTag, ""), {}},
-        {"point with reasons alone", der(sequenceTag, der(reasonsTag, std::string("\x01\x40", 2))), {}},
-        {"point with an issuer alone", der(sequenceTag, der(crlIssuerTag, der(dnsTag, "a"))), {}},
+        {"point with reasons alone",
+         der(sequenceTag, der(test::pointReasonsTag, std::string("\x01\x40", 2))),
+         {}},
+        {"point with an issuer alone", der(sequenceTag, der(test::pointIssuerTag, der(dnsTag, "a"))), {}},
         {"full name without names", fullName(""), {}},
         {"DNS name", fullName(der(dnsTag, "a.example")), {}},
         {"DNS name before URI", fullName(der(dnsTag, "a") + der(uriTag, "http://a/b")), {"http://a/b"}},
@@ -132,7 +129,7 @@ TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
 TEST(CRLDistributionPoints, ContainTheValuesOfRelativeNames)
 {
     auto const relative = [](std::string const& attributes) {
-        return der(sequenceTag, der(nameTag, der(relativeNameTag, attributes)));
+        return point(test::relativeNameTag, attributes);
     };
     struct
     {
@@ -140,11 +137,11 @@ TEST(CRLDistributionPoints, ContainTheValuesOfRelativeNames)
         std::string points;
         URIs expected;
     } const rows[] = {
-        {"one attribute", relative(commonNameAttribute("one")), {"one"}},
-        {"two attributes", relative(commonNameAttribute("a") + commonNameAttribute("bb")), {"a", "bb"}},
-        {"empty value", relative(commonNameAttribute("")), {""}},
+        {"one attribute", relative(commonName("one")), {"one"}},
+        {"two attributes", relative(commonName("a") + commonName("bb")), {"a", "bb"}},
+        {"empty value", relative(commonName("")), {""}},
         {"URL as value, before a URI",
-         relative(commonNameAttribute("http://a/b")) + fullName(der(uriTag, "http://c/d")),
+         relative(commonName("http://a/b")) + fullName(der(uriTag, "http://c/d")),
          {"http://a/b", "http://c/d"}},
     };
     for (auto const& row : rows) {

@@ -1,8 +1,7 @@
 #include "seeds/Seeds.hpp"
 
-#include "support/Der.hpp"
+#include "support/DistributionPoints.hpp"
 #include "support/TestPki.hpp"
-#include "support/Text.hpp"
 
 namespace foundation::fuzz {
 
@@ -10,17 +9,9 @@ namespace {
 
 using test::Bytes;
 using test::derElement;
+using test::dnsTag;
 using test::joined;
-
-constexpr int sequenceTag = 0x30;
-constexpr int uriTag = 0x86;
-constexpr int dnsTag = 0x82;
-constexpr int utf8Tag = 0x0C;
-constexpr int nameTag = 0xA0;
-constexpr int fullNameTag = 0xA0;
-constexpr int relativeNameTag = 0xA1;
-constexpr int reasonsTag = 0x81;
-constexpr int crlIssuerTag = 0xA2;
+using test::sequenceTag;
 
 Bytes extension(Bytes const& content)
 {
@@ -34,25 +25,27 @@ Bytes url(std::string const& text)
 
 Bytes uri(std::string const& text)
 {
-    return derElement(uriTag, test::asBytes(text));
+    return derElement(test::uriTag, test::asBytes(text));
 }
 
 Bytes points(Bytes const& point)
 {
-    return extension(derElement(sequenceTag, derElement(sequenceTag, point)));
+    return extension(derElement(sequenceTag, point));
+}
+
+Bytes pointOf(Bytes const& element)
+{
+    return points(derElement(sequenceTag, element));
 }
 
 Bytes fullName(Bytes const& names)
 {
-    return points(derElement(nameTag, derElement(fullNameTag, names)));
+    return points(test::distributionPoint(test::fullNameTag, names));
 }
 
 Bytes relativeName(std::string const& commonName)
 {
-    Bytes const type = {0x06, 0x03, 0x55, 0x04, 0x03};
-    auto const attribute =
-        derElement(sequenceTag, joined({type, derElement(utf8Tag, test::asBytes(commonName))}));
-    return points(derElement(nameTag, derElement(relativeNameTag, attribute)));
+    return points(test::distributionPoint(test::relativeNameTag, test::commonNameAttribute(commonName)));
 }
 
 } // namespace
@@ -67,8 +60,9 @@ Seeds distributionPointsSeeds()
         {"none", extension(distributionPointsContent({}))},
         {"point_without_names", extension(distributionPointsContent({{}}))},
         {"not_an_extension", extension({0x05, 0x00})},
-        {"reasons_alone", points(derElement(reasonsTag, {0x01, 0x40}))},
-        {"issuer_alone", points(derElement(crlIssuerTag, derElement(dnsTag, test::asBytes("a.test"))))},
+        {"reasons_alone", pointOf(derElement(test::pointReasonsTag, {0x01, 0x40}))},
+        {"issuer_alone",
+         pointOf(derElement(test::pointIssuerTag, derElement(dnsTag, test::asBytes("a.test"))))},
         {"other_kind_of_name", fullName(derElement(dnsTag, test::asBytes("http://a/b")))},
         {"zero_in_uri", fullName(uri(withZero))},
         {"line_feed_in_uri", fullName(joined({uri("http://a\n/b"), uri("http://c/d")}))},
