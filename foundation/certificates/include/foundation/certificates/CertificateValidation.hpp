@@ -64,7 +64,8 @@ public:
         WholeChain = 2 ///< that of every certificate below the root (also `X509_V_FLAG_CRL_CHECK_ALL`)
     };
 
-    /// Whether CRLs are fetched, and what a failure means.
+    /// Whether CRLs are fetched, and what a failure means. A few failures are thrown wherever CRLs are
+    /// fetched: see X509Certificate::validateCertificate.
     enum class DownloadCRL : int
     {
         None = 0,       ///< nothing is fetched, and so no CRL is applied

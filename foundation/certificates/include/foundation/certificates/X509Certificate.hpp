@@ -225,6 +225,15 @@ public:
     ///     operating system's roots are wanted and cannot be read; "Invalid certificate chain length.\n"
     ///     and further texts, if OpenSSL fails; with DownloadCRL::Required, if a CRL could not be obtained:
     ///     "CRL Download Error: ..." or "CRL Verification Error: ..."
+    /// @throws X509CertificateException with DownloadCRL::BestEffort as well: "Invalid time format used in
+    ///     the certificate." if a CRL's next update cannot be read, "Error: printing the ASN1 time failed."
+    ///     if the date of the revocation that was found cannot
+    /// @throws std::filesystem::filesystem_error with DownloadCRL::BestEffort as well, if the system has no
+    ///     folder for temporary files
+    /// @throws CertificateException if the chain verifies and the library refuses the key of its root: as
+    ///     loading does
+    /// @throws X509CertificateChainException "Error: X509CertificateChain is uninitialized." for a moved-from
+    ///     chain
     /// @throws TrustStoreException if the trust store cannot be copied: "Failed to create X509_STORE",
     ///     "Failed to add CRL to store", "Failed to add certificate to store, CN: " and the common name
     CertificateValidationResults validateCertificate(
@@ -233,7 +242,8 @@ public:
 
     /// The certificate at the top of this one's chain: a lookup, not a validation. The chain must verify,
     /// but for expiry and self-signed certificates, which are tolerated, so that the answer need not be in
-    /// any trust store; no CRL is fetched or applied. Parameters and lock as for validateCertificate.
+    /// any trust store; no CRL is fetched or applied. Parameters, lock and what prevents a verdict as for
+    /// validateCertificate.
     /// @throws X509CertificateException "Error: Root CA X509Certificate has no content." if no
     ///     chain verifies
     X509Certificate
