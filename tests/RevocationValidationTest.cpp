@@ -1,8 +1,10 @@
 #include "support/ExactThrow.hpp"
 #include "support/Revocable.hpp"
+#include "support/ScopedVariable.hpp"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 
 namespace {
@@ -295,6 +297,26 @@ TEST_F(RevocationValidation, ThrowsForADateThatCannotBeReadInEveryMode)
         EXPECT_THROWS_EXACTLY(
             X509CertificateException, "Invalid time format used in the certificate.",
             validate(CheckCRL::LeafOnly, download));
+    }
+}
+
+TEST_F(RevocationValidation, ThrowsForADateOfRevocationThatCannotBeReadInEveryMode)
+{
+    serve(pki.leafCrl({revoke(pki.leaf, TimeSpec::unreadable())}), pki.caCrl());
+    for (auto const download : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
+        EXPECT_THROWS_EXACTLY(
+            X509CertificateException, "Error: printing the ASN1 time failed.",
+            validate(CheckCRL::LeafOnly, download));
+        expectValid(validate(CheckCRL::None, download));
+    }
+}
+
+TEST_F(RevocationValidation, ThrowsWithoutATemporaryDirectoryInEveryMode)
+{
+    serve(pki.leafCrl(), pki.caCrl());
+    ScopedVariable const nowhere(temporaryDirectoryVariable(), "/nonexistent/directory");
+    for (auto const download : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
+        EXPECT_THROW(validate(CheckCRL::LeafOnly, download), std::filesystem::filesystem_error);
     }
 }
 
