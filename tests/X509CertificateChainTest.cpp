@@ -188,6 +188,7 @@ TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
 {
     std::string const middle = pki()["intermediate"].pem();
     auto const endLine = middle.find("-----END");
+    auto const beginLine = middle.find('\n');
     // Where a block has no END line, OpenSSL goes on to that of the next block and says nothing.
     std::string const noEnd = reasonText(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     struct
@@ -203,6 +204,9 @@ TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
         {"an END line of another kind", middle.substr(0, endLine) + "-----END NOVELTY-----\n", ""},
         {"no END line", middle.substr(0, endLine), noEnd},
         {"no END line and DOS line ends", withDosLineEnds(middle.substr(0, endLine)), noEnd},
+        {"no END line, and a byte order mark", "\xEF\xBB\xBF" + middle.substr(0, endLine), noEnd},
+        {"no END line, and a BEGIN line with more behind it",
+         middle.substr(0, endLine).insert(beginLine, " \t\xC3\xA4"), noEnd},
         {"no END line, and blank lines", middle.substr(0, endLine) + "\n\n", ""},
         {"an END line that is none", std::string(middle).replace(endLine, 8, "-----FIN"), noEnd},
         {"an END line that starts no line", std::string(middle).erase(endLine - 1, 1), noEnd},
@@ -229,12 +233,38 @@ TEST(X509CertificateChainLoad, TakesNoOtherLinesForBlocks)
         SCOPED_TRACE(between);
         EXPECT_EQ(namesIn(X509CertificateChain(root + between + between + leaf)), "root -> leaf");
     }
+    // A line of more than 254 characters counts in pieces, of which none is a BEGIN line here.
+    auto const longLine = "-----BEGIN " + std::string(300, 'x') + "-----\n";
+    EXPECT_EQ(namesIn(X509CertificateChain(root + longLine + leaf)), "root -> leaf");
     // The text ends where its first zero character stands.
     EXPECT_EQ(
         namesIn(X509CertificateChain(root + std::string(1, '\0') + leaf.substr(0, 100) + leaf)), "root");
 }
 
-TEST(X509CertificateChainLoad, RefusesBlocksThatAreNoCertificates)
+TEST(X509CertificateChainLoad, FindsTheEndOfABlockBehindAFullPieceOfALine)
+{
+    // What stands behind 254 characters of a line is the beginning of another to OpenSSL.
+    auto base64 = certificate("root").getAsString();
+    base64.insert(base64.size() - 254, "\n");
+    auto const root = "-----BEGIN CERTIFICATE-----\n" + base64 + "-----END CERTIFICATE-----\n";
+    EXPECT_EQ(openSSLsReasonFor(root), "");
+    EXPECT_EQ(namesIn(X509CertificateChain(root)), "root");
+    EXPECT_EQ(namesIn(X509CertificateChain(root + pki()["leaf"].pem())), "root -> leaf");
+}
+
+TEST(X509CertificateChainLoad, PassesOverBlocksThatHoldNeitherKeyNorCRL)
+{
+    auto const root = pki()["root"].pem();
+    auto const leaf = pki()["leaf"].pem();
+    for (std::string const label :
+         {"PUBLIC KEY", "CERTIFICATE REQUEST", "PKCS7", "EC PARAMETERS", "NOVELTY"}) {
+        SCOPED_TRACE(label);
+        auto const block = "-----BEGIN " + label + "-----\nAAAA\n-----END " + label + "-----\n";
+        EXPECT_EQ(namesIn(X509CertificateChain(block + root + block + leaf + block)), "root -> leaf");
+    }
+}
+
+TEST(X509CertificateChainLoad, RefusesKeysAndCRLs)
 {
     std::string const certificates = pki().pemBundle({"leaf", "root"});
     std::string const key = toPem(pki()["leaf"].key);

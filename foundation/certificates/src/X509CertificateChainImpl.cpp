@@ -37,13 +37,33 @@ bool startsWith(std::string_view line, std::string_view beginning)
     return line.substr(0, beginning.size()) == beginning;
 }
 
-/// As OpenSSL sees it: whatever white space and control characters follow.
+/// The next line with its end, as OpenSSL reads it: a longer one comes in pieces.
+std::string_view nextLine(std::string_view text)
+{
+    constexpr std::size_t longestPiece = 254;
+    std::string_view const piece = text.substr(0, longestPiece);
+    std::size_t const lineFeed = piece.find('\n');
+    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
+}
+
+/// Behind the dashes: white space and control characters, and all of which a signed char is negative.
+bool isIgnoredByOpenSSL(char character)
+{
+    auto const code = static_cast<unsigned char>(character);
+    return code <= ' ' || code > 127;
+}
+
+/// As OpenSSL sees it: whatever it ignores behind the dashes, and with a byte order mark in front or without.
 bool isBeginLine(std::string_view line)
 {
-    while (!line.empty() && static_cast<unsigned char>(line.back()) <= ' ') {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    constexpr std::string_view dashes = "-----";
+    if (startsWith(line, byteOrderMark)) {
+        line.remove_prefix(byteOrderMark.size());
+    }
+    while (!line.empty() && isIgnoredByOpenSSL(line.back())) {
         line.remove_suffix(1);
     }
-    constexpr std::string_view dashes = "-----";
     return startsWith(line, "-----BEGIN ") && line.substr(line.size() - dashes.size()) == dashes;
 }
 
@@ -53,7 +73,7 @@ bool holdsBlockWithoutEnd(std::string_view text)
 {
     bool insideBlock = false;
     while (!text.empty()) {
-        std::string_view const line = text.substr(0, text.find('\n'));
+        std::string_view const line = nextLine(text);
         if (isBeginLine(line)) {
             if (insideBlock) {
                 return true;
@@ -62,7 +82,7 @@ bool holdsBlockWithoutEnd(std::string_view text)
         } else if (startsWith(line, "-----END ")) {
             insideBlock = false;
         }
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        text.remove_prefix(line.size());
     }
     return false;
 }
