@@ -107,6 +107,17 @@ TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourPopsDownToAMarkSetInItsScope)
     EXPECT_EQ(drainErrorQueue(), kept);
 }
 
+TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourTakesAwayTheMarkOfAnEnclosingOne)
+{
+    queueError(firstReason);
+    RAIIOpenSSLErrorRemover const outer(false);
+    {
+        RAIIOpenSSLErrorRemover const inner(true);
+        queueError(secondReason);
+    }
+    EXPECT_TRUE(queueIsEmpty());
+}
+
 TEST_F(OpenSSLErrorGuard, CleansUpDuringUnwinding)
 {
     auto const first = queueError(firstReason);

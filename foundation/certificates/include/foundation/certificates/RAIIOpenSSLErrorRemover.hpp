@@ -10,8 +10,8 @@
 /// - `false` sets a mark (`ERR_set_mark`). Entries queued before the guard survive, entries queued inside
 ///   its scope are dropped at the end. It suits a scope that may run inside somebody else's error handling.
 /// - `true` empties the queue (`ERR_clear_error`), so that the scope sees only what it caused itself. It
-///   sets no mark: its end removes everything down to an enclosing guard's mark, and all there is where no
-///   guard encloses it.
+///   sets no mark, and the marks of enclosing guards go with the entries that they stood at: its end removes
+///   everything down to a mark that was set in its scope, and all there is where none was.
 ///
 /// The queue is per thread: a guard must be destroyed on the thread that made it, and lives in one scope.
 class FOUNDATION_CERTIFICATES_EXPORT RAIIOpenSSLErrorRemover

@@ -141,7 +141,7 @@ public:
     /// @throws X509CertificateException "Internal error: Unable to fetch the signature algorithm"
     std::string getSignatureAlgorithm() const;
 
-    /// The start of validity as `ASN1_TIME_print` writes it: "Jan 2 03:04:05 2026 GMT".
+    /// The start of validity as `ASN1_TIME_print` writes it: "Jan  2 03:04:05 2026 GMT".
     /// @throws X509CertificateException "Error: Certificate does not have validNotBefore field
     ///     correctly set.", "Error: printing the ASN1 time failed.", "Error: Could not get the ASN1
     ///     time in string format."

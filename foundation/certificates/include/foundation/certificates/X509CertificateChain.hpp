@@ -31,9 +31,9 @@ public:
     X509CertificateChain();
 
     /// Loads all certificates of a text of concatenated PEM blocks (`PEM_X509_INFO_read_bio`), in the
-    /// text's order; text around the blocks is skipped, and a NUL character ends the text. Never asks for a
-    /// passphrase. One damaged block, one certificate that X509Certificate refuses, or one block of another
-    /// kind refuses the whole text.
+    /// text's order; text around the blocks is skipped, and so are blocks that hold neither certificate, key
+    /// nor CRL; a NUL character ends the text. Never asks for a passphrase. One damaged block, one
+    /// certificate that X509Certificate refuses, one key or one CRL refuses the whole text.
     /// @throws InvalidArgument "The provided certificate chain string has no content."
     /// @throws X509CertificateChainException "Error: Unable to parse X509 certificate inside X509
     ///     certificate chain." and what() of the certificate's failure
