@@ -6,12 +6,9 @@
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <gtest/gtest.h>
-#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/objects.h>
-#include <openssl/param_build.h>
 
-#include <memory>
 #include <string>
 
 using namespace foundation::certificates;
@@ -61,36 +58,6 @@ KeyHandle blankKeyOnACurve()
     auto key = own(EVP_PKEY_new());
     require(EVP_PKEY_set_type(key.get(), EVP_PKEY_EC));
     return key;
-}
-
-/// Parameters of a curve without a name: prime256v1 with twice its generator.
-KeyHandle keyOnANamelessCurve()
-{
-    auto const group = p256Group();
-    auto const p = number("0");
-    auto const a = number("0");
-    auto const b = number("0");
-    require(EC_GROUP_get_curve(group.get(), p.get(), a.get(), b.get(), nullptr));
-    auto const point = makeEC_POINTUPtr(EC_POINT_new(group.get()));
-    require(EC_POINT_dbl(group.get(), point.get(), EC_GROUP_get0_generator(group.get()), nullptr));
-    auto const generator = ecPointToByteArray(point.get(), group.get());
-
-    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
-    require(OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_EC_FIELD_TYPE, "prime-field", 0));
-    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_P, p.get()));
-    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_A, a.get()));
-    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_B, b.get()));
-    require(
-        OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_ORDER, EC_GROUP_get0_order(group.get())));
-    require(OSSL_PARAM_BLD_push_octet_string(
-        builder.get(), OSSL_PKEY_PARAM_EC_GENERATOR, generator.data(), generator.size()));
-    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
-
-    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-    require(EVP_PKEY_fromdata_init(context.get()));
-    EVP_PKEY* key = nullptr;
-    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEY_PARAMETERS, parameters.get()));
-    return own(key);
 }
 
 } // namespace
@@ -167,7 +134,7 @@ TEST(GetECCCurveFromEVPKey, RefusesACurveWithoutAName)
 {
     EXPECT_THROWS_EXACTLY(
         CertificateException, "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC",
-        getECCCurveFromEVPKey(keyOnANamelessCurve().get()));
+        getECCCurveFromEVPKey(namelessCurveKey().get()));
 }
 
 TEST(BigNumToByteArray, WritesBigEndianWithoutLeadingZeros)

@@ -364,6 +364,9 @@ TEST(PKCS12Load, RefusesOtherKindsOfKeyWithoutACertificate)
         UnsupportedEllipticCurve, "Key uses Ed448, which is not currently supported",
         PKCS12Certificate(keyBundle(ed448Key()), "secret"));
     EXPECT_THROWS_EXACTLY(
+        CertificateException, "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC",
+        PKCS12Certificate(keyBundle(namelessCurveKey()), "secret"));
+    EXPECT_THROWS_EXACTLY(
         UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 116",
         PKCS12Certificate(keyBundle(dsaKey()), "secret"));
     EXPECT_THROWS_EXACTLY(
@@ -393,6 +396,8 @@ TEST(PKCS12Load, RefusesACertificateWithAnUnfitKeyBeforeTheKeyItself)
         {"RSA of 1023 bits", rsaKey(1023), "RSA key size does not meet minimum cryptographic requirements"},
         {"DSA", dsaKey(), "Key is not currently supported. OpenSSL type id: 116"},
         {"RSA-PSS", rsaPssKey(), "Key is not currently supported. OpenSSL type id: 912"},
+        {"a curve without a name", namelessCurveKey(),
+         "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC"},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);

@@ -154,8 +154,9 @@ TEST(TestKeys, AreOfTheKindAskedFor)
     };
     for (auto const& [key, type, bits] :
          {Row{p256Key(), "EC", 256}, Row{p384Key(), "EC", 384}, Row{p521Key(), "EC", 521},
-          Row{secp256k1Key(), "EC", 256}, Row{explicitP256Key(), "EC", 256}, Row{rsaKey(1023), "RSA", 1023},
-          Row{rsaKey(1024), "RSA", 1024}, Row{rsaKey(), "RSA", 2048}, Row{rsaPssKey(1024), "RSA-PSS", 1024},
+          Row{secp256k1Key(), "EC", 256}, Row{explicitP256Key(), "EC", 256},
+          Row{namelessCurveKey(), "EC", 256}, Row{rsaKey(1023), "RSA", 1023}, Row{rsaKey(1024), "RSA", 1024},
+          Row{rsaKey(), "RSA", 2048}, Row{rsaPssKey(1024), "RSA-PSS", 1024},
           Row{ed25519Key(), "ED25519", 256}, Row{ed448Key(), "ED448", 456}, Row{x25519Key(), "X25519", 253},
           Row{dsaKey(), "DSA", 2048}}) {
         EXPECT_TRUE(EVP_PKEY_is_a(key.get(), type)) << type;
@@ -218,8 +219,8 @@ TEST(TestPki, OneMutationGivesOneError)
 TEST(TestPki, EveryKindOfKeySignsAndVerifies)
 {
     for (auto const& key :
-         {p256Key(), p384Key(), secp256k1Key(), explicitP256Key(), rsaKey(1024), rsaPssKey(1024),
-          ed25519Key(), ed448Key(), dsaKey()}) {
+         {p256Key(), p384Key(), secp256k1Key(), explicitP256Key(), namelessCurveKey(), rsaKey(1024),
+          rsaPssKey(1024), ed25519Key(), ed448Key(), dsaKey()}) {
         auto const root = makeRoot("root", [&](CertificateSpec& spec) { spec.key = key; });
         auto const leaf = makeLeaf(root, "leaf");
         EXPECT_EQ(X509_verify(leaf.certificate.get(), root.key.get()), 1)

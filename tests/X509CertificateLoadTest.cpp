@@ -323,6 +323,13 @@ TEST_P(X509CertificateLoad, RefusesOtherCurvesByName)
         withKey(ed448Key()).pem(), "Key uses Ed448, which is not currently supported");
 }
 
+TEST_P(X509CertificateLoad, RefusesACurveWithoutAName)
+{
+    expectRefused<CertificateException>(
+        withKey(namelessCurveKey()).pem(),
+        "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC");
+}
+
 TEST_P(X509CertificateLoad, RefusesOtherKindsOfKeyByNumber)
 {
     std::string const text = "Key is not currently supported. OpenSSL type id: ";

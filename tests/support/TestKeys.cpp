@@ -109,12 +109,52 @@ KeyHandle dsaParameters()
     return own(key);
 }
 
-KeyHandle generateDsa()
+/// A key over the parameters that another one has.
+KeyHandle generateOver(KeyHandle const& parameters)
 {
-    auto const parameters = dsaParameters();
     auto const context = own(EVP_PKEY_CTX_new_from_pkey(nullptr, parameters.get(), nullptr));
     require(EVP_PKEY_keygen_init(context.get()));
     return generateFrom(context);
+}
+
+/// A point of the curve as bytes, other than the generator that everybody uses: its double.
+Bytes otherGeneratorOf(EC_GROUP const* curve)
+{
+    std::shared_ptr<EC_POINT> const point(EC_POINT_new(curve), EC_POINT_free);
+    require(EC_POINT_dbl(curve, point.get(), EC_GROUP_get0_generator(curve), nullptr));
+    Bytes bytes(65);
+    require(
+        EC_POINT_point2oct(
+            curve, point.get(), POINT_CONVERSION_UNCOMPRESSED, bytes.data(), bytes.size(), nullptr) ==
+        bytes.size());
+    return bytes;
+}
+
+/// Parameters that differ from those of prime256v1 in the generator, so that no name fits them.
+KeyHandle namelessCurve()
+{
+    std::shared_ptr<EC_GROUP> const curve(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1), EC_GROUP_free);
+    auto const p = own(BN_new());
+    auto const a = own(BN_new());
+    auto const b = own(BN_new());
+    require(EC_GROUP_get_curve(curve.get(), p.get(), a.get(), b.get(), nullptr));
+    auto const generator = otherGeneratorOf(curve.get());
+
+    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
+    require(OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_EC_FIELD_TYPE, "prime-field", 0));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_P, p.get()));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_A, a.get()));
+    require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_B, b.get()));
+    require(
+        OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_ORDER, EC_GROUP_get0_order(curve.get())));
+    require(OSSL_PARAM_BLD_push_octet_string(
+        builder.get(), OSSL_PKEY_PARAM_EC_GENERATOR, generator.data(), generator.size()));
+    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
+    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
+    require(EVP_PKEY_fromdata_init(context.get()));
+    EVP_PKEY* key = nullptr;
+    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEY_PARAMETERS, parameters.get()));
+    return own(key);
 }
 
 } // namespace
@@ -156,6 +196,11 @@ KeyHandle explicitP256Key(std::string const& name)
     });
 }
 
+KeyHandle namelessCurveKey(std::string const& name)
+{
+    return cached("nameless curve", name, [] { return generateOver(namelessCurve()); });
+}
+
 KeyHandle ed25519Key(std::string const& name)
 {
     return keyWithoutParameters(EVP_PKEY_ED25519, name);
@@ -173,7 +218,7 @@ KeyHandle x25519Key(std::string const& name)
 
 KeyHandle dsaKey(std::string const& name)
 {
-    return cached("DSA", name, generateDsa);
+    return cached("DSA", name, [] { return generateOver(dsaParameters()); });
 }
 
 std::string toPem(KeyHandle const& key, std::string const& passphrase)

@@ -17,6 +17,8 @@ KeyHandle p521Key(std::string const& name = "default");
 KeyHandle secp256k1Key(std::string const& name = "default");
 /// A key on prime256v1 whose curve is written out as numbers instead of being named.
 KeyHandle explicitP256Key(std::string const& name = "default");
+/// A key on a curve that is written out as numbers and is none of those that have a name.
+KeyHandle namelessCurveKey(std::string const& name = "default");
 KeyHandle ed25519Key(std::string const& name = "default");
 KeyHandle ed448Key(std::string const& name = "default");
 KeyHandle x25519Key(std::string const& name = "default");

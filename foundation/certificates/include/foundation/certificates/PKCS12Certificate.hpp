@@ -66,6 +66,8 @@ public:
     ///     certificate." and what() of the certificate's failure
     /// @throws UnsupportedKeyType, UnsupportedEllipticCurve for a private key of any other kind than those
     ///     of KeyInfo.hpp, with the texts of X509Certificate's loading
+    /// @throws CertificateException "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC" for
+    ///     a private key on a curve without a name
     /// @throws PKCS12CertificateException "Failed to get the private exponent for the private key", "Error:
     ///     Unable to read private key from PKCS12 certificate." and OpenSSL's reason, "RSA key size does
     ///     not meet minimum cryptographic requirements"

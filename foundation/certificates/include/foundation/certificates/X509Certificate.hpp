@@ -80,8 +80,10 @@ public:
     ///     name, or "Key uses Ed448, which is not currently supported"
     /// @throws UnsupportedKeyType "Key is not currently supported. OpenSSL type id: " and the number
     /// @throws CertificateException if the key cannot be decoded: "Failed to sanity check EVP_PKEY.
-    ///     Argument is nullptr"; if OpenSSL has no memory for its numbers, also "Could not extract public
-    ///     key information from EVP_PKEY"
+    ///     Argument is nullptr"; for a curve without a name: "Expected EVP_PKEY to have group parameter since
+    ///     it's an EVP_PKEY_EC"; for an RSA key with a zero: "Empty public exponent in public key", "Empty
+    ///     modulus in public key"; for an elliptic-curve key without numbers, and if OpenSSL has no memory
+    ///     for them: "Could not extract public key information from EVP_PKEY"
     X509Certificate(ByteArray const& data);
     /// Loads from the characters, taken as bytes: PEM text or raw DER.
     /// @throws InvalidArgument also "The input certificate data string is invalid. Reason:" and the cause
