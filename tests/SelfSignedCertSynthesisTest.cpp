@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -103,6 +104,25 @@ std::vector<NameAttribute> subjectOf(std::string const& commonName)
     std::vector<NameAttribute> attributes{{"CN", commonName, V_ASN1_UTF8STRING}};
     attributes.insert(attributes.end(), fixedAttributes.begin(), fixedAttributes.end());
     return attributes;
+}
+
+/// The alternative names, all of which are of the DNS type.
+std::vector<std::string> alternativeNamesOf(X509Handle const& certificate)
+{
+    std::shared_ptr<GENERAL_NAMES> const names(
+        static_cast<GENERAL_NAMES*>(
+            X509_get_ext_d2i(certificate.get(), NID_subject_alt_name, nullptr, nullptr)),
+        GENERAL_NAMES_free);
+    std::vector<std::string> texts;
+    for (int index = 0; index < sk_GENERAL_NAME_num(names.get()); ++index) {
+        int type = -1;
+        auto const* const value = static_cast<ASN1_STRING const*>(
+            GENERAL_NAME_get0_value(sk_GENERAL_NAME_value(names.get(), index), &type));
+        require(type == GEN_DNS);
+        auto const* const bytes = ASN1_STRING_get0_data(value);
+        texts.emplace_back(bytes, bytes + ASN1_STRING_length(value));
+    }
+    return texts;
 }
 
 std::vector<std::pair<int, bool>> extensionsOf(X509Handle const& certificate)
@@ -442,6 +462,17 @@ TEST(SelfSignedCertSynthesis, EndsACommonNameAndTheAlternativesAtItsNul)
     EXPECT_EQ(extensionOf(x509, NID_subject_alt_name), extensionFrom(NID_subject_alt_name, "DNS:first"));
 }
 
+TEST(SelfSignedCertSynthesis, TakesTheAlternativesBehindALineEndForPartOfTheName)
+{
+    for (std::string const name : {"first\nsecond", "first\rsecond"}) {
+        auto const x509 =
+            built(fastBuilder().withCommonName(name).withAdditionalSubjectAltNames({"IP:192.0.2.1"}));
+
+        EXPECT_EQ(attributesOf(X509_get_subject_name(x509.get())), subjectOf(name));
+        EXPECT_EQ(alternativeNamesOf(x509), std::vector<std::string>{name + ",IP:192.0.2.1"});
+    }
+}
+
 TEST(SelfSignedCertSynthesis, RefusesAKeySizeBelow1024BitsAfterAllTheWork)
 {
     expectBothFail<X509CertificateException>(
@@ -479,6 +510,15 @@ TEST(SelfSignedCertPrivateKey, OpensWithItsPassphraseOnly)
         EXPECT_EQ(readKey(pem, passphrase + "x"), nullptr);
         EXPECT_EQ(readKey(pem, ""), nullptr);
     }
+}
+
+TEST(SelfSignedCertPrivateKey, IsEncryptedWithTheFirst1024BytesOfItsPassphrase)
+{
+    std::string const counted(1024, 'p');
+    auto const [certificate, pem] = fastBuilder().withPrivateKeyPassphrase(counted + "more").build();
+
+    EXPECT_TRUE(belongTogether(certificate, readKey(pem, counted)));
+    EXPECT_EQ(readKey(pem, counted.substr(1)), nullptr);
 }
 
 TEST(SelfSignedCertPrivateKey, IsUnderstoodByTheCommandLine)

@@ -67,7 +67,8 @@ public:
     /// The size of the RSA key; 2048 bits by default.
     SelfSignedCertBuilder& withPrivateKeySize(RSAPrivateKeySize size);
     /// Encrypts the private key that a build hands out; by default it is not encrypted. An empty passphrase
-    /// is one as well. It ends at its first NUL character.
+    /// is one as well. It ends at its first NUL character; for PEM text, only its first 1024 bytes count
+    /// (`PEM_BUFSIZE`).
     SelfSignedCertBuilder& withPrivateKeyPassphrase(std::string passphrase);
     /// The subject's common name, in UTF-8, and the first alternative name, of the DNS type; "localhost" by
     /// default. Exactly that name gets the loopback addresses as further alternative names.
@@ -75,7 +76,7 @@ public:
     /// X.509 allows 1 to 64 characters in a common name: a longer one becomes an alternative name only, and
     /// the subject goes without. A name with a comma, or one that is otherwise no value in OpenSSL's
     /// extension syntax, makes the build fail. A NUL character ends the name, and with it the list of
-    /// alternative names.
+    /// alternative names; behind a line end, the rest of that list becomes part of the alternative name.
     SelfSignedCertBuilder& withCommonName(std::string name);
     /// Further alternative names, each with its type as OpenSSL's extension syntax has it:
     /// "DNS:build.example", "IP:192.0.2.1".
