@@ -208,6 +208,7 @@ TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
         {"no END line, and a BEGIN line with more behind it",
          middle.substr(0, endLine).insert(beginLine, " \t\xC3\xA4"), noEnd},
         {"no END line, and blank lines", middle.substr(0, endLine) + "\n\n", ""},
+        {"an END line without a label", middle.substr(0, endLine) + "-----END \n", noEnd},
         {"an END line that is none", std::string(middle).replace(endLine, 8, "-----FIN"), noEnd},
         {"an END line that starts no line", std::string(middle).erase(endLine - 1, 1), noEnd},
         {"a BEGIN line within", std::string(middle).insert(endLine, "-----BEGIN CERTIFICATE-----\n"), noEnd},

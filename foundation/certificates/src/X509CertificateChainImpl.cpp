@@ -46,23 +46,29 @@ std::string_view nextLine(std::string_view text)
     return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
 }
 
-/// Behind the dashes: white space and control characters, and all of which a signed char is negative.
-bool isIgnoredByOpenSSL(char character)
+/// White space and control characters, and all of which a signed char is negative.
+bool isIgnoredAtTheEnd(char character)
 {
     auto const code = static_cast<unsigned char>(character);
     return code <= ' ' || code > 127;
 }
 
-/// As OpenSSL sees it: whatever it ignores behind the dashes, and with a byte order mark in front or without.
+/// What OpenSSL looks at of the line.
+std::string_view withoutIgnoredEnd(std::string_view line)
+{
+    while (!line.empty() && isIgnoredAtTheEnd(line.back())) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+/// With a byte order mark in front or without.
 bool isBeginLine(std::string_view line)
 {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     constexpr std::string_view dashes = "-----";
     if (startsWith(line, byteOrderMark)) {
         line.remove_prefix(byteOrderMark.size());
-    }
-    while (!line.empty() && isIgnoredByOpenSSL(line.back())) {
-        line.remove_suffix(1);
     }
     return startsWith(line, "-----BEGIN ") && line.substr(line.size() - dashes.size()) == dashes;
 }
@@ -73,7 +79,8 @@ bool holdsBlockWithoutEnd(std::string_view text)
 {
     bool insideBlock = false;
     while (!text.empty()) {
-        std::string_view const line = nextLine(text);
+        std::string_view const wholeLine = nextLine(text);
+        std::string_view const line = withoutIgnoredEnd(wholeLine);
         if (isBeginLine(line)) {
             if (insideBlock) {
                 return true;
@@ -82,7 +89,7 @@ bool holdsBlockWithoutEnd(std::string_view text)
         } else if (startsWith(line, "-----END ")) {
             insideBlock = false;
         }
-        text.remove_prefix(line.size());
+        text.remove_prefix(wholeLine.size());
     }
     return false;
 }
