@@ -109,6 +109,8 @@ public:
     /// The signers' certificates in the order of the signatures (`PKCS7_get0_signers`), as far as they are
     /// embedded: no signer at all if one of them is not. Says nothing about their signatures. OpenSSL's
     /// reasons stay in its error queue.
+    /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if
+    ///     OpenSSL has no memory for it
     X509CertificateChain getSignerCerts() const;
 
     /// Says whether the signature over the content is sound, and whether the signer's chain leads to
@@ -142,7 +144,9 @@ public:
     /// what was got of it is used.
     /// @throws PKCS7CertificateException "Internal error: The given input data bytes could not be written
     ///     to a buffer."
-    /// @throws X509CertificateException as X509Certificate::validateCertificate does
+    /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if
+    ///     OpenSSL has no memory for it
+    /// @throws X509CertificateException, TrustStoreException as X509Certificate::validateCertificate does
     PKCS7CertificateValidationResults verifySignature(
         X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;
 

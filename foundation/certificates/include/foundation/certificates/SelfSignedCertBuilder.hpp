@@ -113,7 +113,8 @@ public:
     std::pair<X509Certificate, std::string> build() const;
     /// The certificate, and a PKCS#12 bundle in DER form that holds the private key only, with the common
     /// name as its friendly name. Without a passphrase the bundle is protected with none at all, which
-    /// PKCS12Certificate does not open. Fails as build() does.
+    /// PKCS12Certificate does not open. Fails as build() does, and for a common name that is no UTF-8 or has
+    /// characters beyond the basic multilingual plane: no friendly name holds those.
     std::pair<X509Certificate, ByteArray> buildAndGetKeyBytesInPKCS12() const;
 
 private:
