@@ -29,9 +29,9 @@ class X509CertificateImpl;
 /// RSA key of at least 1024 bits, a prime256v1 key or an Ed25519 key. Loading proves neither a signature
 /// nor a date; validateCertificate does.
 ///
-/// A default-constructed certificate is empty: empty() is true, and every other operation throws
-/// X509CertificateException "Error: X509Certificate has no content." A certificate that was moved from by
-/// the move constructor is uninitialized: every operation, copying included, throws
+/// A default-constructed certificate is empty: it can be copied, empty() is true, and every other operation
+/// throws X509CertificateException "Error: X509Certificate has no content." A certificate that was moved
+/// from by the move constructor is uninitialized: every operation, copying included, throws
 /// X509CertificateException "Error: X509Certificate is uninitialized.", and it may only be destroyed or
 /// assigned to. These two failures are not repeated below.
 ///
