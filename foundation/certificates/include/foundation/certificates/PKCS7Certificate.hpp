@@ -146,7 +146,7 @@ public:
     ///     to a buffer."
     /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if
     ///     OpenSSL has no memory for it
-    /// @throws X509CertificateException, TrustStoreException as X509Certificate::validateCertificate does
+    /// @throws CertificateException whatever X509Certificate::validateCertificate throws
     PKCS7CertificateValidationResults verifySignature(
         X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;
 
