@@ -1,8 +1,9 @@
 #include "support/FixedPki.hpp"
 
+#include "support/TestKeys.hpp"
+
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
-#include <openssl/param_build.h>
 #include <openssl/sha.h>
 
 #include <memory>
@@ -60,12 +61,7 @@ test::KeyHandle fixedKey(std::string const& name)
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, number.get()));
     require(
         OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size()));
-    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
-    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-    require(EVP_PKEY_fromdata_init(context.get()));
-    EVP_PKEY* key = nullptr;
-    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, parameters.get()));
-    return own(key);
+    return test::keyFrom(*builder, "EC", EVP_PKEY_KEYPAIR);
 }
 
 FixedPki const& fixedPki()

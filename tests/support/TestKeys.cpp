@@ -5,7 +5,6 @@
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
-#include <openssl/param_build.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
@@ -101,12 +100,7 @@ KeyHandle dsaParameters()
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_P, p.get()));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_Q, q.get()));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_G, g.get()));
-    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
-    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "DSA", nullptr));
-    require(EVP_PKEY_fromdata_init(context.get()));
-    EVP_PKEY* key = nullptr;
-    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEY_PARAMETERS, parameters.get()));
-    return own(key);
+    return keyFrom(*builder, "DSA", EVP_PKEY_KEY_PARAMETERS);
 }
 
 /// A key over the parameters that another one has.
@@ -149,12 +143,7 @@ KeyHandle namelessCurve()
         OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_ORDER, EC_GROUP_get0_order(curve.get())));
     require(OSSL_PARAM_BLD_push_octet_string(
         builder.get(), OSSL_PKEY_PARAM_EC_GENERATOR, generator.data(), generator.size()));
-    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
-    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-    require(EVP_PKEY_fromdata_init(context.get()));
-    EVP_PKEY* key = nullptr;
-    require(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEY_PARAMETERS, parameters.get()));
-    return own(key);
+    return keyFrom(*builder, "EC", EVP_PKEY_KEY_PARAMETERS);
 }
 
 } // namespace
@@ -219,6 +208,16 @@ KeyHandle x25519Key(std::string const& name)
 KeyHandle dsaKey(std::string const& name)
 {
     return cached("DSA", name, [] { return generateOver(dsaParameters()); });
+}
+
+KeyHandle keyFrom(OSSL_PARAM_BLD& builder, char const* type, int selection)
+{
+    std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(&builder), OSSL_PARAM_free);
+    auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, type, nullptr));
+    require(EVP_PKEY_fromdata_init(context.get()));
+    EVP_PKEY* key = nullptr;
+    require(EVP_PKEY_fromdata(context.get(), &key, selection, parameters.get()));
+    return own(key);
 }
 
 std::string toPem(KeyHandle const& key, std::string const& passphrase)

@@ -2,6 +2,8 @@
 
 #include "support/Handles.hpp"
 
+#include <openssl/param_build.h>
+
 #include <string>
 
 namespace foundation::test {
@@ -24,6 +26,10 @@ KeyHandle ed448Key(std::string const& name = "default");
 KeyHandle x25519Key(std::string const& name = "default");
 /// DSA over a well-known group of 2048 bits (RFC 5114, 2.3), since finding a new one takes seconds.
 KeyHandle dsaKey(std::string const& name = "default");
+
+/// The key, or with `EVP_PKEY_KEY_PARAMETERS` as selection the parameters of keys, of the named type that
+/// consists of what the builder has been given.
+KeyHandle keyFrom(OSSL_PARAM_BLD& builder, char const* type, int selection);
 
 /// The private key as PKCS#8 PEM, and encrypted with AES-256 if a passphrase is given.
 std::string toPem(KeyHandle const& key, std::string const& passphrase = "");
