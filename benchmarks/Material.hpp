@@ -4,7 +4,7 @@
 /// What the operations work on, made anew for each run by bare OpenSSL, and the pieces that the bare sides of
 /// several groups share.
 
-#include "OpenSSLHandles.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 
 #include "support/TestPki.hpp"
 

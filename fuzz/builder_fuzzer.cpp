@@ -1,7 +1,7 @@
 /// A self-signed certificate from the settings in the input. What is built is what was asked for, by the bare
 /// API; what the bare API cannot make is not built.
 
-#include "OpenSSLHandles.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 #include "support/BuilderSettings.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"

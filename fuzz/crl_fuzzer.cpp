@@ -1,5 +1,5 @@
-#include "HttpClient.hpp"
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
+#include "revocation/HttpClient.hpp"
 
 #include "support/CrlEnvelope.hpp"
 #include "support/FixedPki.hpp"

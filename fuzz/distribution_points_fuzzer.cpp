@@ -1,5 +1,5 @@
-#include "HttpUrl.hpp"
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
+#include "revocation/HttpUrl.hpp"
 
 #include "support/Der.hpp"
 #include "support/DerElements.hpp"

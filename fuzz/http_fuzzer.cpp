@@ -1,4 +1,4 @@
-#include "HttpClient.hpp"
+#include "revocation/HttpClient.hpp"
 
 #include "support/Properties.hpp"
 

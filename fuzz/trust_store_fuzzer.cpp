@@ -1,11 +1,11 @@
 /// A trust store that is filled with the elements of the input, as an operating system fills it; and the
 /// validation of one of them against it. The last byte of the input chooses what else is varied.
 
-#include "OpenSSLHandles.hpp"
-#include "TrustStoreImpl.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"
 #include "support/TestPki.hpp"
+#include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -1,4 +1,4 @@
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/Handles.hpp"

@@ -1,7 +1,7 @@
 #include "support/ExactThrow.hpp"
 #include "support/Revocable.hpp"
 
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "support/PathValidationSuite.hpp"
 #include "support/Verifying.hpp"
 
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "TrustStoreImpl.hpp"
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
+#include "truststore/TrustStoreImpl.hpp"
 
 #include "support/EncryptedPem.hpp"
 #include "support/ExactThrow.hpp"

@@ -1,5 +1,5 @@
-#include "HttpClient.hpp"
-#include "X509CertificateImpl.hpp"
+#include "revocation/HttpClient.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/LeavesNoTrace.hpp"

@@ -1,4 +1,4 @@
-#include "HttpUrl.hpp"
+#include "revocation/HttpUrl.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ASN1Decoding.hpp"
+#include "certificate/Extensions.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/HugeAllocations.hpp"

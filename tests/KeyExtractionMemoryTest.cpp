@@ -1,7 +1,7 @@
 #include "support/TestKeys.hpp"
 #include "support/WithoutMemory.hpp"
 
-#include "KeyExtraction.hpp"
+#include "keys/KeyExtraction.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 

@@ -1,4 +1,4 @@
-#include "KeyExtraction.hpp"
+#include "keys/KeyExtraction.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/TestKeys.hpp"

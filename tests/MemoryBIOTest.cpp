@@ -1,4 +1,4 @@
-#include "MemoryBIO.hpp"
+#include "libcrypto/MemoryBIO.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "OpenSSLHandles.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 
 #include "support/ExactThrow.hpp"
 

@@ -5,7 +5,7 @@
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
-#include "PKCS12CertificateImpl.hpp"
+#include "pkcs12/PKCS12CertificateImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -5,8 +5,8 @@
 #include "support/TestPki.hpp"
 #include "support/Text.hpp"
 
-#include "DefaultSystemCertificateAdder.hpp"
-#include "TrustStoreImpl.hpp"
+#include "truststore/DefaultSystemCertificateAdder.hpp"
+#include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -5,7 +5,7 @@
 #include "support/Text.hpp"
 #include "support/Verifying.hpp"
 
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include <gtest/gtest.h>
 

@@ -7,9 +7,9 @@
 #include "support/TestPki.hpp"
 #include "support/Text.hpp"
 
-#include "TrustStoreImpl.hpp"
-#include "posix/PEMBlocks.hpp"
-#include "posix/SystemCertificateAdder.hpp"
+#include "libcrypto/PEMBlocks.hpp"
+#include "truststore/TrustStoreImpl.hpp"
+#include "truststore/posix/SystemCertificateAdder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -5,8 +5,8 @@
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
-#include "SystemCertificateDelivery.hpp"
-#include "TrustStoreImpl.hpp"
+#include "truststore/SystemCertificateUsage.hpp"
+#include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

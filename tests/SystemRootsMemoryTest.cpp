@@ -1,5 +1,5 @@
-#include "DefaultSystemCertificateAdder.hpp"
-#include "posix/SystemCertificateAdder.hpp"
+#include "truststore/DefaultSystemCertificateAdder.hpp"
+#include "truststore/posix/SystemCertificateAdder.hpp"
 
 #include "support/Failures.hpp"
 #include "support/Loading.hpp"

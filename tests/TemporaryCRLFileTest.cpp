@@ -1,4 +1,4 @@
-#include "TemporaryCRLFile.hpp"
+#include "revocation/TemporaryCRLFile.hpp"
 
 #include "support/InParallel.hpp"
 #include "support/LeavesNoTrace.hpp"

@@ -5,8 +5,8 @@
 #include "support/TestPki.hpp"
 #include "support/WithoutMemory.hpp"
 
-#include "OpenSSLHandles.hpp"
-#include "posix/SystemCertificateAdder.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
+#include "truststore/posix/SystemCertificateAdder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -5,7 +5,7 @@
 #include "support/TestKeys.hpp"
 #include "support/TestPki.hpp"
 
-#include "TrustStoreImpl.hpp"
+#include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -1,7 +1,7 @@
 #include "support/Revocable.hpp"
 
-#include "VerifyErrors.hpp"
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
+#include "validation/VerifyErrors.hpp"
 
 #include <gtest/gtest.h>
 

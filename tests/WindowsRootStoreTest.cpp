@@ -1,12 +1,12 @@
 // The adder on Windows as it is. What it finds there is Windows' affair; Wine, for one, finds nothing by
 // usage.
-#include "windows/WindowsHeader.hpp"
+#include "truststore/windows/WindowsHeader.hpp"
 
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestPki.hpp"
 
-#include "TrustStoreImpl.hpp"
-#include "windows/SystemCertificateAdder.hpp"
+#include "truststore/TrustStoreImpl.hpp"
+#include "truststore/windows/SystemCertificateAdder.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>

@@ -1,4 +1,4 @@
-#include "windows/WindowsHeader.hpp"
+#include "truststore/windows/WindowsHeader.hpp"
 
 #include "support/ExactThrow.hpp"
 #include "support/LogCapture.hpp"
@@ -7,8 +7,8 @@
 #include "support/TestPki.hpp"
 #include "support/windows/SystemStores.hpp"
 
-#include "TrustStoreImpl.hpp"
-#include "windows/SystemCertificateAdder.hpp"
+#include "truststore/TrustStoreImpl.hpp"
+#include "truststore/windows/SystemCertificateAdder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/TrustStore.hpp>

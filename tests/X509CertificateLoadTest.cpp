@@ -6,7 +6,7 @@
 #include "support/TestPki.hpp"
 #include "support/Text.hpp"
 
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509Certificate.hpp>

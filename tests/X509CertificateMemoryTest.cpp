@@ -4,7 +4,7 @@
 #include "support/Text.hpp"
 #include "support/WithoutMemory.hpp"
 
-#include "X509CertificateImpl.hpp"
+#include "certificate/X509CertificateImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509Certificate.hpp>

@@ -2,7 +2,7 @@
 #include "support/OpenSSLErrors.hpp"
 #include "support/TestPki.hpp"
 
-#include "X509Stack.hpp"
+#include "certificate/X509Duplicates.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 

@@ -1,6 +1,6 @@
 #include "support/CertificateProperties.hpp"
 
-#include "OpenSSLHandles.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 #include "support/Properties.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>

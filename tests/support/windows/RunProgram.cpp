@@ -1,4 +1,4 @@
-#include "windows/WindowsHeader.hpp"
+#include "truststore/windows/WindowsHeader.hpp"
 
 #include "support/RunProgram.hpp"
 

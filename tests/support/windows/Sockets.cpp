@@ -1,4 +1,4 @@
-#include "windows/WindowsHeader.hpp"
+#include "truststore/windows/WindowsHeader.hpp"
 
 #include <winsock2.h>
 // Needs what stands above.

@@ -1,0 +1,538 @@
+#include "certificate/X509CertificateImpl.hpp"
+
+#include "certificate/Extensions.hpp"
+#include "keys/KeyExtraction.hpp"
+#include "libcrypto/InputReading.hpp"
+#include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLResult.hpp"
+
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+#include <string_view>
+#include <utility>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr std::string_view pemHeader = "-----BEGIN CERTIFICATE-----";
+constexpr std::string_view pemFooter = "-----END CERTIFICATE-----";
+constexpr std::size_t pemLineLength = 63;
+constexpr std::uint64_t minimumRSAKeySize = 1024;
+
+constexpr char const noNotBeforeText[] =
+    "Error: Certificate does not have validNotBefore field correctly set.";
+constexpr char const noNotAfterText[] = "Error: Certificate does not have validNotAfter field correctly set.";
+constexpr char const unreadableExtensionsText[] =
+    "Internal error: Unable to read the certificate's extensions.";
+constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
+
+X509UPtr parsePEM(BIO* bio)
+{
+    auto parsed = makeX509(PEM_read_bio_X509(bio, nullptr, refusePassphrase, nullptr));
+    throwIfWrongPEMEncoding();
+    return parsed;
+}
+
+X509UPtr parseDER(BIO* bio)
+{
+    auto parsed = makeX509(d2i_X509_bio(bio, nullptr));
+    throwIfWrongDEREncoding();
+    return parsed;
+}
+
+std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
+{
+    std::unordered_map<std::string, std::string> attributes;
+    int const count = name == nullptr ? 0 : X509_NAME_entry_count(name);
+    for (int index = 0; index < count; ++index) {
+        X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
+        if (entry == nullptr) {
+            continue;
+        }
+        char const* key = OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)));
+        auto value = asUTF8(X509_NAME_ENTRY_get_data(entry));
+        if (key != nullptr && value) {
+            attributes[key] = std::move(*value);
+        }
+    }
+    return attributes;
+}
+
+/// What the map of the name's attributes holds for the common name: the last one that can be read.
+std::string commonNameIn(X509_NAME const* name, char const* missingText)
+{
+    for (int index = X509_NAME_entry_count(name) - 1; index >= 0; --index) {
+        X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
+        if (entry == nullptr || OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) != NID_commonName) {
+            continue;
+        }
+        if (auto value = asUTF8(X509_NAME_ENTRY_get_data(entry))) {
+            return std::move(*value);
+        }
+    }
+    throw InvalidArgument(missingText);
+}
+
+ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate)
+{
+    return makeASN1_OBJECTStack(
+        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
+}
+
+template <typename ObjectAt>
+std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
+{
+    std::vector<std::string> oids;
+    oids.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    for (int index = 0; index < count; ++index) {
+        oids.push_back(oidToString(objectAt(index)));
+    }
+    return oids;
+}
+
+bool hasDigitalSignatureBit(X509 const* certificate)
+{
+    auto const usage =
+        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
+    return usage != nullptr && ASN1_BIT_STRING_get_bit(usage.get(), 0) != 0;
+}
+
+/// Were there no memory for the extensions on first need, the certificate would count as invalid from that
+/// time on. So they are read while it can still be refused. Those that are invalid in themselves are so in
+/// every duplicate.
+void readExtensions(X509* certificate)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    if (hasValidExtensions(certificate)) {
+        return;
+    }
+    auto const duplicate = makeX509(X509_dup(certificate));
+    // What can be encoded can be copied, if there is memory.
+    bool const wantOfMemory =
+        duplicate == nullptr ? i2d_X509(certificate, nullptr) > 0 : hasValidExtensions(duplicate.get());
+    if (wantOfMemory) {
+        throw X509CertificateException(unreadableExtensionsText);
+    }
+}
+
+EVP_PKEYUPtr publicKeyOf(X509* certificate)
+{
+    return makeEVP_PKEY(X509_get_pubkey(certificate));
+}
+
+} // namespace
+
+std::string nameAsText(X509_NAME const* name)
+{
+    auto const bio = makeMemoryBIO();
+    // A name that cannot be printed gives what was printed of it.
+    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
+    return contentsAsString(bio.get());
+}
+
+std::string serialToDecimalString(ASN1_INTEGER const* serial)
+{
+    auto const number = makeBIGNUM(serial == nullptr ? nullptr : ASN1_INTEGER_to_BN(serial, nullptr));
+    throwIfNull<X509CertificateException>(number.get(), "Internal error: Unable to get serial number.");
+    auto const digits = makeOpenSSLChars(BN_bn2dec(number.get()));
+    return throwIfNull<X509CertificateException>(
+        digits.get(), "Internal error: Unable to get serial number from BN.");
+}
+
+std::string asn1TimeToString(ASN1_TIME const* time)
+{
+    auto const bio = makeMemoryBIO();
+    throwIfBelowOne<X509CertificateException>(
+        time == nullptr ? 0 : ASN1_TIME_print(bio.get(), time), "Error: printing the ASN1 time failed.");
+    std::array<char, 1024> line{};
+    throwIfBelowOne<X509CertificateException>(
+        BIO_gets(bio.get(), line.data(), static_cast<int>(line.size())),
+        "Error: Could not get the ASN1 time in string format.");
+    return line.data();
+}
+
+X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time)
+{
+    constexpr char const invalidText[] = "Invalid time format used in the certificate.";
+    constexpr long long secondsPerDay = 86400;
+    constexpr long long ticksPerSecond = 10000000;
+
+    // To ASN1_TIME_diff a null time is the present, which is never meant here.
+    auto const epoch = makeASN1_TIME(ASN1_UTCTIME_set(nullptr, 0));
+    throwIfNull<X509CertificateException>(epoch.get(), invalidText);
+    throwIfNull<X509CertificateException>(time, invalidText);
+    int days = 0;
+    int seconds = 0;
+    if (ASN1_TIME_diff(&days, &seconds, epoch.get(), time) == 0) {
+        throw X509CertificateException(invalidText);
+    }
+    return X509Certificate::TimePoint(
+        X509Certificate::TimePoint::duration((days * secondsPerDay + seconds) * ticksPerSecond));
+}
+
+std::string oidToString(ASN1_OBJECT const* object)
+{
+    int const length = OBJ_obj2txt(nullptr, 0, object, 1);
+    if (length < 1) {
+        throw X509CertificateException("OID has invalid length: " + std::to_string(length));
+    }
+    std::string text(static_cast<std::size_t>(length) + 1, '\0');
+    int const written = OBJ_obj2txt(text.data(), length + 1, object, 1);
+    if (written != length) {
+        throw X509CertificateException(
+            "Could not convert OID into text. Expected: " + std::to_string(length) +
+            ". Got: " + std::to_string(written));
+    }
+    text.pop_back();
+    return text;
+}
+
+X509CertificateImpl::X509CertificateImpl() = default;
+
+X509CertificateImpl::X509CertificateImpl(ByteArray const& data)
+{
+    load(data);
+}
+
+X509CertificateImpl::X509CertificateImpl(std::string const& data)
+{
+    load(bytesOfString(data, "The input certificate data string is invalid. Reason:"));
+}
+
+X509CertificateImpl::X509CertificateImpl(std::istream& stream)
+{
+    load(bytesOfStream(
+        stream, "The input certificate data stream is invalid.",
+        "The input certificate data stream is invalid. Reason:"));
+}
+
+X509CertificateImpl::X509CertificateImpl(X509* certificate)
+    : x509(makeX509(certificate == nullptr ? nullptr : X509_dup(certificate)))
+{
+    throwIfKeyTooWeak();
+    readExtensions(x509.get());
+}
+
+X509CertificateImpl::X509CertificateImpl(
+    X509CertificateImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
+    : x509(other.x509)
+{}
+
+X509CertificateImpl::X509CertificateImpl(X509CertificateImpl&& other) noexcept = default;
+
+X509CertificateImpl& X509CertificateImpl::operator=(X509CertificateImpl&& other) noexcept = default;
+
+X509CertificateImpl::~X509CertificateImpl() = default;
+
+void X509CertificateImpl::load(ByteArray const& data)
+{
+    if (data.empty()) {
+        throw InvalidArgument("The input certificate has no content.");
+    }
+    RAIIOpenSSLErrorRemover errors(true);
+    auto const bio = makeMemoryBIO();
+    if (!writeAll(bio.get(), data)) {
+        throw X509CertificateException(
+            "Internal error: The given certificate data could not be written to a buffer.");
+    }
+    x509 = containsMarker(data, pemHeader) ? parsePEM(bio.get()) : parseDER(bio.get());
+    // A certificate that came out with anything in the queue counts as failed, too.
+    if (x509 == nullptr || ERR_peek_error() != 0) {
+        throw X509CertificateException(
+            "Error: Loading a certificate failed. Reason=" + errors.getErrorString());
+    }
+    throwIfKeyTooWeak();
+    readExtensions(x509.get());
+}
+
+bool X509CertificateImpl::empty() const
+{
+    return x509 == nullptr;
+}
+
+X509* X509CertificateImpl::content() const
+{
+    return throwIfNull<X509CertificateException>(x509.get(), "Error: X509Certificate has no content.");
+}
+
+X509* X509CertificateImpl::duplicateX509() const
+{
+    return X509_dup(content());
+}
+
+std::string X509CertificateImpl::getSubjectName() const
+{
+    return nameAsText(X509_get_subject_name(content()));
+}
+
+std::string X509CertificateImpl::getIssuerName() const
+{
+    return nameAsText(X509_get_issuer_name(content()));
+}
+
+std::unordered_map<std::string, std::string> X509CertificateImpl::getSubjectNameAsRDNs() const
+{
+    return nameAsRDNs(X509_get_subject_name(content()));
+}
+
+std::unordered_map<std::string, std::string> X509CertificateImpl::getIssuerNameAsRDNs() const
+{
+    return nameAsRDNs(X509_get_issuer_name(content()));
+}
+
+std::string X509CertificateImpl::getSubjectCommonName() const
+{
+    return commonNameIn(X509_get_subject_name(content()), "Subject name has no CN.");
+}
+
+std::string X509CertificateImpl::getIssuerCommonName() const
+{
+    return commonNameIn(X509_get_issuer_name(content()), "Issuer name has no CN.");
+}
+
+std::string X509CertificateImpl::getSerialNumber() const
+{
+    return serialToDecimalString(X509_get0_serialNumber(content()));
+}
+
+std::string X509CertificateImpl::getSHA256Fingerprint() const
+{
+    ByteArray digest(32);
+    unsigned int length = 0;
+    if (X509_digest(content(), EVP_sha256(), digest.data(), &length) == 0 || length != digest.size()) {
+        throw X509CertificateException("Internal error: Unable to compute the SHA256 fingerprint.");
+    }
+    return hexEncode(digest);
+}
+
+std::string X509CertificateImpl::getSignatureAlgorithm() const
+{
+    return throwIfNull<X509CertificateException>(
+        OBJ_nid2sn(X509_get_signature_nid(content())),
+        "Internal error: Unable to fetch the signature algorithm");
+}
+
+std::string X509CertificateImpl::getValidNotBefore() const
+{
+    return asn1TimeToString(
+        throwIfNull<X509CertificateException>(X509_getm_notBefore(content()), noNotBeforeText));
+}
+
+std::string X509CertificateImpl::getValidNotAfter() const
+{
+    return asn1TimeToString(
+        throwIfNull<X509CertificateException>(X509_getm_notAfter(content()), noNotAfterText));
+}
+
+X509Certificate::TimePoint X509CertificateImpl::getValidNotBeforeTimePoint() const
+{
+    return asn1TimeToTimePoint(
+        throwIfNull<X509CertificateException>(X509_getm_notBefore(content()), noNotBeforeText));
+}
+
+X509Certificate::TimePoint X509CertificateImpl::getValidNotAfterTimePoint() const
+{
+    // One text serves both time point getters, on purpose.
+    return asn1TimeToTimePoint(
+        throwIfNull<X509CertificateException>(X509_getm_notAfter(content()), noNotBeforeText));
+}
+
+std::vector<std::string> X509CertificateImpl::getExtendedKeyUsages() const
+{
+    auto const usages = extendedKeyUsagesOf(content());
+    return oidTexts(sk_ASN1_OBJECT_num(usages.get()), [&](int index) {
+        return sk_ASN1_OBJECT_value(usages.get(), index);
+    });
+}
+
+std::vector<std::string> X509CertificateImpl::getPolicies() const
+{
+    auto const policies = makePOLICYINFOStack(
+        static_cast<STACK_OF(POLICYINFO)*>(extensionOf(content(), NID_certificate_policies)));
+    return oidTexts(sk_POLICYINFO_num(policies.get()), [&](int index) {
+        return sk_POLICYINFO_value(policies.get(), index)->policyid;
+    });
+}
+
+bool X509CertificateImpl::isCACertificate() const
+{
+    return X509_check_ca(content()) > 0;
+}
+
+bool X509CertificateImpl::isSelfSigned() const
+{
+    return getIssuerName() == getSubjectName();
+}
+
+bool X509CertificateImpl::isValidForDigitalSigning() const
+{
+    X509* const certificate = content();
+    if (!hasDigitalSignatureBit(certificate)) {
+        return false;
+    }
+    auto const usages = extendedKeyUsagesOf(certificate);
+    if (usages == nullptr) {
+        return true;
+    }
+    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
+        if (OBJ_obj2nid(sk_ASN1_OBJECT_value(usages.get(), index)) == NID_code_sign) {
+            return true;
+        }
+    }
+    return false;
+}
+
+PublicKeyInfo X509CertificateImpl::getPublicKeyInfo() const
+{
+    switch (sanityCheckEVPKey(publicKeyOf(content()).get())) {
+    case KeyType::RSA: {
+        ByteArray const modulus = getModulus();
+        ByteArray const exponent = getPublicExponent();
+        return PublicKeyInfo(getKeySize(), exponent, modulus);
+    }
+    case KeyType::ECC: {
+        EllipticCurve const curve = getECCCurve();
+        ByteArray const point = getECCPublicPoint();
+        return PublicKeyInfo(getKeySize(), point, curve);
+    }
+    }
+    throw CertificateException("Unknown key type");
+}
+
+bool X509CertificateImpl::hasRSAKey() const
+{
+    return sanityCheckEVPKey(publicKeyOf(content()).get()) == KeyType::RSA;
+}
+
+std::uint64_t X509CertificateImpl::getKeySize() const
+{
+    auto const key = publicKeyOf(content());
+    int const bits = EVP_PKEY_get_bits(key.get());
+    // OpenSSL counts once, while it decodes the key, and keeps 0 if there is no memory then. The modulus of
+    // an RSA key may in truth be 0, which is too weak to be loaded.
+    if (bits < 1 && sanityCheckEVPKey(key.get()) == KeyType::ECC) {
+        throw CertificateException("Could not extract public key information from EVP_PKEY");
+    }
+    return static_cast<std::uint64_t>(bits);
+}
+
+ByteArray
+X509CertificateImpl::rsaParameter(char const* name, char const* notRSAText, char const* failureText) const
+{
+    auto const key = publicKeyOf(content());
+    if (sanityCheckEVPKey(key.get()) != KeyType::RSA) {
+        throw NotRSAKey(notRSAText);
+    }
+    auto const number = makeBIGNUM(BN_new());
+    BIGNUM* target = number.get();
+    if (target == nullptr || EVP_PKEY_get_bn_param(key.get(), name, &target) == 0) {
+        throw X509CertificateException(failureText);
+    }
+    return bigNumToByteArray(number.get());
+}
+
+ByteArray X509CertificateImpl::getModulus() const
+{
+    return rsaParameter(
+        OSSL_PKEY_PARAM_RSA_N, "Cannot get modulus because the certificate does not contain an RSA key",
+        "Failed to get the modulus for the public key");
+}
+
+ByteArray X509CertificateImpl::getPublicExponent() const
+{
+    return rsaParameter(
+        OSSL_PKEY_PARAM_RSA_E,
+        "Cannot get public exponent because the certificate does not contain an RSA key",
+        "Failed to get the public exponent for the public key");
+}
+
+ByteArray X509CertificateImpl::getECCPublicPoint() const
+{
+    auto const key = publicKeyOf(content());
+    OSSL_PARAM* exported = nullptr;
+    throwIfNotOne<CertificateException>(
+        EVP_PKEY_todata(key.get(), EVP_PKEY_PUBLIC_KEY, &exported),
+        "Failed to extract public point from public EVP_PKEY");
+    auto const parameters = makeOSSL_PARAMUPtr(exported);
+    auto const* point = throwIfNull<CertificateException>(
+        OSSL_PARAM_locate_const(parameters.get(), OSSL_PKEY_PARAM_PUB_KEY),
+        "Could not find 'pub' in parameter list from EVP_PKEY_todata");
+    auto const* bytes = static_cast<unsigned char const*>(point->data);
+    return bytes == nullptr ? ByteArray() : ByteArray(bytes, bytes + point->data_size);
+}
+
+EllipticCurve X509CertificateImpl::getECCCurve() const
+{
+    return getECCCurveFromEVPKey(publicKeyOf(content()).get());
+}
+
+void X509CertificateImpl::throwIfKeyTooWeak() const
+{
+    auto const key = getPublicKeyInfo();
+    switch (key.getType()) {
+    case KeyType::RSA:
+        if (key.getKeySize() < minimumRSAKeySize) {
+            throw X509CertificateException(weakKeyText);
+        }
+        return;
+    case KeyType::ECC:
+        return;
+    }
+    throw CertificateException("This should be unreachable");
+}
+
+ByteArray X509CertificateImpl::getAsBytes() const
+{
+    auto const bio = makeMemoryBIO();
+    throwIfBelowOne<X509CertificateException>(
+        i2d_X509_bio(bio.get(), content()), "Internal error: Could not serialize the X509 certificate.");
+    ByteArray bytes = contentsAsBytes(bio.get());
+    if (bytes.empty()) {
+        throw X509CertificateException("Internal error: The DER serialized X509 data came up empty.");
+    }
+    return bytes;
+}
+
+std::string X509CertificateImpl::getAsString() const
+{
+    return base64Encode(getAsBytes());
+}
+
+std::string X509CertificateImpl::getAsPEMString() const
+{
+    std::string const base64 = getAsString();
+    std::string pem;
+    pem.reserve(pemHeader.size() + pemFooter.size() + 3 + base64.size() + base64.size() / pemLineLength);
+    pem.append(pemHeader).push_back('\n');
+    for (std::size_t start = 0; start < base64.size(); start += pemLineLength) {
+        pem.append(base64, start, pemLineLength).push_back('\n');
+    }
+    pem.append(pemFooter).push_back('\n');
+    return pem;
+}
+
+void X509CertificateImpl::print(std::ostream& out) const
+{
+    std::string const subject = getSubjectName();
+    std::string const issuer = getIssuerName();
+    out << "Certificate Details:\n"
+        << "--------------------\n"
+        << "Subject Name: " << subject << ";\n"
+        << "Issuer Name: " << issuer << ";\n";
+    // The digest is asked for only now: what fails here fails behind the lines above.
+    out << "SHA256 Fingerprint: " << getSHA256Fingerprint() << ";\n";
+    out << "isSelfSigned: " << (issuer == subject ? "1" : "0") << ";\n"
+        << "isCA: " << (isCACertificate() ? "1" : "0") << ";\n"
+        << std::endl;
+}
+
+} // namespace foundation::certificates

@@ -1,0 +1,233 @@
+#include <foundation/certificates/X509CertificateChainImpl.hpp>
+
+#include "certificate/X509CertificateImpl.hpp"
+#include "libcrypto/InputReading.hpp"
+#include "libcrypto/MemoryBIO.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <ostream>
+#include <string_view>
+#include <utility>
+
+namespace foundation::certificates {
+
+namespace {
+
+/// What OpenSSL finds in the text. Null where it meets a damaged block, with the reason in its queue.
+X509_INFOStackUPtr readPEMBlocks(std::string const& text)
+{
+    auto const bio = makeMemoryBIO();
+    // A text that is too long for BIO_puts, or that it does not take, shows as one with no blocks in it.
+    if (std::strlen(text.c_str()) <= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        BIO_puts(bio.get(), text.c_str());
+    }
+    return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
+}
+
+bool startsWith(std::string_view line, std::string_view beginning)
+{
+    return line.substr(0, beginning.size()) == beginning;
+}
+
+/// The next line with its end, as OpenSSL reads it: a longer one comes in pieces.
+std::string_view nextLine(std::string_view text)
+{
+    constexpr std::size_t longestPiece = 254;
+    std::string_view const piece = text.substr(0, longestPiece);
+    std::size_t const lineFeed = piece.find('\n');
+    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
+}
+
+/// White space and control characters, and all of which a signed char is negative.
+bool isIgnoredAtTheEnd(char character)
+{
+    auto const code = static_cast<unsigned char>(character);
+    return code <= ' ' || code > 127;
+}
+
+/// What OpenSSL looks at of the line.
+std::string_view withoutIgnoredEnd(std::string_view line)
+{
+    while (!line.empty() && isIgnoredAtTheEnd(line.back())) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+/// With a byte order mark in front or without.
+bool isBeginLine(std::string_view line)
+{
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    constexpr std::string_view dashes = "-----";
+    if (startsWith(line, byteOrderMark)) {
+        line.remove_prefix(byteOrderMark.size());
+    }
+    return startsWith(line, "-----BEGIN ") && line.substr(line.size() - dashes.size()) == dashes;
+}
+
+/// Whether a block begins where the one before it has not ended. OpenSSL reads such a block to the next END
+/// line, and passes over all that stands in between without a word.
+bool holdsBlockWithoutEnd(std::string_view text)
+{
+    bool insideBlock = false;
+    while (!text.empty()) {
+        std::string_view const wholeLine = nextLine(text);
+        std::string_view const line = withoutIgnoredEnd(wholeLine);
+        if (isBeginLine(line)) {
+            if (insideBlock) {
+                return true;
+            }
+            insideBlock = true;
+        } else if (startsWith(line, "-----END ")) {
+            insideBlock = false;
+        }
+        text.remove_prefix(wholeLine.size());
+    }
+    return false;
+}
+
+/// OpenSSL puts a key or CRL into one entry with the certificate that it stands beside, or into an entry of
+/// its own. In either case the text holds what is no certificate, and the entry counts as one without a
+/// certificate.
+X509* certificateIn(X509_INFO const* entry)
+{
+    bool const holdsNothingElse = entry != nullptr && entry->crl == nullptr && entry->x_pkey == nullptr;
+    return holdsNothingElse ? entry->x509 : nullptr;
+}
+
+X509Certificate loadCertificate(X509_INFO const* entry)
+{
+    try {
+        return X509Certificate(X509CertificateImpl(certificateIn(entry)));
+    } catch (CertificateException const& failure) {
+        throw X509CertificateChainException(
+            std::string("Error: Unable to parse X509 certificate inside X509 certificate chain.") +
+            failure.what());
+    }
+}
+
+} // namespace
+
+X509CertificateChainImpl::X509CertificateChainImpl() = default;
+
+X509CertificateChainImpl::X509CertificateChainImpl(std::string const& pem)
+{
+    init(pem);
+}
+
+X509CertificateChainImpl::X509CertificateChainImpl(std::istream& stream)
+{
+    init(textOfStream(
+        stream, "The input certificate chain data stream is invalid.",
+        "The input X509 certificate chain data stream is invalid. Reason:"));
+}
+
+X509CertificateChainImpl::X509CertificateChainImpl(
+    X509CertificateChainImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
+    : certificates(other.certificates)
+{}
+
+X509CertificateChainImpl::X509CertificateChainImpl(X509CertificateChainImpl&& other) noexcept = default;
+
+X509CertificateChainImpl::~X509CertificateChainImpl() = default;
+
+X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other)
+{
+    if (this != &other) {
+        // By way of a copy, so that a failure leaves the list as it was.
+        certificates = std::vector<X509Certificate>(other.certificates);
+    }
+    return *this;
+}
+
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): it copies
+X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl&& other)
+{
+    if (this != &other) {
+        certificates = std::vector<X509Certificate>(other.certificates);
+    }
+    other.certificates.clear();
+    return *this;
+}
+
+void X509CertificateChainImpl::init(std::string const& text)
+{
+    if (text.empty()) {
+        throw InvalidArgument("The provided certificate chain string has no content.");
+    }
+    RAIIOpenSSLErrorRemover errors(true);
+    auto const entries = readPEMBlocks(text);
+    for (int index = 0; index < sk_X509_INFO_num(entries.get()); ++index) {
+        certificates.push_back(loadCertificate(sk_X509_INFO_value(entries.get(), index)));
+    }
+    if (!certificates.empty() && holdsBlockWithoutEnd(text.c_str())) {
+        ERR_raise(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
+    }
+    // Certificates that came out with anything in the queue count as failed, too.
+    if (certificates.empty() || ERR_peek_error() != 0) {
+        throw X509CertificateChainException(
+            "Error: Loading a certificate chain failed. Reason=" + errors.getErrorString());
+    }
+}
+
+void X509CertificateChainImpl::addCertificate(X509Certificate const& certificate)
+{
+    certificates.push_back(certificate);
+}
+
+bool X509CertificateChainImpl::empty() const
+{
+    return certificates.empty();
+}
+
+std::size_t X509CertificateChainImpl::getNumCertificates() const
+{
+    return certificates.size();
+}
+
+std::vector<X509Certificate> X509CertificateChainImpl::getCertificates() const
+{
+    return certificates;
+}
+
+void X509CertificateChainImpl::print(std::ostream& out) const
+{
+    out << "Printing certificate chain.\n"
+        << "---------------------------\n";
+    for (X509Certificate const& certificate : certificates) {
+        out << certificate << std::endl;
+    }
+}
+
+X509Certificate X509CertificateChainImpl::popLeafCertificate()
+{
+    throwIfEmpty();
+    auto const leaf =
+        std::find_if(certificates.begin(), certificates.end(), [](X509Certificate const& certificate) {
+            return !certificate.isCACertificate();
+        });
+    if (leaf == certificates.end()) {
+        throw X509CertificateChainException(
+            "Unable to find a leaf certificate in the given certificate chain");
+    }
+    X509Certificate result(*leaf);
+    certificates.erase(leaf);
+    return result;
+}
+
+void X509CertificateChainImpl::throwIfEmpty() const
+{
+    if (empty()) {
+        throw X509CertificateChainException("X509CertificateChain has no content.");
+    }
+}
+
+} // namespace foundation::certificates

@@ -1,0 +1,149 @@
+#include "keys/KeyExtraction.hpp"
+
+#include "libcrypto/OpenSSLResult.hpp"
+
+#include <openssl/core_names.h>
+
+#include <cstring>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr char const nullKeyText[] = "Failed to sanity check EVP_PKEY. Argument is nullptr";
+
+[[noreturn]] void refuseKeyKind(int baseId)
+{
+    if (baseId == EVP_PKEY_ED448) {
+        throw UnsupportedEllipticCurve("Key uses Ed448, which is not currently supported");
+    }
+    throw UnsupportedKeyType("Key is not currently supported. OpenSSL type id: " + std::to_string(baseId));
+}
+
+OSSL_PARAMUPtr exportKey(EVP_PKEY* key, int selection, char const* failureText)
+{
+    OSSL_PARAM* parameters = nullptr;
+    throwIfNotOne<CertificateException>(EVP_PKEY_todata(key, selection, &parameters), failureText);
+    return makeOSSL_PARAMUPtr(parameters);
+}
+
+/// OpenSSL writes the name with a terminator behind it; the size is kept to all the same.
+std::string textOf(OSSL_PARAM const& parameter)
+{
+    if (parameter.data == nullptr) {
+        return {};
+    }
+    auto const* text = static_cast<char const*>(parameter.data);
+    return std::string(text, strnlen(text, parameter.data_size));
+}
+
+EllipticCurve curveOfECKey(EVP_PKEY* key)
+{
+    auto const parameters =
+        exportKey(key, EVP_PKEY_PUBLIC_KEY, "Could not extract public key information from EVP_PKEY");
+    auto const* group = throwIfNull<CertificateException>(
+        OSSL_PARAM_locate_const(parameters.get(), OSSL_PKEY_PARAM_GROUP_NAME),
+        "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC");
+    std::string const name = textOf(*group);
+    if (name != "prime256v1") {
+        throw UnsupportedEllipticCurve("ECC-based key is not using supported ECC Curve. Curve: " + name);
+    }
+    return EllipticCurve::Prime256v1;
+}
+
+} // namespace
+
+KeyType sanityCheckEVPKey(EVP_PKEY* key)
+{
+    throwIfNull<CertificateException>(key, nullKeyText);
+    switch (int const baseId = EVP_PKEY_get_base_id(key)) {
+    case EVP_PKEY_RSA:
+        return KeyType::RSA;
+    case EVP_PKEY_EC:
+    case EVP_PKEY_ED25519:
+        return KeyType::ECC;
+    default:
+        refuseKeyKind(baseId);
+    }
+}
+
+EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key)
+{
+    throwIfNull<CertificateException>(key, nullKeyText);
+    switch (int const baseId = EVP_PKEY_get_base_id(key)) {
+    case EVP_PKEY_RSA:
+        throw CertificateException("Expected the EVP_PKEY to be ECC-based. It is not.");
+    case EVP_PKEY_ED25519:
+        return EllipticCurve::Ed25519;
+    case EVP_PKEY_EC:
+        return curveOfECKey(key);
+    default:
+        refuseKeyKind(baseId);
+    }
+}
+
+ByteArray bigNumToByteArray(BIGNUM const* number)
+{
+    throwIfNull<CertificateException>(number, "Failed to convert BIGNUM to ByteArray. Argument is nullptr.");
+    int const expected = (BN_num_bits(number) + 7) / 8;
+    ByteArray bytes(static_cast<std::size_t>(expected));
+    int const written = BN_bn2bin(number, bytes.data());
+    if (written != expected) {
+        throw CertificateException(
+            "Wrote " + std::to_string(written) +
+            " bytes from BIGNUM to ByteArray. Expected: " + std::to_string(expected));
+    }
+    return bytes;
+}
+
+ByteArray ecPointToByteArray(EC_POINT const* point, EC_GROUP const* group)
+{
+    if (point == nullptr || group == nullptr) {
+        throw CertificateException("Failed to create ByteArray from EC_POINT. Argument(s) are nullptr");
+    }
+    auto const context = makeBN_CTXUPtr(BN_CTX_new());
+    auto const toOctets = [&](unsigned char* buffer, std::size_t size) {
+        return EC_POINT_point2oct(group, point, POINT_CONVERSION_UNCOMPRESSED, buffer, size, context.get());
+    };
+    std::size_t const size = toOctets(nullptr, 0);
+    if (size == 0) {
+        throw CertificateException("Failed to get number of bytes to store public point");
+    }
+    ByteArray bytes(size);
+    if (toOctets(bytes.data(), bytes.size()) == 0) {
+        throw CertificateException("Failed to convert EC_POINT to ByteArray");
+    }
+    return bytes;
+}
+
+EC_POINTUPtr byteArrayToECPoint(ByteArray const& bytes, EC_GROUP const* group)
+{
+    throwIfNull<CertificateException>(group, "Failed to create EC_POINT from ByteArray. Argument is nullptr");
+    auto const context = makeBN_CTXUPtr(BN_CTX_new());
+    auto point = makeEC_POINTUPtr(EC_POINT_new(group));
+    throwIfNotOne<CertificateException>(
+        EC_POINT_oct2point(group, point.get(), bytes.data(), bytes.size(), context.get()),
+        "Failed to convert point from bytes to an EC_POINT");
+    return point;
+}
+
+ByteArray getECCPrivateIntegerFromEVPKey(EVP_PKEY* key)
+{
+    auto const parameters =
+        exportKey(key, EVP_PKEY_KEYPAIR, "Failed to extract information from private EVP_PKEY.");
+    auto const* secret = throwIfNull<CertificateException>(
+        OSSL_PARAM_locate_const(parameters.get(), OSSL_PKEY_PARAM_PRIV_KEY),
+        "Could not find 'priv' in parameter list from EVP_PKEY_todata.");
+    if (getECCCurveFromEVPKey(key) == EllipticCurve::Ed25519) {
+        auto const* bytes = static_cast<unsigned char const*>(secret->data);
+        return bytes == nullptr ? ByteArray() : ByteArray(bytes, bytes + secret->data_size);
+    }
+    auto number = makeBIGNUM(BN_new());
+    BIGNUM* target = number.get();
+    throwIfNotOne<CertificateException>(
+        target == nullptr ? 0 : OSSL_PARAM_get_BN(secret, &target),
+        "Failed to initialize BIGNUM with private integer data.");
+    return bigNumToByteArray(number.get());
+}
+
+} // namespace foundation::certificates

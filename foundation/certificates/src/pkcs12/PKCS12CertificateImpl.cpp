@@ -1,0 +1,260 @@
+#include "pkcs12/PKCS12CertificateImpl.hpp"
+
+#include "certificate/X509CertificateImpl.hpp"
+#include "keys/KeyExtraction.hpp"
+#include "libcrypto/InputReading.hpp"
+#include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLResult.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+#include <openssl/provider.h>
+
+#include <atomic>
+#include <limits>
+#include <ostream>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr int minimumRSAKeySize = 1024;
+
+/// What PKCS12_parse hands out; each part may be null.
+struct BundleContents
+{
+    EVP_PKEYUPtr key;
+    X509UPtr certificate;
+    X509StackUPtr others;
+};
+
+/// OpenSSL counts the passphrase in an int; a longer one cannot be anybody's.
+bool fitsMac(PKCS12* bundle, std::string const& passphrase)
+{
+    return passphrase.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max()) &&
+           PKCS12_verify_mac(bundle, passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
+}
+
+/// Many bundles are encrypted with ciphers that only this provider has. It is loaded once more for each
+/// bundle and stays, since unloading it would pull it away under other threads. This must come after the MAC
+/// was checked: in a process that has not used OpenSSL yet, loading any provider by name first would keep the
+/// default one from being loaded by itself.
+void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
+{
+    // Each load gives the same provider. Somebody must point at it until the end: OpenSSL's own cleanup lets
+    // go of it without releasing it, and leak checkers would report it.
+    static std::atomic<OSSL_PROVIDER*> loaded(nullptr);
+    OSSL_PROVIDER* const provider = OSSL_PROVIDER_load(nullptr, "legacy");
+    if (provider == nullptr) {
+        throw PKCS12CertificateException("Error: Loading legacy provider failed." + errors.getErrorString());
+    }
+    loaded = provider;
+}
+
+/// Whether PKCS12_parse has taken a certificate for a stranger's although it fits the key: the only sign that
+/// there was no memory to read the certificate's key or to compare the two. A duplicate is read once more.
+bool hasMissedCertificate(BundleContents const& contents)
+{
+    if (contents.key == nullptr || contents.certificate != nullptr) {
+        return false;
+    }
+    RAIIOpenSSLErrorRemover const errors(false);
+    for (int index = 0; index < sk_X509_num(contents.others.get()); ++index) {
+        auto const duplicate = makeX509(X509_dup(sk_X509_value(contents.others.get(), index)));
+        if (duplicate == nullptr || X509_check_private_key(duplicate.get(), contents.key.get()) == 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+BundleContents decrypt(PKCS12* bundle, std::string const& passphrase, RAIIOpenSSLErrorRemover& errors)
+{
+    EVP_PKEY* key = nullptr;
+    X509* certificate = nullptr;
+    STACK_OF(X509)* others = nullptr;
+    int const result = PKCS12_parse(bundle, passphrase.c_str(), &key, &certificate, &others);
+    // After a failure too, there may be something to release.
+    BundleContents contents{makeEVP_PKEY(key), makeX509(certificate), makeX509Stack(others)};
+    if (result == 0 || hasMissedCertificate(contents)) {
+        throw PKCS12CertificateException(
+            "Error: Parsing PKSC12 certificate failed." + errors.getErrorString());
+    }
+    return contents;
+}
+
+PrivateKeyInfo eccPrivateKey(EVP_PKEY* key)
+{
+    EllipticCurve const curve = getECCCurveFromEVPKey(key);
+    return PrivateKeyInfo(getECCPrivateIntegerFromEVPKey(key), curve);
+}
+
+PrivateKeyInfo rsaPrivateKey(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
+{
+    auto const exponent = makeBIGNUM(BN_new());
+    BIGNUM* target = exponent.get();
+    if (target == nullptr || EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_D, &target) == 0) {
+        throw PKCS12CertificateException("Failed to get the private exponent for the private key");
+    }
+    int const expected = BN_num_bytes(exponent.get());
+    ByteArray bytes(static_cast<std::size_t>(expected));
+    if (BN_bn2bin(exponent.get(), bytes.data()) != expected) {
+        throw PKCS12CertificateException(
+            "Error: Unable to read private key from PKCS12 certificate." + errors.getErrorString());
+    }
+    PrivateKeyInfo record(bytes);
+    if (EVP_PKEY_get_bits(key) < minimumRSAKeySize) {
+        throw PKCS12CertificateException("RSA key size does not meet minimum cryptographic requirements");
+    }
+    return record;
+}
+
+PrivateKeyInfo privateKeyOf(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
+{
+    switch (sanityCheckEVPKey(key)) {
+    case KeyType::RSA:
+        return rsaPrivateKey(key, errors);
+    case KeyType::ECC:
+        return eccPrivateKey(key);
+    }
+    throw InvalidArgument("PKCS12Certificate only supports RSA and ECC at this time.");
+}
+
+} // namespace
+
+PKCS12CertificateImpl::PKCS12CertificateImpl() = default;
+
+PKCS12CertificateImpl::PKCS12CertificateImpl(ByteArray const& bytes, std::string const& passphrase)
+{
+    init(bytes, passphrase);
+}
+
+PKCS12CertificateImpl::PKCS12CertificateImpl(std::istream& stream, std::string const& passphrase)
+{
+    init(
+        bytesOfStream(
+            stream, "The input PKCS12 certificate data stream is invalid.",
+            "The input PKCS12 certificate data stream is invalid. Reason:"),
+        passphrase);
+}
+
+PKCS12CertificateImpl::PKCS12CertificateImpl(
+    PKCS12CertificateImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
+    : privateKey(other.privateKey),
+      pkcs12(other.pkcs12),
+      certificate(other.certificate),
+      caChain(other.caChain)
+{}
+
+PKCS12CertificateImpl::~PKCS12CertificateImpl() = default;
+
+void PKCS12CertificateImpl::init(ByteArray const& bytes, std::string const& passphrase)
+{
+    if (bytes.empty()) {
+        throw InvalidArgument("The provided PKCS12 certificate bytearray has no content.");
+    }
+    RAIIOpenSSLErrorRemover errors(true);
+    auto const bio = makeMemoryBIO();
+    if (!writeAll(bio.get(), bytes)) {
+        throw PKCS12CertificateException(
+            "Internal error: The given certificate data could not be written to a buffer.");
+    }
+    pkcs12 = makePKCS12(d2i_PKCS12_bio(bio.get(), nullptr));
+    // A bundle that came out with anything in the queue counts as failed, too.
+    if (pkcs12 == nullptr || ERR_peek_error() != 0) {
+        throw PKCS12CertificateException(
+            "Error: Loading PKSC12 certificate failed. Reason=" + errors.getErrorString());
+    }
+    if (!fitsMac(pkcs12.get(), passphrase)) {
+        throw IncorrectPassphrase(
+            "Input passphrase is incorrect. OpenSSL error message=" + errors.getErrorString());
+    }
+    loadLegacyProvider(errors);
+    auto const contents = decrypt(pkcs12.get(), passphrase, errors);
+    takeCertificates(contents.certificate.get(), contents.others.get());
+    if (contents.key != nullptr) {
+        privateKey = privateKeyOf(contents.key.get(), errors);
+    }
+}
+
+void PKCS12CertificateImpl::takeCertificates(X509* fittingTheKey, STACK_OF(X509) const* others)
+{
+    try {
+        if (fittingTheKey != nullptr) {
+            certificate = X509Certificate(X509CertificateImpl(fittingTheKey));
+        }
+        for (int index = 0; index < sk_X509_num(others); ++index) {
+            caChain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(others, index))));
+        }
+    } catch (UnsupportedEllipticCurve const& failure) {
+        throw UnsupportedEllipticCurve(
+            std::string("Unsupported elliptic curve in X509 Certificate in PKCS12: ") + failure.what());
+    } catch (CertificateException const& failure) {
+        throw PKCS12CertificateException(
+            std::string("Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.") +
+            failure.what());
+    }
+}
+
+bool PKCS12CertificateImpl::empty() const
+{
+    return pkcs12 == nullptr;
+}
+
+ByteArray PKCS12CertificateImpl::getAsBytes() const
+{
+    if (pkcs12 == nullptr) {
+        return {};
+    }
+    auto const bio = makeMemoryBIO();
+    if (i2d_PKCS12_bio(bio.get(), pkcs12.get()) == 0) {
+        throw PKCS12CertificateException("Unable to write out PKCS12 bytes.");
+    }
+    return contentsAsBytes(bio.get());
+}
+
+X509Certificate PKCS12CertificateImpl::getCertificate() const
+{
+    return certificate;
+}
+
+X509CertificateChain PKCS12CertificateImpl::getCAChain() const
+{
+    return caChain;
+}
+
+ByteArray PKCS12CertificateImpl::getPrivateExponent() const
+{
+    return privateKey ? privateKey->getRSAPrivateExponent() : ByteArray();
+}
+
+std::optional<PrivateKeyInfo> PKCS12CertificateImpl::getPrivateKeyInfo() const
+{
+    return privateKey;
+}
+
+void PKCS12CertificateImpl::print(std::ostream& out) const
+{
+    out << "Printing PKCS12 certificate.\n"
+        << "Certificate: \n"
+        << certificate << std::endl
+        << "CA Chain: \n"
+        << caChain << std::endl;
+}
+
+bool PKCS12CertificateImpl::operator==(PKCS12CertificateImpl const& other) const
+{
+    return certificate == other.certificate && caChain == other.caChain && privateKey == other.privateKey;
+}
+
+void PKCS12CertificateImpl::throwIfEmpty() const
+{
+    if (pkcs12 == nullptr) {
+        throw PKCS12CertificateException("PKCS12Certificate has no content.");
+    }
+}
+
+} // namespace foundation::certificates

@@ -1,0 +1,215 @@
+#include <foundation/certificates/PKCS7CertificateImpl.hpp>
+
+#include "certificate/X509CertificateImpl.hpp"
+#include "libcrypto/InputReading.hpp"
+#include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
+#include "libcrypto/OpenSSLResult.hpp"
+#include "pkcs7/GuardedPKCS7.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <ostream>
+#include <string_view>
+#include <utility>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr std::string_view pemHeader = "-----BEGIN PKCS7-----";
+
+} // namespace
+
+PKCS7CertificateImpl::PKCS7CertificateImpl() : pkcs7(makePKCS7(nullptr)) {}
+
+PKCS7CertificateImpl::PKCS7CertificateImpl(ByteArray const& data) : pkcs7(makePKCS7(nullptr))
+{
+    init(data);
+}
+
+PKCS7CertificateImpl::PKCS7CertificateImpl(std::string const& data) : pkcs7(makePKCS7(nullptr))
+{
+    init(bytesOfString(data, "The input PKCS7 certificate data string is invalid. Reason:"));
+}
+
+PKCS7CertificateImpl::PKCS7CertificateImpl(std::istream& stream) : pkcs7(makePKCS7(nullptr))
+{
+    init(bytesOfStream(
+        stream, "The input PKCS7 certificate data stream is invalid.",
+        "The input PKCS7 certificate data stream is invalid. Reason:"));
+}
+
+PKCS7CertificateImpl::PKCS7CertificateImpl(
+    PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
+    : certificates(other.certificates),
+      pkcs7(duplicate(other.pkcs7.get()))
+{}
+
+PKCS7CertificateImpl::PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept
+    : certificates(std::move(other.certificates)),
+      pkcs7(std::move(other.pkcs7))
+{}
+
+PKCS7CertificateImpl::~PKCS7CertificateImpl() = default;
+
+PKCS7CertificateImpl& PKCS7CertificateImpl::operator=(PKCS7CertificateImpl const& other)
+{
+    // All that can fail comes first, so that a failure leaves the object as it was.
+    auto copies = other.certificates;
+    // The target's own structure, on purpose: whoever relies on it finds it unchanged after the assignment.
+    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7) : duplicate(pkcs7.get());
+    if (this != &other) {
+        certificates = std::move(copies);
+    }
+    pkcs7 = std::move(structure);
+    return *this;
+}
+
+PKCS7CertificateImpl& PKCS7CertificateImpl::operator=(PKCS7CertificateImpl&& other) noexcept
+{
+    certificates = std::exchange(other.certificates, {});
+    pkcs7 = std::move(other.pkcs7);
+    return *this;
+}
+
+void PKCS7CertificateImpl::init(ByteArray const& data)
+{
+    if (data.empty()) {
+        throw InvalidArgument("The provided PKCS7 certificate has no content.");
+    }
+    RAIIOpenSSLErrorRemover errors(true);
+    auto const bio = makeMemoryBIO();
+    if (!writeAll(bio.get(), data)) {
+        throw PKCS7CertificateException(
+            "Internal error: The given certificate data could not be written to a buffer.");
+    }
+    switch (autodetectEncoding(data)) {
+    case CertificateEncoding::DER:
+        pkcs7.reset(d2i_PKCS7_bio(bio.get(), nullptr));
+        throwIfWrongDEREncoding();
+        break;
+    case CertificateEncoding::PEM:
+        pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, refusePassphrase, nullptr));
+        throwIfWrongPEMEncoding();
+        break;
+    }
+    // A structure that came out with anything in the queue counts as failed, too.
+    if (pkcs7 == nullptr || ERR_peek_error() != 0) {
+        throw PKCS7CertificateException(
+            "Error: Loading a certificate failed. Reason=" + errors.getErrorString());
+    }
+    if (!isSigned(pkcs7.get())) {
+        throw InvalidArgument("Input PKCS7 certificate is corrupt. It doesn't have the right type field.");
+    }
+    readCertificates();
+}
+
+CertificateEncoding PKCS7CertificateImpl::autodetectEncoding(ByteArray const& data) const
+{
+    return containsMarker(data, pemHeader) ? CertificateEncoding::PEM : CertificateEncoding::DER;
+}
+
+void PKCS7CertificateImpl::readCertificates()
+{
+    auto const* const embedded = embeddedCertificates(pkcs7.get());
+    try {
+        for (int index = 0; index < sk_X509_num(embedded); ++index) {
+            certificates.emplace_back(X509CertificateImpl(sk_X509_value(embedded, index)));
+        }
+    } catch (CertificateException const& failure) {
+        throw PKCS7CertificateException(
+            std::string("Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.") +
+            failure.what());
+    }
+}
+
+bool PKCS7CertificateImpl::empty() const
+{
+    return certificates.empty();
+}
+
+void PKCS7CertificateImpl::throwIfEmpty() const
+{
+    if (certificates.empty()) {
+        throw PKCS7CertificateException("PKCS7Certificate has no content.");
+    }
+}
+
+ByteArray PKCS7CertificateImpl::getAsBytes() const
+{
+    std::string const text = getAsString();
+    return ByteArray(text.begin(), text.end());
+}
+
+std::string PKCS7CertificateImpl::getAsString() const
+{
+    if (certificates.empty()) {
+        return {};
+    }
+    auto const bio = makeMemoryBIO();
+    throwIfBelowOne<PKCS7CertificateException>(
+        PEM_write_bio_PKCS7(bio.get(), pkcs7.get()), "Unable to write out the PKCS7 data");
+    return contentsAsString(bio.get());
+}
+
+std::vector<X509Certificate> PKCS7CertificateImpl::getCertificates() const
+{
+    return certificates;
+}
+
+std::uint64_t PKCS7CertificateImpl::getNumCertificates() const
+{
+    return certificates.size();
+}
+
+ByteArray PKCS7CertificateImpl::getSignedData() const
+{
+    auto const content = makeMemoryBIO();
+    if (!verifies(
+            pkcs7.get(), nullptr, nullptr, nullptr, content.get(), PKCS7_NOVERIFY | PKCS7_NO_DUAL_CONTENT)) {
+        return {};
+    }
+    return contentsAsBytes(content.get());
+}
+
+X509CertificateChain PKCS7CertificateImpl::getSignerCerts() const
+{
+    // A copy of its own, since OpenSSL asks for a structure that it may change.
+    auto const copy = duplicate(pkcs7.get());
+    auto const signers = signersOf(copy.get());
+    X509CertificateChain chain;
+    for (int index = 0; index < sk_X509_num(signers.get()); ++index) {
+        chain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(signers.get(), index))));
+    }
+    return chain;
+}
+
+void PKCS7CertificateImpl::print(std::ostream& out) const
+{
+    out << "Printing PKCS7 certificate.\n";
+    for (auto const& certificate : certificates) {
+        out << certificate << std::endl;
+    }
+}
+
+void PKCS7CertificateImpl::addCertificate(X509Certificate const& certificate)
+{
+    certificates.push_back(certificate);
+}
+
+bool PKCS7CertificateImpl::operator==(PKCS7CertificateImpl const& other) const
+{
+    return certificates == other.certificates;
+}
+
+bool PKCS7CertificateImpl::operator!=(PKCS7CertificateImpl const& other) const
+{
+    return !(*this == other);
+}
+
+} // namespace foundation::certificates

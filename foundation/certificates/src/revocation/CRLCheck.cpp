@@ -1,0 +1,169 @@
+#include "certificate/DuplicateCertificate.hpp"
+#include "certificate/X509CertificateImpl.hpp"
+#include "libcrypto/OpenSSLResult.hpp"
+#include "revocation/HttpUrl.hpp"
+#include "revocation/TemporaryCRLFile.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::certificates {
+
+namespace {
+
+using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+using RevocationStatus = CertificateRevocationResults::RevocationStatus;
+
+/// Whether the file now holds the server's answer.
+bool fetchIntoFile(
+    X509CertificateImpl const& implementation, HttpUrl const& url, TemporaryCRLFile const& file,
+    DownloadCRL mode)
+{
+    try {
+        std::string const response = implementation.fetchHttpResponse(url.host, url.path, mode);
+        if (response.empty()) {
+            // Wrapped once more below: a caller reads both sentences.
+            implementation.throwIfRequired(mode, "CRL Download Error: CRL HTTP data is empty\n");
+            return false;
+        }
+        file.write(response);
+        return true;
+    } catch (std::exception const& failure) {
+        implementation.throwIfRequired(
+            mode, std::string("CRL Download Error: Unable to get Certificate Revocation List HTTP data. ") +
+                      failure.what() + "\n");
+        return false;
+    }
+}
+
+/// The CRL in DER form that the file holds; null if it cannot be read or holds anything else. The file is
+/// closed again, so that it can be removed on every system.
+X509_CRLUPtr readCRL(std::string const& fileName)
+{
+    auto const bio = makeBIO(BIO_new(BIO_s_file()));
+    if (BIO_read_filename(bio.get(), fileName.c_str()) < 1) {
+        return makeX509_CRL(nullptr);
+    }
+    return makeX509_CRL(d2i_X509_CRL_bio(bio.get(), nullptr));
+}
+
+bool isSignedWith(X509_CRL* crl, EVP_PKEY* issuerKey)
+{
+    return issuerKey != nullptr && X509_CRL_verify(crl, issuerKey) == 1;
+}
+
+bool hasPassed(ASN1_TIME const* time)
+{
+    // In the certificate's own ticks of 100 ns: nanoseconds would not reach all dates that can be written.
+    using Ticks = X509Certificate::TimePoint::duration;
+    auto const now = std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
+    return asn1TimeToTimePoint(time) <= now;
+}
+
+/// What is wrong with the CRL, as a text; null if nothing is. Of several faults the first one counts. Neither
+/// the start of the CRL's validity nor its issuer's name is looked at: the signature is its tie to the
+/// issuer.
+char const* faultOf(X509_CRL* crl, EVP_PKEY* issuerKey)
+{
+    if (!isSignedWith(crl, issuerKey)) {
+        return "CRL Verification Error: Failed to verify the Certificate Revocation List signature\n";
+    }
+    ASN1_TIME const* nextUpdate = X509_CRL_get0_nextUpdate(crl);
+    if (nextUpdate == nullptr) {
+        return "CRL Verification Error: Failed to retrieve the next update date from the Certificate "
+               "Revocation List\n";
+    }
+    if (hasPassed(nextUpdate)) {
+        return "CRL Verification Error: Certificate Revocation List has expired\n";
+    }
+    return nullptr;
+}
+
+/// Equal numbers may differ in their encodings' leading zeros.
+BIGNUMUPtr serialNumber(ASN1_INTEGER const* serial)
+{
+    auto number = makeBIGNUM(serial == nullptr ? nullptr : ASN1_INTEGER_to_BN(serial, nullptr));
+    throwIfNull<X509CertificateException>(number.get(), "Internal error: Unable to get serial number.");
+    return number;
+}
+
+BIGNUMUPtr serialNumberOf(X509Certificate const& certificate)
+{
+    return serialNumber(X509_get0_serialNumber(duplicateX509Of(certificate).get()));
+}
+
+/// The CRL's entry for the serial number; status `NotRevoked` if it has none.
+CertificateRevocationResults findEntry(X509_CRL* crl, BIGNUM const* wanted)
+{
+    auto* entries = crl == nullptr ? nullptr : X509_CRL_get_REVOKED(crl);
+    for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
+        X509_REVOKED const* entry = sk_X509_REVOKED_value(entries, index);
+        if (entry == nullptr) {
+            continue;
+        }
+        ASN1_INTEGER const* serial = X509_REVOKED_get0_serialNumber(entry);
+        if (BN_cmp(serialNumber(serial).get(), wanted) == 0) {
+            return {
+                RevocationStatus::Revoked, asn1TimeToString(X509_REVOKED_get0_revocationDate(entry)),
+                serialToDecimalString(serial)};
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+bool X509CertificateImpl::downloadCRL(
+    X509Certificate const& certificate, X509_STOREUPtr& store, CRLs& crls, DownloadCRL mode,
+    EVP_PKEYUPtr& issuerKey) const
+{
+    auto const fail = [&](char const* message) {
+        throwIfRequired(mode, message);
+        return false;
+    };
+
+    auto const distributionPoints = getCRLDistributionPoints(certificate);
+    if (distributionPoints.empty()) {
+        return fail("CRL Download Error: Certificate Revocation List Distribution Points not available\n");
+    }
+    auto const url = firstHttpUrl(distributionPoints);
+    if (!url) {
+        return fail(
+            "CRL Download Error: Unable to resolve Certificate Revocation List Distribution Points\n");
+    }
+    TemporaryCRLFile const file;
+    if (!fetchIntoFile(*this, *url, file, mode)) {
+        return false;
+    }
+    auto crl = readCRL(file.name());
+    if (crl == nullptr) {
+        return fail("CRL Download Error: Invalid Certificate Revocation List\n");
+    }
+    if (char const* fault = faultOf(crl.get(), issuerKey.get())) {
+        return fail(fault);
+    }
+    // A store that refuses the CRL is a failure without a text of its own.
+    bool const added = store != nullptr && X509_STORE_add_crl(store.get(), crl.get()) == 1;
+    crls.push_back(std::move(crl));
+    return added;
+}
+
+CertificateRevocationResults
+X509CertificateImpl::findRevocation(CRLs const& crls, std::vector<X509Certificate> const& certificates) const
+{
+    // Only the CRL of its own level speaks of a certificate.
+    auto const levels = std::min(crls.size(), certificates.size());
+    for (std::size_t level = 0; level < levels; ++level) {
+        auto results = findEntry(crls[level].get(), serialNumberOf(certificates[level]).get());
+        if (results.getRevocationStatus() == RevocationStatus::Revoked) {
+            return results;
+        }
+    }
+    return {};
+}
+
+} // namespace foundation::certificates

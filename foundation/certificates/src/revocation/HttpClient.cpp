@@ -1,0 +1,113 @@
+#include "revocation/HttpClient.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+
+#include <boost/asio/basic_socket_streambuf.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/system/error_code.hpp>
+
+#include <chrono>
+#include <istream>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace foundation::certificates {
+
+namespace {
+
+constexpr std::chrono::seconds exchangeTimeLimit(60);
+constexpr unsigned int statusOk = 200;
+constexpr std::string_view versionPrefix = "HTTP/";
+
+[[noreturn]] void failToConnect(boost::system::error_code const& reason)
+{
+    throw X509CertificateException("CRL Download Error: Unable to connect: " + reason.message() + "\n");
+}
+
+/// The system looks names up to their first zero character: what stands in front of it is another host.
+void throwIfNoName(std::string const& host)
+{
+    if (host.find('\0') != std::string::npos) {
+        failToConnect(boost::asio::error::host_not_found);
+    }
+}
+
+void sendRequest(std::ostream& connection, std::string const& host, std::string const& path)
+{
+    // Composed first, so that it leaves in as few packets as it can.
+    std::string const request = "GET " + path + " HTTP/1.0\r\n" + "Host: " + host + "\r\n" +
+                                "Accept: */*\r\n"
+                                "Connection: close\r\n\r\n";
+    connection << request << std::flush;
+}
+
+/// A connection that has failed by now is refused as "invalid" only if the first word was wrong as well. One
+/// that is sound passes with any first word, and one that failed behind a good first word is told by the
+/// status code that it did not bring, which is then 0.
+void readStatusLine(std::istream& connection)
+{
+    std::string httpVersion;
+    unsigned int statusCode = 0;
+    std::string statusMessage;
+    connection >> httpVersion;
+    connection >> statusCode;
+    std::getline(connection, statusMessage);
+
+    if (!connection && httpVersion.compare(0, versionPrefix.size(), versionPrefix) != 0) {
+        throw X509CertificateException("CRL Download Error: Invalid response\n");
+    }
+    if (statusCode != statusOk) {
+        throw X509CertificateException(
+            "CRL Download Error: Response returned with status code: " + std::to_string(statusCode) + "\n");
+    }
+}
+
+/// Only a lone carriage return ends the headers: a line that is wholly empty does not.
+void skipHeaders(std::istream& connection)
+{
+    std::string line;
+    while (std::getline(connection, line) && line != "\r") {
+    }
+}
+
+std::string readToEnd(std::istream& connection)
+{
+    std::stringstream body;
+    body << connection.rdbuf();
+    return body.str();
+}
+
+} // namespace
+
+std::string exchangeOverHttp(std::iostream& connection, std::string const& host, std::string const& path)
+{
+    sendRequest(connection, host, path);
+    readStatusLine(connection);
+    skipHeaders(connection);
+    return readToEnd(connection);
+}
+
+std::string fetchOverHttp(std::string const& host, std::string const& path)
+{
+    throwIfNoName(host);
+    // The two parts of Boost's tcp::iostream. In one, they would end the program if there is no memory for
+    // the buffer, as libc++ cannot destroy a stream that it has not initialised yet.
+    boost::asio::basic_socket_streambuf<boost::asio::ip::tcp> socket;
+    std::iostream connection(&socket);
+    connection.setf(std::ios::unitbuf);
+    if (socket.connect(host, "http") == nullptr) {
+        connection.setstate(std::ios::failbit);
+    }
+    // An absolute point in time and not a limit for each read, so that a slow server cannot hold the caller
+    // for long.
+    socket.expires_after(exchangeTimeLimit);
+    if (!connection) {
+        failToConnect(socket.error());
+    }
+    return exchangeOverHttp(connection, host, path);
+}
+
+} // namespace foundation::certificates

@@ -1,0 +1,96 @@
+#include "revocation/TemporaryCRLFile.hpp"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <random>
+#else
+#include <stdlib.h> // NOLINT(modernize-deprecated-headers): mkstemp is not in <cstdlib>'s standard part
+#include <unistd.h>
+#endif
+
+namespace foundation::certificates {
+
+namespace {
+
+#ifdef _WIN32
+
+/// Puts other characters in the place of the last six. The runtime's own maker of names, `_mktemp_s`, knows
+/// 26 of them for a process, and gives the same one to threads that ask at once.
+void fillIn(std::string& pattern)
+{
+    constexpr char const characters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::generate(pattern.end() - 6, pattern.end(), [&] { return characters[random() % 36]; });
+}
+
+/// The outcome is EEXIST if the file is somebody else's.
+errno_t createFile(std::string const& name)
+{
+    int descriptor = -1;
+    auto const outcome =
+        _sopen_s(&descriptor, name.c_str(), _O_RDWR | _O_CREAT | _O_EXCL, _SH_DENYRW, _S_IREAD | _S_IWRITE);
+    if (outcome == 0) {
+        _close(descriptor);
+    }
+    return outcome;
+}
+
+#endif
+
+/// Turns the pattern into the name of a file that did not exist before and exists now, empty and closed. What
+/// the pattern holds after a failure is the system's affair.
+void claimName(std::string& pattern)
+{
+#ifdef _WIN32
+    constexpr int maxAttempts = 1000;
+    errno_t outcome = EEXIST;
+    for (int attempt = 0; outcome == EEXIST && attempt < maxAttempts; ++attempt) {
+        fillIn(pattern);
+        outcome = createFile(pattern);
+    }
+#else
+    int const descriptor = mkstemp(pattern.data());
+    if (descriptor != -1) {
+        close(descriptor);
+    }
+#endif
+}
+
+std::string namePattern()
+{
+    auto pattern = std::filesystem::temp_directory_path();
+    pattern /= "certCRL_XXXXXX";
+    return pattern.string();
+}
+
+} // namespace
+
+TemporaryCRLFile::TemporaryCRLFile() : fileName(namePattern())
+{
+    claimName(fileName);
+}
+
+TemporaryCRLFile::~TemporaryCRLFile()
+{
+    // Of the ways to remove a file this one neither allocates nor throws. A failure could be told to nobody.
+    static_cast<void>(std::remove(fileName.c_str()));
+}
+
+void TemporaryCRLFile::write(std::string const& content) const
+{
+    std::ofstream file(fileName, std::ios::binary);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+}
+
+} // namespace foundation::certificates

@@ -1,0 +1,138 @@
+#include "truststore/TrustStoreImpl.hpp"
+
+#include "base/DiagnosticLogger.hpp"
+#include "certificate/Extensions.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace foundation::certificates {
+
+namespace {
+
+using log::severity;
+
+bool isTLSServerAnchor(X509* certificate)
+{
+    // What seems invalid may have met with a want of memory, and is judged by a duplicate.
+    auto const duplicate = makeX509(hasValidExtensions(certificate) ? nullptr : X509_dup(certificate));
+    X509* const judged = duplicate == nullptr ? certificate : duplicate.get();
+    return X509_check_purpose(judged, X509_PURPOSE_SSL_SERVER, X509_check_ca(judged)) > 0;
+}
+
+bool keyUsageAllowsSigning(X509 const* certificate)
+{
+    auto const usage =
+        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
+    if (usage == nullptr) {
+        return true;
+    }
+    constexpr int digitalSignature = 0;
+    constexpr int keyCertSign = 5;
+    constexpr int cRLSign = 6;
+    return ASN1_BIT_STRING_get_bit(usage.get(), digitalSignature) != 0 ||
+           ASN1_BIT_STRING_get_bit(usage.get(), keyCertSign) != 0 ||
+           ASN1_BIT_STRING_get_bit(usage.get(), cRLSign) != 0;
+}
+
+bool extendedKeyUsageAllowsSigning(X509 const* certificate)
+{
+    auto const usages = makeASN1_OBJECTStack(
+        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
+    if (usages == nullptr) {
+        return true;
+    }
+    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
+        switch (OBJ_obj2nid(sk_ASN1_OBJECT_value(usages.get(), index))) {
+        case NID_code_sign:
+        case NID_email_protect:
+        case NID_time_stamp:
+        case NID_anyExtendedKeyUsage:
+            return true;
+        default:
+            break;
+        }
+    }
+    return false;
+}
+
+/// Whether the end of validity has passed. The start is not looked at: a certificate of tomorrow is not
+/// expired. An end that OpenSSL cannot read counts as passed.
+bool isExpired(X509* certificate)
+{
+    int days = -1;
+    int seconds = -1;
+    ASN1_TIME_diff(&days, &seconds, nullptr, X509_getm_notAfter(certificate));
+    return days < 0 || seconds < 0;
+}
+
+/// Whether the certificate is to leave the store, which is then logged. Whoever does not listen pays for no
+/// text: neither the name nor the usage of an expired certificate is looked at.
+bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
+{
+    bool const expired = isExpired(certificate);
+    if (!expired && isValidForUsage(certificate, usage)) {
+        return false;
+    }
+    diagnosticLogger().write(severity::information, [&](std::ostream& out) {
+        out << "Certificate (CN: " << commonNameOf(certificate)
+            << ") expired or invalid for usage (expired: " << expired
+            << ", invalid for usage: " << !isValidForUsage(certificate, usage) << ")";
+    });
+    return true;
+}
+
+/// As above, for an entry of the store, which may be no certificate at all.
+bool isUnsuitableEntry(TrustStoreImpl const& store, unsigned index, TrustStore::Usage usage)
+{
+    // The scope ends with each entry: OpenSSL's queue is short, and many odd certificates would push the
+    // caller's entries out of it.
+    RAIIOpenSSLErrorRemover const errors(false);
+    X509* certificate = nullptr;
+    try {
+        certificate = store.x509At(index);
+    } catch (TrustStoreException const& failure) {
+        diagnosticLogger().write(severity::information, [&](std::ostream& out) {
+            out << "Failed to get certificate: " << failure.what();
+        });
+        return true;
+    }
+    return isUnsuitable(certificate, usage);
+}
+
+} // namespace
+
+bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
+{
+    switch (usage) {
+    case TrustStore::Usage::ServerAuthentication:
+        return isTLSServerAnchor(certificate);
+    case TrustStore::Usage::Signing:
+        return keyUsageAllowsSigning(certificate) && extendedKeyUsageAllowsSigning(certificate);
+    }
+    return false;
+}
+
+void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
+{
+    std::vector<X509_OBJECT*> unsuitable;
+    STACK_OF(X509_OBJECT)* const entries = X509_STORE_get0_objects(store.get());
+    for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
+        if (isUnsuitableEntry(*this, static_cast<unsigned>(index), usage)) {
+            unsuitable.push_back(sk_X509_OBJECT_value(entries, index));
+        }
+    }
+    // Nothing is deleted while the indices above are in use.
+    for (X509_OBJECT* const entry : unsuitable) {
+        auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
+    }
+    diagnosticLogger().write(severity::information, [&](std::ostream& out) {
+        out << "Removed " << std::to_string(unsuitable.size()) << " expired or invalid certificates";
+    });
+}
+
+} // namespace foundation::certificates
