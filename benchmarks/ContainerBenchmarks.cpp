@@ -4,8 +4,8 @@
 #include "Comparison.hpp"
 #include "Material.hpp"
 
-#include "support/TestBundles.hpp"
-#include "support/TestKeys.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>

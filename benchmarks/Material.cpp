@@ -1,6 +1,6 @@
 #include "Material.hpp"
 
-#include "support/TestKeys.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

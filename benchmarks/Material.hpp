@@ -6,7 +6,7 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
-#include "support/TestPki.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>

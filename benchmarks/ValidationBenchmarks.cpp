@@ -1,7 +1,7 @@
 #include "Comparison.hpp"
 #include "Material.hpp"
 
-#include "support/Revocable.hpp"
+#include "support/pki/Revocable.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 

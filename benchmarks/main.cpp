@@ -8,7 +8,7 @@
 #include "Comparison.hpp"
 #include "Report.hpp"
 
-#include "support/NetworkNamespace.hpp"
+#include "support/system/NetworkNamespace.hpp"
 
 #include <exception>
 #include <fstream>

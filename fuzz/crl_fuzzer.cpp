@@ -4,7 +4,7 @@
 #include "support/CrlEnvelope.hpp"
 #include "support/FixedPki.hpp"
 #include "support/Properties.hpp"
-#include "support/TestCrl.hpp"
+#include "support/pki/TestCrl.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/TrustStore.hpp>

@@ -1,11 +1,11 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "revocation/HttpUrl.hpp"
 
-#include "support/Der.hpp"
 #include "support/DerElements.hpp"
 #include "support/FixedPki.hpp"
 #include "support/Properties.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/Der.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "support/KeyDerivationCost.hpp"
 #include "support/Properties.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/KeyInfo.hpp>

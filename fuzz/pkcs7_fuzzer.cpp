@@ -1,6 +1,6 @@
 #include "support/FixedPki.hpp"
 #include "support/Properties.hpp"
-#include "support/TestBundles.hpp"
+#include "support/pki/TestBundles.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>

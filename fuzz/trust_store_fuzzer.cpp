@@ -4,7 +4,7 @@
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/TestPki.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>

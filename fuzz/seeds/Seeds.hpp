@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/Handles.hpp"
+#include "support/openssl/Handles.hpp"
 
 #include <map>
 #include <string>

@@ -1,6 +1,6 @@
 #include "seeds/Seeds.hpp"
 #include "support/BuilderSettings.hpp"
-#include "support/Der.hpp"
+#include "support/pki/Der.hpp"
 
 #include <vector>
 

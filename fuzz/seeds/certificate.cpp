@@ -1,6 +1,6 @@
 #include "seeds/Seeds.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 namespace foundation::fuzz {
 

@@ -1,7 +1,7 @@
 #include "seeds/Seeds.hpp"
-#include "support/Der.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/Der.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 namespace foundation::fuzz {
 

@@ -1,8 +1,8 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
-#include "support/TestCrl.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/TestCrl.hpp"
 
 #include <functional>
 

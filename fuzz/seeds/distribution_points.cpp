@@ -1,7 +1,7 @@
 #include "seeds/Seeds.hpp"
 
-#include "support/DistributionPoints.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/DistributionPoints.hpp"
+#include "support/pki/TestPki.hpp"
 
 namespace foundation::fuzz {
 

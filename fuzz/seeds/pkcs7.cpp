@@ -1,10 +1,10 @@
 #include "seeds/Seeds.hpp"
 
-#include "support/Der.hpp"
 #include "support/FixedPki.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestKeys.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/Der.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <openssl/objects.h>
 

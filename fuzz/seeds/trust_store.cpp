@@ -1,6 +1,6 @@
 #include "seeds/Seeds.hpp"
-#include "support/Der.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/Der.hpp"
+#include "support/pki/TestPki.hpp"
 
 namespace foundation::fuzz {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "support/Der.hpp"
 #include "support/DerElements.hpp"
-#include "support/Handles.hpp"
+#include "support/openssl/Handles.hpp"
+#include "support/pki/Der.hpp"
 
 /// A signature that is good, whatever it is that was signed.
 namespace foundation::fuzz {

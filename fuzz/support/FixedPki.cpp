@@ -1,6 +1,6 @@
 #include "support/FixedPki.hpp"
 
-#include "support/TestKeys.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/TestPki.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 /// Stands in for OpenSSL's key generator in the program that links this: RSA keys come from a pool, since to
 /// make one takes longer than all else that a builder does. Sizes that the pool does not have cannot be made.
 
-#include "support/TestKeys.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <openssl/err.h>
 #include <openssl/evp.h>

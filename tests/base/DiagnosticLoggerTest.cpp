@@ -1,5 +1,5 @@
-#include "support/InParallel.hpp"
-#include "support/LogCapture.hpp"
+#include "support/system/InParallel.hpp"
+#include "support/system/LogCapture.hpp"
 
 #include <foundation/log/basic_diagnostic_logger.hpp>
 

@@ -1,6 +1,6 @@
-#include "support/ExactThrow.hpp"
-#include "support/StreamBuffers.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/system/StreamBuffers.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

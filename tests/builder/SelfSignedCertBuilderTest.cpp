@@ -1,5 +1,5 @@
-#include "support/ExactThrow.hpp"
-#include "support/SelfSigned.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/SelfSigned.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>

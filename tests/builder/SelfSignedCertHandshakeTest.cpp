@@ -1,5 +1,5 @@
-#include "support/SelfSigned.hpp"
-#include "support/TLSHandshake.hpp"
+#include "support/openssl/TLSHandshake.hpp"
+#include "support/pki/SelfSigned.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>

@@ -1,5 +1,5 @@
-#include "support/SelfSigned.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/pki/SelfSigned.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>

@@ -1,8 +1,8 @@
-#include "support/ExactThrow.hpp"
-#include "support/RunProgram.hpp"
-#include "support/SelfSigned.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -1,8 +1,8 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/DistributionPoints.hpp"
-#include "support/ExactThrow.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/DistributionPoints.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <gtest/gtest.h>
 

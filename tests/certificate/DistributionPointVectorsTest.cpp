@@ -1,7 +1,7 @@
-#include "support/ExactThrow.hpp"
-#include "support/FixedClock.hpp"
-#include "support/PathValidationSuite.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/system/FixedClock.hpp"
+#include "support/vectors/PathValidationSuite.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,7 +1,7 @@
-#include "support/CertificateQueries.hpp"
-#include "support/HandleConformance.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/HandleConformance.hpp"
+#include "support/operations/CertificateQueries.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>

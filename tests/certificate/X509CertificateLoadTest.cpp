@@ -1,10 +1,10 @@
-#include "support/EncryptedPem.hpp"
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/StreamBuffers.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/EncryptedPem.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/StreamBuffers.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,8 +1,8 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

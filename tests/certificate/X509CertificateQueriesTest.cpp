@@ -1,8 +1,8 @@
-#include "support/CertificateQueries.hpp"
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/CertificateQueries.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,7 +1,7 @@
-#include "support/CertificateQueries.hpp"
-#include "support/InParallel.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/operations/CertificateQueries.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <foundation/certificates/X509Certificate.hpp>
 

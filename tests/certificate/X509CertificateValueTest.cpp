@@ -1,6 +1,6 @@
-#include "support/ExactThrow.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

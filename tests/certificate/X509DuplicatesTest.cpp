@@ -1,6 +1,6 @@
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "certificate/X509Duplicates.hpp"
 

@@ -1,6 +1,6 @@
-#include "support/HandleConformance.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/HandleConformance.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>

@@ -1,7 +1,7 @@
-#include "support/Loading.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>

@@ -1,9 +1,9 @@
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/StreamBuffers.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/StreamBuffers.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>

@@ -1,14 +1,14 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 
-#include "support/EncryptedPem.hpp"
-#include "support/ExactThrow.hpp"
-#include "support/Loading.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/ReadOperations.hpp"
-#include "support/SelfSigned.hpp"
-#include "support/TestBundles.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/operations/ReadOperations.hpp"
+#include "support/pki/EncryptedPem.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/pki/TestBundles.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 

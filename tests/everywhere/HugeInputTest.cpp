@@ -1,12 +1,12 @@
 #include "certificate/Extensions.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/HugeAllocations.hpp"
-#include "support/Loading.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/SelfSigned.hpp"
-#include "support/TestBundles.hpp"
-#include "support/Text.hpp"
+#include "support/allocation/HugeAllocations.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/pki/TestBundles.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

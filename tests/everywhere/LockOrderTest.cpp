@@ -1,6 +1,6 @@
-#include "support/LockRecorder.hpp"
-#include "support/ReadOperations.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/operations/ReadOperations.hpp"
+#include "support/system/LockRecorder.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 

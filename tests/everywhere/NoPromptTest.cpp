@@ -1,10 +1,10 @@
-#include "support/EncryptedPem.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/PseudoTerminal.hpp"
-#include "support/SelfSigned.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/EncryptedPem.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/PseudoTerminal.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

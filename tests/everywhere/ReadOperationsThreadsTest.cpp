@@ -1,6 +1,6 @@
-#include "support/InParallel.hpp"
-#include "support/ReadOperations.hpp"
-#include "support/SelfSigned.hpp"
+#include "support/operations/ReadOperations.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 

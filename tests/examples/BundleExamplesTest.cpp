@@ -1,9 +1,9 @@
-#include "support/RunProgram.hpp"
-#include "support/SelfSigned.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/SelfSigned.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/X509Certificate.hpp>
 

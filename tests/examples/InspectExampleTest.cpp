@@ -1,8 +1,8 @@
-#include "support/RunProgram.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -1,6 +1,6 @@
-#include "support/Revocable.hpp"
-#include "support/RunProgram.hpp"
-#include "support/TemporaryFolder.hpp"
+#include "support/pki/Revocable.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/RunProgram.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>

@@ -1,5 +1,5 @@
-#include "support/TestKeys.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include "keys/KeyExtraction.hpp"
 

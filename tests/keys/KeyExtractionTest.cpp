@@ -1,7 +1,7 @@
 #include "keys/KeyExtraction.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/TestKeys.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 

@@ -1,4 +1,4 @@
-#include "support/ExactThrow.hpp"
+#include "support/assertions/ExactThrow.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/KeyInfo.hpp>

@@ -1,4 +1,4 @@
-#include "support/OpenSSLErrors.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 

@@ -1,6 +1,6 @@
 #include "libcrypto/OpenSSLHandles.hpp"
 
-#include "support/ExactThrow.hpp"
+#include "support/assertions/ExactThrow.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/objects.h>

@@ -1,7 +1,7 @@
-#include "support/ExactThrow.hpp"
-#include "support/RunProgram.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

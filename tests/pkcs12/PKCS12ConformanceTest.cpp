@@ -1,6 +1,6 @@
-#include "support/HandleConformance.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/HandleConformance.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

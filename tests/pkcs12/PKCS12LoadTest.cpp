@@ -1,9 +1,9 @@
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/StreamBuffers.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/StreamBuffers.hpp"
 
 #include "pkcs12/PKCS12CertificateImpl.hpp"
 

@@ -1,8 +1,8 @@
-#include "support/TestBundles.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -1,9 +1,9 @@
-#include "support/ExactThrow.hpp"
-#include "support/InParallel.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

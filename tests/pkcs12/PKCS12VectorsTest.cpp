@@ -1,7 +1,7 @@
-#include "support/ExactThrow.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestPki.hpp"
-#include "support/Vectors.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/vectors/Vectors.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -1,8 +1,8 @@
-#include "support/Loading.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>

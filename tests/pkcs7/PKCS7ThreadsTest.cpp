@@ -1,6 +1,6 @@
-#include "support/InParallel.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <foundation/certificates/PKCS7Certificate.hpp>
 

@@ -1,11 +1,11 @@
-#include "support/ExactThrow.hpp"
-#include "support/FixedClock.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/PathValidationSuite.hpp"
-#include "support/TestBundles.hpp"
-#include "support/Text.hpp"
-#include "support/Vectors.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/system/FixedClock.hpp"
+#include "support/vectors/PathValidationSuite.hpp"
+#include "support/vectors/Vectors.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>

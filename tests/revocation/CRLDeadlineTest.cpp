@@ -1,10 +1,10 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/LeavesNoTrace.hpp"
-#include "support/ScriptedServer.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestPki.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,14 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/Handles.hpp"
-#include "support/LeavesNoTrace.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/ScriptedServer.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/Handles.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

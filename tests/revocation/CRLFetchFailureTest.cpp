@@ -1,8 +1,8 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/LeavesNoTrace.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "support/ExactThrow.hpp"
-#include "support/Revocable.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/Revocable.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,9 +1,9 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/Handles.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/Handles.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <gtest/gtest.h>
 

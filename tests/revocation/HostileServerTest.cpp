@@ -1,7 +1,7 @@
-#include "support/ExactThrow.hpp"
-#include "support/InParallel.hpp"
-#include "support/LeavesNoTrace.hpp"
-#include "support/Revocable.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/pki/Revocable.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <gtest/gtest.h>
 

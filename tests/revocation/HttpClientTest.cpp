@@ -1,9 +1,9 @@
 #include "revocation/HttpClient.hpp"
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/LeavesNoTrace.hpp"
-#include "support/ScriptedServer.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <boost/asio/error.hpp>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "support/ExactThrow.hpp"
-#include "support/Revocable.hpp"
-#include "support/ScopedVariable.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/pki/Revocable.hpp"
+#include "support/system/ScopedVariable.hpp"
 
 #include <gtest/gtest.h>
 

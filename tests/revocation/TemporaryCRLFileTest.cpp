@@ -1,8 +1,8 @@
 #include "revocation/TemporaryCRLFile.hpp"
 
-#include "support/InParallel.hpp"
-#include "support/LeavesNoTrace.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/LeavesNoTrace.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <gtest/gtest.h>
 

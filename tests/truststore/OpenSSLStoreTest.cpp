@@ -1,7 +1,7 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/TLSHandshake.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestPki.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/openssl/TLSHandshake.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -1,12 +1,12 @@
 #include "truststore/DefaultSystemCertificateAdder.hpp"
 #include "truststore/posix/SystemCertificateAdder.hpp"
 
-#include "support/Failures.hpp"
-#include "support/Loading.hpp"
-#include "support/LogCapture.hpp"
-#include "support/Shortage.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/TestPki.hpp"
+#include "support/allocation/Shortage.hpp"
+#include "support/assertions/Failures.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/LogCapture.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>

@@ -1,5 +1,5 @@
-#include "support/HandleConformance.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/HandleConformance.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/TrustStore.hpp>

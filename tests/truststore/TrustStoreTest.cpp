@@ -1,9 +1,9 @@
-#include "support/ExactThrow.hpp"
-#include "support/Loading.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestCrl.hpp"
-#include "support/TestKeys.hpp"
-#include "support/TestPki.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "truststore/TrustStoreImpl.hpp"
 

@@ -1,5 +1,5 @@
-#include "support/InParallel.hpp"
-#include "support/TestPki.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

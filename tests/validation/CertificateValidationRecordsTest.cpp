@@ -1,4 +1,4 @@
-#include "support/TestPki.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 

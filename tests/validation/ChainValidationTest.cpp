@@ -1,5 +1,5 @@
-#include "support/ExactThrow.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,9 +1,9 @@
-#include "support/PathValidationSuite.hpp"
-#include "support/ExactThrow.hpp"
-#include "support/FixedClock.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/Text.hpp"
-#include "support/Verifying.hpp"
+#include "support/vectors/PathValidationSuite.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/system/FixedClock.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

@@ -1,7 +1,7 @@
-#include "support/ExactThrow.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/Text.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/pem.h>

@@ -1,7 +1,7 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/ScriptedServer.hpp"
-#include "support/Text.hpp"
-#include "support/Verifying.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

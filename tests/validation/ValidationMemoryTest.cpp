@@ -1,9 +1,9 @@
-#include "support/Loading.hpp"
-#include "support/Revocable.hpp"
-#include "support/ScopedVariable.hpp"
-#include "support/TemporaryFolder.hpp"
-#include "support/Verifying.hpp"
-#include "support/WithoutMemory.hpp"
+#include "support/allocation/AllocationFailure.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/Revocable.hpp"
+#include "support/system/ScopedVariable.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 

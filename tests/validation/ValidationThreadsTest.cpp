@@ -1,5 +1,5 @@
-#include "support/InParallel.hpp"
-#include "support/Revocable.hpp"
+#include "support/pki/Revocable.hpp"
+#include "support/system/InParallel.hpp"
 
 #include <gtest/gtest.h>
 

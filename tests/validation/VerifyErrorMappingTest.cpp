@@ -1,4 +1,4 @@
-#include "support/Revocable.hpp"
+#include "support/pki/Revocable.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "validation/VerifyErrors.hpp"

@@ -1,7 +1,7 @@
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestBundles.hpp"
-#include "support/TestCrl.hpp"
-#include "support/Text.hpp"
+#include "support/assertions/Text.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestBundles.hpp"
+#include "support/pki/TestCrl.hpp"
 
 #include <openssl/pkcs12.h>
 

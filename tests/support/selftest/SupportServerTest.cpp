@@ -1,6 +1,6 @@
-#include "support/ExactThrow.hpp"
-#include "support/ScriptedServer.hpp"
-#include "support/TemporaryFolder.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/system/ScriptedServer.hpp"
+#include "support/system/TemporaryFolder.hpp"
 
 #include <boost/asio/ip/tcp.hpp>
 

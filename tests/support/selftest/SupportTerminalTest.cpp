@@ -1,4 +1,4 @@
-#include "support/PseudoTerminal.hpp"
+#include "support/system/PseudoTerminal.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -2,8 +2,8 @@
 // usage.
 #include "truststore/windows/WindowsHeader.hpp"
 
-#include "support/OpenSSLErrors.hpp"
-#include "support/TestPki.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include "truststore/TrustStoreImpl.hpp"
 #include "truststore/windows/SystemCertificateAdder.hpp"

@@ -1,11 +1,11 @@
 #include "truststore/windows/WindowsHeader.hpp"
 
-#include "support/ExactThrow.hpp"
-#include "support/LogCapture.hpp"
-#include "support/OpenSSLErrors.hpp"
-#include "support/RefusedAllocation.hpp"
-#include "support/TestPki.hpp"
-#include "support/windows/SystemStores.hpp"
+#include "support/allocation/RefusedAllocation.hpp"
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/LogCapture.hpp"
+#include "support/system/windows/SystemStores.hpp"
 
 #include "truststore/TrustStoreImpl.hpp"
 #include "truststore/windows/SystemCertificateAdder.hpp"

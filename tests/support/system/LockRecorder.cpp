@@ -1,0 +1,109 @@
+#include "support/system/LockRecorder.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+namespace foundation::test {
+
+namespace {
+
+thread_local LockRecorder* recorderOfThisThread = nullptr;
+
+/// Keeps the recorder's own work, such as allocations, from being recorded.
+class Pause
+{
+public:
+    Pause() : recorder(std::exchange(recorderOfThisThread, nullptr)) {}
+    ~Pause() { recorderOfThisThread = recorder; }
+    Pause(Pause const&) = delete;
+    Pause& operator=(Pause const&) = delete;
+
+    LockRecorder* const recorder;
+};
+
+using MutexFunction = int (*)(pthread_mutex_t*);
+
+// Constants at first, and not made by a first call: the guard of that may be a mutex, which is locked here.
+std::atomic<MutexFunction> systemsLock{nullptr};
+std::atomic<MutexFunction> systemsUnlock{nullptr};
+
+MutexFunction systemsFunction(std::atomic<MutexFunction>& known, char const* name)
+{
+    if (known == nullptr) {
+        known = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+    }
+    return known;
+}
+
+} // namespace
+
+LockRecorder::LockRecorder()
+{
+    recorderOfThisThread = this;
+}
+
+LockRecorder::~LockRecorder()
+{
+    recorderOfThisThread = nullptr;
+}
+
+void LockRecorder::forget()
+{
+    taken.clear();
+    nested.clear();
+}
+
+std::string const* LockRecorder::nameOf(void const* mutex) const
+{
+    auto const* const address = static_cast<char const*>(mutex);
+    auto const found = std::find_if(watched.begin(), watched.end(), [&](Watched const& object) {
+        std::less_equal<> const notBehind;
+        return notBehind(object.begin, address) && !notBehind(object.begin + object.size, address);
+    });
+    return found == watched.end() ? nullptr : &found->name;
+}
+
+void LockRecorder::onLock(void const* mutex)
+{
+    auto const* const name = nameOf(mutex);
+    if (name == nullptr) {
+        return;
+    }
+    taken.insert(*name);
+    for (auto const* const holder : held) {
+        nested.insert({*nameOf(holder), *name});
+    }
+    held.push_back(mutex);
+}
+
+void LockRecorder::onUnlock(void const* mutex)
+{
+    held.erase(std::remove(held.begin(), held.end(), mutex), held.end());
+}
+
+} // namespace foundation::test
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
+{
+    using namespace foundation::test;
+    Pause const pause;
+    // Before the lock is there: an order that locks up for ever is recorded, too.
+    if (pause.recorder != nullptr) {
+        pause.recorder->onLock(mutex);
+    }
+    return systemsFunction(systemsLock, "pthread_mutex_lock")(mutex);
+}
+
+extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
+{
+    using namespace foundation::test;
+    Pause const pause;
+    if (pause.recorder != nullptr) {
+        pause.recorder->onUnlock(mutex);
+    }
+    return systemsFunction(systemsUnlock, "pthread_mutex_unlock")(mutex);
+}

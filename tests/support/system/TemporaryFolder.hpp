@@ -1,0 +1,28 @@
+#pragma once
+
+#include "support/openssl/Handles.hpp"
+
+#include <filesystem>
+#include <string>
+
+namespace foundation::test {
+
+/// A fresh folder in the system's temporary folder, removed with all that is in it at the end of the scope.
+class TemporaryFolder
+{
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(TemporaryFolder const&) = delete;
+    TemporaryFolder& operator=(TemporaryFolder const&) = delete;
+
+    std::filesystem::path const& path() const { return folder; }
+    /// Writes a file of that name and gives its path.
+    std::filesystem::path write(std::string const& name, std::string const& content) const;
+    std::filesystem::path write(std::string const& name, Bytes const& content) const;
+
+private:
+    std::filesystem::path folder;
+};
+
+} // namespace foundation::test
