@@ -1,4 +1,4 @@
-#include "certificate/Extensions.hpp"
+#include "certificate/X509Duplicates.hpp"
 
 #include "support/allocation/HugeAllocations.hpp"
 #include "support/assertions/ExactThrow.hpp"

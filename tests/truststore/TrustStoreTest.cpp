@@ -5,6 +5,7 @@
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 
+#include "certificate/NamesAndTimes.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>

@@ -7,6 +7,7 @@
 #include "support/system/LogCapture.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
+#include "certificate/NamesAndTimes.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 #include "truststore/posix/SystemCertificateAdder.hpp"

@@ -4,18 +4,9 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
-#include <limits>
+#include <algorithm>
 
 namespace foundation::certificates {
-
-X509UPtr x509FromDER(ByteArray const& der)
-{
-    if (der.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-        return makeX509(nullptr);
-    }
-    unsigned char const* position = der.data();
-    return makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
-}
 
 void* extensionOf(X509 const* certificate, int nid)
 {
@@ -23,7 +14,7 @@ void* extensionOf(X509 const* certificate, int nid)
     bool const lacksMemory = lacksMemoryFor([&] {
         int finding = 0;
         value = X509_get_ext_d2i(certificate, nid, &finding, nullptr);
-        // Below 0, there is nothing to decode: the extension is not there, or more than once.
+        // Below 0, there is nothing to decode: the extension is absent or present more than once.
         return value != nullptr || finding < 0;
     });
     if (lacksMemory) {
@@ -32,21 +23,38 @@ void* extensionOf(X509 const* certificate, int nid)
     return value;
 }
 
+ASN1_BIT_STRINGUPtr keyUsageOf(X509 const* certificate)
+{
+    return makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
+}
+
+ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate)
+{
+    return makeASN1_OBJECTStack(
+        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
+}
+
+bool namesAnyOf(STACK_OF(ASN1_OBJECT) const* purposes, std::vector<int> const& wantedNIDs)
+{
+    for (int index = 0; index < sk_ASN1_OBJECT_num(purposes); ++index) {
+        int const purpose = OBJ_obj2nid(sk_ASN1_OBJECT_value(purposes, index));
+        if (std::find(wantedNIDs.begin(), wantedNIDs.end(), purpose) != wantedNIDs.end()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const& wantedNIDs)
+{
+    auto const usages = extendedKeyUsagesOf(certificate);
+    return usages == nullptr || namesAnyOf(usages.get(), wantedNIDs);
+}
+
 bool hasValidExtensions(X509* certificate)
 {
     constexpr int noPurpose = -1;
     return X509_check_purpose(certificate, noPurpose, 0) == 1;
-}
-
-std::optional<std::string> asUTF8(ASN1_STRING const* value)
-{
-    unsigned char* buffer = nullptr;
-    int const length = value == nullptr ? -1 : ASN1_STRING_to_UTF8(&buffer, value);
-    auto const bytes = makeOpenSSLBytes(buffer);
-    if (length < 0 || bytes == nullptr) {
-        return std::nullopt;
-    }
-    return std::string(bytes.get(), bytes.get() + length);
 }
 
 } // namespace foundation::certificates

@@ -2,28 +2,34 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
-#include <foundation/certificates/ByteArray.hpp>
-
-#include <optional>
-#include <string>
+#include <vector>
 
 namespace foundation::certificates {
 
-/// The certificate at the start of the bytes, unchecked; null if there is none. OpenSSL's error queue is not
-/// emptied: a failure adds to it.
-X509UPtr x509FromDER(ByteArray const& der);
-
-/// The extension's value in OpenSSL's form for it, which the caller owns; null if the certificate has no such
-/// extension, or one that cannot be read.
-/// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." for want
-///     of memory, which must not pass for a certificate without restrictions
+/// Returns the extension's value in OpenSSL's form for it, owned by the caller. Null if the certificate has
+/// no such extension, has it more than once, or has one that cannot be decoded.
+/// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if out of
+///     memory: a certificate with restrictions must not pass for one without
 void* extensionOf(X509 const* certificate, int nid);
 
-/// Whether all extensions are valid. OpenSSL reads them once, on first need, and keeps the outcome in the
-/// certificate, even that there was no memory to read them: only a duplicate is read anew.
-bool hasValidExtensions(X509* certificate);
+/// Returns the key usage bits; null without a readable extension.
+/// @throws X509CertificateException as extensionOf does
+ASN1_BIT_STRINGUPtr keyUsageOf(X509 const* certificate);
 
-/// The characters in UTF-8; none for a null pointer and for what OpenSSL cannot convert.
-std::optional<std::string> asUTF8(ASN1_STRING const* value);
+/// Returns the list of extended key usages; null without a readable extension.
+/// @throws X509CertificateException as extensionOf does
+ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate);
+
+/// Whether the list names at least one of the purposes, which are given as OpenSSL's NIDs. False for null.
+bool namesAnyOf(STACK_OF(ASN1_OBJECT) const* purposes, std::vector<int> const& wantedNIDs);
+
+/// Whether the certificate may serve at least one of the purposes, which are given as OpenSSL's NIDs. A
+/// certificate without a readable extension is not restricted.
+/// @throws X509CertificateException as extensionOf does
+bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const& wantedNIDs);
+
+/// Whether all extensions are valid. OpenSSL parses them on first need and caches the outcome in the
+/// certificate, even if it ran out of memory. Only a duplicate is parsed again.
+bool hasValidExtensions(X509* certificate);
 
 } // namespace foundation::certificates

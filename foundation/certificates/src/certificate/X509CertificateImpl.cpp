@@ -14,7 +14,6 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <string_view>
 #include <utility>
@@ -49,45 +48,6 @@ X509UPtr parseDER(BIO* bio)
     return parsed;
 }
 
-std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
-{
-    std::unordered_map<std::string, std::string> attributes;
-    int const count = name == nullptr ? 0 : X509_NAME_entry_count(name);
-    for (int index = 0; index < count; ++index) {
-        X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
-        if (entry == nullptr) {
-            continue;
-        }
-        char const* key = OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)));
-        auto value = asUTF8(X509_NAME_ENTRY_get_data(entry));
-        if (key != nullptr && value) {
-            attributes[key] = std::move(*value);
-        }
-    }
-    return attributes;
-}
-
-/// What the map of the name's attributes holds for the common name: the last one that can be read.
-std::string commonNameIn(X509_NAME const* name, char const* missingText)
-{
-    for (int index = X509_NAME_entry_count(name) - 1; index >= 0; --index) {
-        X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
-        if (entry == nullptr || OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) != NID_commonName) {
-            continue;
-        }
-        if (auto value = asUTF8(X509_NAME_ENTRY_get_data(entry))) {
-            return std::move(*value);
-        }
-    }
-    throw InvalidArgument(missingText);
-}
-
-ASN1_OBJECTStackUPtr extendedKeyUsagesOf(X509 const* certificate)
-{
-    return makeASN1_OBJECTStack(
-        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
-}
-
 template <typename ObjectAt>
 std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
 {
@@ -97,13 +57,6 @@ std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
         oids.push_back(oidToString(objectAt(index)));
     }
     return oids;
-}
-
-bool hasDigitalSignatureBit(X509 const* certificate)
-{
-    auto const usage =
-        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
-    return usage != nullptr && ASN1_BIT_STRING_get_bit(usage.get(), 0) != 0;
 }
 
 /// Were there no memory for the extensions on first need, the certificate would count as invalid from that
@@ -130,71 +83,6 @@ EVP_PKEYUPtr publicKeyOf(X509* certificate)
 }
 
 } // namespace
-
-std::string nameAsText(X509_NAME const* name)
-{
-    auto const bio = makeMemoryBIO();
-    // A name that cannot be printed gives what was printed of it.
-    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
-    return contentsAsString(bio.get());
-}
-
-std::string serialToDecimalString(ASN1_INTEGER const* serial)
-{
-    auto const number = makeBIGNUM(serial == nullptr ? nullptr : ASN1_INTEGER_to_BN(serial, nullptr));
-    throwIfNull<X509CertificateException>(number.get(), "Internal error: Unable to get serial number.");
-    auto const digits = makeOpenSSLChars(BN_bn2dec(number.get()));
-    return throwIfNull<X509CertificateException>(
-        digits.get(), "Internal error: Unable to get serial number from BN.");
-}
-
-std::string asn1TimeToString(ASN1_TIME const* time)
-{
-    auto const bio = makeMemoryBIO();
-    throwIfBelowOne<X509CertificateException>(
-        time == nullptr ? 0 : ASN1_TIME_print(bio.get(), time), "Error: printing the ASN1 time failed.");
-    std::array<char, 1024> line{};
-    throwIfBelowOne<X509CertificateException>(
-        BIO_gets(bio.get(), line.data(), static_cast<int>(line.size())),
-        "Error: Could not get the ASN1 time in string format.");
-    return line.data();
-}
-
-X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time)
-{
-    constexpr char const invalidText[] = "Invalid time format used in the certificate.";
-    constexpr long long secondsPerDay = 86400;
-    constexpr long long ticksPerSecond = 10000000;
-
-    // To ASN1_TIME_diff a null time is the present, which is never meant here.
-    auto const epoch = makeASN1_TIME(ASN1_UTCTIME_set(nullptr, 0));
-    throwIfNull<X509CertificateException>(epoch.get(), invalidText);
-    throwIfNull<X509CertificateException>(time, invalidText);
-    int days = 0;
-    int seconds = 0;
-    if (ASN1_TIME_diff(&days, &seconds, epoch.get(), time) == 0) {
-        throw X509CertificateException(invalidText);
-    }
-    return X509Certificate::TimePoint(
-        X509Certificate::TimePoint::duration((days * secondsPerDay + seconds) * ticksPerSecond));
-}
-
-std::string oidToString(ASN1_OBJECT const* object)
-{
-    int const length = OBJ_obj2txt(nullptr, 0, object, 1);
-    if (length < 1) {
-        throw X509CertificateException("OID has invalid length: " + std::to_string(length));
-    }
-    std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    int const written = OBJ_obj2txt(text.data(), length + 1, object, 1);
-    if (written != length) {
-        throw X509CertificateException(
-            "Could not convert OID into text. Expected: " + std::to_string(length) +
-            ". Got: " + std::to_string(written));
-    }
-    text.pop_back();
-    return text;
-}
 
 X509CertificateImpl::X509CertificateImpl() = default;
 
@@ -291,12 +179,12 @@ std::unordered_map<std::string, std::string> X509CertificateImpl::getIssuerNameA
 
 std::string X509CertificateImpl::getSubjectCommonName() const
 {
-    return commonNameIn(X509_get_subject_name(content()), "Subject name has no CN.");
+    return lastCommonNameIn(X509_get_subject_name(content()), "Subject name has no CN.");
 }
 
 std::string X509CertificateImpl::getIssuerCommonName() const
 {
-    return commonNameIn(X509_get_issuer_name(content()), "Issuer name has no CN.");
+    return lastCommonNameIn(X509_get_issuer_name(content()), "Issuer name has no CN.");
 }
 
 std::string X509CertificateImpl::getSerialNumber() const
@@ -375,20 +263,10 @@ bool X509CertificateImpl::isSelfSigned() const
 
 bool X509CertificateImpl::isValidForDigitalSigning() const
 {
-    X509* const certificate = content();
-    if (!hasDigitalSignatureBit(certificate)) {
-        return false;
-    }
-    auto const usages = extendedKeyUsagesOf(certificate);
-    if (usages == nullptr) {
-        return true;
-    }
-    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
-        if (OBJ_obj2nid(sk_ASN1_OBJECT_value(usages.get(), index)) == NID_code_sign) {
-            return true;
-        }
-    }
-    return false;
+    auto const usage = keyUsageOf(content());
+    constexpr int digitalSignature = 0;
+    return usage != nullptr && ASN1_BIT_STRING_get_bit(usage.get(), digitalSignature) != 0 &&
+           extendedKeyUsageAllowsAnyOf(content(), {NID_code_sign});
 }
 
 PublicKeyInfo X509CertificateImpl::getPublicKeyInfo() const

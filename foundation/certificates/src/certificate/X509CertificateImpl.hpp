@@ -1,5 +1,6 @@
 #pragma once
 
+#include "certificate/NamesAndTimes.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
@@ -16,28 +17,6 @@
 
 namespace foundation::certificates {
 
-/// The name on one line in the form of RFC 2253 (`XN_FLAG_RFC2253`).
-std::string nameAsText(X509_NAME const* name);
-
-/// The serial number in decimal digits.
-/// @throws X509CertificateException "Internal error: Unable to get serial number.", "Internal error: Unable
-///     to get serial number from BN."
-std::string serialToDecimalString(ASN1_INTEGER const* serial);
-
-/// The time as `ASN1_TIME_print` writes it.
-/// @throws X509CertificateException "Error: printing the ASN1 time failed.", "Error: Could not get the ASN1
-///     time in string format."
-std::string asn1TimeToString(ASN1_TIME const* time);
-
-/// The time as a point of the system clock.
-/// @throws X509CertificateException "Invalid time format used in the certificate."
-X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time);
-
-/// The object identifier in dotted digits, never as a name.
-/// @throws X509CertificateException "OID has invalid length: " and the length; "Could not convert OID into
-///     text. Expected: " and a length, ". Got: " and another
-std::string oidToString(ASN1_OBJECT const* object);
-
 /// The implementation of X509Certificate: owns a share of the parsed certificate, which nothing writes
 /// to after loading.
 ///
@@ -48,7 +27,7 @@ std::string oidToString(ASN1_OBJECT const* object);
 ///
 /// Four source files share the class: loading, queries and output (X509CertificateImpl.cpp), verification
 /// (ChainVerification.cpp), the preparation of CRLs and the lookup of the root (CRLPreparation.cpp), and
-/// revocation (RevocationCheck.cpp), which stands on the download (CRLDownload.cpp).
+/// revocation (CRLCheck.cpp), which stands on the download (CRLDownload.cpp).
 class X509CertificateImpl
 {
 public:

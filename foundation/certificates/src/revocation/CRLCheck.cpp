@@ -1,5 +1,5 @@
-#include "certificate/DuplicateCertificate.hpp"
 #include "certificate/X509CertificateImpl.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "revocation/HttpUrl.hpp"
 #include "revocation/TemporaryCRLFile.hpp"

@@ -1,6 +1,6 @@
-#include "certificate/DuplicateCertificate.hpp"
 #include "certificate/Extensions.hpp"
 #include "certificate/X509CertificateImpl.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "revocation/HttpClient.hpp"
 
 #include <exception>

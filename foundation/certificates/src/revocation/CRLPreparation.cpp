@@ -1,6 +1,6 @@
 #include "certificate/X509CertificateImpl.hpp"
 
-#include "certificate/DuplicateCertificate.hpp"
+#include "certificate/X509Duplicates.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>

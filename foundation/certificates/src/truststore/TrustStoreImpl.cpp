@@ -1,7 +1,8 @@
 #include "truststore/TrustStoreImpl.hpp"
 
-#include "certificate/Extensions.hpp"
+#include "certificate/NamesAndTimes.hpp"
 #include "certificate/X509CertificateImpl.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "truststore/DefaultSystemCertificateAdder.hpp"
@@ -77,15 +78,6 @@ std::string writePEM(X509* certificate)
 }
 
 } // namespace
-
-std::string commonNameOf(X509* certificate)
-{
-    X509_NAME const* subject = certificate == nullptr ? nullptr : X509_get_subject_name(certificate);
-    int const index = subject == nullptr ? -1 : X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
-    X509_NAME_ENTRY const* entry = index < 0 ? nullptr : X509_NAME_get_entry(subject, index);
-    ASN1_STRING const* value = entry == nullptr ? nullptr : X509_NAME_ENTRY_get_data(entry);
-    return asUTF8(value).value_or(std::string());
-}
 
 TrustStoreImpl::TrustStoreImpl() : TrustStoreImpl(makeDefaultSystemCertificateAdder()) {}
 

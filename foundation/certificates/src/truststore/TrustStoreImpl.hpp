@@ -12,10 +12,6 @@
 
 namespace foundation::certificates {
 
-/// The first common name of the certificate's subject in UTF-8, for messages; empty where there
-/// is none to be had.
-std::string commonNameOf(X509* certificate);
-
 /// Whether a certificate of the operating system's may serve the usage; false for a usage outside
 /// the enumeration.
 bool isValidForUsage(X509* certificate, TrustStore::Usage usage);

@@ -2,6 +2,7 @@
 
 #include "base/DiagnosticLogger.hpp"
 #include "certificate/Extensions.hpp"
+#include "certificate/NamesAndTimes.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
@@ -26,8 +27,7 @@ bool isTLSServerAnchor(X509* certificate)
 
 bool keyUsageAllowsSigning(X509 const* certificate)
 {
-    auto const usage =
-        makeASN1_BIT_STRING(static_cast<ASN1_BIT_STRING*>(extensionOf(certificate, NID_key_usage)));
+    auto const usage = keyUsageOf(certificate);
     if (usage == nullptr) {
         return true;
     }
@@ -37,27 +37,6 @@ bool keyUsageAllowsSigning(X509 const* certificate)
     return ASN1_BIT_STRING_get_bit(usage.get(), digitalSignature) != 0 ||
            ASN1_BIT_STRING_get_bit(usage.get(), keyCertSign) != 0 ||
            ASN1_BIT_STRING_get_bit(usage.get(), cRLSign) != 0;
-}
-
-bool extendedKeyUsageAllowsSigning(X509 const* certificate)
-{
-    auto const usages = makeASN1_OBJECTStack(
-        static_cast<STACK_OF(ASN1_OBJECT)*>(extensionOf(certificate, NID_ext_key_usage)));
-    if (usages == nullptr) {
-        return true;
-    }
-    for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
-        switch (OBJ_obj2nid(sk_ASN1_OBJECT_value(usages.get(), index))) {
-        case NID_code_sign:
-        case NID_email_protect:
-        case NID_time_stamp:
-        case NID_anyExtendedKeyUsage:
-            return true;
-        default:
-            break;
-        }
-    }
-    return false;
 }
 
 /// Whether the end of validity has passed. The start is not looked at: a certificate of tomorrow is not
@@ -112,7 +91,9 @@ bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
     case TrustStore::Usage::ServerAuthentication:
         return isTLSServerAnchor(certificate);
     case TrustStore::Usage::Signing:
-        return keyUsageAllowsSigning(certificate) && extendedKeyUsageAllowsSigning(certificate);
+        return keyUsageAllowsSigning(certificate) &&
+               extendedKeyUsageAllowsAnyOf(
+                   certificate, {NID_code_sign, NID_email_protect, NID_time_stamp, NID_anyExtendedKeyUsage});
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "truststore/posix/SystemCertificateAdder.hpp"
 
 #include "certificate/Extensions.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 #include "truststore/SystemCertificateUsage.hpp"
 #include "truststore/TrustStoreImpl.hpp"
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
@@ -128,20 +130,14 @@ std::string contentOf(fs::path const& file)
     return content;
 }
 
-bool namesAnyOf(STACK_OF(ASN1_OBJECT) const* purposes, ObjectIdentifiers const& wanted)
+std::vector<int> nidsOf(ObjectIdentifiers const& oids)
 {
-    for (int index = 0; index < sk_ASN1_OBJECT_num(purposes); ++index) {
-        int const purpose = OBJ_obj2nid(sk_ASN1_OBJECT_value(purposes, index));
-        for (char const* const oid : wanted) {
-            if (purpose == OBJ_txt2nid(oid)) {
-                return true;
-            }
-        }
-    }
-    return false;
+    std::vector<int> nids;
+    std::transform(oids.begin(), oids.end(), std::back_inserter(nids), OBJ_txt2nid);
+    return nids;
 }
 
-bool extendedKeyUsageFits(X509 const* certificate, ObjectIdentifiers const& wanted)
+bool extendedKeyUsageFits(X509 const* certificate, std::vector<int> const& wanted)
 {
     constexpr int isAbsent = -1;
     int finding = 0;
@@ -151,7 +147,7 @@ bool extendedKeyUsageFits(X509 const* certificate, ObjectIdentifiers const& want
     return purposes == nullptr ? finding == isAbsent : namesAnyOf(purposes.get(), wanted);
 }
 
-bool trustSettingsFit(X509* certificate, ObjectIdentifiers const& wanted)
+bool trustSettingsFit(X509* certificate, std::vector<int> const& wanted)
 {
     auto const* const trusted = X509_get0_trust_objects(certificate);
     auto const* const rejected = X509_get0_reject_objects(certificate);
@@ -172,7 +168,7 @@ class Delivery
 public:
     Delivery(TrustStoreImpl& target, TrustStore::Usage usage, bool rethrowFailures)
         : store(target),
-          wanted(extendedKeyUsagesFor(usage)),
+          wanted(nidsOf(extendedKeyUsagesFor(usage))),
           rethrowOnFailure(rethrowFailures)
     {}
 
@@ -229,7 +225,7 @@ private:
     }
 
     TrustStoreImpl& store;
-    ObjectIdentifiers const wanted;
+    std::vector<int> const wanted;
     bool const rethrowOnFailure;
 };
 
