@@ -452,25 +452,59 @@ TEST(SelfSignedCertSynthesis, LeavesACommonNameThatIsNoUtf8OutOfTheSubject)
     EXPECT_EQ(extensionOf(x509, NID_subject_alt_name), extensionFrom(NID_subject_alt_name, "DNS:\xFF\xFE"));
 }
 
-TEST(SelfSignedCertSynthesis, EndsACommonNameAndTheAlternativesAtItsNul)
+TEST(SelfSignedCertSynthesis, CommonNameCannotPlantAlternativeNames)
 {
-    auto const x509 = built(fastBuilder()
-                                .withCommonName(std::string("first\0second", 12))
-                                .withAdditionalSubjectAltNames({"IP:192.0.2.1"}));
-
-    EXPECT_EQ(attributesOf(X509_get_subject_name(x509.get())), subjectOf("first"));
-    EXPECT_EQ(extensionOf(x509, NID_subject_alt_name), extensionFrom(NID_subject_alt_name, "DNS:first"));
+    struct Row
+    {
+        char const* what;
+        std::string commonName;
+    };
+    Row const rows[] = {
+        {"a second DNS name", "a,DNS:evil.example"},
+        {"an IP address", "a,IP:10.0.0.1"},
+        {"names of two other types", "a,email:x@y,URI:http://z/"},
+        {"the loopback name and another", "localhost,DNS:evil.example"},
+        {"a line feed", "a\nb"},
+        {"a carriage return", "a\rb"},
+        {"a line feed at the end", "a\n"},
+        {"a carriage return and a line feed at the end", "a\r\n"},
+        {"a comma behind a line feed", "a\n,DNS:evil.example"},
+        {"a NUL", std::string("a\0b", 3)},
+        {"a NUL at the end", std::string("a\0", 2)},
+        {"a comma behind a NUL", std::string("a\0,DNS:evil.example", 20)},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.what);
+        CleanErrorQueue const queue;
+        auto builder = fastBuilder().withCommonName(row.commonName);
+        expectBothFail<std::runtime_error>(builder, std::string(failureText) + "0");
+        EXPECT_TRUE(queueIsEmpty());
+        builder.withAdditionalSubjectAltNames({"IP:192.0.2.1"});
+        expectBothFail<std::runtime_error>(builder, std::string(failureText) + "0");
+        EXPECT_TRUE(queueIsEmpty());
+    }
 }
 
-TEST(SelfSignedCertSynthesis, TakesTheAlternativesBehindALineEndForPartOfTheName)
+TEST(SelfSignedCertSynthesis, CommonNameThatOpenSSLRefusesLeavesItsErrors)
 {
-    for (std::string const name : {"first\nsecond", "first\rsecond"}) {
-        auto const x509 =
-            built(fastBuilder().withCommonName(name).withAdditionalSubjectAltNames({"IP:192.0.2.1"}));
+    for (std::string const name : {"a,b", "a,", ",", "a,b\n"}) {
+        SCOPED_TRACE(name);
+        auto const left = errorsOfExtension(NID_subject_alt_name, "DNS:" + name);
+        ASSERT_FALSE(left.empty());
+        CleanErrorQueue const queue;
 
-        EXPECT_EQ(attributesOf(X509_get_subject_name(x509.get())), subjectOf(name));
-        EXPECT_EQ(alternativeNamesOf(x509), std::vector<std::string>{name + ",IP:192.0.2.1"});
+        EXPECT_THROWS_EXACTLY(
+            std::runtime_error, failureText + std::to_string(left.front()),
+            fastBuilder().withCommonName(name).build());
+        EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>(left.begin() + 1, left.end()));
     }
+}
+
+TEST(SelfSignedCertSynthesis, AlternativeNameEntryMayHoldSeveralNames)
+{
+    auto const x509 = built(fastBuilder().withCommonName("a").withAdditionalSubjectAltNames({"DNS:b,DNS:c"}));
+
+    EXPECT_EQ(alternativeNamesOf(x509), (std::vector<std::string>{"a", "b", "c"}));
 }
 
 TEST(SelfSignedCertSynthesis, RefusesAKeySizeBelow1024BitsAfterAllTheWork)

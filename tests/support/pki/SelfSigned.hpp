@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 /// What the tests of the builder of self-signed certificates share: small keys, and a look at what was built
 /// through bare OpenSSL.
@@ -66,14 +67,26 @@ inline std::string failureTextAfter(std::function<void()> const& failingCall)
     return "Failed to generate a certificate: " + std::to_string(oldestError());
 }
 
+/// Makes an extension from a text in OpenSSL's configuration language, and discards it.
+inline void tryExtension(int nid, std::string const& text)
+{
+    X509V3_CTX context{};
+    X509V3_set_ctx(&context, nullptr, nullptr, nullptr, nullptr, 0);
+    X509_EXTENSION_free(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str()));
+}
+
 /// The text of a build that fails at an extension's value.
 inline std::string failureTextOfExtension(int nid, std::string const& text)
 {
-    return failureTextAfter([&] {
-        X509V3_CTX context{};
-        X509V3_set_ctx(&context, nullptr, nullptr, nullptr, nullptr, 0);
-        X509_EXTENSION_free(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str()));
-    });
+    return failureTextAfter([&] { tryExtension(nid, text); });
+}
+
+/// The errors that OpenSSL queues for an extension's value, oldest first.
+inline std::vector<unsigned long> errorsOfExtension(int nid, std::string const& text)
+{
+    CleanErrorQueue const queue;
+    tryExtension(nid, text);
+    return drainErrorQueue();
 }
 
 /// Seconds from one time to the other.

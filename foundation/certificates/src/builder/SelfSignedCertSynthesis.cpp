@@ -12,6 +12,7 @@
 #include <ctime>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 
 namespace foundation::certificates {
 
@@ -138,6 +139,16 @@ void addExtension(X509* certificate, int nid, std::string const& value)
     guarded(X509_add_ext(certificate, extension.get(), -1));
 }
 
+/// The alternative names are one text, in which OpenSSL reads a comma as the start of another name, and a
+/// line end or a NUL as the end of the list.
+void refuseListSyntax(std::string const& commonName)
+{
+    constexpr std::string_view separatorsAndEnds(",\r\n\0", 4);
+    if (commonName.find_first_of(separatorsAndEnds) != std::string::npos) {
+        failGeneration();
+    }
+}
+
 void sign(X509* certificate, EVP_PKEY* key)
 {
     EVP_MD const* const digest = EVP_sha512();
@@ -199,6 +210,7 @@ SelfSignedCertBuilder::KeyAndCertificate SelfSignedCertBuilder::synthesize() con
     guarded(X509_set_pubkey(x509, key.get()));
     setNames(x509, name);
     addExtension(x509, NID_subject_alt_name, makeSubjectAlternativeName(name));
+    refuseListSyntax(name); // after OpenSSL, whose own refusal has an error number
     addExtension(x509, NID_basic_constraints, makeBasicConstraints());
     addExtension(x509, NID_key_usage, makeKeyUsage());
     addExtension(x509, NID_ext_key_usage, makeExtendedKeyUsage());

@@ -73,13 +73,16 @@ public:
     /// The subject's common name, in UTF-8, and the first alternative name, of the DNS type; "localhost" by
     /// default. Exactly that name gets the loopback addresses as further alternative names.
     ///
-    /// X.509 allows 1 to 64 characters in a common name: a longer one becomes an alternative name only, and
-    /// the subject goes without. A name with a comma, or one that is otherwise no value in OpenSSL's
-    /// extension syntax, makes the build fail. A NUL character ends the name, and with it the list of
-    /// alternative names; behind a line end, the rest of that list becomes part of the alternative name.
+    /// X.509 allows 1 to 64 characters in a common name. A longer one becomes an alternative name only, and
+    /// the subject has no common name. The build fails if the name holds a comma, a line end or a NUL, so
+    /// that a name cannot add alternative names. It also fails if OpenSSL cannot use the name as the value of
+    /// an alternative name.
     SelfSignedCertBuilder& withCommonName(std::string name);
-    /// Further alternative names, each with its type as OpenSSL's extension syntax has it:
-    /// "DNS:build.example", "IP:192.0.2.1".
+    /// Adds alternative names, each with its type, in OpenSSL's extension syntax: "DNS:build.example",
+    /// "IP:192.0.2.1".
+    ///
+    /// The entries reach OpenSSL unchanged. In its syntax a comma starts another name, and a line end or a
+    /// NUL ends the list. An entry from a user must be checked before it is passed in.
     SelfSignedCertBuilder& withAdditionalSubjectAltNames(std::set<std::string> names);
     /// The lifetime in days, 1 to 397; 365 by default. The value set before stays after a failure.
     /// @throws X509CertificateException "Certificate validity period must be within the range of 1
