@@ -1,6 +1,9 @@
-# Sourced by the scripts: configure, build and test by preset, in the project's folder.
+# Sourced by the scripts: functions that configure, build and test by preset, from the project's folder.
 
 jobs=$(nproc 2>/dev/null || sysctl -n hw.ncpu)
+
+# These choose the system's root certificates. The tests expect the system's own.
+unset SSL_CERT_FILE SSL_CERT_DIR
 
 if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache
