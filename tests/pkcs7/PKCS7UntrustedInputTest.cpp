@@ -44,6 +44,19 @@ CertificateAndKey const& signer()
     return made;
 }
 
+CertificateAndKey const& intermediate()
+{
+    static auto const made = makeIntermediate(root(), std::string(64, 'i'));
+    return made;
+}
+
+/// Its issuer's name is long, and so is the structure that names the signer.
+CertificateAndKey const& longNamedSigner()
+{
+    static auto const made = makeLeaf(intermediate(), "long-named signer");
+    return made;
+}
+
 CertificateAndKey const& recipient()
 {
     static auto const made =
@@ -222,6 +235,101 @@ Bytes withDigestAttribute(int type, void* value)
     });
 }
 
+using SignerChange = void (*)(PKCS7_SIGNER_INFO&);
+
+void leaveSigner(PKCS7_SIGNER_INFO&) {}
+
+void mistypeDigest(PKCS7_SIGNER_INFO& signer)
+{
+    require(PKCS7_add_signed_attribute(
+        &signer, NID_pkcs9_messageDigest, V_ASN1_OBJECT, OBJ_nid2obj(NID_commonName)));
+}
+
+/// The digest fits no content, and the signature does not fit the attributes: OpenSSL compares the digest
+/// first.
+void changeDigest(PKCS7_SIGNER_INFO& signer)
+{
+    std::string const digest(32, 'd');
+    require(PKCS7_add1_attrib_digest(
+        &signer, reinterpret_cast<unsigned char const*>(digest.data()), static_cast<int>(digest.size())));
+}
+
+/// The digest fits the content, and the signature does not fit the attributes.
+void changeAttributes(PKCS7_SIGNER_INFO& signer)
+{
+    require(PKCS7_add0_attrib_signing_time(&signer, ASN1_TIME_set(nullptr, 0)));
+}
+
+Bytes encodingOf(PKCS7_SIGNER_INFO* signer)
+{
+    unsigned char* encoded = nullptr;
+    int const length = i2d_PKCS7_SIGNER_INFO(signer, &encoded);
+    require(length);
+    Bytes bytes(encoded, encoded + length);
+    OPENSSL_free(encoded);
+    return bytes;
+}
+
+enum class SignerOrder
+{
+    Encoding, ///< as DER sorts the signers
+    Reversed
+};
+
+/// Signed data with two signers. One is encoded in fewer bytes than the other, whatever the changes are, so
+/// that DER sorts it first.
+Bytes twoSigners(SignerChange changeFirst, SignerChange changeSecond, SignerOrder order)
+{
+    SignedDataSpec spec;
+    spec.content = "content";
+    spec.signers = {signer(), longNamedSigner()};
+    spec.furtherCertificates = {intermediate().certificate};
+    auto const pkcs7 = parsePkcs7(toDer(makeSignedData(spec)));
+    auto* const infos = pkcs7->d.sign->signer_info;
+    auto* const shorter = sk_PKCS7_SIGNER_INFO_value(infos, 0);
+    auto* const longer = sk_PKCS7_SIGNER_INFO_value(infos, 1);
+    bool const inOrder = order == SignerOrder::Encoding;
+    (inOrder ? changeFirst : changeSecond)(*shorter);
+    (inOrder ? changeSecond : changeFirst)(*longer);
+    auto const inDerOrder = joined({encodingOf(shorter), encodingOf(longer)});
+    auto whole = toDer(pkcs7);
+    auto const found = std::search(whole.begin(), whole.end(), inDerOrder.begin(), inDerOrder.end());
+    require(found != whole.end());
+    auto const wanted = inOrder ? inDerOrder : joined({encodingOf(longer), encodingOf(shorter)});
+    std::copy(wanted.begin(), wanted.end(), found);
+    return whole;
+}
+
+/// What OpenSSL queues for a message digest attribute that is missing or not an octet string.
+std::vector<int> digestNotFound()
+{
+    return {PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST, PKCS7_R_SIGNATURE_FAILURE};
+}
+
+/// Reason codes of all entries in the queue, oldest first. Empties the queue.
+std::vector<int> drainReasons()
+{
+    std::vector<int> reasons;
+    for (auto const code : drainErrorQueue()) {
+        reasons.push_back(ERR_GET_REASON(code));
+    }
+    return reasons;
+}
+
+/// Both operations that check signatures leave exactly these PKCS#7 errors, with verifySignature taking the
+/// oldest one as its text.
+void expectSignatureErrors(PKCS7Certificate const& loaded, std::vector<int> const& reasons)
+{
+    CleanErrorQueue const clean;
+    EXPECT_EQ(loaded.getSignedData(), ByteArray());
+    EXPECT_EQ(drainReasons(), reasons);
+    auto const results = loaded.verifySignature(X509CertificateChain(), trusted(), ByteArray());
+    EXPECT_FALSE(results.getSignatureVerificationStatus());
+    EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Failed);
+    EXPECT_EQ(results.getValidationErrorString(), reasonText(ERR_LIB_PKCS7, reasons.front()));
+    EXPECT_EQ(drainReasons(), std::vector<int>(reasons.begin() + 1, reasons.end()));
+}
+
 } // namespace
 
 TEST(PKCS7StrangersBytes, WithATypeAloneAreSignedDataWithNothingInIt)
@@ -330,14 +438,63 @@ TEST(PKCS7StrangersBytes, WithAMessageDigestOfAWrongTypeAreNotSound)
     for (auto const& row : rows) {
         SCOPED_TRACE(row.name);
         PKCS7Certificate const loaded(row.data);
-        auto const results = verify(loaded, "");
-        EXPECT_FALSE(results.getSignatureVerificationStatus());
-        EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Failed);
-        EXPECT_EQ(
-            results.getValidationErrorString(),
-            reasonText(ERR_LIB_PKCS7, PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST));
-        EXPECT_EQ(loaded.getSignedData(), ByteArray());
+        expectSignatureErrors(loaded, digestNotFound());
         useAll(loaded);
+    }
+}
+
+TEST(PKCS7StrangersBytes, MistypedMessageDigestHidesAllLaterOnes)
+{
+    // OpenSSL reads the first attribute of the kind. A correct one behind it must not take its place.
+    PKCS7Certificate const loaded(mutilated([](PKCS7_SIGNED& body) {
+        auto* const attributes = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0)->auth_attr;
+        auto* const mistyped =
+            X509_ATTRIBUTE_create(NID_pkcs9_messageDigest, V_ASN1_OBJECT, OBJ_nid2obj(NID_commonName));
+        require(sk_X509_ATTRIBUTE_insert(attributes, mistyped, 0));
+    }));
+    expectSignatureErrors(loaded, digestNotFound());
+}
+
+TEST(PKCS7StrangersBytes, MistypedMessageDigestAloneDoesNotVerifyOverTheContent)
+{
+    // Without any signed attribute, OpenSSL would check the signature over the content itself.
+    SignedDataSpec spec;
+    spec.content = "content";
+    spec.signers = {signer()};
+    spec.withoutAttributes = true;
+    auto const pkcs7 = makeSignedData(spec);
+    mistypeDigest(*sk_PKCS7_SIGNER_INFO_value(pkcs7->d.sign->signer_info, 0));
+    expectSignatureErrors(PKCS7Certificate(toDer(pkcs7)), digestNotFound());
+}
+
+TEST(PKCS7StrangersBytes, MistypedMessageDigestIsReportedAfterFailuresOfEarlierSigners)
+{
+    auto const reasons = [](std::vector<int> const& codes) { return codes; };
+    struct SignersRow
+    {
+        char const* name;
+        SignerChange first;
+        SignerChange second;
+        std::vector<int> reasons;
+    };
+    std::vector<SignersRow> const rows{
+        {"first mistyped, second sound", mistypeDigest, leaveSigner, digestNotFound()},
+        {"first sound, second mistyped", leaveSigner, mistypeDigest, digestNotFound()},
+        {"both mistyped", mistypeDigest, mistypeDigest, digestNotFound()},
+        {"first with another digest, second mistyped", changeDigest, mistypeDigest,
+         reasons({PKCS7_R_DIGEST_FAILURE, PKCS7_R_SIGNATURE_FAILURE})},
+        {"first mistyped, second with another digest", mistypeDigest, changeDigest, digestNotFound()},
+        {"first with another signing time, second mistyped", changeAttributes, mistypeDigest,
+         reasons({PKCS7_R_SIGNATURE_FAILURE, PKCS7_R_SIGNATURE_FAILURE})},
+    };
+    for (auto const& row : rows) {
+        for (auto const order : {SignerOrder::Encoding, SignerOrder::Reversed}) {
+            SCOPED_TRACE(row.name);
+            SCOPED_TRACE(order == SignerOrder::Encoding ? "in DER order" : "against DER order");
+            PKCS7Certificate const loaded(twoSigners(row.first, row.second, order));
+            expectSignatureErrors(loaded, row.reasons);
+            useAll(loaded);
+        }
     }
 }
 

@@ -1,11 +1,14 @@
 #include "pkcs7/GuardedPKCS7.hpp"
 
+#include "libcrypto/OpenSSLResult.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <openssl/err.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
+#include <openssl/x509.h>
 
 namespace foundation::certificates {
 
@@ -23,19 +26,65 @@ bool isSignedWithBody(PKCS7* structure)
     return structure != nullptr && PKCS7_type_is_signed(structure) && structure->d.sign != nullptr;
 }
 
-/// A message digest attribute that is no octet string. Releases of OpenSSL up to the year 2025 take its value
-/// for one, whatever it is.
+constexpr char const copyFailure[] = "Internal error: The PKCS7 structure could not be copied.";
+
+/// Whether the signer's message digest attribute holds anything but an octet string.
+bool hasMistypedDigest(PKCS7_SIGNER_INFO* signer)
+{
+    ASN1_TYPE const* const digest = PKCS7_get_signed_attribute(signer, NID_pkcs9_messageDigest);
+    return digest != nullptr && digest->type != V_ASN1_OCTET_STRING;
+}
+
 bool hasMistypedDigest(PKCS7* structure)
 {
     auto* const signers = structure->d.sign->signer_info;
     for (int index = 0; index < sk_PKCS7_SIGNER_INFO_num(signers); ++index) {
-        ASN1_TYPE const* const digest =
-            PKCS7_get_signed_attribute(sk_PKCS7_SIGNER_INFO_value(signers, index), NID_pkcs9_messageDigest);
-        if (digest != nullptr && digest->type != V_ASN1_OCTET_STRING) {
+        if (hasMistypedDigest(sk_PKCS7_SIGNER_INFO_value(signers, index))) {
             return true;
         }
     }
     return false;
+}
+
+/// Gives the signer's message digest attributes another type, under which OpenSSL does not look for a digest.
+/// They are not removed: without any attribute, the signature would count for the content itself.
+void hideDigests(PKCS7_SIGNER_INFO* signer)
+{
+    auto* const attributes = signer->auth_attr;
+    int index = -1;
+    while ((index = X509at_get_attr_by_NID(attributes, NID_pkcs9_messageDigest, -1)) >= 0) {
+        throwIfNotOne<PKCS7CertificateException>(
+            X509_ATTRIBUTE_set1_object(
+                sk_X509_ATTRIBUTE_value(attributes, index), OBJ_nid2obj(NID_pkcs9_unstructuredName)),
+            copyFailure);
+    }
+}
+
+PKCS7_SIGNER_INFO* duplicateSigner(PKCS7_SIGNER_INFO const* signer)
+{
+    return static_cast<PKCS7_SIGNER_INFO*>(ASN1_item_dup(ASN1_ITEM_rptr(PKCS7_SIGNER_INFO), signer));
+}
+
+/// A copy in which mistyped message digests are hidden. The signers keep their order, in which OpenSSL checks
+/// them; `PKCS7_dup` alone would sort them.
+PKCS7UPtr withMistypedDigestsHidden(PKCS7* structure)
+{
+    auto copy = duplicate(structure);
+    if (copy == nullptr) {
+        return copy;
+    }
+    auto*& signers = copy->d.sign->signer_info; // belongs to the copy
+    sk_PKCS7_SIGNER_INFO_pop_free(signers, PKCS7_SIGNER_INFO_free);
+    signers = sk_PKCS7_SIGNER_INFO_deep_copy(
+        structure->d.sign->signer_info, duplicateSigner, PKCS7_SIGNER_INFO_free);
+    throwIfNull<PKCS7CertificateException>(signers, copyFailure);
+    for (int index = 0; index < sk_PKCS7_SIGNER_INFO_num(signers); ++index) {
+        auto* const signer = sk_PKCS7_SIGNER_INFO_value(signers, index);
+        if (hasMistypedDigest(signer)) {
+            hideDigests(signer);
+        }
+    }
+    return copy;
 }
 
 /// Whether OpenSSL can set up the digests that the structure names.
@@ -76,7 +125,7 @@ PKCS7UPtr duplicate(PKCS7 const* structure)
     auto copy = makePKCS7(PKCS7_dup(structure));
     // Not every release of OpenSSL reports that there was no memory. What can be encoded can be copied.
     if (copy == nullptr && i2d_PKCS7(structure, nullptr) > 0) {
-        throw PKCS7CertificateException("Internal error: The PKCS7 structure could not be copied.");
+        throw PKCS7CertificateException(copyFailure);
     }
     return copy;
 }
@@ -108,11 +157,11 @@ bool verifies(
         static_cast<void>(PKCS7_verify(structure, certificates, store, nothing.get(), out, flags));
         return false;
     }
-    // All that comes before the signatures is checked as ever; they cannot be sound.
+    // OpenSSL before 3.0.19 reads the value of a mistyped message digest as an octet string. Later releases
+    // treat the digest as missing. Distributions backport this check, so the version number does not tell.
     if (isSignedWithBody(structure) && hasMistypedDigest(structure)) {
-        if (PKCS7_verify(structure, certificates, store, content, out, flags | PKCS7_NOSIGS) == 1) {
-            ERR_raise(ERR_LIB_PKCS7, PKCS7_R_UNABLE_TO_FIND_MESSAGE_DIGEST);
-        }
+        auto const copy = withMistypedDigestsHidden(structure);
+        static_cast<void>(PKCS7_verify(copy.get(), certificates, store, content, out, flags));
         return false;
     }
     return PKCS7_verify(structure, certificates, store, content, out, flags) == 1;
