@@ -4,7 +4,7 @@
 #include "support/DerElements.hpp"
 #include "support/FixedPki.hpp"
 #include "support/Properties.hpp"
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/Der.hpp"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/TestCrl.hpp"
 
 #include <functional>

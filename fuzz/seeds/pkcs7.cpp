@@ -1,7 +1,7 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/Der.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"

@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/allocation/AllocationFailure.hpp"
-#include "support/assertions/Text.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>

@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/system/StreamBuffers.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>

@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/system/RunProgram.hpp"
 #include "support/system/TemporaryFolder.hpp"

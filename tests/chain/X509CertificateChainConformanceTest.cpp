@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/assertions/HandleConformance.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>

@@ -1,8 +1,8 @@
 #include "certificate/X509Duplicates.hpp"
 
+#include "support/Text.hpp"
 #include "support/allocation/HugeAllocations.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/SelfSigned.hpp"

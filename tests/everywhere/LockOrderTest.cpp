@@ -1,4 +1,4 @@
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/operations/ReadOperations.hpp"
 #include "support/system/LockRecorder.hpp"
 

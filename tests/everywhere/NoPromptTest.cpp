@@ -1,4 +1,4 @@
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/EncryptedPem.hpp"
 #include "support/pki/SelfSigned.hpp"

@@ -1,4 +1,4 @@
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"

@@ -1,4 +1,4 @@
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/RunProgram.hpp"

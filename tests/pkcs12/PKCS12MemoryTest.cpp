@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/allocation/AllocationFailure.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"

@@ -1,6 +1,6 @@
+#include "support/Text.hpp"
 #include "support/allocation/RefusedAllocation.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/TestBundles.hpp"

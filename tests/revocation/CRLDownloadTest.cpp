@@ -1,8 +1,8 @@
 #include "certificate/X509CertificateImpl.hpp"
 
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/openssl/Handles.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestCrl.hpp"

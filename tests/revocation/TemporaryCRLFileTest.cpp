@@ -1,7 +1,7 @@
 #include "revocation/TemporaryCRLFile.hpp"
 
+#include "support/Text.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/system/InParallel.hpp"
 
 #include <gtest/gtest.h>

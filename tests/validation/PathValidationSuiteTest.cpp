@@ -1,6 +1,6 @@
 #include "support/vectors/PathValidationSuite.hpp"
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/openssl/ReferenceVerifier.hpp"
 #include "support/system/FixedClock.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestPki.hpp"

@@ -1,6 +1,6 @@
 #include "support/operations/ReadOperations.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"

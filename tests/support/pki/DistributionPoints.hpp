@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/pki/Der.hpp"
 
 #include <string>

@@ -1,6 +1,6 @@
 #include "support/pki/EncryptedPem.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 
 #include <openssl/pem.h>
 

@@ -1,6 +1,6 @@
 #include "support/pki/TestCrl.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/Signing.hpp"
 

@@ -1,6 +1,6 @@
 #include "support/pki/TestKeys.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 
 #include <openssl/core_names.h>

@@ -1,6 +1,6 @@
 #include "support/pki/TestBundles.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 
 #include <openssl/pem.h>

@@ -1,6 +1,6 @@
 #include "support/vectors/Vectors.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 
 #include <algorithm>
 #include <stdexcept>

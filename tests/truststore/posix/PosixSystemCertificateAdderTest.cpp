@@ -1,5 +1,5 @@
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/assertions/Text.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestKeys.hpp"

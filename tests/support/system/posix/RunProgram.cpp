@@ -1,6 +1,6 @@
 #include "support/system/RunProgram.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include <sys/wait.h>

@@ -2,7 +2,7 @@
 
 #include "support/system/RunProgram.hpp"
 
-#include "support/assertions/Text.hpp"
+#include "support/Text.hpp"
 #include "support/system/ScopedVariable.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
