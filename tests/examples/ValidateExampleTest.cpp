@@ -1,5 +1,7 @@
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/RunProgram.hpp"
+#include "support/system/ScriptedServer.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/system/FixedClock.hpp"
 #include "support/vectors/PathValidationSuite.hpp"
@@ -68,16 +68,16 @@ std::vector<X509Handle> signersOf(Pkcs7Handle const& signedData)
     return signers;
 }
 
-BareOutcome verifyChainOf(X509Handle const& signer, Circumstances const& given)
+ReferenceOutcome verifyChainOf(X509Handle const& signer, Circumstances const& given)
 {
-    BareVerification question;
-    question.leaf = signer;
-    question.untrusted = given.intermediates;
-    if (question.untrusted.empty() || X509_cmp(question.untrusted.front().get(), signer.get()) != 0) {
-        question.untrusted.insert(question.untrusted.begin(), signer);
+    ReferenceVerifier verifier;
+    verifier.leaf = signer;
+    verifier.untrusted = given.intermediates;
+    if (verifier.untrusted.empty() || X509_cmp(verifier.untrusted.front().get(), signer.get()) != 0) {
+        verifier.untrusted.insert(verifier.untrusted.begin(), signer);
     }
-    question.trusted = given.trusted;
-    return verify(question);
+    verifier.trusted = given.trusted;
+    return verifier.verify();
 }
 
 BareResult resultOfChain(Pkcs7Handle const& signedData, Circumstances const& given)

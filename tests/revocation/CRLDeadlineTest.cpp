@@ -1,7 +1,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 
 #include "support/assertions/LeavesNoTrace.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/ScriptedServer.hpp"

@@ -1,5 +1,7 @@
 #include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 

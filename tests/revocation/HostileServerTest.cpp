@@ -1,7 +1,9 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/InParallel.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,8 @@
 #include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/ScopedVariable.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

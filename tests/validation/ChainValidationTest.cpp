@@ -1,5 +1,5 @@
 #include "support/assertions/ExactThrow.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 
@@ -311,13 +311,13 @@ TEST_F(ChainValidation, ReportsTheFirstErrorThatIsNotTolerated)
     expiredTolerated.expired = true;
 
     // When the signature is checked first, it is what is reported; OpenSSL's order counts.
-    BareVerification question;
-    question.leaf = leaf.certificate;
-    question.untrusted = {pki["ca"].certificate};
-    question.trusted = {pki["root"].certificate};
-    auto const bare = verify(question);
-    question.tolerances = expiredTolerated;
-    auto const bareTolerant = verify(question);
+    ReferenceVerifier verifier;
+    verifier.leaf = leaf.certificate;
+    verifier.untrusted = {pki["ca"].certificate};
+    verifier.trusted = {pki["root"].certificate};
+    auto const bare = verifier.verify();
+    verifier.tolerances = expiredTolerated;
+    auto const bareTolerant = verifier.verify();
 
     auto const results = load(leaf).validateCertificate(chain, Options(), storeOf({pki["root"]}));
     auto const tolerant =
@@ -422,11 +422,11 @@ TEST_F(ChainValidation, IsStrictAboutTheVersionToo)
             {makeLeaf(root, "leaf"), pki["ca"], root},
         };
         for (auto const& row : rows) {
-            BareVerification question;
-            question.leaf = row.leaf.certificate;
-            question.untrusted = {row.ca.certificate};
-            question.trusted = {row.root.certificate};
-            auto const bare = verify(question);
+            ReferenceVerifier verifier;
+            verifier.leaf = row.leaf.certificate;
+            verifier.untrusted = {row.ca.certificate};
+            verifier.trusted = {row.root.certificate};
+            auto const bare = verifier.verify();
             EXPECT_NE(bare.result, 1);
             expectSame(
                 load(row.leaf).validateCertificate(chainOf({row.ca}), Options(), storeOf({row.root})), bare);

@@ -1,8 +1,8 @@
 #include "support/vectors/PathValidationSuite.hpp"
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
 #include "support/system/FixedClock.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
@@ -121,32 +121,32 @@ struct Path
 {
     Path(Case const& test, std::vector<CrlHandle> const& crls)
     {
-        question.leaf = endEntityOf(test);
-        question.untrusted = intermediatesOf(test);
-        question.trusted = {trustAnchor()};
-        question.crls = crls;
+        verifier.leaf = endEntityOf(test);
+        verifier.untrusted = intermediatesOf(test);
+        verifier.trusted = {trustAnchor()};
+        verifier.crls = crls;
 
-        leaf = X509Certificate(toDer(question.leaf));
-        for (auto const& intermediate : question.untrusted) {
+        leaf = X509Certificate(toDer(verifier.leaf));
+        for (auto const& intermediate : verifier.untrusted) {
             chain.addCertificate(X509Certificate(toDer(intermediate)));
         }
-        store.addCertificate(X509Certificate(toDer(question.trusted.front())));
+        store.addCertificate(X509Certificate(toDer(verifier.trusted.front())));
         for (auto const& crl : crls) {
             addCrl(store, crl);
         }
-        question.untrusted.insert(question.untrusted.begin(), question.leaf);
+        verifier.untrusted.insert(verifier.untrusted.begin(), verifier.leaf);
         publishCrls();
     }
 
     /// From the leaf up to the trust anchor.
     std::vector<X509Handle> upToTheRoot() const
     {
-        auto all = question.untrusted;
-        all.push_back(question.trusted.front());
+        auto all = verifier.untrusted;
+        all.push_back(verifier.trusted.front());
         return all;
     }
 
-    BareVerification question;
+    ReferenceVerifier verifier;
     X509Certificate leaf;
     X509CertificateChain chain;
     TrustStore store;
@@ -159,7 +159,7 @@ private:
     {
         auto const all = upToTheRoot();
         for (std::size_t level = 0; level + 1 < all.size(); ++level) {
-            auto const crl = bestCrlFor(all[level], all[level + 1], question.crls);
+            auto const crl = bestCrlFor(all[level], all[level + 1], verifier.crls);
             auto const fingerprint = X509Certificate(toDer(all[level])).getSHA256Fingerprint();
             offers.push_back(crl);
             published[fingerprint] = crl == nullptr ? Bytes() : toDer(crl);
@@ -208,9 +208,9 @@ public:
     Witness(Path const& path_, Request const& request_)
         : path(path_),
           request(request_),
-          question(path_.question)
+          verifier(path_.verifier)
     {
-        question.tolerances = request.tolerances;
+        verifier.tolerances = request.tolerances;
     }
 
     /// What is thrown because a CRL is not to be had; none, and then there is an outcome.
@@ -222,10 +222,10 @@ public:
                 return fault;
             }
             if (!fault) {
-                question.flags |= crlFlags();
+                verifier.flags |= crlFlags();
             }
         }
-        outcome = verify(question);
+        outcome = verifier.verify();
         return std::nullopt;
     }
 
@@ -243,7 +243,7 @@ public:
         return {};
     }
 
-    BareOutcome outcome;
+    ReferenceOutcome outcome;
 
 private:
     unsigned long crlFlags() const
@@ -256,10 +256,10 @@ private:
     /// Why not all CRLs are to be had, if so.
     std::optional<std::string> fetch()
     {
-        list = question.untrusted;
-        auto lookup = question;
+        list = verifier.untrusted;
+        auto lookup = verifier;
         lookup.tolerances = {true, true, true};
-        auto const found = verify(lookup);
+        auto const found = lookup.verify();
         if (found.result == 1) {
             list.push_back(found.chain.back());
         } else if (request.download == DownloadCRL::Required || list.size() == 1) {
@@ -294,7 +294,7 @@ private:
 
     Path const& path;
     Request const request;
-    BareVerification question;
+    ReferenceVerifier verifier;
     /// The certificates whose CRLs are wanted, leaf first, and the root.
     std::vector<X509Handle> list;
     std::vector<CrlHandle> fetched;

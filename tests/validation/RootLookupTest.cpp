@@ -1,5 +1,5 @@
 #include "support/assertions/ExactThrow.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -147,9 +147,9 @@ TEST(SystemRootsUnreadableDeathTest, AreReportedAndTriedAgainByTheNextCall)
 TEST(SystemRootsValidation, DecidesOnEachRootAsBareOpenSslDoes)
 {
     auto const systemRoots = storeOfSystemRoots();
-    BareVerification question;
+    ReferenceVerifier verifier;
     for (auto const& pem : systemRoots.getPEMStrings()) {
-        question.trusted.push_back(certificatesIn(pem).at(0));
+        verifier.trusted.push_back(certificatesIn(pem).at(0));
     }
     int numValid = 0;
     auto const candidates = rootsOfTheSystem();
@@ -159,9 +159,9 @@ TEST(SystemRootsValidation, DecidesOnEachRootAsBareOpenSslDoes)
             continue;
         }
         SCOPED_TRACE(certificate->getSubjectName());
-        question.leaf = candidate;
-        question.untrusted = {candidate};
-        auto const expected = verify(question);
+        verifier.leaf = candidate;
+        verifier.untrusted = {candidate};
+        auto const expected = verifier.verify();
 
         auto const results =
             certificate->validateCertificate(X509CertificateChain(), Options(), TrustStore());

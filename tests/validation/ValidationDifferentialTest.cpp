@@ -1,6 +1,6 @@
 #include "support/Text.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
 #include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
@@ -255,26 +255,26 @@ public:
         if (list.empty() || X509_cmp(list.front().get(), leaf.certificate.get()) != 0) {
             list.insert(list.begin(), leaf.certificate);
         }
-        question.leaf = leaf.certificate;
-        question.untrusted = list;
-        question.trusted = handlesOf(hierarchy.anchors);
-        question.crls = hierarchy.trustedCrls;
-        question.tolerances = hierarchy.tolerances;
+        verifier.leaf = leaf.certificate;
+        verifier.untrusted = list;
+        verifier.trusted = handlesOf(hierarchy.anchors);
+        verifier.crls = hierarchy.trustedCrls;
+        verifier.tolerances = hierarchy.tolerances;
     }
 
     /// None: a required CRL is not to be had, and the validation throws.
-    std::optional<BareOutcome> answer()
+    std::optional<ReferenceOutcome> answer()
     {
         auto const ready = hierarchy.download != DownloadCRL::None && collectCrls();
         if (hierarchy.download == DownloadCRL::Required && !ready && list.size() > 1) {
             return std::nullopt;
         }
         if (ready && !hierarchy.tolerances.revoked) {
-            question.flags |= hierarchy.check == CheckCRL::LeafOnly     ? X509_V_FLAG_CRL_CHECK
+            verifier.flags |= hierarchy.check == CheckCRL::LeafOnly     ? X509_V_FLAG_CRL_CHECK
                               : hierarchy.check == CheckCRL::WholeChain ? 0xCUL
                                                                         : 0UL;
         }
-        return verify(question);
+        return verifier.verify();
     }
 
 private:
@@ -289,7 +289,7 @@ private:
             if (crl == nullptr || !isUsable(crl, list[level + 1])) {
                 return false;
             }
-            question.crls.push_back(crl);
+            verifier.crls.push_back(crl);
             if (hierarchy.check == CheckCRL::LeafOnly) {
                 return true;
             }
@@ -299,9 +299,9 @@ private:
 
     bool appendRoot()
     {
-        auto lookup = question;
+        auto lookup = verifier;
         lookup.tolerances = {true, true, true};
-        auto const outcome = verify(lookup);
+        auto const outcome = lookup.verify();
         if (outcome.result != 1) {
             return false;
         }
@@ -332,7 +332,7 @@ private:
 
     Hierarchy const& hierarchy;
     std::vector<X509Handle> list;
-    BareVerification question;
+    ReferenceVerifier verifier;
 };
 
 // The comparison

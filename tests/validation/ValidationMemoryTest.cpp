@@ -1,8 +1,9 @@
 #include "support/allocation/AllocationFailure.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/ScopedVariable.hpp"
+#include "support/system/ScriptedServer.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>

@@ -1,5 +1,7 @@
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/InParallel.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,6 @@
+#include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/Revocable.hpp"
+#include "support/system/ScriptedServer.hpp"
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "validation/VerifyErrors.hpp"

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "support/openssl/ReferenceVerifier.hpp"
-#include "support/system/ScriptedServer.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace foundation::test {

@@ -1,0 +1,91 @@
+#include "support/assertions/ValidationVerdict.hpp"
+
+#include <foundation/certificates/FreeFunctions.hpp>
+
+namespace foundation::test {
+
+Options optionsWith(
+    Tolerances const& tolerances, Options::CheckCRL check, Options::DownloadCRL download,
+    std::shared_ptr<certificates::TrustStore const> fallback)
+{
+    return Options(
+        static_cast<Options::AllowSelfSignedCertificate>(tolerances.selfSigned),
+        static_cast<Options::AllowExpiredCertificate>(tolerances.expired),
+        static_cast<Options::AllowRevokedCertificate>(tolerances.revoked), check, download,
+        std::move(fallback));
+}
+
+void addUnchecked(certificates::TrustStore& store, X509Handle const& certificate)
+{
+    require(X509_STORE_add_cert(certificates::getOpenSSLStore(store).get(), certificate.get()));
+}
+
+std::string report(int code, int depth, std::string const& subject)
+{
+    return "Errors present: Error code " + std::to_string(code) + "  at depth " + std::to_string(depth) +
+           "Certificate Subject Name=" + subject + "\n. \nMessage:" + X509_verify_cert_error_string(code) +
+           "\n";
+}
+
+Status expectedStatus(int code)
+{
+    switch (code) {
+    case X509_V_OK:
+        return Status::Valid;
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_CERT_CHAIN_TOO_LONG:
+    case X509_V_ERR_PATH_LENGTH_EXCEEDED:
+    case X509_V_ERR_INVALID_CA:
+        return Status::Untrusted;
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+        return Status::SelfSigned;
+    case X509_V_ERR_UNABLE_TO_GET_CRL:
+    case X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE:
+    case X509_V_ERR_CRL_SIGNATURE_FAILURE:
+    case X509_V_ERR_CRL_NOT_YET_VALID:
+    case X509_V_ERR_CRL_HAS_EXPIRED:
+    case X509_V_ERR_ERROR_IN_CRL_LAST_UPDATE_FIELD:
+    case X509_V_ERR_ERROR_IN_CRL_NEXT_UPDATE_FIELD:
+        return Status::CRLError;
+    case X509_V_ERR_CERT_REVOKED:
+        return Status::Revoked;
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+        return Status::Expired;
+    case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE:
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
+        return Status::BadSignature;
+    default:
+        return Status::Failed;
+    }
+}
+
+std::string expectedText(int code, int depth, std::string const& subject)
+{
+    switch (expectedStatus(code)) {
+    case Status::Valid:
+    case Status::SelfSigned:
+        return "";
+    case Status::Failed:
+        return "Validation Failed. Return code=" + std::to_string(code) + "." + report(code, depth, subject);
+    default:
+        return report(code, depth, subject);
+    }
+}
+
+void expectSame(certificates::CertificateValidationResults const& results, ReferenceOutcome const& reference)
+{
+    auto const valid = reference.result == 1;
+    EXPECT_EQ(results.getCertificateChainStatus(), valid ? Status::Valid : expectedStatus(reference.code));
+    EXPECT_EQ(
+        results.getValidationErrorString(),
+        valid ? "" : expectedText(reference.code, reference.depth, reference.subject));
+    ASSERT_EQ(results.getRootCertificate().has_value(), valid);
+    if (valid) {
+        EXPECT_EQ(results.getRootCertificate()->getAsBytes(), toDer(reference.chain.back()));
+    }
+}
+
+} // namespace foundation::test
