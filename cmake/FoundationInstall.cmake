@@ -57,6 +57,19 @@ install(FILES
     ${PROJECT_BINARY_DIR}/FoundationCertificatesConfigVersion.cmake
     DESTINATION ${packageDir} COMPONENT development)
 
+# A program that links the shared libraries needs no others: what these need is private, which `pkg-config --static`
+# shows. Where only the static libraries are installed, every program needs all of it, so it is public there.
+set(definitions "-DFOUNDATION_CERTIFICATES_STATIC_DEFINE -DFOUNDATION_LOG_STATIC_DEFINE")
+set(dependencies "${boostLibraries} ${systemLibraries}")
+if(BUILD_SHARED_LIBS)
+    set(requires Requires.private)
+    set(privateDefinitions "${definitions}")
+    set(privateLibraries "${dependencies}")
+else()
+    set(requires Requires)
+    set(publicDefinitions "${definitions}")
+    set(publicLibraries "${dependencies}")
+endif()
 file(RELATIVE_PATH prefixFromPkgConfigDir "/${pkgConfigDir}" "/")
 string(REGEX REPLACE "/$" "" prefixFromPkgConfigDir "${prefixFromPkgConfigDir}")
 configure_file(cmake/foundation-certificates.pc.in foundation-certificates.pc @ONLY)
