@@ -5,23 +5,19 @@
 #include "libcrypto/PEMBlocks.hpp"
 #include "truststore/SystemCertificateUsage.hpp"
 #include "truststore/TrustStoreImpl.hpp"
+#include "truststore/posix/InputFiles.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdio>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
-
-#include <dirent.h>
 
 namespace foundation::certificates::posix {
 
@@ -31,60 +27,83 @@ namespace fs = std::filesystem;
 
 using ObjectIdentifiers = std::vector<char const*>;
 
-SystemCertificateLocations wellKnownLocations()
+/// Whether the place is missing, and the next one is used instead.
+bool isMissing(int error)
 {
-    return {
-        {
-            "/etc/ssl/certs/ca-certificates.crt",                // Debian, Ubuntu, Alpine, Arch
-            "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem", // Fedora, RHEL
-            "/etc/pki/tls/certs/ca-bundle.crt",                  // Fedora, RHEL, older releases
-            "/var/lib/ca-certificates/ca-bundle.pem",            // openSUSE
-            "/etc/ssl/ca-bundle.pem",                            // openSUSE, older releases
-            "/etc/ca-certificates/extracted/tls-ca-bundle.pem",  // Arch
-            "/usr/local/share/certs/ca-root-nss.crt",            // FreeBSD, from its package
-            "/etc/ssl/cert.pem",                                 // macOS, FreeBSD, Alpine
-        },
-        {
-            "/etc/ssl/certs",                       // Debian, Ubuntu, openSUSE, Alpine, Arch, FreeBSD
-            "/etc/pki/tls/certs",                   // Fedora, RHEL
-            "/var/lib/ca-certificates/pem",         // openSUSE
-            "/etc/ca-certificates/extracted/cadir", // Arch
-            "/usr/share/certs/trusted",             // FreeBSD
-        }};
+    return error == ENOENT || error == ENOTDIR || error == EACCES;
 }
 
-/// Not a stream of the standard library's: libc++'s take a failure for the end, and the certificates behind
-/// it would be missing without a word.
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File openFile(fs::path const& file)
+/// Whether the link or its target is missing.
+bool isDangling(std::error_code const& failure)
 {
-    return {std::fopen(file.c_str(), "rb"), std::fclose};
+    return failure == std::errc::no_such_file_or_directory || failure == std::errc::not_a_directory ||
+           failure == std::errc::too_many_symbolic_link_levels;
 }
 
-bool canBeRead(fs::path const& file)
+/// Whether the process lacks a resource. Such an error says nothing about the file.
+bool isShortage(int error)
 {
-    std::error_code failure;
-    return fs::is_regular_file(file, failure) && openFile(file) != nullptr;
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-/// Not an iterator of the standard library's: one that finds no memory may end the process.
-using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
-
-Folder openFolder(fs::path const& folder)
+/// The first file that is not missing.
+std::optional<InputFile> openFirst(std::vector<std::string> const& files)
 {
-    return {opendir(folder.c_str()), closedir};
+    for (std::string const& path : files) {
+        InputFile file(path);
+        if (!isMissing(file.error()) && (file.error() != 0 || file.isRegular())) {
+            return file;
+        }
+    }
+    return std::nullopt;
 }
 
-bool canBeListed(fs::path const& folder)
+/// The first folder that is not missing.
+std::optional<InputFolder> openFirstFolder(std::vector<std::string> const& folders)
 {
-    return openFolder(folder) != nullptr;
+    for (std::string const& path : folders) {
+        InputFolder folder(path);
+        if (!isMissing(folder.error())) {
+            return folder;
+        }
+    }
+    return std::nullopt;
 }
 
-std::string firstOf(std::vector<std::string> const& locations, bool (*isUsable)(fs::path const&))
+template <class Input>
+std::string pathOf(std::optional<Input> const& input)
 {
-    auto const found = std::find_if(locations.begin(), locations.end(), isUsable);
-    return found == locations.end() ? std::string() : *found;
+    return input ? input->path() : std::string();
+}
+
+[[noreturn]] void failToRead(std::string const& path)
+{
+    throw TrustStoreException("Failed to read " + path);
+}
+
+template <class Input>
+void throwIfFailed(Input const& input)
+{
+    if (input.error() != 0) {
+        failToRead(input.path());
+    }
+}
+
+/// The file's content. Throws the same exception whether the file failed when it was opened or later.
+std::string contentOf(InputFile file)
+{
+    throwIfFailed(file);
+    std::string content = file.read();
+    throwIfFailed(file);
+    return content;
+}
+
+std::vector<std::string> namesIn(InputFolder folder)
+{
+    throwIfFailed(folder);
+    auto names = folder.list();
+    throwIfFailed(folder);
+    return names;
 }
 
 std::string allLocations(SystemCertificateLocations const& locations)
@@ -96,38 +115,6 @@ std::string allLocations(SystemCertificateLocations const& locations)
         }
     }
     return text;
-}
-
-/// Each file once, by its own name, however many links lead to it; in an order that does not depend on the
-/// file system.
-std::set<fs::path> filesIn(fs::path const& folder)
-{
-    std::set<fs::path> files;
-    auto const content = openFolder(folder);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads this one
-    while (dirent const* const entry = content == nullptr ? nullptr : readdir(content.get())) {
-        std::error_code failure;
-        fs::path const file = fs::canonical(folder / entry->d_name, failure);
-        if (!failure && fs::is_regular_file(file, failure)) {
-            files.insert(file);
-        }
-    }
-    return files;
-}
-
-std::string contentOf(fs::path const& file)
-{
-    File const stream = openFile(file);
-    std::string content;
-    std::array<char, 4096> part{};
-    for (std::size_t length = 1; stream != nullptr && length > 0;) {
-        length = std::fread(part.data(), 1, part.size(), stream.get());
-        content.append(part.data(), length);
-    }
-    if (stream == nullptr || std::ferror(stream.get()) != 0) {
-        throw TrustStoreException("Failed to read " + file.string());
-    }
-    return content;
 }
 
 std::vector<int> nidsOf(ObjectIdentifiers const& oids)
@@ -172,19 +159,71 @@ public:
           rethrowOnFailure(rethrowFailures)
     {}
 
-    void deliverFile(fs::path const& file) const
+    /// Delivers the certificates of a bundle. A failure to read it is not logged but always thrown.
+    void deliverBundle(InputFile file) const
     {
-        std::string content;
-        deliver(rethrowOnFailure, [&] { content = contentOf(file); });
+        std::string const path = file.path();
+        deliverContent(contentOf(std::move(file)), path);
+    }
+
+    /// Delivers the certificates of all regular files in the folder.
+    void deliverFolder(InputFolder folder) const
+    {
+        fs::path const path = folder.path();
+        for (fs::path const& member : membersOf(path, namesIn(std::move(folder)))) {
+            deliverMember(member);
+        }
+    }
+
+private:
+    /// The regular files among the names, with all links resolved: each file once, in an order that does not
+    /// depend on the file system. Leaves out dangling links.
+    std::set<fs::path> membersOf(fs::path const& folder, std::vector<std::string> const& names) const
+    {
+        std::set<fs::path> members;
+        for (std::string const& name : names) {
+            std::error_code failure;
+            fs::path const member = fs::canonical(folder / name, failure);
+            if (!failure && fs::is_regular_file(member, failure)) {
+                members.insert(member);
+            } else if (failure && !isDangling(failure)) {
+                refuseMember(folder / name, failure.value());
+            }
+        }
+        return members;
+    }
+
+    void deliverMember(fs::path const& member) const
+    {
+        InputFile file(member.string());
+        std::string const content = file.error() == 0 ? file.read() : std::string();
+        if (file.error() != 0) {
+            refuseMember(member, file.error());
+            return;
+        }
+        deliverContent(content, member);
+    }
+
+    /// Treats the file like a damaged certificate. Throws in any case if the process lacks a resource:
+    /// skipping would leave out every file in silence.
+    void refuseMember(fs::path const& member, int error) const
+    {
+        if (isShortage(error)) {
+            failToRead(member.string());
+        }
+        deliver(rethrowOnFailure, [&] { failToRead(member.string()); });
+    }
+
+    void deliverContent(std::string const& content, fs::path const& file) const
+    {
         for (PEMBlock const& block : splitPEMBlocks(content)) {
-            // The scope ends with each block: OpenSSL's queue is short, and damage in many blocks would push
-            // the caller's entries out of it.
+            // One error scope for each block: OpenSSL's queue is short, and the errors of many damaged blocks
+            // would push the caller's entries out of it.
             RAIIOpenSSLErrorRemover const errors(false);
             deliver(rethrowOnFailure, [&] { deliverBlock(block, file); });
         }
     }
 
-private:
     void deliverBlock(PEMBlock const& block, fs::path const& file) const
     {
         auto const content = decode(block);
@@ -246,27 +285,25 @@ void SystemCertificateAdder::addCertificatesTo(
     TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure)
 {
     Delivery const delivery(store, usage, rethrowOnFailure);
-    if (std::string const bundle = file(); !bundle.empty()) {
-        delivery.deliverFile(bundle);
+    if (auto bundle = openFirst(locations.files)) {
+        delivery.deliverBundle(*std::move(bundle));
         return;
     }
-    std::string const chosenFolder = folder();
-    if (chosenFolder.empty()) {
+    auto folder = openFirstFolder(locations.folders);
+    if (!folder) {
         throw TrustStoreException("Failed to open system certificate store: " + allLocations(locations));
     }
-    for (fs::path const& member : filesIn(chosenFolder)) {
-        delivery.deliverFile(member);
-    }
+    delivery.deliverFolder(*std::move(folder));
 }
 
 std::string SystemCertificateAdder::file() const
 {
-    return firstOf(locations.files, canBeRead);
+    return pathOf(openFirst(locations.files));
 }
 
 std::string SystemCertificateAdder::folder() const
 {
-    return file().empty() ? firstOf(locations.folders, canBeListed) : std::string();
+    return file().empty() ? pathOf(openFirstFolder(locations.folders)) : std::string();
 }
 
 } // namespace foundation::certificates::posix

@@ -4,9 +4,12 @@
 /// The operating system's root certificates on Unix systems: PEM files in places that differ from
 /// system to system.
 ///
-/// The first bundle file that can be read is taken, or else the first folder that can be read, and nothing
-/// beside it: a system that has several has the same certificates in each. No environment variable and no
-/// configuration has a say.
+/// The adder reads the first bundle that exists, or else the first folder that exists, and nothing more: a
+/// system that has several has the same certificates in each. No environment variable and no configuration
+/// changes that.
+///
+/// A bundle or folder exists unless it is missing or access to it is denied. If it exists and cannot be read,
+/// the run ends with an exception. Other roots, or none, would take the place of the system's.
 ///
 /// Each PEM block counts by itself. A block that is damaged, is cut short, or holds no certificate takes
 /// none of its neighbours with it, and is handled as a certificate that the trust store refuses: it is
@@ -18,19 +21,13 @@
 /// but they count as restrictions: purposes that it is trusted for like its extended key usages, and a
 /// purpose that it is rejected for keeps it out.
 
+#include "truststore/posix/SystemCertificateLocations.hpp"
+
 #include <foundation/certificates/TrustStore.hpp>
 
 #include <string>
-#include <vector>
 
 namespace foundation::certificates::posix {
-
-/// Where to look.
-struct SystemCertificateLocations
-{
-    std::vector<std::string> files;
-    std::vector<std::string> folders;
-};
 
 class SystemCertificateAdder : public ISystemCertificateAdder
 {
@@ -42,8 +39,11 @@ public:
     ISystemCertificateAdder* clone() const override;
     /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there
     ///     is nothing at any of them
+    /// @throws TrustStoreException "Failed to read " and the bundle or the folder, if it exists and cannot be
+    ///     read
     /// @throws TrustStoreException if rethrowOnFailure: "Unusable PEM block in " and the file, ": " and the
-    ///     block's label; "Failed to read " and the file; and what TrustStoreImpl::addDERCertificate throws
+    ///     block's label; "Failed to read " and a file of the folder; and what
+    ///     TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 
     /// The bundle file that is taken at present, or an empty string.
