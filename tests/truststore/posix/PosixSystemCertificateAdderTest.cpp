@@ -8,7 +8,6 @@
 #include "support/system/TemporaryFolder.hpp"
 
 #include "certificate/NamesAndTimes.hpp"
-#include "libcrypto/PEMBlocks.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 #include "truststore/posix/SystemCertificateAdder.hpp"
 
@@ -480,29 +479,6 @@ TEST(PosixSystemCertificateTrustSettings, CountAsRestrictionsAndStayBehind)
     TrustStoreImpl store;
     adder.addCertificatesTo(store, serverAuthentication, true);
     EXPECT_EQ(X509_get0_trust_objects(store.x509At(0)), nullptr);
-}
-
-TEST(PosixPEMBlocks, AreFoundWhereverTheyBegin)
-{
-    using posix::splitPEMBlocks;
-    auto const parts = [](std::string const& text) {
-        std::vector<std::pair<std::string, std::string>> found;
-        for (auto const& block : splitPEMBlocks(text)) {
-            found.emplace_back(block.label, block.text);
-        }
-        return found;
-    };
-    using Parts = std::vector<std::pair<std::string, std::string>>;
-    EXPECT_EQ(parts(""), Parts());
-    EXPECT_EQ(parts("text\nmore -----BEGIN A-----\n"), Parts());
-    EXPECT_EQ(
-        parts("x\n-----BEGIN A-----\nB\n-----END A-----\ny\n"),
-        (Parts{{"A", "-----BEGIN A-----\nB\n-----END A-----\n"}}));
-    EXPECT_EQ(
-        parts("-----BEGIN A-----\nB\n-----BEGIN C D-----\r\n-----END C D-----"),
-        (Parts{{"A", "-----BEGIN A-----\nB\n"}, {"C D", "-----BEGIN C D-----\r\n-----END C D-----"}}));
-    EXPECT_EQ(parts("-----BEGIN "), (Parts{{"", "-----BEGIN "}}));
-    EXPECT_EQ(parts("-----BEGIN A"), (Parts{{"A", "-----BEGIN A"}}));
 }
 
 } // namespace

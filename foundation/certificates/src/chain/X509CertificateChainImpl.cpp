@@ -3,6 +3,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/PEMBlocks.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
@@ -14,7 +15,6 @@
 #include <cstring>
 #include <limits>
 #include <ostream>
-#include <string_view>
 #include <utility>
 
 namespace foundation::certificates {
@@ -30,68 +30,6 @@ X509_INFOStackUPtr readPEMBlocks(std::string const& text)
         BIO_puts(bio.get(), text.c_str());
     }
     return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
-}
-
-bool startsWith(std::string_view line, std::string_view beginning)
-{
-    return line.substr(0, beginning.size()) == beginning;
-}
-
-/// The next line with its end, as OpenSSL reads it: a longer one comes in pieces.
-std::string_view nextLine(std::string_view text)
-{
-    constexpr std::size_t longestPiece = 254;
-    std::string_view const piece = text.substr(0, longestPiece);
-    std::size_t const lineFeed = piece.find('\n');
-    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
-}
-
-/// White space and control characters, and all of which a signed char is negative.
-bool isIgnoredAtTheEnd(char character)
-{
-    auto const code = static_cast<unsigned char>(character);
-    return code <= ' ' || code > 127;
-}
-
-/// What OpenSSL looks at of the line.
-std::string_view withoutIgnoredEnd(std::string_view line)
-{
-    while (!line.empty() && isIgnoredAtTheEnd(line.back())) {
-        line.remove_suffix(1);
-    }
-    return line;
-}
-
-/// With a byte order mark in front or without.
-bool isBeginLine(std::string_view line)
-{
-    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    constexpr std::string_view dashes = "-----";
-    if (startsWith(line, byteOrderMark)) {
-        line.remove_prefix(byteOrderMark.size());
-    }
-    return startsWith(line, "-----BEGIN ") && line.substr(line.size() - dashes.size()) == dashes;
-}
-
-/// Whether a block begins where the one before it has not ended. OpenSSL reads such a block to the next END
-/// line, and passes over all that stands in between without a word.
-bool holdsBlockWithoutEnd(std::string_view text)
-{
-    bool insideBlock = false;
-    while (!text.empty()) {
-        std::string_view const wholeLine = nextLine(text);
-        std::string_view const line = withoutIgnoredEnd(wholeLine);
-        if (isBeginLine(line)) {
-            if (insideBlock) {
-                return true;
-            }
-            insideBlock = true;
-        } else if (startsWith(line, "-----END ")) {
-            insideBlock = false;
-        }
-        text.remove_prefix(wholeLine.size());
-    }
-    return false;
 }
 
 /// OpenSSL puts a key or CRL into one entry with the certificate that it stands beside, or into an entry of
@@ -168,7 +106,7 @@ void X509CertificateChainImpl::init(std::string const& text)
     for (int index = 0; index < sk_X509_INFO_num(entries.get()); ++index) {
         certificates.push_back(loadCertificate(sk_X509_INFO_value(entries.get(), index)));
     }
-    if (!certificates.empty() && holdsBlockWithoutEnd(text.c_str())) {
+    if (!certificates.empty() && hidesBlock(splitPEMBlocks(text.c_str()))) {
         ERR_raise(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     }
     // Certificates that came out with anything in the queue count as failed, too.

@@ -1,27 +1,71 @@
 #include "libcrypto/PEMBlocks.hpp"
 
-#include "libcrypto/OpenSSLHandles.hpp"
+#include "libcrypto/MemoryBIO.hpp"
 
 #include <openssl/pem.h>
 
-#include <limits>
+#include <algorithm>
+#include <cstddef>
 
-namespace foundation::certificates::posix {
+namespace foundation::certificates {
 
 namespace {
 
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view beginMarker = "-----BEGIN ";
 constexpr std::string_view endMarker = "-----END ";
+constexpr std::string_view dashes = "-----";
 
-bool startsWith(std::string_view text, std::string_view prefix)
+bool startsWith(std::string_view text, std::string_view beginning)
 {
-    return text.substr(0, prefix.size()) == prefix;
+    return text.substr(0, beginning.size()) == beginning;
 }
 
-std::string_view labelIn(std::string_view beginLine)
+bool endsWith(std::string_view text, std::string_view end)
 {
-    std::string_view const afterMarker = beginLine.substr(beginMarker.size());
-    return afterMarker.substr(0, afterMarker.find_first_of("-\r\n"));
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+/// Returns the first line with its line feed, or the first piece of a long line.
+std::string_view firstLineOf(std::string_view text)
+{
+    constexpr std::size_t longestPiece = 254;
+    std::string_view const piece = text.substr(0, longestPiece);
+    std::size_t const lineFeed = piece.find('\n');
+    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
+}
+
+bool isIgnoredAtLineEnd(char character)
+{
+    auto const code = static_cast<unsigned char>(character);
+    return code <= ' ' || code > 127;
+}
+
+std::string_view withoutIgnoredEnd(std::string_view line)
+{
+    while (!line.empty() && isIgnoredAtLineEnd(line.back())) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+/// Returns the label if this is a BEGIN line.
+std::optional<std::string_view> labelOfBeginLine(std::string_view line)
+{
+    if (startsWith(line, byteOrderMark)) {
+        line.remove_prefix(byteOrderMark.size());
+    }
+    if (!startsWith(line, beginMarker) || !endsWith(line, dashes)) {
+        return std::nullopt;
+    }
+    line.remove_prefix(beginMarker.size());
+    line.remove_suffix(dashes.size());
+    return line;
+}
+
+std::string_view extendedBy(std::string_view block, std::string_view nextLine)
+{
+    return {block.data(), block.size() + nextLine.size()};
 }
 
 } // namespace
@@ -30,28 +74,33 @@ std::vector<PEMBlock> splitPEMBlocks(std::string_view text)
 {
     std::vector<PEMBlock> blocks;
     bool insideBlock = false;
-    std::size_t lineStart = 0;
-    while (lineStart < text.size()) {
-        std::size_t const lineFeed = text.find('\n', lineStart);
-        std::size_t const lineEnd = lineFeed == std::string_view::npos ? text.size() : lineFeed + 1;
-        std::string_view const line = text.substr(lineStart, lineEnd - lineStart);
-        if (startsWith(line, beginMarker)) {
-            blocks.push_back({labelIn(line), line.substr(0, 0)});
+    while (!text.empty()) {
+        std::string_view const wholeLine = firstLineOf(text);
+        std::string_view const line = withoutIgnoredEnd(wholeLine);
+        if (auto const label = labelOfBeginLine(line)) {
+            blocks.push_back({*label, wholeLine, false});
             insideBlock = true;
+        } else if (insideBlock) {
+            PEMBlock& block = blocks.back();
+            block.text = extendedBy(block.text, wholeLine);
+            block.hasEndLine = startsWith(line, endMarker);
+            insideBlock = !block.hasEndLine;
         }
-        if (insideBlock) {
-            std::string_view& block = blocks.back().text;
-            block = std::string_view(block.data(), block.size() + line.size());
-            insideBlock = !startsWith(line, endMarker);
-        }
-        lineStart = lineEnd;
+        text.remove_prefix(wholeLine.size());
     }
     return blocks;
 }
 
+bool hidesBlock(std::vector<PEMBlock> const& blocks)
+{
+    return !blocks.empty() && std::any_of(blocks.begin(), blocks.end() - 1, [](PEMBlock const& block) {
+        return !block.hasEndLine;
+    });
+}
+
 std::optional<ByteArray> decode(PEMBlock const& block)
 {
-    if (block.text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    if (!fitsOneWrite(block.text.size())) {
         return std::nullopt;
     }
     auto const bio = makeBIO(BIO_new_mem_buf(block.text.data(), static_cast<int>(block.text.size())));
@@ -70,4 +119,4 @@ std::optional<ByteArray> decode(PEMBlock const& block)
     return ByteArray(content, content + length);
 }
 
-} // namespace foundation::certificates::posix
+} // namespace foundation::certificates

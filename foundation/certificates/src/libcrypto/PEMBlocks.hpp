@@ -1,5 +1,19 @@
 #pragma once
 
+/// @file
+/// The scanner of PEM text. It finds the blocks of a text by the line rules of OpenSSL's PEM reader:
+///
+/// - A line ends after its line feed or after 254 characters. What follows counts as a line of its own.
+/// - White space, control characters and bytes above 127 at the end of a line are ignored.
+/// - A byte order mark before a BEGIN line is ignored.
+/// - A line "-----END " without a label is no END line.
+///
+/// The scanner differs from OpenSSL's reader in two ways, so that one damaged block does not hide others.
+/// Each BEGIN line starts a new block, even if the block before has no END line. And a byte order mark may
+/// precede every BEGIN line; OpenSSL accepts one only in the first line and right after an END line.
+
+#include "libcrypto/OpenSSLHandles.hpp"
+
 #include <foundation/certificates/ByteArray.hpp>
 
 #include <optional>
@@ -7,22 +21,26 @@
 #include <string_view>
 #include <vector>
 
-namespace foundation::certificates::posix {
+namespace foundation::certificates {
 
-/// One block of a text in PEM form, within that text.
+/// One block of a PEM text. The views refer to that text.
 struct PEMBlock
 {
     std::string_view label;
-    /// From the line that begins the block to the one that ends it. A block that has no end of its own
-    /// stops where the next one begins, or with the text.
+    /// The text from the BEGIN line to the END line, both included. Without an END line, it reaches to the
+    /// next BEGIN line or to the end of the text.
     std::string_view text;
+    bool hasEndLine = false;
 };
 
-/// All blocks in their order. Where a reader of OpenSSL's runs on from a damaged block into the next, every
-/// block is found here.
+/// Returns all blocks in their order, damaged ones too.
 std::vector<PEMBlock> splitPEMBlocks(std::string_view text);
 
-/// The content of the block (`PEM_read_bio`). Nothing if the block is damaged or encrypted.
+/// Whether a further block follows a block without an END line. OpenSSL reads such a block up to the next
+/// END line, and ignores without an error all that it passes.
+bool hidesBlock(std::vector<PEMBlock> const& blocks);
+
+/// Returns the content of the block (`PEM_read_bio`), or nothing if the block is damaged or encrypted.
 std::optional<ByteArray> decode(PEMBlock const& block);
 
-} // namespace foundation::certificates::posix
+} // namespace foundation::certificates
