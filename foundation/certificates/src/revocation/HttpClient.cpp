@@ -1,10 +1,10 @@
 #include "revocation/HttpClient.hpp"
 
+#include "revocation/SocketBuffer.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
 
-#include <boost/asio/basic_socket_streambuf.hpp>
 #include <boost/asio/error.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/system/error_code.hpp>
 
 #include <chrono>
@@ -93,20 +93,16 @@ std::string exchangeOverHttp(std::iostream& connection, std::string const& host,
 std::string fetchOverHttp(std::string const& host, std::string const& path)
 {
     throwIfNoName(host);
-    // The two parts of Boost's tcp::iostream. In one, they would end the program if there is no memory for
-    // the buffer, as libc++ cannot destroy a stream that it has not initialised yet.
-    boost::asio::basic_socket_streambuf<boost::asio::ip::tcp> socket;
+    // Buffer and stream are separate objects: as one, like Boost's tcp::iostream, they end the program if
+    // memory runs out for the buffer, because libc++ cannot destroy a stream that is not initialised yet.
+    SocketBuffer socket;
     std::iostream connection(&socket);
     connection.setf(std::ios::unitbuf);
-    if (socket.connect(host, "http") == nullptr) {
-        connection.setstate(std::ios::failbit);
+    if (auto const failure = socket.connectTo(host, "http")) {
+        failToConnect(failure);
     }
-    // An absolute point in time and not a limit for each read, so that a slow server cannot hold the caller
-    // for long.
+    // An absolute deadline instead of a limit for each read: a slow server cannot hold the caller for long.
     socket.expires_after(exchangeTimeLimit);
-    if (!connection) {
-        failToConnect(socket.error());
-    }
     return exchangeOverHttp(connection, host, path);
 }
 
