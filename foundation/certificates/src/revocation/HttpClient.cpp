@@ -35,6 +35,13 @@ void throwIfNoName(std::string const& host)
     }
 }
 
+/// Small container images have no /etc/services, and then no name of a service is known.
+boost::system::error_code connectToWebServer(SocketBuffer& socket, std::string const& host)
+{
+    auto const failure = socket.connectTo(host, "http");
+    return failure == boost::asio::error::service_not_found ? socket.connectTo(host, "80") : failure;
+}
+
 void sendRequest(std::ostream& connection, std::string const& host, std::string const& path)
 {
     // Composed first, so that it leaves in as few packets as it can.
@@ -98,7 +105,7 @@ std::string fetchOverHttp(std::string const& host, std::string const& path)
     SocketBuffer socket;
     std::iostream connection(&socket);
     connection.setf(std::ios::unitbuf);
-    if (auto const failure = socket.connectTo(host, "http")) {
+    if (auto const failure = connectToWebServer(socket, host)) {
         failToConnect(failure);
     }
     // An absolute deadline instead of a limit for each read: a slow server cannot hold the caller for long.
