@@ -1,6 +1,7 @@
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
+#include "support/system/ScopedVariable.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -114,6 +115,8 @@ TEST(SystemRootsUnreadableDeathTest, AreReportedAndTriedAgainByTheNextCall)
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
+            ScopedVariable const noFile("SSL_CERT_FILE", "");
+            ScopedVariable const noFolder("SSL_CERT_DIR", "");
             auto const leaf = load(makeSelfSignedLeaf("leaf"));
             auto const validate = [&] {
                 return leaf.validateCertificate(X509CertificateChain(), Options(), TrustStore());
