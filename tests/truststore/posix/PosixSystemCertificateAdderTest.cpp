@@ -5,6 +5,7 @@
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/LogCapture.hpp"
+#include "support/system/ScopedVariable.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
 #include "certificate/NamesAndTimes.hpp"
@@ -176,26 +177,13 @@ TEST(PosixSystemCertificateLocations, StopTheTrustStoreBeforeItsFilterIfThereIsN
     EXPECT_EQ(store.size(), 1U);
 }
 
-TEST(PosixSystemCertificateLocations, DoNotDependOnTheEnvironment)
-{
-    TemporaryFolder const folder;
-    auto const bundle = folder.write("bundle.pem", rootPem("planted")).string();
-    SystemCertificateAdder const before;
-    std::string const file = before.file();
-    std::string const certificateFolder = before.folder();
-    setenv("SSL_CERT_FILE", bundle.c_str(), 1);
-    setenv("SSL_CERT_DIR", folder.path().c_str(), 1);
-    EXPECT_EQ(SystemCertificateAdder().file(), file);
-    EXPECT_EQ(SystemCertificateAdder().folder(), certificateFolder);
-    unsetenv("SSL_CERT_FILE");
-    unsetenv("SSL_CERT_DIR");
-}
-
 TEST(PosixSystemCertificateLocations, AreWhatTheFreeFunctionsTell)
 {
     SystemCertificateAdder const adder;
     EXPECT_EQ(getSystemCertificatesFile(), adder.file());
     EXPECT_EQ(getSystemCertificatesFolder(), adder.folder());
+    ScopedVariable const noFile("SSL_CERT_FILE", "");
+    ScopedVariable const noFolder("SSL_CERT_DIR", "");
     EXPECT_TRUE(getSystemCertificatesFile().empty() || getSystemCertificatesFolder().empty());
 }
 

@@ -46,32 +46,39 @@ FOUNDATION_CERTIFICATES_EXPORT ByteArray hexDecode(std::string const& text);
 FOUNDATION_CERTIFICATES_EXPORT void
 prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& out);
 
-/// The file from which the default adder takes the operating system's root certificates, or an empty string
-/// if it takes them from a folder, from a store that is no file (Windows), or from nowhere.
+/// Returns the file from which the operating system's root certificates are read at present. On Unix this is
+/// the value of the environment variable SSL_CERT_FILE if that or SSL_CERT_DIR names the places, and
+/// otherwise the system's bundle. Empty if no file is read, and always on Windows.
+///
+/// A privileged process, such as a set-user-ID program, ignores the two variables.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFile();
 
-/// The folder from which the default adder takes the operating system's root certificates, or an empty
-/// string if it takes them from a file, from a store that is no folder (Windows), or from nowhere.
+/// Returns the folder from which the operating system's root certificates are read at present. On Unix this
+/// is the value of the environment variable SSL_CERT_DIR, which may hold several folders separated by colons,
+/// if that or SSL_CERT_FILE names the places, and otherwise the system's folder. Empty if no folder is read,
+/// and always on Windows.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFolder();
 
-/// A further owner of the trust store's live OpenSSL store; an empty pointer for a moved-from trust store.
+/// Returns a further owner of the trust store's live OpenSSL store; an empty pointer for a trust store that
+/// was moved from.
 ///
-/// The trust store's lock is held only during this call and protects nothing of what is done with the
-/// pointer afterwards: do not use it while an operation of the trust store changes that store.
+/// The trust store's lock is held only during this call. Do not use the pointer while an operation of the
+/// trust store changes that store.
 FOUNDATION_CERTIFICATES_EXPORT std::shared_ptr<x509_store_st> getOpenSSLStore(TrustStore const& trustStore);
 
-/// An independent OpenSSL store, released with `X509_STORE_free`, with a duplicate of each certificate and
-/// a reference to each CRL; OpenSSL's default parameters, flags and lookups. Null for a moved-from trust
-/// store, and where `X509_STORE_new` fails. Takes the trust store's lock for the whole copy, and leaves
-/// OpenSSL's error queue as it was.
+/// Returns an independent OpenSSL store, released with `X509_STORE_free`. It holds a duplicate of each
+/// certificate and a reference to each CRL, with OpenSSL's default parameters, flags and lookups. Null for a
+/// trust store that was moved from, and if `X509_STORE_new` fails.
+///
+/// Holds the trust store's lock for the whole copy. Leaves OpenSSL's error queue unchanged.
 /// @throws TrustStoreException "Failed to add CRL to store"
 /// @throws TrustStoreException "Failed to add certificate to store, CN: " and the certificate's common name
 FOUNDATION_CERTIFICATES_EXPORT std::unique_ptr<x509_store_st, void (*)(x509_store_st*)>
 copyOpenSSLStore(TrustStore const& trustStore);
 
-/// Gives a TLS context the trust store's live store (`SSL_CTX_set_cert_store`), with an OpenSSL reference
-/// of its own: the context may outlive the trust store, and sees certificates added later. Nothing happens
-/// if the trust store was moved from or the context is null.
+/// Gives a TLS context the trust store's live store (`SSL_CTX_set_cert_store`). The context holds a reference
+/// of its own: it may outlive the trust store, and it sees certificates that are added later. Does nothing if
+/// the trust store was moved from or the context is null.
 FOUNDATION_CERTIFICATES_EXPORT void
 attachTrustStoreToSSLCTX(TrustStore const& trustStore, ssl_ctx_st* context);
 

@@ -19,86 +19,94 @@ namespace foundation::certificates {
 class ISystemCertificateAdder;
 class TrustStoreImpl;
 
-/// The set of certificates that validation, PKCS#7 verification and TLS set-up accept as anchors. A
-/// value type: a copy is an independent store, which shares no certificate with its source. No
-/// certificate is held twice.
+/// The set of certificates that validation, PKCS#7 verification and TLS set-up accept as trust anchors. A
+/// value type: a copy is an independent store, which shares no certificate with its source. The store holds
+/// no certificate twice.
 ///
-/// Every failure of the class's own is a TrustStoreException with nothing of OpenSSL in its text; it leaves
-/// the store usable, with what was already added still in it, and OpenSSL's error queue as it was.
+/// Every failure of this class is a TrustStoreException without OpenSSL's error text. It leaves the store
+/// usable, with what was already added, and leaves OpenSSL's error queue unchanged.
 ///
-/// A trust store that was moved from reads as empty, and becomes usable again through the three adding
-/// operations, with the platform's default adder. Copying it throws TrustStoreException "Error: TrustStore
-/// is uninitialized."
+/// A trust store that was moved from reads as empty. The three adding operations make it usable again, with
+/// the platform's default adder. Copying it throws TrustStoreException "Error: TrustStore is uninitialized."
 ///
-/// Each object has a lock of its own, held by every operation for its whole run; moving, swapping,
-/// assigning to and destroying an object take no lock on it. Where locks nest, the order is trust store,
+/// Each object has a lock of its own, which every operation holds for its whole run. Moving, swapping,
+/// assigning to and destroying an object take no lock on it. Nested locks are taken in the order trust store,
 /// chain, certificate.
 class FOUNDATION_CERTIFICATES_EXPORT TrustStore
 {
 public:
-    /// What the operating system's roots are wanted for.
+    /// The purpose of the operating system's roots.
     enum class Usage : std::uint32_t
     {
         ServerAuthentication = 0, ///< TLS servers
         Signing = 1               ///< code, mail and time stamps
     };
 
-    /// An empty store with the platform's default adder.
-    /// @throws TrustStoreException "Failed to create X509_STORE", as do all constructors that make a store
+    /// Makes an empty store with the platform's default adder.
+    /// @throws TrustStoreException "Failed to create X509_STORE", as all constructors that make a store do
     TrustStore();
-    /// An empty store that takes the operating system's certificates through the given adder, which
-    /// must not be null.
+    /// Makes an empty store that takes the operating system's certificates from the given adder, which must
+    /// not be null.
     TrustStore(std::unique_ptr<ISystemCertificateAdder> adder);
-    /// A deep copy: certificates are duplicated, CRLs shared, the adder cloned. Holds the source's lock.
+    /// Makes a deep copy: duplicates the certificates, shares the CRLs, clones the adder. Holds the source's
+    /// lock.
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
     ///     and the common name
     TrustStore(TrustStore const& other);
-    /// Takes over the content. The source reads as empty from then on.
+    /// Takes over the content. The source then reads as empty.
     TrustStore(TrustStore&& other) noexcept;
     ~TrustStore();
 
-    /// Copies, then exchanges: holds the source's lock during the copy, and takes none on this object.
+    /// Copies, then exchanges the contents. Holds the source's lock during the copy, and takes none on this
+    /// object.
     TrustStore& operator=(TrustStore const& other);
-    /// Exchanges the two contents: the source is left holding what this object held.
+    /// Exchanges the two contents. The source then holds what this object held.
     TrustStore& operator=(TrustStore&& other) noexcept;
     /// Exchanges the two contents, without a lock on either.
     void swap(TrustStore& other) noexcept;
 
-    /// Adds a duplicate of the certificate, a leaf too; one that is there already is a silent success. The
-    /// argument is copied before this store's lock is taken.
+    /// Adds a duplicate of the certificate, which may be a leaf. Does nothing if the store holds the
+    /// certificate already. Copies the argument before it takes this store's lock.
     /// @throws TrustStoreException "Input certificate is empty.", "Failed to add certificate to store"
     void addCertificate(X509Certificate const& certificate);
-    /// Adds the CA certificates of the chain (X509Certificate::isCACertificate) and passes over the others
-    /// without a word. A failure ends the operation; what was added before stays.
+    /// Adds the CA certificates of the chain (X509Certificate::isCACertificate) and skips the others. A
+    /// failure ends the operation; what was added before stays.
     /// @throws TrustStoreException "Failed to add certificate to store"
     /// @throws X509CertificateChainException "Error: X509CertificateChain is uninitialized." for a
     ///     moved-from chain
     void addCertificates(X509CertificateChain const& chain);
-    /// Brings in the operating system's roots that fit the usage, then removes from the whole store,
-    /// certificates added by hand included, whatever has expired or is unfit for the usage.
+    /// Adds the operating system's roots that fit the usage. Then removes every certificate from the store
+    /// that has expired or does not fit the usage, including those that the program added.
     ///
-    /// @param usage what the roots are wanted for; decides which are added and which are removed
-    /// @param rethrowOnFailure what happens to a system certificate that cannot be parsed or added:
-    ///     true ends the operation with its failure, before anything is removed; false logs it at
-    ///     severity 16 and goes on
+    /// @param usage decides which certificates are added and which are removed
+    /// @param rethrowOnFailure decides what happens if a system certificate cannot be parsed or added: true
+    ///     throws the failure before anything is removed; false logs it at severity 16 and continues
     ///
-    /// Each certificate removed, and their number, is logged at severity 4. A usage outside the enumeration
+    /// On Unix the roots come from the places that the environment variables SSL_CERT_FILE and SSL_CERT_DIR
+    /// name, or else from the system's bundle or folder. See getSystemCertificatesFile and
+    /// getSystemCertificatesFolder. A program that verifies updates should pin its own root instead.
+    ///
+    /// Logs each removed certificate, and their number, at severity 4. A usage outside the enumeration
     /// empties the store.
-    /// @throws TrustStoreException "Failed to open system certificate store: " and the cause
+    /// @throws TrustStoreException "Failed to open system certificate store: " and the places, or Windows'
+    /// error
+    /// @throws TrustStoreException "Failed to read " and the file or folder, if a bundle, a folder or a named
+    /// file
+    ///     cannot be read, for either value of rethrowOnFailure
     /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = ..." if
     ///     rethrowOnFailure
     void addSystemCertificates(Usage usage, bool rethrowOnFailure = false);
 
     /// Whether size() is 0.
     bool empty() const;
-    /// The number of entries, certificates and CRLs alike.
+    /// Returns the number of certificates and CRLs.
     std::size_t size() const;
-    /// The certificates, in the order of OpenSSL's store.
+    /// Returns the certificates, in the order of OpenSSL's store.
     /// @throws TrustStoreException "Unsupported object type found in TrustStore" if the store holds a CRL
     /// @throws CertificateException as X509Certificate's constructors do, for a certificate whose key the
-    ///     library refuses: a store fed by the operating system may hold one
+    ///     library refuses. The operating system may provide one.
     X509CertificateChain getCertificates() const;
-    /// The PEM text of each certificate, as OpenSSL writes it (`PEM_write_bio_X509`).
+    /// Returns the PEM text of each certificate, as OpenSSL writes it (`PEM_write_bio_X509`).
     /// @throws TrustStoreException "Unsupported object type found in TrustStore" if the store holds a CRL
     std::vector<std::string> getPEMStrings() const;
 
@@ -118,12 +126,11 @@ class FOUNDATION_CERTIFICATES_EXPORT ISystemCertificateAdder
 {
 public:
     virtual ~ISystemCertificateAdder();
-    /// A new object, owned by the caller: the adder of a copied trust store.
+    /// Returns a new adder for a copied trust store. The caller owns it.
     virtual ISystemCertificateAdder* clone() const = 0;
-    /// Delivers the system's roots that fit the usage one by one through
-    /// TrustStoreImpl::addDERCertificate. A TrustStoreException there ends the run with that exception if
-    /// rethrowOnFailure is set, and otherwise is logged and passed over. Runs under the lock of the trust
-    /// store, which must not be called back.
+    /// Delivers the system's roots that fit the usage one by one through TrustStoreImpl::addDERCertificate.
+    /// If that throws a TrustStoreException, the run ends with it if rethrowOnFailure is set, and otherwise
+    /// logs it and continues. Runs under the lock of the trust store: do not call the trust store.
     virtual void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) = 0;
 };
 

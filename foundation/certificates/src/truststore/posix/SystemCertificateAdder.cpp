@@ -27,10 +27,15 @@ namespace fs = std::filesystem;
 
 using ObjectIdentifiers = std::vector<char const*>;
 
-/// Whether the place is missing, and the next one is used instead.
+bool doesNotExist(int error)
+{
+    return error == ENOENT || error == ENOTDIR;
+}
+
+/// Whether the next place is used instead.
 bool isMissing(int error)
 {
-    return error == ENOENT || error == ENOTDIR || error == EACCES;
+    return doesNotExist(error) || error == EACCES;
 }
 
 /// Whether the link or its target is missing.
@@ -106,15 +111,13 @@ std::vector<std::string> namesIn(InputFolder folder)
     return names;
 }
 
-std::string allLocations(SystemCertificateLocations const& locations)
+[[noreturn]] void failToOpen(std::vector<std::string> const& places)
 {
     std::string text;
-    for (auto const* const places : {&locations.files, &locations.folders}) {
-        for (std::string const& place : *places) {
-            text += (text.empty() ? "" : ", ") + place;
-        }
+    for (std::string const& place : places) {
+        text += (text.empty() ? "" : ", ") + place;
     }
-    return text;
+    throw TrustStoreException("Failed to open system certificate store: " + text);
 }
 
 std::vector<int> nidsOf(ObjectIdentifiers const& oids)
@@ -149,7 +152,7 @@ ByteArray withoutTrustSettings(ByteArray const& content)
     return ByteArray(content.data(), position);
 }
 
-/// One file's worth of certificates on their way to the trust store.
+/// The way of the certificates from files to the trust store.
 class Delivery
 {
 public:
@@ -159,6 +162,57 @@ public:
           rethrowOnFailure(rethrowFailures)
     {}
 
+    /// Delivers from the first place that is not missing.
+    void deliverFirst(SystemCertificateLocations const& locations) const
+    {
+        if (auto bundle = openFirst(locations.files)) {
+            deliverBundle(*std::move(bundle));
+        } else if (auto folder = openFirstFolder(locations.folders)) {
+            deliverFolder(*std::move(folder));
+        } else {
+            auto places = locations.files;
+            places.insert(places.end(), locations.folders.begin(), locations.folders.end());
+            failToOpen(places);
+        }
+    }
+
+    /// Delivers from all named places.
+    void deliverAll(NamedCertificateLocations const& locations) const
+    {
+        if (!locations.file.empty()) {
+            deliverNamedFile(locations.file);
+        }
+        if (!locations.folders.empty()) {
+            deliverNamedFolders(splitFolders(locations.folders));
+        }
+    }
+
+private:
+    void deliverNamedFile(std::string const& path) const
+    {
+        InputFile file(path);
+        // A device is allowed for the sake of /dev/null. A pipe could be read only once.
+        if (file.error() == 0 && !file.isRegular() && !file.isCharacterDevice()) {
+            failToRead(path);
+        }
+        deliverBundle(std::move(file));
+    }
+
+    void deliverNamedFolders(std::vector<std::string> const& paths) const
+    {
+        bool isAnyThere = false;
+        for (std::string const& path : paths) {
+            InputFolder folder(path);
+            if (!doesNotExist(folder.error())) {
+                isAnyThere = true;
+                deliverFolder(std::move(folder));
+            }
+        }
+        if (!isAnyThere) {
+            failToOpen(paths);
+        }
+    }
+
     /// Delivers the certificates of a bundle. A failure to read it is not logged but always thrown.
     void deliverBundle(InputFile file) const
     {
@@ -166,7 +220,8 @@ public:
         deliverContent(contentOf(std::move(file)), path);
     }
 
-    /// Delivers the certificates of all regular files in the folder.
+    /// Delivers the certificates of all regular files in the folder. A failure to list it is not logged but
+    /// always thrown.
     void deliverFolder(InputFolder folder) const
     {
         fs::path const path = folder.path();
@@ -175,7 +230,6 @@ public:
         }
     }
 
-private:
     /// The regular files among the names, with all links resolved: each file once, in an order that does not
     /// depend on the file system. Leaves out dangling links.
     std::set<fs::path> membersOf(fs::path const& folder, std::vector<std::string> const& names) const
@@ -270,10 +324,10 @@ private:
 
 } // namespace
 
-SystemCertificateAdder::SystemCertificateAdder() : SystemCertificateAdder(wellKnownLocations()) {}
+SystemCertificateAdder::SystemCertificateAdder() = default;
 
 SystemCertificateAdder::SystemCertificateAdder(SystemCertificateLocations locationsInOrder)
-    : locations(std::move(locationsInOrder))
+    : fixedLocations(std::move(locationsInOrder))
 {}
 
 ISystemCertificateAdder* SystemCertificateAdder::clone() const
@@ -285,25 +339,36 @@ void SystemCertificateAdder::addCertificatesTo(
     TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure)
 {
     Delivery const delivery(store, usage, rethrowOnFailure);
-    if (auto bundle = openFirst(locations.files)) {
-        delivery.deliverBundle(*std::move(bundle));
-        return;
+    if (auto const named = namedLocations()) {
+        delivery.deliverAll(*named);
+    } else {
+        delivery.deliverFirst(locations());
     }
-    auto folder = openFirstFolder(locations.folders);
-    if (!folder) {
-        throw TrustStoreException("Failed to open system certificate store: " + allLocations(locations));
-    }
-    delivery.deliverFolder(*std::move(folder));
 }
 
 std::string SystemCertificateAdder::file() const
 {
-    return pathOf(openFirst(locations.files));
+    auto const named = namedLocations();
+    return named ? named->file : pathOf(openFirst(locations().files));
 }
 
 std::string SystemCertificateAdder::folder() const
 {
-    return file().empty() ? pathOf(openFirstFolder(locations.folders)) : std::string();
+    if (auto const named = namedLocations()) {
+        return named->folders;
+    }
+    auto const [files, folders] = locations();
+    return openFirst(files) ? std::string() : pathOf(openFirstFolder(folders));
+}
+
+SystemCertificateLocations SystemCertificateAdder::locations() const
+{
+    return fixedLocations ? *fixedLocations : wellKnownLocations();
+}
+
+std::optional<NamedCertificateLocations> SystemCertificateAdder::namedLocations() const
+{
+    return fixedLocations ? std::nullopt : locationsFromEnvironment();
 }
 
 } // namespace foundation::certificates::posix

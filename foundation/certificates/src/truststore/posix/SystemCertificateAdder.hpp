@@ -1,30 +1,36 @@
 #pragma once
 
 /// @file
-/// The operating system's root certificates on Unix systems: PEM files in places that differ from
-/// system to system.
+/// The operating system's root certificates on Unix systems: PEM files in places that differ from system to
+/// system.
 ///
-/// The adder reads the first bundle that exists, or else the first folder that exists, and nothing more: a
-/// system that has several has the same certificates in each. No environment variable and no configuration
-/// changes that.
+/// If the environment variable SSL_CERT_FILE or SSL_CERT_DIR is set and not empty, the adder reads all places
+/// that the two name, and nothing else: first the file, then all files of each folder. Folders are separated
+/// by colons. Folders that do not exist are skipped, unless none of them exists. A privileged process ignores
+/// the variables. They are read anew by each operation.
 ///
-/// A bundle or folder exists unless it is missing or access to it is denied. If it exists and cannot be read,
-/// the run ends with an exception. Other roots, or none, would take the place of the system's.
+/// Otherwise the adder reads the first well-known bundle that exists, or else the first well-known folder
+/// that exists, and nothing more: a system that has several has the same certificates in each. A place to
+/// which access is denied does not count.
 ///
-/// Each PEM block counts by itself. A block that is damaged, is cut short, or holds no certificate takes
-/// none of its neighbours with it, and is handled as a certificate that the trust store refuses: it is
-/// logged, or ends the run if the caller asked for that.
+/// If a place exists and cannot be read, the run ends with an exception. Without it, other roots or none
+/// would take the place of the system's.
 ///
-/// A certificate is delivered if it fits the usage: it is not restricted to any extended key usages, or to
-/// some of which the usage wants one. A block labelled TRUSTED CERTIFICATE holds a certificate and further
-/// settings beside it (openssl-x509, -addtrust and -addreject). The certificate is delivered without them,
-/// but they count as restrictions: purposes that it is trusted for like its extended key usages, and a
-/// purpose that it is rejected for keeps it out.
+/// Each PEM block is handled by itself. A block that is damaged, is cut short, or holds no certificate does
+/// not affect its neighbours. It is handled like a certificate that the trust store refuses: it is logged, or
+/// ends the run if the caller asked for that.
+///
+/// A certificate is delivered if it fits the usage: either it is not restricted to any extended key usages,
+/// or one of them belongs to the usage. A block labelled TRUSTED CERTIFICATE holds a certificate and trust
+/// settings (openssl-x509, -addtrust and -addreject). The certificate is delivered without the settings, but
+/// they count as restrictions. Purposes that it is trusted for count like its extended key usages. A purpose
+/// that it is rejected for keeps it out.
 
 #include "truststore/posix/SystemCertificateLocations.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 
+#include <optional>
 #include <string>
 
 namespace foundation::certificates::posix {
@@ -32,28 +38,32 @@ namespace foundation::certificates::posix {
 class SystemCertificateAdder : public ISystemCertificateAdder
 {
 public:
-    /// Looks where the known systems have their roots.
+    /// Reads the places that the environment names, or else the well-known ones.
     SystemCertificateAdder();
+    /// Reads the given places. The environment has no influence.
     explicit SystemCertificateAdder(SystemCertificateLocations locationsInOrder);
 
     ISystemCertificateAdder* clone() const override;
-    /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if there
-    ///     is nothing at any of them
-    /// @throws TrustStoreException "Failed to read " and the bundle or the folder, if it exists and cannot be
-    ///     read
+    /// @throws TrustStoreException "Failed to open system certificate store: " and all places, if none of the
+    ///     well-known ones exists; or the named folders, if none of them exists
+    /// @throws TrustStoreException "Failed to read " and the bundle or the folder, if it cannot be read
     /// @throws TrustStoreException if rethrowOnFailure: "Unusable PEM block in " and the file, ": " and the
     ///     block's label; "Failed to read " and a file of the folder; and what
     ///     TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 
-    /// The bundle file that is taken at present, or an empty string.
+    /// Returns SSL_CERT_FILE if the environment names the places. Otherwise returns the bundle that is used
+    /// at present, or an empty string.
     std::string file() const;
-    /// The folder that is taken at present, or an empty string: it is not looked at where there is a
-    /// bundle.
+    /// Returns SSL_CERT_DIR if the environment names the places. Otherwise returns the folder that is used at
+    /// present, or an empty string: if there is a bundle, no folder is used.
     std::string folder() const;
 
 private:
-    SystemCertificateLocations locations;
+    SystemCertificateLocations locations() const;
+    std::optional<NamedCertificateLocations> namedLocations() const;
+
+    std::optional<SystemCertificateLocations> fixedLocations;
 };
 
 } // namespace foundation::certificates::posix

@@ -1,6 +1,27 @@
 #include "truststore/posix/SystemCertificateLocations.hpp"
 
+#include <cstdlib>
+#include <sstream>
+
+#include <unistd.h>
+
 namespace foundation::certificates::posix {
+
+namespace {
+
+/// The variable's value, or an empty string. Empty in a privileged process.
+std::string trustworthyVariable(char const* name)
+{
+#ifdef __linux__
+    char const* const value = secure_getenv(name);
+#else
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): a program that changes its environment has no other threads
+    char const* const value = issetugid() != 0 ? nullptr : std::getenv(name);
+#endif
+    return value == nullptr ? "" : value;
+}
+
+} // namespace
 
 SystemCertificateLocations wellKnownLocations()
 {
@@ -23,6 +44,29 @@ SystemCertificateLocations wellKnownLocations()
         "/usr/share/certs/trusted",             // FreeBSD
     };
     return locations;
+}
+
+std::optional<NamedCertificateLocations> locationsFromEnvironment()
+{
+    NamedCertificateLocations named;
+    named.file = trustworthyVariable("SSL_CERT_FILE");
+    named.folders = trustworthyVariable("SSL_CERT_DIR");
+    if (named.file.empty() && named.folders.empty()) {
+        return std::nullopt;
+    }
+    return named;
+}
+
+std::vector<std::string> splitFolders(std::string const& list)
+{
+    std::vector<std::string> folders;
+    std::istringstream input(list);
+    for (std::string folder; std::getline(input, folder, ':');) {
+        if (!folder.empty()) {
+            folders.push_back(folder);
+        }
+    }
+    return folders;
 }
 
 } // namespace foundation::certificates::posix

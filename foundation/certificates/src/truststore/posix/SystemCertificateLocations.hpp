@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,24 @@ struct SystemCertificateLocations
     std::vector<std::string> folders;
 };
 
+/// The places that the user names instead. All of them are used.
+struct NamedCertificateLocations
+{
+    /// Empty if no file is named.
+    std::string file;
+    /// Separated by colons; empty if no folder is named.
+    std::string folders;
+};
+
 /// The places where the known systems keep their roots.
 SystemCertificateLocations wellKnownLocations();
+
+/// The values of the environment variables SSL_CERT_FILE and SSL_CERT_DIR. Nothing if both are unset or
+/// empty, or if the process has more privileges than the user who started it: that user must not choose the
+/// roots.
+std::optional<NamedCertificateLocations> locationsFromEnvironment();
+
+/// The folders of a list separated by colons. Leaves out empty names.
+std::vector<std::string> splitFolders(std::string const& list);
 
 } // namespace foundation::certificates::posix
