@@ -12,19 +12,19 @@
 
 namespace foundation::certificates {
 
-/// The implementation of PKCS12Certificate: owns a share of the parsed bundle and, in the library's own
-/// types, what the passphrase opened in it. All of it is set by the constructor and never changes.
+/// The implementation of PKCS12Certificate. Shares ownership of the parsed bundle, and owns its decrypted
+/// parts as values of the library. The constructors set everything, and nothing changes afterwards.
 ///
-/// It has no lock, and an error scope only while it loads. Its handle calls it under the handle's lock; the
-/// operations and their failures are described there.
+/// Has no lock; the handle calls it under the handle's lock. Opens an error scope only while it loads.
+/// PKCS12Certificate documents the operations and their failures.
 class PKCS12CertificateImpl
 {
 public:
     PKCS12CertificateImpl();
     PKCS12CertificateImpl(ByteArray const& bytes, std::string const& passphrase);
     PKCS12CertificateImpl(std::istream& stream, std::string const& passphrase);
-    /// Shares the source's parsed bundle. The guard proves that the caller holds the lock of the
-    /// source's handle.
+    /// Shares the source's parsed bundle. The guard proves that the caller holds the lock of the source's
+    /// handle.
     PKCS12CertificateImpl(PKCS12CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     ~PKCS12CertificateImpl();
 

@@ -16,41 +16,41 @@ namespace foundation::certificates {
 
 class PKCS12CertificateImpl;
 
-/// One opened PKCS#12 bundle, as a value: a private key, its certificate, and further certificates.
+/// An opened PKCS#12 bundle, as a value: a private key, its certificate, and further certificates. Each part
+/// may be missing.
 ///
-/// A bundle is opened by a constructor, with its passphrase, which is not kept. Any of the parts may be
-/// missing. The key is given out as a record of its numbers, and those stay in memory, unwiped, as long as
-/// the object or a copy of a record lives. Opening proves that the passphrase is right and the bundle
-/// unchanged since it was protected; it proves no signature and no date.
+/// The constructors open the bundle with its passphrase and do not keep the passphrase. The key is returned
+/// as a record of its numbers. These numbers stay in memory, unwiped, as long as the object or a copy of a
+/// record exists. Opening proves that the passphrase is correct and that the bundle has not changed since it
+/// was protected. It checks no signature and no date.
 ///
-/// A bundle that was moved from by the move constructor is uninitialized: every operation, copying
-/// included, throws PKCS12CertificateException "Error: PKCS12Certificate is uninitialized.", and it may
-/// only be destroyed or assigned to. This failure is not repeated below.
+/// After the move constructor, the source is uninitialized and may only be destroyed or assigned to. Every
+/// other operation, copying included, throws PKCS12CertificateException
+/// "Error: PKCS12Certificate is uninitialized." The comments below do not repeat this failure.
 ///
-/// Copies share the parsed bundle, which nothing changes after loading. Each object has a lock of its own;
-/// unless said otherwise an operation holds it for its whole run. Moving, assigning to and destroying an
-/// object take no lock on it: the caller keeps those apart from other uses.
+/// Copies share the parsed bundle, which does not change after loading. Each object has its own lock. Unless
+/// noted otherwise, an operation holds the lock for its whole run. Moving, assigning to and destroying an
+/// object take no lock on it: the caller must keep these apart from other uses.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS12Certificate
 {
 public:
-    /// Nothing loaded: empty() is true.
+    /// Creates an object without a bundle: empty() is true.
     PKCS12Certificate();
 
-    /// Opens a bundle in DER form (`d2i_PKCS12_bio`); there is no PEM form. The bundle must carry a MAC.
+    /// Opens a bundle in DER form (`d2i_PKCS12_bio`). There is no PEM form. The bundle must have a MAC.
     ///
-    /// The passphrase is UTF-8, and its whole length is held against the MAC (`PKCS12_verify_mac`), a NUL
-    /// character included; decryption (`PKCS12_parse`) takes it up to its first NUL only, so that a bundle
-    /// protected with such a passphrase fails there. An empty passphrase is not the same as none: a bundle
-    /// that was protected with no passphrase at all fails at the MAC.
+    /// The passphrase is UTF-8. The MAC check (`PKCS12_verify_mac`) uses its whole length, NUL characters
+    /// included; decryption (`PKCS12_parse`) uses it up to its first NUL. A bundle that is protected with a
+    /// passphrase that contains a NUL therefore fails at decryption. An empty passphrase differs from none:
+    /// a bundle that is protected with no passphrase fails at the MAC check.
     ///
-    /// Once the passphrase has proved right, OpenSSL's "legacy" provider is loaded for the whole process
-    /// and never unloaded, since many bundles are encrypted with old ciphers. The bundle itself says how
-    /// often its passphrase is to be hashed, and nothing here bounds that: a stranger's bundle can keep the
-    /// calling thread busy for minutes. OpenSSL's error queue is cleared first, and is empty afterwards;
-    /// input without content leaves it alone.
+    /// After the MAC check, OpenSSL's "legacy" provider is loaded for the whole process and never unloaded,
+    /// because many bundles use old ciphers. The bundle itself states its number of hash iterations, and this
+    /// library sets no limit: an untrusted bundle can keep the calling thread busy for minutes. OpenSSL's
+    /// error queue is cleared first and is empty afterwards. Empty input leaves the queue unchanged.
     ///
-    /// Of the certificates in the bundle, the one that the private key fits becomes getCertificate(), all
-    /// others getCAChain(); without a key all of them are in the latter.
+    /// The certificate that matches the private key becomes getCertificate(); all others become
+    /// getCAChain(). Without a private key, all certificates become getCAChain().
     /// @throws InvalidArgument "The provided PKCS12 certificate bytearray has no content."
     /// @throws PKCS12CertificateException "Internal error: The given certificate data could not be written
     ///     to a buffer."
@@ -64,62 +64,62 @@ public:
     ///     what() of the certificate's failure
     /// @throws PKCS12CertificateException "Error: Unable to parse X509 certificate(s) inside PKCS12
     ///     certificate." and what() of the certificate's failure
-    /// @throws UnsupportedKeyType, UnsupportedEllipticCurve for a private key of any other kind than those
-    ///     of KeyInfo.hpp, with the texts of X509Certificate's loading
+    /// @throws UnsupportedKeyType, UnsupportedEllipticCurve for a private key of a kind that KeyInfo.hpp does
+    ///     not list, with the texts of X509Certificate's constructors
     /// @throws CertificateException "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC" for
     ///     a private key on a curve without a name
     /// @throws PKCS12CertificateException "Failed to get the private exponent for the private key", "Error:
     ///     Unable to read private key from PKCS12 certificate." and OpenSSL's reason, "RSA key size does
     ///     not meet minimum cryptographic requirements"
     /// @throws CertificateException "Empty private exponent in private key.", "Empty private integer in
-    ///     private key.", for a secret number of zero
+    ///     private key.", if the secret number is zero
     PKCS12Certificate(ByteArray const& bytes, std::string const& passphrase);
-    /// Opens the rest of the stream, read through its buffer: the stream's state flags stay as they are.
+    /// Opens the rest of the stream. Reads through the stream's buffer and leaves its state flags unchanged.
     /// @throws InvalidArgument also "The input PKCS12 certificate data stream is invalid.", with nothing
-    ///     read, if the stream is not good(); the same text and " Reason:" and the cause, if reading fails
+    ///     read, if the stream is not good(); the same text, " Reason:" and the cause, if reading fails
     PKCS12Certificate(std::istream& stream, std::string const& passphrase);
 
-    /// Shares the source's parsed bundle; holds the source's lock meanwhile.
+    /// Shares the source's parsed bundle. Holds the source's lock meanwhile.
     PKCS12Certificate(PKCS12Certificate const& other);
     /// Leaves the source uninitialized.
     PKCS12Certificate(PKCS12Certificate&& other) noexcept;
     ~PKCS12Certificate();
 
-    /// Copies, then exchanges: holds the source's lock during the copy, and takes none on this object.
+    /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     PKCS12Certificate& operator=(PKCS12Certificate const& other);
-    /// Exchanges the two contents: the source is left holding what this object held.
+    /// Exchanges the contents of both objects.
     PKCS12Certificate& operator=(PKCS12Certificate&& other) noexcept;
 
-    /// Whether no bundle was loaded. A bundle without any certificate or key is not empty.
+    /// Whether no bundle was loaded. A loaded bundle without certificates and key is not empty.
     bool empty() const;
-    /// The DER form of the bundle (`i2d_PKCS12_bio`), protected by the passphrase it was opened with; no
-    /// bytes if no bundle was loaded. Takes the lock twice, for empty() and for the bytes.
+    /// Returns the bundle in DER form (`i2d_PKCS12_bio`), protected by the passphrase that opened it. Returns
+    /// no bytes if no bundle was loaded. Takes the lock twice: for empty(), and for the output.
     /// @throws PKCS12CertificateException "Unable to write out PKCS12 bytes."
     ByteArray getAsBytes() const;
 
-    /// The certificate that the private key fits; an empty one if there is none.
+    /// Returns the certificate that matches the private key; an empty one if there is no such certificate.
     X509Certificate getCertificate() const;
-    /// All other certificates, in the order in which OpenSSL hands them out.
+    /// Returns all other certificates, in OpenSSL's order.
     X509CertificateChain getCAChain() const;
-    /// The RSA private exponent, big-endian; no bytes without a private key.
+    /// Returns the RSA private exponent, big-endian; no bytes without a private key.
     /// @throws NotRSAKey "Cannot get the private exponent from the key because it is not an RSA key."
     ByteArray getPrivateExponent() const;
-    /// The private key's numbers; absent without a private key.
+    /// Returns the private key's numbers; no value without a private key.
     std::optional<PrivateKeyInfo> getPrivateKeyInfo() const;
 
-    /// Writes a heading, the certificate's report and that of the other certificates, and nothing of the
-    /// private key. The lock is held while writing.
-    /// @throws X509CertificateException "Error: X509Certificate has no content.", with the heading written,
-    ///     if there is no certificate
+    /// Writes a heading, the report of the certificate and the reports of the other certificates. Writes
+    /// nothing of the private key. Holds the lock while writing.
+    /// @throws X509CertificateException "Error: X509Certificate has no content.", after the heading is
+    ///     written, if there is no certificate
     void print(std::ostream& out) const;
 
-    /// Whether both have equal certificates, equal further certificates in the same order, and equal
-    /// private keys or none. The parsed bundles are not compared. Locks this object only: the caller keeps
-    /// changes to the other one apart.
+    /// Whether both objects have equal certificates, equal other certificates in the same order, and equal
+    /// private keys or none. Does not compare the parsed bundles. Locks this object only: the caller must
+    /// keep changes to the other object apart.
     /// @throws X509CertificateException "Error: X509Certificate has no content." if either has
     ///     no certificate
     bool operator==(PKCS12Certificate const& other) const;
-    /// The opposite of operator==. Fails as that does.
+    /// The opposite of operator==. Fails as operator== does.
     bool operator!=(PKCS12Certificate const& other) const;
 
 private:

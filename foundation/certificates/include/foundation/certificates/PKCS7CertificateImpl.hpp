@@ -19,13 +19,13 @@ struct pkcs7_st;
 
 namespace foundation::certificates {
 
-/// The implementation of PKCS7Certificate: owns the parsed structure, which no operation changes, and the
-/// list of certificates, which are the structure's and those added. It has no lock and is called by its
-/// handle, which holds its own; the operations are described there.
+/// The implementation of PKCS7Certificate. Owns the parsed structure, which no operation changes, and the
+/// list of embedded and added certificates. Has no lock; the handle calls it under the handle's lock.
+/// PKCS7Certificate documents the operations.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateImpl
 {
 public:
-    /// No structure and no certificates.
+    /// Creates an object without structure and certificates.
     PKCS7CertificateImpl();
     /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(ByteArray const& data);
@@ -33,16 +33,15 @@ public:
     PKCS7CertificateImpl(std::string const& data);
     /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(std::istream& stream);
-    /// Duplicates the source's structure. The guard proves that the caller holds the lock of the
-    /// source's handle.
+    /// Copies the source's structure. The guard proves that the caller holds the lock of the source's handle.
     PKCS7CertificateImpl(PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source without certificates and structure.
     PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept;
     ~PKCS7CertificateImpl();
 
-    /// Takes over the source's certificates, but never its structure: a target with a structure keeps an
-    /// equal copy of its own, one without stays without. For a whole copy use the copying constructor, as
-    /// the handle does.
+    /// Copies the source's certificates, but never its structure. A target with a structure keeps an equal
+    /// copy of its own; a target without a structure stays without one. The copy constructor, which the
+    /// handle uses, makes a whole copy.
     PKCS7CertificateImpl& operator=(PKCS7CertificateImpl const& other);
     /// Leaves the source without certificates and structure.
     PKCS7CertificateImpl& operator=(PKCS7CertificateImpl&& other) noexcept;
@@ -66,15 +65,15 @@ public:
         X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const;
     /// See PKCS7Certificate::print.
     void print(std::ostream& out) const;
-    /// Appends a copy, an empty certificate too: the refusal of that is the handle's.
+    /// Appends a copy. Accepts an empty certificate; the handle refuses that.
     void addCertificate(X509Certificate const& certificate);
 
     /// See PKCS7Certificate::operator==.
     bool operator==(PKCS7CertificateImpl const& other) const;
-    /// The opposite of operator==. Fails as that does.
+    /// The opposite of operator==. Fails as operator== does.
     bool operator!=(PKCS7CertificateImpl const& other) const;
 
-    /// Refuses an object without certificates.
+    /// Throws if there are no certificates.
     /// @throws PKCS7CertificateException "PKCS7Certificate has no content."
     void throwIfEmpty() const;
 
@@ -82,7 +81,7 @@ private:
     void init(ByteArray const& data);
     CertificateEncoding autodetectEncoding(ByteArray const& data) const;
     void readCertificates();
-    /// The verdict on the first signer's chain, for a signature that is sound.
+    /// Returns the verdict on the first signer's chain for valid signatures.
     PKCS7CertificateValidationResults
     validateFirstSigner(X509CertificateChain const& intermediates, TrustStore const& trustStore) const;
 
