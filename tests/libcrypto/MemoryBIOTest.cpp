@@ -1,5 +1,7 @@
 #include "libcrypto/MemoryBIO.hpp"
 
+#include "libcrypto/IntRange.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -7,13 +9,21 @@
 
 using namespace foundation::certificates;
 
-TEST(MemoryBIO, GivesBackWhatWasWritten)
+TEST(MemoryBIO, ReturnsWhatWasWritten)
 {
     ByteArray const data{0, 1, 0xFF, 0};
     auto const bio = makeMemoryBIO();
     EXPECT_TRUE(writeAll(bio.get(), data));
     EXPECT_EQ(contentsAsBytes(bio.get()), data);
     EXPECT_EQ(contentsAsString(bio.get()), std::string("\0\1\xFF\0", 4));
+}
+
+TEST(MemoryBIO, TakesTextWithNulCharacters)
+{
+    std::string const text("a\0b", 3);
+    auto const bio = makeMemoryBIO();
+    EXPECT_TRUE(writeAll(bio.get(), text));
+    EXPECT_EQ(contentsAsString(bio.get()), text);
 }
 
 TEST(MemoryBIO, IsEmptyAtFirst)
@@ -23,29 +33,29 @@ TEST(MemoryBIO, IsEmptyAtFirst)
     EXPECT_EQ(contentsAsString(bio.get()), "");
 }
 
-TEST(MemoryBIO, WithoutABIOTakesNothingAndGivesNothing)
+TEST(MemoryBIO, NullBIOTakesAndReturnsNothing)
 {
     EXPECT_FALSE(writeAll(nullptr, {1, 2, 3}));
     EXPECT_EQ(contentsAsBytes(nullptr), ByteArray());
     EXPECT_EQ(contentsAsString(nullptr), "");
 }
 
-TEST(MemoryBIO, OfWhichOneRefusesToBeWrittenTakesNothing)
+TEST(MemoryBIO, ReadOnlyBIOTakesNothing)
 {
     auto const readOnly = makeBIO(BIO_new_mem_buf("abc", 3));
     EXPECT_FALSE(writeAll(readOnly.get(), {1, 2, 3}));
     EXPECT_EQ(contentsAsString(readOnly.get()), "abc");
 }
 
-// Two gigabytes of input are too dear for a test; the bound on which writeAll decides is not.
-TEST(MemoryBIO, IsWrittenAtOnceOnlyWhatAnIntCanCount)
+// A test with two gigabytes of input takes too long. The limit that writeAll applies is tested instead.
+TEST(IntRange, EndsAtLargestInt)
 {
-    EXPECT_TRUE(fitsOneWrite(0));
-    EXPECT_TRUE(fitsOneWrite(INT32_MAX));
-    EXPECT_FALSE(fitsOneWrite(std::size_t(INT32_MAX) + 1));
-    EXPECT_FALSE(fitsOneWrite(std::size_t(UINT32_MAX)));
+    EXPECT_TRUE(fitsInInt(0));
+    EXPECT_TRUE(fitsInInt(INT32_MAX));
+    EXPECT_FALSE(fitsInInt(std::size_t(INT32_MAX) + 1));
+    EXPECT_FALSE(fitsInInt(std::size_t(UINT32_MAX)));
     if constexpr (SIZE_MAX > UINT32_MAX) {
-        EXPECT_FALSE(fitsOneWrite(std::size_t(UINT32_MAX) + 2)); // would be 1 after narrowing
+        EXPECT_FALSE(fitsInInt(std::size_t(UINT32_MAX) + 2)); // narrowing would make it 1
     }
-    EXPECT_FALSE(fitsOneWrite(SIZE_MAX));
+    EXPECT_FALSE(fitsInInt(SIZE_MAX));
 }

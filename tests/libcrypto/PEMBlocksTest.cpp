@@ -1,7 +1,10 @@
 #include "libcrypto/PEMBlocks.hpp"
 
+#include "libcrypto/MemoryBIO.hpp"
+
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -157,6 +160,99 @@ TEST(PEMBlocks, OnlyBlockWithoutEndLineHidesNextBlock)
     EXPECT_FALSE(hidesBlock(splitPEMBlocks(ended + unended)));
     EXPECT_TRUE(hidesBlock(splitPEMBlocks(unended + ended)));
     EXPECT_TRUE(hidesBlock(splitPEMBlocks(ended + unended + unended)));
+}
+
+struct HighByteRow
+{
+    std::string name;
+    std::string text;
+    std::string expected;
+};
+
+HighByteRow unchanged(std::string name, std::string const& text)
+{
+    return {std::move(name), text, text};
+}
+
+std::vector<HighByteRow> textsWithHighBytes()
+{
+    using namespace std::string_literals;
+    std::string const full(longestPiece, 'x');
+    std::string const almostFull(longestPiece - 1, 'x');
+    return {
+        unchanged("nothing", ""),
+        unchanged("ASCII", "abc \t\r\n-----BEGIN A-----\n\n"),
+        unchanged("high bytes within a line", "a\xC3\xA4z\n\x80z"),
+        unchanged("a byte order mark before text", "\xEF\xBB\xBFz\n"),
+        unchanged("the last ASCII character", "a\x7F\n"),
+        unchanged("a NUL character at a line end", "a\0\n"s),
+        unchanged("high bytes at the start of a second piece", full + "\x80z\n"),
+        {"a letter at a line end", "a\xC3\xA4\nb", "a  \nb"},
+        {"a letter at the end of the text", "a\xC3\xA4", "a  "},
+        {"a letter before a DOS line end", "a\xC3\xA4\r\n", "a  \r\n"},
+        {"the first and the last high byte", "a\x80\nb\xFF\n", "a \nb \n"},
+        {"high bytes and white space in turn", "a \x80\t\xFF\v\n", "a  \t \v\n"},
+        {"high bytes around a NUL character", "a\x80\0\x80\n"s, "a \0 \n"s},
+        {"high bytes before the last ASCII character", "a\x80\x7F\x80\n", "a\x80\x7F \n"},
+        {"a line of high bytes", "\xEF\xBB\xBF\n", "   \n"},
+        {"every line", "a\x80\nb\x80\nc\x80\n", "a \nb \nc \n"},
+        {"the end of a piece", almostFull + "\x80z\n", almostFull + " z\n"},
+        {"the last piece of a line", full + "z\x80\n", full + "z \n"},
+        {"a piece of high bytes", full + "\x80\xFF\n", full + "  \n"},
+        {"the ends of two pieces", almostFull + "\x80" + almostFull + "\x80\n",
+         almostFull + " " + almostFull + " \n"},
+    };
+}
+
+TEST(PEMHighBytes, BecomeBlanksAtLineEndsOnly)
+{
+    for (HighByteRow const& row : textsWithHighBytes()) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(blankHighBytesAtLineEnds(row.text), row.expected);
+        EXPECT_EQ(blankHighBytesAtLineEnds(row.expected), row.expected);
+    }
+}
+
+/// The lines as OpenSSL's reader sees them, which removes what compares as at most a blank from the end of
+/// each.
+template <typename Character>
+std::vector<std::string> linesOf(std::string const& text)
+{
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < text.size();) {
+        std::string line = text.substr(start, longestPiece);
+        line = line.substr(0, line.find('\n') == std::string::npos ? line.size() : line.find('\n') + 1);
+        start += line.size();
+        while (!line.empty() && static_cast<Character>(line.back()) <= static_cast<Character>(' ')) {
+            line.pop_back();
+        }
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+TEST(PEMHighBytes, LookTheSameToReaderWithUnsignedCharacters)
+{
+    for (HighByteRow const& row : textsWithHighBytes()) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(linesOf<unsigned char>(blankHighBytesAtLineEnds(row.text)), linesOf<signed char>(row.text));
+        EXPECT_EQ(linesOf<signed char>(blankHighBytesAtLineEnds(row.text)), linesOf<signed char>(row.text));
+    }
+}
+
+TEST(PEMHighBytes, ReachOpenSSLAsTheyAreWhereCharactersAreSigned)
+{
+    for (HighByteRow const& row : textsWithHighBytes()) {
+        SCOPED_TRACE(row.name);
+        auto const bio = makeMemoryBIO();
+        EXPECT_EQ(writePEM(bio.get(), row.text), true);
+        EXPECT_EQ(contentsAsString(bio.get()), CHAR_MIN < 0 ? row.text : row.expected);
+    }
+}
+
+TEST(PEMHighBytes, NullBIOTakesNoText)
+{
+    EXPECT_FALSE(writePEM(nullptr, "text"));
 }
 
 } // namespace

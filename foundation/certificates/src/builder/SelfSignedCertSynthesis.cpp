@@ -1,3 +1,4 @@
+#include "libcrypto/IntRange.hpp"
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "libcrypto/OutOfMemory.hpp"
@@ -66,7 +67,7 @@ void guarded(int result)
 /// a key with the beginning of its passphrase.
 std::string const& guarded(std::string const& text)
 {
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    if (!fitsInInt(text.size())) {
         failGeneration();
     }
     return text;

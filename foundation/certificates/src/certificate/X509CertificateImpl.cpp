@@ -24,6 +24,7 @@ namespace {
 
 constexpr std::string_view pemHeader = "-----BEGIN CERTIFICATE-----";
 constexpr std::string_view pemFooter = "-----END CERTIFICATE-----";
+constexpr StructureFunctions<X509> certificateFunctions = {PEM_read_bio_X509, d2i_X509_bio, X509_free};
 constexpr std::size_t pemLineLength = 63;
 constexpr std::uint64_t minimumRSAKeySize = 1024;
 
@@ -33,20 +34,6 @@ constexpr char const noNotAfterText[] = "Error: Certificate does not have validN
 constexpr char const unreadableExtensionsText[] =
     "Internal error: Unable to read the certificate's extensions.";
 constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
-
-X509UPtr parsePEM(BIO* bio)
-{
-    auto parsed = makeX509(PEM_read_bio_X509(bio, nullptr, refusePassphrase, nullptr));
-    throwIfWrongPEMEncoding();
-    return parsed;
-}
-
-X509UPtr parseDER(BIO* bio)
-{
-    auto parsed = makeX509(d2i_X509_bio(bio, nullptr));
-    throwIfWrongDEREncoding();
-    return parsed;
-}
 
 template <typename ObjectAt>
 std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
@@ -127,17 +114,8 @@ void X509CertificateImpl::load(ByteArray const& data)
         throw InvalidArgument("The input certificate has no content.");
     }
     RAIIOpenSSLErrorRemover errors(true);
-    auto const bio = makeMemoryBIO();
-    if (!writeAll(bio.get(), data)) {
-        throw X509CertificateException(
-            "Internal error: The given certificate data could not be written to a buffer.");
-    }
-    x509 = containsMarker(data, pemHeader) ? parsePEM(bio.get()) : parseDER(bio.get());
-    // A certificate that came out with anything in the queue counts as failed, too.
-    if (x509 == nullptr || ERR_peek_error() != 0) {
-        throw X509CertificateException(
-            "Error: Loading a certificate failed. Reason=" + errors.getErrorString());
-    }
+    InputForm const form = containsMarker(data, pemHeader) ? InputForm::PEM : InputForm::DER;
+    x509 = readStructure<X509CertificateException>(data, form, certificateFunctions, errors);
     throwIfKeyTooWeak();
     readExtensions(x509.get());
 }

@@ -1,11 +1,10 @@
 #include "certificate/X509Duplicates.hpp"
 
+#include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
-
-#include <limits>
 
 namespace foundation::certificates {
 
@@ -17,7 +16,7 @@ constexpr char const noContentText[] = "Error: X509Certificate has no content.";
 
 X509UPtr x509FromDER(ByteArray const& der)
 {
-    if (der.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    if (!fitsInInt(der.size())) {
         return makeX509(nullptr);
     }
     unsigned char const* position = der.data();

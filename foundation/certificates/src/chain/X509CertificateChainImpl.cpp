@@ -12,8 +12,6 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <cstring>
-#include <limits>
 #include <ostream>
 #include <utility>
 
@@ -25,10 +23,8 @@ namespace {
 X509_INFOStackUPtr readPEMBlocks(std::string const& text)
 {
     auto const bio = makeMemoryBIO();
-    // A text that is too long for BIO_puts, or that it does not take, shows as one with no blocks in it.
-    if (std::strlen(text.c_str()) <= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-        BIO_puts(bio.get(), text.c_str());
-    }
+    // The text ends at its first NUL character. A text that cannot be written counts as one without blocks.
+    writePEM(bio.get(), text.c_str());
     return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
 }
 
@@ -109,11 +105,8 @@ void X509CertificateChainImpl::init(std::string const& text)
     if (!certificates.empty() && hidesBlock(splitPEMBlocks(text.c_str()))) {
         ERR_raise(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     }
-    // Certificates that came out with anything in the queue count as failed, too.
-    if (certificates.empty() || ERR_peek_error() != 0) {
-        throw X509CertificateChainException(
-            "Error: Loading a certificate chain failed. Reason=" + errors.getErrorString());
-    }
+    throwIfLoadingFailed<X509CertificateChainException>(
+        !certificates.empty(), errors, "Error: Loading a certificate chain failed. Reason=");
 }
 
 void X509CertificateChainImpl::addCertificate(X509Certificate const& certificate)

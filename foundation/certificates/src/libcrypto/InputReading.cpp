@@ -1,8 +1,7 @@
 #include "libcrypto/InputReading.hpp"
 
 #include "libcrypto/OpenSSLResult.hpp"
-
-#include <foundation/certificates/Exceptions.hpp>
+#include "libcrypto/PEMBlocks.hpp"
 
 #include <openssl/asn1.h>
 #include <openssl/pem.h>
@@ -27,11 +26,10 @@ Bytes contentsOfStream(std::istream& stream, char const* notGoodText, char const
     }
 }
 
-void throwWrongEncoding(std::string const& encoding)
+std::string_view asText(ByteArray const& data)
 {
-    throw InvalidArgument(
-        "Input certificate data was autodetected to be " + encoding + "-encoded, but is not in " + encoding +
-        " encoding. Please verify the input data.");
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the same bytes, as characters
+    return {reinterpret_cast<char const*>(data.data()), data.size()};
 }
 
 } // namespace
@@ -57,28 +55,33 @@ std::string textOfStream(std::istream& stream, char const* notGoodText, char con
 
 bool containsMarker(ByteArray const& data, std::string_view marker)
 {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): bytes, searched as characters
-    std::string_view const text(reinterpret_cast<char const*>(data.data()), data.size());
-    return text.find(marker) != std::string_view::npos;
-}
-
-void throwIfWrongPEMEncoding()
-{
-    if (reasonOfOldestError() == PEM_R_NO_START_LINE) {
-        throwWrongEncoding("PEM");
-    }
-}
-
-void throwIfWrongDEREncoding()
-{
-    if (reasonOfOldestError() == ASN1_R_WRONG_TAG) {
-        throwWrongEncoding("DER");
-    }
+    return asText(data).find(marker) != std::string_view::npos;
 }
 
 int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
 {
     return -1;
 }
+
+namespace detail {
+
+bool writeInput(BIO* bio, ByteArray const& data, InputForm form)
+{
+    return form == InputForm::PEM ? writePEM(bio, asText(data)) : writeAll(bio, data);
+}
+
+void throwIfOtherForm(InputForm form)
+{
+    bool const isPEM = form == InputForm::PEM;
+    if (reasonOfOldestError() != (isPEM ? PEM_R_NO_START_LINE : ASN1_R_WRONG_TAG)) {
+        return;
+    }
+    std::string const encoding = isPEM ? "PEM" : "DER";
+    throw InvalidArgument(
+        "Input certificate data was autodetected to be " + encoding + "-encoded, but is not in " + encoding +
+        " encoding. Please verify the input data.");
+}
+
+} // namespace detail
 
 } // namespace foundation::certificates

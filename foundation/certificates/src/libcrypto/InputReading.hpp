@@ -1,10 +1,18 @@
 #pragma once
 
 /// @file
-/// What all loaders share: getting the bytes out of strings and streams, telling PEM from DER, saying that
-/// the input was neither, and refusing to ask for a passphrase.
+/// The steps that all loaders share: they take bytes from strings and streams, tell PEM from DER, run
+/// OpenSSL's reader without a passphrase prompt, and report failures.
+
+#include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/ByteArray.hpp>
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
 
 #include <iosfwd>
 #include <string>
@@ -12,32 +20,101 @@
 
 namespace foundation::certificates {
 
-/// The characters as bytes.
+/// Returns the characters as bytes.
 /// @throws InvalidArgument reasonText and what() of a failure to copy them
 ByteArray bytesOfString(std::string const& data, char const* reasonText);
 
-/// The rest of the stream, read through its buffer: no white space is skipped, no state flag changes.
-/// @throws InvalidArgument notGoodText, with nothing read, if the stream is not good; reasonText and what()
-///     of a failure to read
+/// Returns the rest of the stream. Reads through the stream's buffer: no white space is skipped, and no state
+/// flag changes.
+/// @throws InvalidArgument notGoodText if the stream is not good; nothing is read then
+/// @throws InvalidArgument reasonText and what() of a failure to read
 ByteArray bytesOfStream(std::istream& stream, char const* notGoodText, char const* reasonText);
-/// The same, as text.
+/// As bytesOfStream, but returns the rest as text.
 std::string textOfStream(std::istream& stream, char const* notGoodText, char const* reasonText);
 
-/// Whether the marker stands anywhere in the data, which then counts as PEM.
+/// Whether the data contains the marker. Such data is read as PEM.
 bool containsMarker(ByteArray const& data, std::string_view marker);
 
-/// To be called after a structure was read from PEM: throws if the oldest error in the queue says that no
-/// block of its kind was found.
-/// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in PEM
-///     encoding. Please verify the input data."
-void throwIfWrongPEMEncoding();
-/// To be called after a structure was read from DER: throws if the oldest error in the queue says that it
-/// begins with a wrong tag.
-/// @throws InvalidArgument the text above with DER for PEM in both places
-void throwIfWrongDEREncoding();
+enum class InputForm
+{
+    PEM,
+    DER
+};
 
-/// A passphrase callback (`pem_password_cb`) that has none. Loading must never ask on a terminal, which is
-/// what OpenSSL does for an encrypted block where it is given no callback.
+/// OpenSSL's functions for one kind of structure.
+template <typename Object>
+struct StructureFunctions
+{
+    Object* (*readPEM)(BIO*, Object**, pem_password_cb*, void*);
+    Object* (*readDER)(BIO*, Object**);
+    void (*release)(Object*);
+};
+
+/// Returns a memory BIO from which OpenSSL's reader of that form gets the data.
+/// @throws Exception "Internal error: The given certificate data could not be written to a buffer."
+template <typename Exception>
+BIOUPtr bufferOf(ByteArray const& data, InputForm form);
+
+/// Returns the structure that the data holds.
+/// @throws Exception as bufferOf and throwIfLoadingFailed do
+/// @throws InvalidArgument "Input certificate data was autodetected to be PEM-encoded, but is not in PEM
+///     encoding. Please verify the input data." if the text has no block of that kind; for data in DER that
+///     begins with a wrong tag, the same text with DER for PEM
+template <typename Exception, typename Object>
+OpenSSLHandle<Object> readStructure(
+    ByteArray const& data, InputForm form, StructureFunctions<Object> const& functions,
+    RAIIOpenSSLErrorRemover& errors);
+
+/// Refuses what OpenSSL could not read. A result beside which there is an entry in the error queue counts as
+/// a failure too.
+/// @throws Exception the text and OpenSSL's reason
+template <typename Exception>
+void throwIfLoadingFailed(
+    bool isLoaded, RAIIOpenSSLErrorRemover& errors,
+    char const* text = "Error: Loading a certificate failed. Reason=");
+
+/// A passphrase callback (`pem_password_cb`) that refuses to give one. Without a callback, OpenSSL asks on
+/// the terminal for the passphrase of an encrypted block, and loading must never do that.
 int refusePassphrase(char* buffer, int size, int forWriting, void* userData);
+
+namespace detail {
+
+bool writeInput(BIO* bio, ByteArray const& data, InputForm form);
+void throwIfOtherForm(InputForm form);
+
+} // namespace detail
+
+template <typename Exception>
+BIOUPtr bufferOf(ByteArray const& data, InputForm form)
+{
+    auto bio = makeMemoryBIO();
+    if (!detail::writeInput(bio.get(), data, form)) {
+        throw Exception("Internal error: The given certificate data could not be written to a buffer.");
+    }
+    return bio;
+}
+
+template <typename Exception, typename Object>
+OpenSSLHandle<Object> readStructure(
+    ByteArray const& data, InputForm form, StructureFunctions<Object> const& functions,
+    RAIIOpenSSLErrorRemover& errors)
+{
+    auto const bio = bufferOf<Exception>(data, form);
+    OpenSSLHandle<Object> structure(
+        form == InputForm::PEM ? functions.readPEM(bio.get(), nullptr, refusePassphrase, nullptr)
+                               : functions.readDER(bio.get(), nullptr),
+        functions.release);
+    detail::throwIfOtherForm(form);
+    throwIfLoadingFailed<Exception>(structure != nullptr, errors);
+    return structure;
+}
+
+template <typename Exception>
+void throwIfLoadingFailed(bool isLoaded, RAIIOpenSSLErrorRemover& errors, char const* text)
+{
+    if (!isLoaded || ERR_peek_error() != 0) {
+        throw Exception(text + errors.getErrorString());
+    }
+}
 
 } // namespace foundation::certificates

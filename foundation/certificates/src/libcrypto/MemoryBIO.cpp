@@ -1,5 +1,7 @@
 #include "libcrypto/MemoryBIO.hpp"
 
+#include "libcrypto/IntRange.hpp"
+
 namespace foundation::certificates {
 
 namespace {
@@ -12,15 +14,21 @@ Bytes contents(BIO* bio)
     return data == nullptr || length <= 0 ? Bytes() : Bytes(data, data + length);
 }
 
+bool write(BIO* bio, void const* data, std::size_t size)
+{
+    return fitsInInt(size) && BIO_write(bio, data, static_cast<int>(size)) == static_cast<int>(size);
+}
+
 } // namespace
 
 bool writeAll(BIO* bio, ByteArray const& data)
 {
-    if (!fitsOneWrite(data.size())) {
-        return false;
-    }
-    int const size = static_cast<int>(data.size());
-    return BIO_write(bio, data.data(), size) == size;
+    return write(bio, data.data(), data.size());
+}
+
+bool writeAll(BIO* bio, std::string_view text)
+{
+    return write(bio, text.data(), text.size());
 }
 
 std::string contentsAsString(BIO* bio)

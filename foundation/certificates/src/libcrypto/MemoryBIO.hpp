@@ -1,15 +1,14 @@
 #pragma once
 
 /// @file
-/// Memory BIOs: the way to get text and bytes into OpenSSL and out of it.
+/// Memory BIOs carry text and bytes into OpenSSL and out of it.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/ByteArray.hpp>
 
-#include <cstddef>
-#include <limits>
 #include <string>
+#include <string_view>
 
 namespace foundation::certificates {
 
@@ -18,16 +17,12 @@ inline BIOUPtr makeMemoryBIO()
     return makeBIO(BIO_new(BIO_s_mem()));
 }
 
-/// Whether a single BIO_write, which counts in int, can take that many bytes.
-constexpr bool fitsOneWrite(std::size_t size)
-{
-    return size <= static_cast<std::size_t>(std::numeric_limits<int>::max());
-}
-
-/// Writes all bytes; false if the BIO took fewer, or if there are more than fit one write.
+/// Writes all bytes in one call. Returns false if the BIO is null, if it takes fewer bytes, or if there are
+/// more than an int can count; in the last case nothing is written.
 bool writeAll(BIO* bio, ByteArray const& data);
+bool writeAll(BIO* bio, std::string_view text);
 
-/// What the BIO holds and nobody has read yet. Empty for a null BIO.
+/// Returns the unread content of the BIO, which is empty for a null BIO.
 std::string contentsAsString(BIO* bio);
 ByteArray contentsAsBytes(BIO* bio);
 

@@ -5,7 +5,9 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
+#include <iterator>
 
 namespace foundation::certificates {
 
@@ -35,10 +37,14 @@ std::string_view firstLineOf(std::string_view text)
     return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
 }
 
+bool isHigh(char character)
+{
+    return static_cast<unsigned char>(character) > 127;
+}
+
 bool isIgnoredAtLineEnd(char character)
 {
-    auto const code = static_cast<unsigned char>(character);
-    return code <= ' ' || code > 127;
+    return isHigh(character) || static_cast<unsigned char>(character) <= ' ';
 }
 
 std::string_view withoutIgnoredEnd(std::string_view line)
@@ -98,12 +104,36 @@ bool hidesBlock(std::vector<PEMBlock> const& blocks)
     });
 }
 
+std::string blankHighBytesAtLineEnds(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        std::string_view const line = firstLineOf(text);
+        std::string_view const kept = withoutIgnoredEnd(line);
+        std::string_view const ignored = line.substr(kept.size());
+        result += kept;
+        std::replace_copy_if(ignored.begin(), ignored.end(), std::back_inserter(result), isHigh, ' ');
+        text.remove_prefix(line.size());
+    }
+    return result;
+}
+
+bool writePEM(BIO* bio, std::string_view text)
+{
+    if constexpr (CHAR_MIN == 0) {
+        return writeAll(bio, blankHighBytesAtLineEnds(text));
+    } else {
+        return writeAll(bio, text);
+    }
+}
+
 std::optional<ByteArray> decode(PEMBlock const& block)
 {
-    if (!fitsOneWrite(block.text.size())) {
+    auto const bio = makeMemoryBIO();
+    if (!writePEM(bio.get(), block.text)) {
         return std::nullopt;
     }
-    auto const bio = makeBIO(BIO_new_mem_buf(block.text.data(), static_cast<int>(block.text.size())));
     char* label = nullptr;
     char* header = nullptr;
     unsigned char* content = nullptr;

@@ -11,6 +11,9 @@
 /// The scanner differs from OpenSSL's reader in two ways, so that one damaged block does not hide others.
 /// Each BEGIN line starts a new block, even if the block before has no END line. And a byte order mark may
 /// precede every BEGIN line; OpenSSL accepts one only in the first line and right after an END line.
+///
+/// OpenSSL ignores bytes above 127 only where `char` is signed, since it compares characters with a blank. On
+/// other platforms a BEGIN line with such a byte at its end hides its block. There, writePEM makes up for it.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -39,6 +42,15 @@ std::vector<PEMBlock> splitPEMBlocks(std::string_view text);
 /// Whether a further block follows a block without an END line. OpenSSL reads such a block up to the next
 /// END line, and ignores without an error all that it passes.
 bool hidesBlock(std::vector<PEMBlock> const& blocks);
+
+/// Returns the text with a blank in place of each byte above 127 that is ignored at the end of a line.
+/// OpenSSL reads the result as it reads the text where `char` is signed, on every platform. The text keeps
+/// its length, because a change would shift the pieces of long lines.
+std::string blankHighBytesAtLineEnds(std::string_view text);
+
+/// Writes the text into the BIO for OpenSSL's PEM reader, which ignores the same bytes on every platform
+/// then. Where `char` is signed, the text is written as it is. Returns false where writeAll does.
+bool writePEM(BIO* bio, std::string_view text);
 
 /// Returns the content of the block (`PEM_read_bio`), or nothing if the block is damaged or encrypted.
 std::optional<ByteArray> decode(PEMBlock const& block);

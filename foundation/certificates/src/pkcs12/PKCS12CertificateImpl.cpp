@@ -3,7 +3,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "keys/KeyExtraction.hpp"
 #include "libcrypto/InputReading.hpp"
-#include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -14,7 +14,6 @@
 #include <openssl/provider.h>
 
 #include <atomic>
-#include <limits>
 #include <ostream>
 
 namespace foundation::certificates {
@@ -34,7 +33,7 @@ struct BundleContents
 /// OpenSSL counts the passphrase in an int; a longer one cannot be anybody's.
 bool fitsMac(PKCS12* bundle, std::string const& passphrase)
 {
-    return passphrase.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max()) &&
+    return fitsInInt(passphrase.size()) &&
            PKCS12_verify_mac(bundle, passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
 }
 
@@ -157,17 +156,10 @@ void PKCS12CertificateImpl::init(ByteArray const& bytes, std::string const& pass
         throw InvalidArgument("The provided PKCS12 certificate bytearray has no content.");
     }
     RAIIOpenSSLErrorRemover errors(true);
-    auto const bio = makeMemoryBIO();
-    if (!writeAll(bio.get(), bytes)) {
-        throw PKCS12CertificateException(
-            "Internal error: The given certificate data could not be written to a buffer.");
-    }
+    auto const bio = bufferOf<PKCS12CertificateException>(bytes, InputForm::DER);
     pkcs12 = makePKCS12(d2i_PKCS12_bio(bio.get(), nullptr));
-    // A bundle that came out with anything in the queue counts as failed, too.
-    if (pkcs12 == nullptr || ERR_peek_error() != 0) {
-        throw PKCS12CertificateException(
-            "Error: Loading PKSC12 certificate failed. Reason=" + errors.getErrorString());
-    }
+    throwIfLoadingFailed<PKCS12CertificateException>(
+        pkcs12 != nullptr, errors, "Error: Loading PKSC12 certificate failed. Reason=");
     if (!fitsMac(pkcs12.get(), passphrase)) {
         throw IncorrectPassphrase(
             "Input passphrase is incorrect. OpenSSL error message=" + errors.getErrorString());

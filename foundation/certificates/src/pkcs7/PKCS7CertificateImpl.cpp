@@ -10,7 +10,6 @@
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <ostream>
@@ -22,6 +21,7 @@ namespace foundation::certificates {
 namespace {
 
 constexpr std::string_view pemHeader = "-----BEGIN PKCS7-----";
+constexpr StructureFunctions<PKCS7> pkcs7Functions = {PEM_read_bio_PKCS7, d2i_PKCS7_bio, PKCS7_free};
 
 } // namespace
 
@@ -83,26 +83,9 @@ void PKCS7CertificateImpl::init(ByteArray const& data)
         throw InvalidArgument("The provided PKCS7 certificate has no content.");
     }
     RAIIOpenSSLErrorRemover errors(true);
-    auto const bio = makeMemoryBIO();
-    if (!writeAll(bio.get(), data)) {
-        throw PKCS7CertificateException(
-            "Internal error: The given certificate data could not be written to a buffer.");
-    }
-    switch (autodetectEncoding(data)) {
-    case CertificateEncoding::DER:
-        pkcs7.reset(d2i_PKCS7_bio(bio.get(), nullptr));
-        throwIfWrongDEREncoding();
-        break;
-    case CertificateEncoding::PEM:
-        pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, refusePassphrase, nullptr));
-        throwIfWrongPEMEncoding();
-        break;
-    }
-    // A structure that came out with anything in the queue counts as failed, too.
-    if (pkcs7 == nullptr || ERR_peek_error() != 0) {
-        throw PKCS7CertificateException(
-            "Error: Loading a certificate failed. Reason=" + errors.getErrorString());
-    }
+    InputForm const form =
+        autodetectEncoding(data) == CertificateEncoding::PEM ? InputForm::PEM : InputForm::DER;
+    pkcs7 = readStructure<PKCS7CertificateException>(data, form, pkcs7Functions, errors);
     if (!isSigned(pkcs7.get())) {
         throw InvalidArgument("Input PKCS7 certificate is corrupt. It doesn't have the right type field.");
     }
