@@ -3,13 +3,13 @@
 #include <openssl/crypto.h>
 
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string_view>
 
 namespace {
 
-using foundation::test::Length;
 using foundation::test::Memory;
 using foundation::test::SparedSources;
 
@@ -18,9 +18,11 @@ struct Countdown
     bool isRunning = false;
     Memory memory = Memory::OpenSSL;
     std::size_t allocationsLeft = 0;
-    Length length = Length::OneAllocation;
+    std::size_t refusalsLeft = 1;
     bool hasEnded = false;
 };
+
+constexpr std::size_t lasting = std::numeric_limits<std::size_t>::max();
 
 thread_local Countdown countdown;
 
@@ -45,7 +47,10 @@ bool isOut(Memory memory)
         --countdown.allocationsLeft;
         return false;
     }
-    countdown.isRunning = countdown.length == Length::Lasting;
+    if (countdown.refusalsLeft != lasting) {
+        --countdown.refusalsLeft;
+    }
+    countdown.isRunning = countdown.refusalsLeft > 0;
     countdown.hasEnded = true;
     return true;
 }
@@ -99,11 +104,15 @@ void* orThrow(void* memory)
 namespace foundation::test {
 
 Shortage::Shortage(Memory memory, std::size_t allocation, Length length)
+    : Shortage(memory, allocation, length == Length::Lasting ? lasting : 1)
+{}
+
+Shortage::Shortage(Memory memory, std::size_t allocation, std::size_t refusals)
 {
     if (!isInCharge) {
         throw std::logic_error("OpenSSL had allocated memory before the test took charge of it");
     }
-    countdown = {true, memory, allocation, length, false};
+    countdown = {true, memory, allocation, refusals, false};
 }
 
 Shortage::~Shortage()

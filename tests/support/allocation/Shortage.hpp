@@ -33,6 +33,8 @@ class Shortage
 {
 public:
     Shortage(Memory memory, std::size_t allocation, Length length = Length::OneAllocation);
+    /// Refuses that many consecutive allocations from the given one on.
+    Shortage(Memory memory, std::size_t allocation, std::size_t refusals);
     ~Shortage();
     Shortage(Shortage const&) = delete;
     Shortage& operator=(Shortage const&) = delete;
