@@ -2,20 +2,74 @@
 
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
+#include "libcrypto/OutOfMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <array>
 #include <utility>
+#include <vector>
 
 namespace foundation::certificates {
 
+namespace {
+
+/// What one attempt to read a name returned, and whether running out of memory can have changed it.
+template <typename Value>
+struct Attempt
+{
+    Value value;
+    bool isCertain;
+};
+
+/// Returns what the step reads. A value that is not certain counts only if a second attempt, made with memory
+/// at hand, returns the same.
+template <typename Value, typename Step>
+Value readName(Step const& step)
+{
+    std::vector<Attempt<Value>> attempts;
+    bool const lacksMemory = lacksMemoryFor([&] {
+        attempts.push_back(step());
+        return attempts.back().isCertain;
+    });
+    bool const isConfirmed = attempts.back().isCertain || attempts.front().value == attempts.back().value;
+    if (lacksMemory || !isConfirmed) {
+        throw X509CertificateException("Internal error: Unable to read the certificate's name.");
+    }
+    return std::move(attempts.back().value);
+}
+
+/// Whether an attribute's type has no name in OpenSSL. Such a type is printed as a number, and the printer
+/// does not report a number that it had no memory for.
+bool hasUnknownAttribute(X509_NAME const* name)
+{
+    for (int index = 0; index < X509_NAME_entry_count(name); ++index) {
+        if (OBJ_obj2nid(X509_NAME_ENTRY_get_object(X509_NAME_get_entry(name, index))) == NID_undef) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<std::string> valueOf(X509_NAME_ENTRY const* attribute)
+{
+    return readName<std::optional<std::string>>([&] {
+        auto text = asUTF8(X509_NAME_ENTRY_get_data(attribute));
+        bool const isCertain = text.has_value();
+        return Attempt<std::optional<std::string>>{std::move(text), isCertain};
+    });
+}
+
+} // namespace
+
 std::string nameAsText(X509_NAME const* name)
 {
-    auto const bio = makeMemoryBIO();
-    // Untested on purpose: a name that cannot be printed gives the part that was printed.
-    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253);
-    return contentsAsString(bio.get());
+    return readName<std::string>([&] {
+        auto const bio = makeMemoryBIO();
+        // Without a BIO the printer only counts.
+        bool const isPrinted = bio != nullptr && X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253) >= 0;
+        return Attempt<std::string>{contentsAsString(bio.get()), isPrinted && !hasUnknownAttribute(name)};
+    });
 }
 
 std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
@@ -28,7 +82,7 @@ std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
             continue;
         }
         char const* key = OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)));
-        auto value = asUTF8(X509_NAME_ENTRY_get_data(entry));
+        auto value = valueOf(entry);
         if (key != nullptr && value) {
             attributes[key] = std::move(*value);
         }
@@ -43,7 +97,7 @@ std::string lastCommonNameIn(X509_NAME const* name, char const* missingText)
         if (entry == nullptr || OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)) != NID_commonName) {
             continue;
         }
-        if (auto value = asUTF8(X509_NAME_ENTRY_get_data(entry))) {
+        if (auto value = valueOf(entry)) {
             return std::move(*value);
         }
     }

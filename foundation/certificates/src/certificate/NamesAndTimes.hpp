@@ -14,22 +14,29 @@
 
 namespace foundation::certificates {
 
-/// Returns the name on one line in the form of RFC 2253 (`X509_NAME_print_ex` with `XN_FLAG_RFC2253`).
+/// Returns the name on one line in the form of RFC 2253 (`X509_NAME_print_ex` with `XN_FLAG_RFC2253`). A name
+/// that OpenSSL cannot print gives the part that was printed.
+/// @throws X509CertificateException "Internal error: Unable to read the certificate's name." if out of
+/// memory:
+///     two names that were not read must not pass for equal
 std::string nameAsText(X509_NAME const* name);
 
 /// Returns the name's attributes as UTF-8, keyed by OpenSSL's short names. Of several attributes with one
 /// key, the last in encoded order wins. Skips attributes that OpenSSL cannot convert. Empty for a null name.
+/// @throws X509CertificateException "Internal error: Unable to read the certificate's name." if out of memory
 std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name);
 
 /// Returns the last common name in encoded order that OpenSSL can convert to UTF-8: the "CN" of nameAsRDNs.
 /// @throws InvalidArgument missingText if the name has none
+/// @throws X509CertificateException "Internal error: Unable to read the certificate's name." if out of memory
 std::string lastCommonNameIn(X509_NAME const* name, char const* missingText);
 
 /// Returns the first common name of the certificate's subject in UTF-8, for messages. Empty for a null
-/// certificate, without a common name, and if OpenSSL cannot convert it.
+/// certificate, without a common name, and if OpenSSL cannot convert it, also for lack of memory.
 std::string commonNameOf(X509* certificate);
 
-/// Returns the string in UTF-8; nothing for a null pointer and for what OpenSSL cannot convert.
+/// Returns the string in UTF-8. Nothing for a null pointer and if OpenSSL cannot convert it, also for lack of
+/// memory.
 std::optional<std::string> asUTF8(ASN1_STRING const* value);
 
 /// Returns the serial number in decimal digits. Takes time with the square of the number's length.
