@@ -11,6 +11,7 @@
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
+#include <memory>
 #include <utility>
 
 // One verification in OpenSSL's hands. What is decided here is which store is used, what the untrusted set
@@ -41,12 +42,13 @@ TrustStore loadSystemTrustStore()
     }
 }
 
-/// The operating system's roots, read on first need and kept from then on. While reading them fails, every
-/// call tries again.
+/// Returns the operating system's roots. The first call that succeeds reads them; they are kept for the life
+/// of the process. Never destroyed: the program may validate while it ends, in the destructor of a global
+/// object or in a thread.
 TrustStore const& systemTrustStore()
 {
-    static TrustStore const store = loadSystemTrustStore();
-    return store;
+    static TrustStore const* const store = std::make_unique<TrustStore>(loadSystemTrustStore()).release();
+    return *store;
 }
 
 X509_STOREUPtr privateStoreOf(TrustStore const& trustStore)
