@@ -3,6 +3,7 @@
 #include "libcrypto/OutOfMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <algorithm>
 
@@ -54,6 +55,7 @@ bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const
 bool hasValidExtensions(X509* certificate)
 {
     constexpr int noPurpose = -1;
+    RAIIOpenSSLErrorRemover const errors(false);
     return X509_check_purpose(certificate, noPurpose, 0) == 1;
 }
 

@@ -29,7 +29,8 @@ bool namesAnyOf(STACK_OF(ASN1_OBJECT) const* purposes, std::vector<int> const& w
 bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const& wantedNIDs);
 
 /// Whether all extensions are valid. OpenSSL parses them on first need and caches the outcome in the
-/// certificate, even if it ran out of memory. Only a duplicate is parsed again.
+/// certificate, even if it ran out of memory. Only a duplicate is parsed again. OpenSSL's
+/// queue is unchanged afterwards, so that a second attempt does not push out the caller's entries.
 bool hasValidExtensions(X509* certificate);
 
 } // namespace foundation::certificates

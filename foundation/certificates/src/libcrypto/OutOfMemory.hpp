@@ -1,11 +1,11 @@
 #pragma once
 
 /// @file
-/// Whether a step of OpenSSL's failed because of what it was given, or because there was no memory for it.
+/// Tells a failure caused by the input from one caused by running out of memory.
 ///
-/// OpenSSL's queue of errors cannot tell. What reports the cause stands behind whatever the caller left in
-/// the queue, and before what followed from it; only the two ends of the queue can be seen; and not every
-/// release of OpenSSL reports each want of memory. So a step that failed is taken once more, with memory at
+/// OpenSSL's error queue does not show the difference. The entry of the cause is neither the oldest nor the
+/// newest one if the caller has left entries and later failures have added some. And not every version of
+/// OpenSSL queues an entry when an allocation fails. So a failed step runs a second time, with memory at
 /// hand.
 
 #include "libcrypto/OpenSSLHandles.hpp"
@@ -13,27 +13,44 @@
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 
 #include <cstddef>
 
 namespace foundation::certificates {
 
-/// Takes the step, which says whether it succeeded, and once more if it did not. Whether there was no memory
-/// for it; otherwise it succeeded in the end, or is refused with memory at hand as well. In OpenSSL's queue
-/// stands what the first attempt left there.
+namespace detail {
+
+/// Whether OpenSSL gets a block of memory larger than extensions and names need, and still small.
+inline bool hasMemoryAtHand()
+{
+    constexpr std::size_t enough = 65536;
+    RAIIOpenSSLErrorRemover const errors(false);
+    return makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(enough))) != nullptr;
+}
+
+} // namespace detail
+
+/// Runs the step, which returns whether it succeeded. If it fails with memory at hand, runs it a second time:
+/// it has succeeded then, or fails because of its input.
+///
+/// Returns whether the step failed because OpenSSL ran out of memory.
+///
+/// OpenSSL's queue holds what one attempt leaves. The entries of the first attempt are removed before the
+/// second one, since the queue has few places and those of both would push out the caller's.
 template <typename Step>
 bool lacksMemoryFor(Step const& step)
 {
-    /// More than extensions and names take, and little enough to be had again in small pieces.
-    constexpr std::size_t memoryAtHand = 65536;
-
+    ERR_set_mark();
     if (step()) {
+        ERR_clear_last_mark();
         return false;
     }
-    RAIIOpenSSLErrorRemover const errors(false);
-    if (makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(memoryAtHand))) == nullptr) {
+    if (!detail::hasMemoryAtHand()) {
+        ERR_clear_last_mark();
         return true;
     }
+    ERR_pop_to_mark();
     step();
     return false;
 }
