@@ -282,7 +282,7 @@ void addQuery(
     std::string const& name, std::optional<double> target, Query query, Bare bare,
     KeyKind kind = KeyKind::RSA2048)
 {
-    auto const certificate = loaded(typicalLeaf(kind));
+    auto const certificate = load(typicalLeaf(kind));
     auto const x509 = typicalLeaf(kind).certificate;
     compare(
         name, target, [certificate, query] { return (certificate.*query)(); },
@@ -374,8 +374,8 @@ void addOtherQueries()
     addQuery("key record, P-256", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::P256);
     addQuery("key record, Ed25519", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::Ed25519);
 
-    auto const one = loaded(typicalLeaf(KeyKind::RSA2048));
-    auto const other = loaded(typicalLeaf(KeyKind::RSA2048));
+    auto const one = load(typicalLeaf(KeyKind::RSA2048));
+    auto const other = load(typicalLeaf(KeyKind::RSA2048));
     auto const bareOne = typicalLeaf(KeyKind::RSA2048).certificate;
     auto const bareOther = test::own(X509_dup(bareOne.get()));
     compare(
@@ -407,7 +407,7 @@ void addOutput()
     addQuery("DER, memory BIO too", std::nullopt, &X509Certificate::getAsBytes, bareDERByBIO);
     addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);
     addQuery("PEM", outputTarget, &X509Certificate::getAsPEMString, barePEM);
-    auto const certificate = loaded(typicalLeaf(KeyKind::RSA2048));
+    auto const certificate = load(typicalLeaf(KeyKind::RSA2048));
     auto const x509 = typicalLeaf(KeyKind::RSA2048).certificate;
     compare(
         "report", outputTarget,

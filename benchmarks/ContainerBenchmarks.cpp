@@ -66,7 +66,7 @@ std::shared_ptr<SignedData> makeSigned(std::string content, bool detached)
     spec.detached = detached;
     ByteArray const der = test::toDer(test::makeSignedData(spec));
     return std::make_shared<SignedData>(
-        SignedData{der, PKCS7Certificate(der), parse(der), loadedStore({root}), bareStore({root})});
+        SignedData{der, PKCS7Certificate(der), parse(der), storeOf({root}), bareStore({root})});
 }
 
 int bareVerify(SignedData const& data, BIO* content)

@@ -124,29 +124,6 @@ std::vector<CertificateAndKey> chainBelow(CertificateAndKey const& root, std::si
     return chain;
 }
 
-X509Certificate loaded(CertificateAndKey const& certificate)
-{
-    return X509Certificate(certificate.der());
-}
-
-X509CertificateChain loadedChain(std::vector<CertificateAndKey> const& certificates)
-{
-    X509CertificateChain chain;
-    for (auto const& certificate : certificates) {
-        chain.addCertificate(loaded(certificate));
-    }
-    return chain;
-}
-
-TrustStore loadedStore(std::vector<CertificateAndKey> const& certificates)
-{
-    TrustStore store;
-    for (auto const& certificate : certificates) {
-        store.addCertificate(loaded(certificate));
-    }
-    return store;
-}
-
 std::string systemBundle()
 {
     std::ifstream file(getSystemCertificatesFile(), std::ios::binary);

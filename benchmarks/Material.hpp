@@ -6,6 +6,7 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
+#include "support/operations/Loading.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
@@ -19,6 +20,9 @@ namespace foundation::benchmarks {
 
 using namespace foundation::certificates;
 using test::CertificateAndKey;
+using test::chainOf;
+using test::load;
+using test::storeOf;
 
 enum class KeyKind
 {
@@ -35,10 +39,6 @@ std::vector<CertificateAndKey> roots(std::size_t count);
 
 /// A leaf first, then intermediates; the last is signed by the root.
 std::vector<CertificateAndKey> chainBelow(CertificateAndKey const& root, std::size_t length);
-
-X509Certificate loaded(CertificateAndKey const& certificate);
-X509CertificateChain loadedChain(std::vector<CertificateAndKey> const& certificates);
-TrustStore loadedStore(std::vector<CertificateAndKey> const& certificates);
 
 /// The operating system's roots that the library accepts, as one PEM text; made-up roots where there are
 /// none.

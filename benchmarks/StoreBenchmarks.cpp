@@ -14,8 +14,8 @@ constexpr double copyTarget = 1.1;
 void addStoresOf(std::size_t count)
 {
     auto const certificates = std::make_shared<std::vector<CertificateAndKey>>(roots(count));
-    auto const chain = std::make_shared<X509CertificateChain>(loadedChain(*certificates));
-    auto const store = std::make_shared<TrustStore>(loadedStore(*certificates));
+    auto const chain = std::make_shared<X509CertificateChain>(chainOf(*certificates));
+    auto const store = std::make_shared<TrustStore>(storeOf(*certificates));
     std::shared_ptr<X509_STORE> const bare(bareStore(*certificates));
     std::string const size = std::to_string(count) + (count == 1 ? " root" : " roots");
     compare(

@@ -49,8 +49,7 @@ void addValidationScaling()
     auto const trusted = std::make_shared<std::vector<CertificateAndKey>>(roots(10));
     auto const chain = std::make_shared<std::vector<CertificateAndKey>>(chainBelow(trusted->front(), 2));
     scale("validation, library", [trusted, chain] {
-        return [leaf = loaded(chain->front()), intermediates = loadedChain(*chain),
-                store = loadedStore(*trusted)] {
+        return [leaf = load(chain->front()), intermediates = chainOf(*chain), store = storeOf(*trusted)] {
             return leaf.validateCertificate(intermediates, CertificateValidationOptions(), store);
         };
     });

@@ -2,7 +2,9 @@
 #include "Material.hpp"
 
 #include "support/pki/Revocable.hpp"
+#include "support/system/ScriptedServer.hpp"
 
+#include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
 
 #include <openssl/x509_vfy.h>
@@ -39,8 +41,8 @@ std::shared_ptr<Task>
 makeTask(std::vector<CertificateAndKey> const& chain, std::vector<CertificateAndKey> const& trusted)
 {
     std::vector<CertificateAndKey> const intermediates(chain.begin() + 1, chain.end());
-    return std::make_shared<Task>(Task{
-        loaded(chain.front()), loadedChain(intermediates), loadedStore(trusted), chain, bareStore(trusted)});
+    return std::make_shared<Task>(
+        Task{load(chain.front()), chainOf(intermediates), storeOf(trusted), chain, bareStore(trusted)});
 }
 
 Stack duplicatesOf(std::vector<CertificateAndKey> const& certificates)

@@ -5,6 +5,7 @@
 #include "support/BuilderSettings.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
@@ -244,9 +245,7 @@ void checkTimes(X509* certificate, Settings const& settings)
 
 void checkCertificate(X509Certificate const& certificate, Settings const& settings)
 {
-    auto const der = certificate.getAsBytes();
-    unsigned char const* position = der.data();
-    auto const bare = certificates::makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+    auto const bare = test::parseDer(certificate.getAsBytes());
     require(X509_verify(bare.get(), X509_get0_pubkey(bare.get())) == 1, "the signature is the key's");
     require(certificate.getKeySize() == settings.keySize, "the key has the size that was set");
     // In OpenSSL's extension syntax, a name can be the text of any other content of its extension.
@@ -276,9 +275,7 @@ void checkPEMKey(X509Certificate const& certificate, std::string const& pem, Set
     auto const key = certificates::makeEVP_PKEY(PEM_read_bio_PrivateKey(
         bio.get(), nullptr, settings.passphrase ? nullptr : refusePassphrase, passphrase));
     require(key != nullptr, "the key opens with its passphrase");
-    auto const der = certificate.getAsBytes();
-    unsigned char const* position = der.data();
-    auto const bare = certificates::makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+    auto const bare = test::parseDer(certificate.getAsBytes());
     require(X509_check_private_key(bare.get(), key.get()) == 1, "the key is the certificate's");
 }
 

@@ -24,12 +24,12 @@ namespace {
 using test::Bytes;
 using test::derElement;
 using test::joined;
+using test::octetStringTag;
+using test::sequenceTag;
 
 using URLs = std::vector<std::string>;
 using Options = certificates::CertificateValidationOptions;
 
-constexpr int sequenceTag = 0x30;
-constexpr int octetStringTag = 0x04;
 constexpr int extensionsTag = 0xA3;
 
 /// A certificate in two parts, between which its extensions are missing. Nobody verifies its signature.

@@ -1,3 +1,4 @@
+#include "support/InputOptions.hpp"
 #include "support/KeyDerivationCost.hpp"
 #include "support/Properties.hpp"
 #include "support/pki/TestBundles.hpp"
@@ -220,7 +221,6 @@ void holdsTheKey(PKCS12Certificate const& bundle, Contents const& contents)
 struct Question
 {
     std::string passphrase;
-    bool getsNewMac;
     /// Most of the time goes into the decoding of keys, once for each certificate of each object.
     bool isThorough;
 };
@@ -254,21 +254,15 @@ void isSound(ByteArray const& data, Question const& question)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    using foundation::certificates::ByteArray;
-    if (size < 2) {
-        return 0;
-    }
+    using namespace foundation::fuzz;
     constexpr std::size_t longestPassphrase = 63;
-    auto const* const parameters = data + size - 2;
-    auto const length = std::min<std::size_t>(parameters[0] & longestPassphrase, size - 2);
-    foundation::fuzz::Question const question{
-        std::string(parameters - length, parameters), (parameters[1] & 1U) != 0, (parameters[1] & 2U) != 0};
-    ByteArray bundle(data, parameters - length);
-    if (question.getsNewMac) {
-        bundle = foundation::fuzz::withNewMac(bundle, question.passphrase);
-    }
-    if (!foundation::fuzz::takesLong(bundle, question.passphrase)) {
-        foundation::fuzz::isSound(bundle, question);
+    if (auto const input = splitInput(data, size, longestPassphrase)) {
+        std::string const passphrase(input->text.begin(), input->text.end());
+        bool const getsNewMac = (input->options & pkcs12_option::newMac) != 0;
+        auto const bundle = getsNewMac ? withNewMac(input->container, passphrase) : input->container;
+        if (!takesLong(bundle, passphrase)) {
+            isSound(bundle, {passphrase, (input->options & pkcs12_option::thorough) != 0});
+        }
     }
     return 0;
 }

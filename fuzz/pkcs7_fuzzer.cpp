@@ -1,5 +1,8 @@
 #include "support/FixedPki.hpp"
+#include "support/InputOptions.hpp"
 #include "support/Properties.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/operations/Loading.hpp"
 #include "support/pki/TestBundles.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
@@ -41,7 +44,7 @@ using Verdict = certificates::PKCS7CertificateValidationResults;
 
 struct Question
 {
-    bool trustsStranger = false;
+    bool trustsUnrelatedRoot = false;
     bool knowsCa = false;
     ByteArray detachedContent;
     /// Most of the time goes into the decoding of keys, once for each certificate of each object.
@@ -50,20 +53,20 @@ struct Question
 
 test::CertificateAndKey const& anchorFor(Question const& question)
 {
-    static auto const stranger = test::makeRoot("stranger", fixed("stranger", "1"));
-    return question.trustsStranger ? stranger : fixedPki().root;
+    static auto const unrelated = test::makeRoot("unrelated", fixed("unrelated", "1"));
+    return question.trustsUnrelatedRoot ? unrelated : fixedPki().root;
 }
 
 TrustStore const& trustStoreFor(Question const& question)
 {
-    auto const storeOf = [](test::CertificateAndKey const& anchor) {
-        TrustStore store;
-        store.addCertificate(X509Certificate(anchor.der()));
-        return store;
+    auto const storeFor = [](bool trustsUnrelatedRoot) {
+        Question question;
+        question.trustsUnrelatedRoot = trustsUnrelatedRoot;
+        return test::storeOf({anchorFor(question)});
     };
-    static TrustStore const root = storeOf(anchorFor({}));
-    static TrustStore const stranger = storeOf(anchorFor({true, false, {}, false}));
-    return question.trustsStranger ? stranger : root;
+    static TrustStore const root = storeFor(false);
+    static TrustStore const unrelated = storeFor(true);
+    return question.trustsUnrelatedRoot ? unrelated : root;
 }
 
 X509CertificateChain const& intermediatesFor(Question const& question)
@@ -89,10 +92,10 @@ test::Pkcs7Handle parse(ByteArray const& data)
 
 /// What bare OpenSSL says, asked with the same arguments. It is asked only where the library has said yes: of
 /// strange structures, which the library keeps from it, some releases of OpenSSL do not survive the question.
-class Witness
+class Reference
 {
 public:
-    Witness(ByteArray const& data, Question const& question) : question(question), structure(parse(data))
+    Reference(ByteArray const& data, Question const& question) : question(question), structure(parse(data))
     {
         if (question.knowsCa) {
             untrusted = test::makeStack({fixedPki().ca.certificate});
@@ -114,15 +117,13 @@ public:
     /// Trust in the first signer, for any purpose.
     bool trustsFirstSigner(X509Certificate const& signer) const
     {
-        auto const store = own(X509_STORE_new());
-        test::require(X509_STORE_add_cert(store.get(), anchorFor(question).certificate.get()));
-        auto const certificate = test::parseDer(signer.getAsBytes());
-        auto const context = own(X509_STORE_CTX_new());
-        test::require(X509_STORE_CTX_init(context.get(), store.get(), certificate.get(), untrusted.get()));
-        X509_STORE_CTX_set_flags(
-            context.get(), X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
-                               X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
-        return X509_verify_cert(context.get()) == 1;
+        test::ReferenceVerifier verifier;
+        verifier.leaf = test::parseDer(signer.getAsBytes());
+        if (question.knowsCa) {
+            verifier.untrusted = {fixedPki().ca.certificate};
+        }
+        verifier.trusted = {anchorFor(question).certificate};
+        return verifier.verify().result == 1;
     }
 
     ByteArray signedContent() const
@@ -221,18 +222,18 @@ void answersQueries(PKCS7Certificate const& signedData)
 }
 
 /// The content reads the same as often as it is read, and as bare OpenSSL reads it.
-void readsContent(PKCS7Certificate const& signedData, Witness const& witness)
+void readsContent(PKCS7Certificate const& signedData, Reference const& reference)
 {
     auto const content = signedData.getSignedData();
     clearErrorQueue();
     require(signedData.getSignedData() == content, "Read again, the content is another");
     if (!content.empty()) {
-        require(witness.signedContent() == content, "The content is not the one that OpenSSL finds signed");
+        require(reference.signedContent() == content, "The content is not the one that OpenSSL finds signed");
     }
     clearErrorQueue();
 }
 
-void isJustified(Verdict const& verdict, PKCS7Certificate const& signedData, Witness const& witness)
+void isJustified(Verdict const& verdict, PKCS7Certificate const& signedData, Reference const& reference)
 {
     bool const sound = verdict.getSignatureVerificationStatus();
     bool const valid = verdict.getCertificateChainStatus() == Status::Valid;
@@ -242,12 +243,12 @@ void isJustified(Verdict const& verdict, PKCS7Certificate const& signedData, Wit
             verdict.getCertificateChainStatus() == Status::Failed, "No chain is judged without signature");
         return;
     }
-    require(witness.findsSignaturesSound(), "A signature is called sound that OpenSSL does not call so");
+    require(reference.findsSignaturesSound(), "A signature is called sound that OpenSSL does not call so");
     if (!valid) {
         return;
     }
     if (verdict.getValidationErrorString().empty()) {
-        require(witness.trustsAllSigners(), "Signers are trusted whom OpenSSL does not trust");
+        require(reference.trustsAllSigners(), "Signers are trusted whom OpenSSL does not trust");
         return;
     }
     require(
@@ -255,11 +256,11 @@ void isJustified(Verdict const& verdict, PKCS7Certificate const& signedData, Wit
         "Validity comes with a strange text");
     auto const signers = signedData.getSignerCerts().getCertificates();
     require(
-        !signers.empty() && witness.trustsFirstSigner(signers.front()),
+        !signers.empty() && reference.trustsFirstSigner(signers.front()),
         "A first signer is trusted whom OpenSSL does not trust");
 }
 
-void verifies(PKCS7Certificate const& signedData, Question const& question, Witness const& witness)
+void verifies(PKCS7Certificate const& signedData, Question const& question, Reference const& reference)
 {
     std::optional<Verdict> verdict;
     bool const judged = succeeds([&] {
@@ -268,7 +269,7 @@ void verifies(PKCS7Certificate const& signedData, Question const& question, Witn
     });
     clearErrorQueue();
     if (judged) {
-        isJustified(*verdict, signedData, witness);
+        isJustified(*verdict, signedData, reference);
     }
     clearErrorQueue();
 }
@@ -285,9 +286,9 @@ void isSound(ByteArray const& data, Question const& question)
         copiesAreEqual(*signedData);
     }
     answersQueries(*signedData);
-    Witness const witness(data, question);
-    readsContent(*signedData, witness);
-    verifies(*signedData, question, witness);
+    Reference const reference(data, question);
+    readsContent(*signedData, reference);
+    verifies(*signedData, question, reference);
 }
 
 } // namespace
@@ -296,15 +297,15 @@ void isSound(ByteArray const& data, Question const& question)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    using foundation::certificates::ByteArray;
-    if (size < 2) {
-        return 0;
+    using namespace foundation::fuzz;
+    constexpr std::size_t longestContent = 255;
+    if (auto const input = splitInput(data, size, longestContent)) {
+        Question question;
+        question.trustsUnrelatedRoot = (input->options & pkcs7_option::trustsUnrelatedRoot) != 0;
+        question.knowsCa = (input->options & pkcs7_option::knowsCa) != 0;
+        question.detachedContent = input->text;
+        question.isThorough = (input->options & pkcs7_option::thorough) != 0;
+        isSound(input->container, question);
     }
-    auto const* const parameters = data + size - 2;
-    auto const* const content = parameters - std::min<std::size_t>(parameters[0], size - 2);
-    foundation::fuzz::Question const question{
-        (parameters[1] & 1U) != 0, (parameters[1] & 2U) != 0, ByteArray(content, parameters),
-        (parameters[1] & 4U) != 0};
-    foundation::fuzz::isSound(ByteArray(data, content), question);
     return 0;
 }

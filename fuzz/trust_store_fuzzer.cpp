@@ -4,6 +4,7 @@
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"
+#include "support/openssl/ReferenceVerifier.hpp"
 #include "support/pki/TestPki.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 
@@ -111,9 +112,7 @@ int bareVerdict(X509Certificate const& leaf, X509CertificateChain const& chain, 
         return certificates::makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
     };
     auto const store = certificates::copyOpenSSLStore(trustStore);
-    X509_STORE_set_flags(
-        store.get(), X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
-                         X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
+    X509_STORE_set_flags(store.get(), test::ReferenceVerifier().flags);
     auto const certificate = parse(leaf);
     auto const untrusted = certificates::makeX509Stack(sk_X509_new_null());
     for (auto const& member : chain.getCertificates()) {

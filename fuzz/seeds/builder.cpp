@@ -24,7 +24,7 @@ Bytes setting(BuilderSetting which, std::string const& content)
 Bytes settings(std::vector<Bytes> chosen)
 {
     chosen.push_back(setting(BuilderSetting::KeySize, Bytes{0x04, 0x00}));
-    return test::derElement(0x30, test::joined(chosen));
+    return test::derElement(test::sequenceTag, test::joined(chosen));
 }
 
 } // namespace
@@ -73,9 +73,9 @@ Seeds builderSeeds()
         {"usage-unknown", settings({setting(Setting::KeyUsage, Bytes{0x09})})},
         {"reset",
          settings({setting(Setting::Offset, Bytes{0x01}), passphrase, setting(Setting::Reset, Bytes{})})},
-        {"key-768", test::derElement(0x30, setting(Setting::KeySize, Bytes{0x03, 0x00}))},
-        {"key-1536", test::derElement(0x30, setting(Setting::KeySize, Bytes{0x06, 0x00}))},
-        {"key-4096", test::derElement(0x30, setting(Setting::KeySize, Bytes{0x10, 0x00}))},
+        {"key-768", test::derElement(test::sequenceTag, setting(Setting::KeySize, Bytes{0x03, 0x00}))},
+        {"key-1536", test::derElement(test::sequenceTag, setting(Setting::KeySize, Bytes{0x06, 0x00}))},
+        {"key-4096", test::derElement(test::sequenceTag, setting(Setting::KeySize, Bytes{0x10, 0x00}))},
     };
 }
 

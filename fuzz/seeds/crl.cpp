@@ -1,6 +1,7 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
+#include "support/InputOptions.hpp"
 #include "support/Text.hpp"
 #include "support/pki/TestCrl.hpp"
 
@@ -12,13 +13,11 @@ namespace {
 
 using test::CrlSpec;
 
-constexpr unsigned char leafAlone = 0x00;
-constexpr unsigned char leafOfTheChain = 0x01;
-constexpr unsigned char caOfTheChain = 0x03;
-constexpr unsigned char signedAnew = 0x04;
-constexpr unsigned char bestEffort = 0x08;
-constexpr unsigned char revokedIsAllowed = 0x10;
-constexpr unsigned char validated = 0x20;
+using namespace crl_option;
+
+constexpr unsigned leafAlone = 0;
+constexpr unsigned leafOfTheChain = wholeChain;
+constexpr unsigned caOfTheChain = wholeChain | fuzzesTheCa;
 
 using Mutation = std::function<void(CrlSpec&)>;
 
@@ -68,32 +67,33 @@ Seeds revocations()
         revoking({{"3", test::TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "20200230"), std::nullopt}});
     return {
         {"revoked_leaf", seed(leafAlone, leafCrl(revokesLeaf))},
-        {"revoked_leaf_signed_anew", seed(signedAnew | leafOfTheChain, leafCrl(revokesLeaf))},
+        {"revoked_leaf_signed_anew", seed(signsAnew | leafOfTheChain, leafCrl(revokesLeaf))},
         {"revoked_ca", seed(caOfTheChain, crlOf(fixedPki().root, revokesCa))},
-        {"revoked_ca_signed_anew", seed(signedAnew | caOfTheChain, crlOf(fixedPki().root, revokesCa))},
-        {"revoked_and_allowed", seed(signedAnew | revokedIsAllowed, leafCrl(revokesLeaf))},
-        {"removed_again", seed(signedAnew, leafCrl(removed))},
-        {"revoked_without_readable_date", seed(signedAnew, leafCrl(undated))},
+        {"revoked_ca_signed_anew", seed(signsAnew | caOfTheChain, crlOf(fixedPki().root, revokesCa))},
+        {"revoked_and_allowed", seed(signsAnew | allowsRevoked, leafCrl(revokesLeaf))},
+        {"removed_again", seed(signsAnew, leafCrl(removed))},
+        {"revoked_without_readable_date", seed(signsAnew, leafCrl(undated))},
     };
 }
 
 Seeds faults()
 {
-    auto const strangersCrl = leafCrl([](CrlSpec& spec) { spec.signingKey = fixedKey("stranger"); });
+    auto const crlByOtherKey = leafCrl([](CrlSpec& spec) { spec.signingKey = fixedKey("other"); });
     auto const expired = leafCrl([](CrlSpec& spec) { spec.nextUpdate = startOfTime(); });
     auto const endless = leafCrl([](CrlSpec& spec) { spec.nextUpdate = std::nullopt; });
     auto const notYet = leafCrl([](CrlSpec& spec) { spec.thisUpdate = endOfTime(); });
     auto const unreadable = leafCrl(
         [](CrlSpec& spec) { spec.nextUpdate = test::TimeSpec::raw(V_ASN1_UTCTIME, "991332000000Z"); });
     return {
-        {"strangers", seed(leafAlone, strangersCrl)},
-        {"strangers_best_effort", seed(validated | bestEffort | leafOfTheChain, strangersCrl)},
-        {"expired", seed(signedAnew, expired)},
-        {"without_next_update", seed(signedAnew, endless)},
-        {"not_yet_valid", seed(signedAnew, notYet)},
-        {"unreadable_next_update", seed(validated | signedAnew | bestEffort, unreadable)},
-        {"another_issuers", seed(signedAnew, crlOf(fixedPki().root))},
-        {"no_crl", seed(validated | leafAlone, fixedPki().leaf.der())},
+        {"signed_by_other_key", seed(leafAlone, crlByOtherKey)},
+        {"signed_by_other_key_best_effort",
+         seed(validatesAlways | bestEffort | leafOfTheChain, crlByOtherKey)},
+        {"expired", seed(signsAnew, expired)},
+        {"without_next_update", seed(signsAnew, endless)},
+        {"not_yet_valid", seed(signsAnew, notYet)},
+        {"unreadable_next_update", seed(validatesAlways | signsAnew | bestEffort, unreadable)},
+        {"another_issuers", seed(signsAnew, crlOf(fixedPki().root))},
+        {"no_crl", seed(validatesAlways | leafAlone, fixedPki().leaf.der())},
         {"pem", seed(leafAlone, test::asBytes("-----BEGIN X509 CRL-----\n"))},
     };
 }
@@ -104,10 +104,10 @@ Seeds extensions()
     test::Bytes const one = {0x02, 0x01, 0x01};
     return {
         {"for_some_reasons",
-         seed(signedAnew, leafCrl(withExtension("issuingDistributionPoint", distributionPoint)))},
-        {"delta", seed(signedAnew, leafCrl(withExtension("deltaCRL", one)))},
-        {"unknown_critical", seed(signedAnew, leafCrl(withExtension("1.3.6.1.4.1.99999.1", one)))},
-        {"version_1", seed(signedAnew, leafCrl([](CrlSpec& spec) {
+         seed(signsAnew, leafCrl(withExtension("issuingDistributionPoint", distributionPoint)))},
+        {"delta", seed(signsAnew, leafCrl(withExtension("deltaCRL", one)))},
+        {"unknown_critical", seed(signsAnew, leafCrl(withExtension("1.3.6.1.4.1.99999.1", one)))},
+        {"version_1", seed(signsAnew, leafCrl([](CrlSpec& spec) {
                                spec.version = X509_CRL_VERSION_1;
                                spec.extensions.clear();
                            }))},

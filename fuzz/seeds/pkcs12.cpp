@@ -1,8 +1,8 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
+#include "support/InputOptions.hpp"
 #include "support/Text.hpp"
-#include "support/pki/Der.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 
@@ -15,15 +15,14 @@ namespace {
 using test::Bytes;
 using test::Pkcs12Spec;
 
-constexpr unsigned char asItIs = 0;
-constexpr unsigned char withNewMac = 1;
-constexpr unsigned char thorough = 2;
+using namespace pkcs12_option;
+
+constexpr unsigned asItIs = 0;
 constexpr int notEncrypted = -1;
 
-Bytes seed(unsigned char bits, std::string const& passphrase, Bytes const& bundle)
+Bytes seed(unsigned options, std::string const& passphrase, Bytes const& bundle)
 {
-    Bytes const parameters{static_cast<unsigned char>(passphrase.size()), bits};
-    return test::joined({bundle, test::asBytes(passphrase), parameters});
+    return joinInput({bundle, test::asBytes(passphrase), options});
 }
 
 Pkcs12Spec leafSpec()
@@ -72,32 +71,32 @@ Seeds parts()
         spec.key = nullptr;
         spec.furtherCertificates.clear();
     });
-    auto const strangersKey = bundle([](Pkcs12Spec& spec) { spec.key = fixedKey("stranger"); });
+    auto const otherKey = bundle([](Pkcs12Spec& spec) { spec.key = fixedKey("other"); });
     auto const open = bundle([](Pkcs12Spec& spec) {
         spec.keyCipher = notEncrypted;
         spec.certificateCipher = notEncrypted;
     });
     return {
         {"whole", seed(thorough, "secret", bundle([](Pkcs12Spec&) {}))},
-        {"whole_with_new_mac", seed(withNewMac, "secret", bundle([](Pkcs12Spec&) {}))},
-        {"open_thoroughly", seed(withNewMac | thorough, "secret", open)},
-        {"open", seed(withNewMac, "secret", open)},
-        {"key_alone", seed(withNewMac | thorough, "secret", keyAlone)},
-        {"certificate_alone", seed(withNewMac, "secret", certificateAlone)},
-        {"nothing", seed(withNewMac, "secret", nothing)},
-        {"strangers_key", seed(withNewMac, "secret", strangersKey)},
+        {"whole_with_new_mac", seed(newMac, "secret", bundle([](Pkcs12Spec&) {}))},
+        {"open_thoroughly", seed(newMac | thorough, "secret", open)},
+        {"open", seed(newMac, "secret", open)},
+        {"key_alone", seed(newMac | thorough, "secret", keyAlone)},
+        {"certificate_alone", seed(newMac, "secret", certificateAlone)},
+        {"nothing", seed(newMac, "secret", nothing)},
+        {"key_of_another_certificate", seed(newMac, "secret", otherKey)},
     };
 }
 
 Seeds keys()
 {
     return {
-        {"rsa", seed(withNewMac | thorough, "", bundleOf(test::rsaKey()))},
-        {"rsa_1024", seed(withNewMac, "", bundleOf(test::rsaKey(1024)))},
-        {"ed25519", seed(withNewMac, "", bundleOf(test::ed25519Key()))},
-        {"p384", seed(withNewMac, "", bundleOf(test::p384Key()))},
-        {"explicit_p256", seed(withNewMac, "", bundleOf(test::explicitP256Key()))},
-        {"dsa", seed(withNewMac, "", bundleOf(test::dsaKey()))},
+        {"rsa", seed(newMac | thorough, "", bundleOf(test::rsaKey()))},
+        {"rsa_1024", seed(newMac, "", bundleOf(test::rsaKey(1024)))},
+        {"ed25519", seed(newMac, "", bundleOf(test::ed25519Key()))},
+        {"p384", seed(newMac, "", bundleOf(test::p384Key()))},
+        {"explicit_p256", seed(newMac, "", bundleOf(test::explicitP256Key()))},
+        {"dsa", seed(newMac, "", bundleOf(test::dsaKey()))},
     };
 }
 
@@ -113,10 +112,10 @@ Seeds passphrases()
     auto const costly = bundle([](Pkcs12Spec& spec) { spec.iterations = 2048; });
     return {
         {"wrong", seed(asItIs, "secrets", bundle([](Pkcs12Spec&) {}))},
-        {"zero_inside", seed(withNewMac, std::string("sec\0ret", 7), bundle([](Pkcs12Spec&) {}))},
-        {"zero_behind", seed(withNewMac, std::string("secret\0", 7), bundle([](Pkcs12Spec&) {}))},
-        {"beyond_ascii", seed(withNewMac, "\xC3\xA9\xF0\x9F\x94\x91", withoutPassphrase)},
-        {"not_utf8", seed(withNewMac, "\xFF\xFE", withoutPassphrase)},
+        {"zero_inside", seed(newMac, std::string("sec\0ret", 7), bundle([](Pkcs12Spec&) {}))},
+        {"zero_behind", seed(newMac, std::string("secret\0", 7), bundle([](Pkcs12Spec&) {}))},
+        {"beyond_ascii", seed(newMac, "\xC3\xA9\xF0\x9F\x94\x91", withoutPassphrase)},
+        {"not_utf8", seed(newMac, "\xFF\xFE", withoutPassphrase)},
         {"none", seed(asItIs, "", withoutPassphrase)},
         {"without_mac", seed(asItIs, "secret", withoutMac)},
         {"legacy", seed(asItIs, "secret", legacy)},

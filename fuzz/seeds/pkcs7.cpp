@@ -1,8 +1,8 @@
 #include "seeds/Seeds.hpp"
 
 #include "support/FixedPki.hpp"
+#include "support/InputOptions.hpp"
 #include "support/Text.hpp"
-#include "support/pki/Der.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 
@@ -16,20 +16,18 @@ using test::Bytes;
 using test::Pkcs7Handle;
 using test::SignedDataSpec;
 
-constexpr unsigned char nothingKnown = 0;
-constexpr unsigned char trustsStranger = 1;
-constexpr unsigned char knowsCa = 2;
-constexpr unsigned char thorough = 4;
+using namespace pkcs7_option;
 
-Bytes seed(unsigned char bits, Bytes const& signedData, std::string const& detachedContent = "")
+constexpr unsigned nothingKnown = 0;
+
+Bytes seed(unsigned options, Bytes const& signedData, std::string const& detachedContent = "")
 {
-    Bytes const parameters{static_cast<unsigned char>(detachedContent.size()), bits};
-    return test::joined({signedData, test::asBytes(detachedContent), parameters});
+    return joinInput({signedData, test::asBytes(detachedContent), options});
 }
 
-Bytes seed(unsigned char bits, Pkcs7Handle const& signedData, std::string const& detachedContent = "")
+Bytes seed(unsigned options, Pkcs7Handle const& signedData, std::string const& detachedContent = "")
 {
-    return seed(bits, test::toDer(signedData), detachedContent);
+    return seed(options, test::toDer(signedData), detachedContent);
 }
 
 SignedDataSpec signedByLeaf()
@@ -86,7 +84,7 @@ Seeds soundOnes()
         {"rsa", seed(nothingKnown, rsa)},
         {"ca_is_known", seed(knowsCa, lonely)},
         {"ca_is_unknown", seed(nothingKnown, lonely)},
-        {"stranger_is_trusted", seed(trustsStranger, good)},
+        {"unrelated_root_is_trusted", seed(trustsUnrelatedRoot, good)},
         {"server", seed(knowsCa, byServer)},
         {"without_attributes", seed(nothingKnown, plain)},
         {"two_signers", seed(thorough, byTwo)},

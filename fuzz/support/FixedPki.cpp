@@ -3,10 +3,7 @@
 #include "support/pki/TestKeys.hpp"
 
 #include <openssl/core_names.h>
-#include <openssl/ec.h>
 #include <openssl/sha.h>
-
-#include <memory>
 
 namespace foundation::fuzz {
 
@@ -24,13 +21,10 @@ test::BigNumberHandle privateNumber(std::string const& name)
 
 test::Bytes publicPoint(BIGNUM const* privateKey)
 {
-    std::shared_ptr<EC_GROUP> const group(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1), EC_GROUP_free);
-    std::shared_ptr<EC_POINT> const point(EC_POINT_new(group.get()), EC_POINT_free);
-    require(EC_POINT_mul(group.get(), point.get(), privateKey, nullptr, nullptr, nullptr));
-    test::Bytes bytes(65);
-    require(static_cast<long>(EC_POINT_point2oct(
-        group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED, bytes.data(), bytes.size(), nullptr)));
-    return bytes;
+    auto const curve = own(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+    auto const point = own(EC_POINT_new(curve.get()));
+    require(EC_POINT_mul(curve.get(), point.get(), privateKey, nullptr, nullptr, nullptr));
+    return test::uncompressed(curve.get(), point.get());
 }
 
 test::Mutation withCrlAt(char const* path, std::string const& name, std::string const& serialNumber)
@@ -55,7 +49,7 @@ test::KeyHandle fixedKey(std::string const& name)
 {
     auto const number = privateNumber(name);
     auto const point = publicPoint(number.get());
-    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
+    auto const builder = own(OSSL_PARAM_BLD_new());
     require(
         OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, SN_X9_62_prime256v1, 0));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, number.get()));

@@ -114,6 +114,21 @@ DigestContextHandle own(EVP_MD_CTX* context)
     return ownWith(context, EVP_MD_CTX_free);
 }
 
+CurveHandle own(EC_GROUP* curve)
+{
+    return ownWith(curve, EC_GROUP_free);
+}
+
+PointHandle own(EC_POINT* point)
+{
+    return ownWith(point, EC_POINT_free);
+}
+
+ParameterBuilderHandle own(OSSL_PARAM_BLD* builder)
+{
+    return ownWith(builder, OSSL_PARAM_BLD_free);
+}
+
 X509StackHandle makeStack(std::vector<X509Handle> const& certificates)
 {
     auto const stack = ownWith(sk_X509_new_null(), freeStack);

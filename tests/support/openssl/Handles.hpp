@@ -2,7 +2,9 @@
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
+#include <openssl/ec.h>
 #include <openssl/evp.h>
+#include <openssl/param_build.h>
 #include <openssl/pkcs12.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
@@ -13,8 +15,9 @@
 
 namespace foundation::test {
 
-/// Tests make their own witnesses with the bare OpenSSL API. Every object that OpenSSL hands out goes through
-/// `own()` in the same statement: it refuses null with a `std::runtime_error` that carries OpenSSL's reason.
+/// Owning handles for test data that is made with the bare OpenSSL API. Every object that OpenSSL hands out
+/// goes through `own()` in the same statement. `own()` throws `std::runtime_error` with OpenSSL's reason for
+/// null.
 using Bytes = std::vector<unsigned char>;
 
 using X509Handle = std::shared_ptr<X509>;
@@ -24,7 +27,7 @@ using Pkcs7Handle = std::shared_ptr<PKCS7>;
 using Pkcs12Handle = std::shared_ptr<PKCS12>;
 using BioHandle = std::shared_ptr<BIO>;
 using BigNumberHandle = std::shared_ptr<BIGNUM>;
-/// ASN1_INTEGER, ASN1_TIME and all other string-like types are one struct.
+/// ASN1_INTEGER, ASN1_TIME and all other string types are the same struct.
 using AsnStringHandle = std::shared_ptr<ASN1_STRING>;
 using AsnObjectHandle = std::shared_ptr<ASN1_OBJECT>;
 using NameHandle = std::shared_ptr<X509_NAME>;
@@ -34,6 +37,9 @@ using StoreHandle = std::shared_ptr<X509_STORE>;
 using StoreContextHandle = std::shared_ptr<X509_STORE_CTX>;
 using KeyContextHandle = std::shared_ptr<EVP_PKEY_CTX>;
 using DigestContextHandle = std::shared_ptr<EVP_MD_CTX>;
+using CurveHandle = std::shared_ptr<EC_GROUP>;
+using PointHandle = std::shared_ptr<EC_POINT>;
+using ParameterBuilderHandle = std::shared_ptr<OSSL_PARAM_BLD>;
 /// Owns the stack and one reference of each certificate in it.
 using X509StackHandle = std::shared_ptr<STACK_OF(X509)>;
 
@@ -53,23 +59,26 @@ StoreHandle own(X509_STORE* store);
 StoreContextHandle own(X509_STORE_CTX* context);
 KeyContextHandle own(EVP_PKEY_CTX* context);
 DigestContextHandle own(EVP_MD_CTX* context);
+CurveHandle own(EC_GROUP* curve);
+PointHandle own(EC_POINT* point);
+ParameterBuilderHandle own(OSSL_PARAM_BLD* builder);
 
-/// A stack of the given certificates in their order, each with a reference of its own.
+/// Returns a stack of the certificates in their order. The stack has its own reference to each.
 X509StackHandle makeStack(std::vector<X509Handle> const& certificates);
 
-/// Another handle on an object that someone else keeps, with a reference of its own.
+/// Returns a further handle for an object that another owner keeps.
 X509Handle share(X509* certificate);
 
-/// A further reference for calls that take ownership (`sk_X509_push`, `X509_STORE` and the like).
+/// Returns a further reference for a call that takes ownership, such as `sk_X509_push`.
 X509* newReference(X509Handle const& certificate);
 
-/// For OpenSSL calls that answer below 1 on failure: throws `std::runtime_error` with OpenSSL's reason.
+/// Throws `std::runtime_error` with OpenSSL's reason if the result of an OpenSSL call is below 1.
 void require(long result);
 
-/// Whole content of a memory BIO.
+/// Returns the whole content of a memory BIO.
 Bytes contentOf(BioHandle const& bio);
 
-/// A read-only memory BIO over bytes which must outlive it.
+/// Returns a read-only memory BIO. The bytes must outlive it.
 BioHandle readerOf(Bytes const& bytes);
 
 } // namespace foundation::test

@@ -5,28 +5,28 @@
 
 namespace foundation::test {
 
-/// True if the calling thread's OpenSSL error queue holds no entry. Removes nothing.
+/// Whether the calling thread's OpenSSL error queue is empty. Removes nothing.
 bool queueIsEmpty();
 
-/// Puts an entry that no certificate operation causes ("div by zero" of the big number library) at the end of
-/// the calling thread's queue and gives its code as `ERR_peek_error` will show it.
+/// Appends an entry that no certificate operation causes: "div by zero" of the big number library. Returns
+/// its code as `ERR_peek_error` shows it.
 unsigned long queueForeignError();
 
-/// The code of the oldest entry, 0 if there is none. Removes nothing.
+/// Returns the code of the oldest entry, or 0 if the queue is empty. Removes nothing.
 unsigned long oldestError();
 
-/// The reason text of the oldest entry; empty if there is no entry or its reason has no text. Removes
-/// nothing.
+/// Returns the reason text of the oldest entry. Returns "" without an entry, and for a reason without a text.
+/// Removes nothing.
 std::string oldestReasonText();
 
-/// OpenSSL's wording of a reason, such as `reasonText(ERR_LIB_PEM, PEM_R_NO_START_LINE)`; empty if it has
-/// none.
+/// Returns OpenSSL's text for a reason, such as `reasonText(ERR_LIB_PEM, PEM_R_NO_START_LINE)`. Returns ""
+/// for a reason without a text.
 std::string reasonText(int library, int reason);
 
-/// Empties the queue and gives the codes that stood in it, oldest first.
+/// Empties the queue. Returns the codes that were in it, oldest first.
 std::vector<unsigned long> drainErrorQueue();
 
-/// Empties the queue at both ends of a scope, so that neither a test's predecessor nor its successor sees it.
+/// Empties the queue at the start and at the end of a scope, so that tests do not see each other's errors.
 class CleanErrorQueue
 {
 public:
@@ -36,7 +36,7 @@ public:
     CleanErrorQueue& operator=(CleanErrorQueue const&) = delete;
 };
 
-/// Drops at its end the entries queued since its start and leaves older ones in place.
+/// At the end of the scope, removes the entries that were queued within it. Older entries stay.
 class ErrorQueueMark
 {
 public:

@@ -10,7 +10,7 @@ namespace {
 
 using ConnectionHandle = std::shared_ptr<SSL>;
 
-/// The end of a connection that is given one half of a BIO pair.
+/// Returns one end of a connection over its half of a BIO pair.
 ConnectionHandle connectionOf(TLSContextHandle const& context, BIO* transport)
 {
     ConnectionHandle connection(SSL_new(context.get()), SSL_free);

@@ -14,16 +14,16 @@ using TLSContextHandle = std::shared_ptr<SSL_CTX>;
 
 TLSContextHandle makeTLSContext(SSL_METHOD const* method = TLS_method());
 
-/// A server that shows the certificate and, behind it, the chain.
+/// Returns a server that presents the certificate, followed by the chain.
 TLSContextHandle
 makeTLSServer(X509Handle const& certificate, KeyHandle const& key, std::vector<X509Handle> const& chain = {});
 
-/// A client that accepts no server but those with a chain to the context's own store.
+/// Returns a client that accepts only servers with a chain to the context's own store.
 TLSContextHandle makeTLSClient();
 
-/// What the client makes of the server's certificate in a handshake between the two, in memory. X509_V_OK
-/// only if both have finished it. A client that is given a host name wants the certificate to be made out to
-/// it.
+/// Runs a handshake in memory. Returns the client's verification result for the server's certificate. The
+/// result is X509_V_OK only if both sides finished the handshake. With a host name, the client also checks
+/// that the certificate is issued for it.
 long verifyResultOfHandshake(
     TLSContextHandle const& client, TLSContextHandle const& server, std::string const& hostName = "");
 

@@ -4,8 +4,12 @@
 
 #include <vector>
 
-/// A little DER, by hand.
+/// DER without OpenSSL, for encodings that OpenSSL does not write.
 namespace foundation::test {
+
+constexpr int sequenceTag = 0x30;
+constexpr int octetStringTag = 0x04;
+constexpr int bitStringTag = 0x03;
 
 inline Bytes joined(std::vector<Bytes> const& parts)
 {
@@ -16,7 +20,7 @@ inline Bytes joined(std::vector<Bytes> const& parts)
     return whole;
 }
 
-/// One value: the tag, the content's length in as few bytes as will do, and the content.
+/// Returns one element: the tag, the content's length in the shortest form, and the content.
 inline Bytes derElement(int tag, Bytes const& content)
 {
     Bytes length;

@@ -6,8 +6,8 @@
 
 namespace foundation::test {
 
-/// The object as a PEM block under a passphrase ("Proc-Type: 4,ENCRYPTED"), which OpenSSL asks for on the
-/// terminal unless it is told not to.
+/// Returns the object as a PEM block with the header "Proc-Type: 4,ENCRYPTED". OpenSSL asks for the
+/// passphrase on the terminal unless it has a callback that refuses.
 std::string toEncryptedPem(X509Handle const& certificate);
 std::string toEncryptedPem(Pkcs7Handle const& pkcs7);
 

@@ -11,8 +11,8 @@
 
 namespace foundation::test {
 
-/// root -> ca -> leaf. The leaf names http://127.0.0.1/leaf.crl, issued by ca, and ca names
-/// http://127.0.0.1/ca.crl, issued by root.
+/// root -> ca -> leaf. The leaf's CRL is at http://127.0.0.1/leaf.crl and is issued by ca. The CRL of ca is
+/// at http://127.0.0.1/ca.crl and is issued by root.
 struct Revocable
 {
     explicit Revocable(Mutation const& mutateLeaf = {}, Mutation const& mutateCa = {})
@@ -50,7 +50,7 @@ struct Revocable
     CertificateAndKey leaf;
 };
 
-/// What a server of both CRLs has to offer.
+/// Returns both CRLs by the paths that a server offers them at.
 inline std::map<std::string, Bytes> filesOf(CrlHandle const& leafCrl, CrlHandle const& caCrl)
 {
     return {{"/leaf.crl", toDer(leafCrl)}, {"/ca.crl", toDer(caCrl)}};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/Handles.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestPki.hpp"
@@ -13,11 +14,10 @@
 #include <string>
 #include <vector>
 
-/// What the tests of the builder of self-signed certificates share: small keys, and a look at what was built
-/// through bare OpenSSL.
+/// Shared by the tests of the builder: small keys, and the built certificate as bare OpenSSL reads it.
 namespace foundation::test {
 
-/// A builder with a key size that keeps tests fast.
+/// Returns a builder with the smallest key, which keeps tests fast.
 inline certificates::SelfSignedCertBuilder fastBuilder()
 {
     certificates::SelfSignedCertBuilder builder;
@@ -37,21 +37,16 @@ inline X509Handle built(certificates::SelfSignedCertBuilder const& builder)
 
 inline Bytes toDer(X509_EXTENSION* extension)
 {
-    unsigned char* encoded = nullptr;
-    int const length = i2d_X509_EXTENSION(extension, &encoded);
-    require(length);
-    Bytes bytes(encoded, encoded + length);
-    OPENSSL_free(encoded);
-    return bytes;
+    return encodedBy(i2d_X509_EXTENSION, extension);
 }
 
-/// The whole extension, criticality included.
+/// Returns the DER of the whole extension, including its criticality.
 inline Bytes extensionOf(X509Handle const& certificate, int nid)
 {
     return toDer(X509_get_ext(certificate.get(), X509_get_ext_by_NID(certificate.get(), nid, -1)));
 }
 
-/// The extension that OpenSSL makes of a text in its configuration language.
+/// Returns the DER of the extension that OpenSSL makes from a text in its configuration language.
 inline Bytes extensionFrom(int nid, std::string const& text)
 {
     X509V3_CTX context{};
@@ -59,7 +54,7 @@ inline Bytes extensionFrom(int nid, std::string const& text)
     return toDer(own(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str())).get());
 }
 
-/// The text of a failed build whose oldest error is that of the given call.
+/// Returns the text of a failed build whose oldest OpenSSL error is the one that the call causes.
 inline std::string failureTextAfter(std::function<void()> const& failingCall)
 {
     CleanErrorQueue const queue;
@@ -75,7 +70,7 @@ inline void tryExtension(int nid, std::string const& text)
     X509_EXTENSION_free(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str()));
 }
 
-/// The text of a build that fails at an extension's value.
+/// Returns the text of a build that fails because OpenSSL refuses the text of an extension.
 inline std::string failureTextOfExtension(int nid, std::string const& text)
 {
     return failureTextAfter([&] { tryExtension(nid, text); });
@@ -89,7 +84,7 @@ inline std::vector<unsigned long> errorsOfExtension(int nid, std::string const& 
     return drainErrorQueue();
 }
 
-/// Seconds from one time to the other.
+/// Returns the seconds from the first time to the second.
 inline long secondsBetween(ASN1_TIME const* from, ASN1_TIME const* to)
 {
     int days = 0;
@@ -103,7 +98,7 @@ inline long lifetimeOf(X509Handle const& certificate)
     return secondsBetween(X509_get0_notBefore(certificate.get()), X509_get0_notAfter(certificate.get()));
 }
 
-/// Seconds from now; the clock may have gone on a little since the time was made.
+/// Returns the seconds from now. The time may have been made a little earlier, so allow for some slack.
 inline long secondsFromNow(ASN1_TIME const* time)
 {
     return secondsBetween(own(X509_gmtime_adj(nullptr, 0)).get(), time);

@@ -1,5 +1,7 @@
 #include "support/pki/Signing.hpp"
 
+#include "support/openssl/Encoding.hpp"
+
 #include <openssl/rsa.h>
 
 #include <algorithm>
@@ -99,17 +101,23 @@ DigestContextHandle startSigning(KeyHandle const& key, EVP_MD const* digest, boo
     return context;
 }
 
+Bytes signatureOf(Bytes const& bytes, DigestContextHandle const& context)
+{
+    std::size_t size = 0;
+    require(EVP_DigestSign(context.get(), nullptr, &size, bytes.data(), bytes.size()));
+    Bytes signature(size);
+    require(EVP_DigestSign(context.get(), signature.data(), &size, bytes.data(), bytes.size()));
+    signature.resize(size);
+    return signature;
+}
+
 Bytes distributionPointsContent(std::vector<std::vector<std::string>> const& points)
 {
     std::shared_ptr<CRL_DIST_POINTS> const list(CRL_DIST_POINTS_new(), CRL_DIST_POINTS_free);
     for (auto const& uris : points) {
         pushDistributionPoint(list.get(), uris);
     }
-    unsigned char* encoded = nullptr;
-    auto const size = i2d_CRL_DIST_POINTS(list.get(), &encoded);
-    require(size);
-    std::shared_ptr<unsigned char> const owner(encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
-    return {encoded, encoded + size};
+    return encodedBy(i2d_CRL_DIST_POINTS, list.get());
 }
 
 } // namespace foundation::test

@@ -8,19 +8,22 @@
 #include <memory>
 #include <string>
 
-/// What certificates and CRLs are made of alike; tests have no need of it.
+/// Shared by the makers of certificates and CRLs. Tests do not use it.
 namespace foundation::test {
 
-/// Decimal, or hexadecimal after "0x"; a leading minus sign comes first of all.
+/// Reads a decimal number, or a hexadecimal one after "0x". A minus sign comes before either.
 AsnStringHandle makeSerial(std::string const& number);
 
-/// The sections of a text in OpenSSL's configuration language. Some extensions want this database
-/// although they refer to none of its sections.
+/// Returns the sections of a text in OpenSSL's configuration language. Some extensions require this database
+/// even if they refer to no section.
 std::shared_ptr<CONF> parseSections(std::string const& text);
 
 ExtensionHandle makeExtension(ExtensionSpec const& spec, X509V3_CTX& context);
 
-/// The digest is left to the key where the key prescribes it.
+/// Ignores the digest for keys that prescribe one.
 DigestContextHandle startSigning(KeyHandle const& key, EVP_MD const* digest, bool pss = false);
+
+/// Returns the signature of the bytes with the context that `startSigning` made.
+Bytes signatureOf(Bytes const& bytes, DigestContextHandle const& context);
 
 } // namespace foundation::test

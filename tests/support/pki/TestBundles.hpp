@@ -12,7 +12,8 @@ namespace foundation::test {
 struct SignedDataSpec
 {
     std::string content = "signed content";
-    /// Each signer's certificate is embedded, in this order, unless `withoutCertificates`. May be empty.
+    /// Each signer's certificate is embedded in this order, unless `withoutCertificates` is set. May be
+    /// empty.
     std::vector<CertificateAndKey> signers;
     /// Embedded after the signers' certificates, in this order.
     std::vector<X509Handle> furtherCertificates;
@@ -22,27 +23,27 @@ struct SignedDataSpec
     EVP_MD const* digest = EVP_sha256();
 };
 
-/// PKCS#7 signed data.
+/// Makes PKCS#7 signed data.
 Pkcs7Handle makeSignedData(SignedDataSpec const& spec);
-/// Signed by one signer, with the further certificates embedded after the signer's.
+/// Makes signed data by one signer. The further certificates are embedded after the signer's.
 Pkcs7Handle makeSignedData(
     std::string const& content, CertificateAndKey const& signer,
     std::vector<X509Handle> const& furtherCertificates = {});
 
-/// The same structure with the first byte of its embedded content changed, so that no digest fits it.
+/// Returns a copy in which the last bit of the embedded content is flipped, so that no digest fits.
 Pkcs7Handle withTamperedContent(Pkcs7Handle const& signedData);
-/// The same structure with one bit of its first signature changed.
+/// Returns a copy in which the last bit of the first signature is flipped.
 Pkcs7Handle withDamagedSignature(Pkcs7Handle const& signedData);
 
-/// The other content types. Recipients of enveloped data need RSA keys.
+/// Make the other content types. Recipients of enveloped data need RSA keys.
 Pkcs7Handle makePlainData(std::string const& content);
 Pkcs7Handle makeDigestedData(std::string const& content);
 Pkcs7Handle makeEncryptedData();
 Pkcs7Handle makeEnvelopedData(std::string const& content, CertificateAndKey const& recipient);
-/// The signer's certificate is embedded.
+/// Embeds the signer's certificate.
 Pkcs7Handle makeSignedAndEnvelopedData(
     std::string const& content, CertificateAndKey const& signer, CertificateAndKey const& recipient);
-/// A ContentInfo that names the given type and has no content at all: OpenSSL parses it to null members.
+/// Returns a ContentInfo of the given type without content. OpenSSL parses it into null members.
 Bytes contentInfoWithoutContent(int typeNid);
 
 Bytes toDer(Pkcs7Handle const& pkcs7);
@@ -52,18 +53,18 @@ Pkcs7Handle parsePkcs7(Bytes const& der);
 struct Pkcs12Spec
 {
     std::string passphrase;
-    /// What the bundle holds; each may be missing. Key and certificate need not belong together.
+    /// Each part is optional. The key need not belong to the certificate.
     X509Handle certificate;
     KeyHandle key;
-    /// After the certificate, in this order.
+    /// Stored after the certificate, in this order.
     std::vector<X509Handle> furtherCertificates;
     std::optional<std::string> friendlyName;
-    /// Ciphers by NID; 0 is AES-256, -1 is none. Those of the legacy provider work too.
+    /// NIDs of ciphers, including those of the legacy provider. 0 selects AES-256, -1 no encryption.
     int keyCipher = 0;
     int certificateCipher = 0;
     bool withoutMac = false;
     EVP_MD const* macDigest = EVP_sha256();
-    /// Few, to keep tests fast.
+    /// A small count keeps tests fast.
     int iterations = 16;
 };
 

@@ -1,6 +1,6 @@
 #include "support/pki/TestCrl.hpp"
 
-#include "support/Text.hpp"
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/Signing.hpp"
 
@@ -110,16 +110,12 @@ CrlHandle makeCrl(
 
 Bytes toDer(CrlHandle const& crl)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_X509_CRL_bio(bio.get(), crl.get()));
-    return contentOf(bio);
+    return encodedBy(i2d_X509_CRL, crl.get());
 }
 
 std::string toPem(CrlHandle const& crl)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(PEM_write_bio_X509_CRL(bio.get(), crl.get()));
-    return asText(contentOf(bio));
+    return asText(writtenBy(PEM_write_bio_X509_CRL, crl.get()));
 }
 
 } // namespace foundation::test

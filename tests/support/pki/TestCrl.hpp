@@ -20,25 +20,25 @@ struct RevokedEntry
     std::optional<int> reason = std::nullopt;
 };
 
-/// An entry for the certificate's own serial number.
+/// Returns an entry for the certificate's serial number.
 RevokedEntry revoke(CertificateAndKey const& certificate);
 RevokedEntry revoke(CertificateAndKey const& certificate, TimeSpec const& date);
 
 struct CrlSpec
 {
     CertificateAndKey issuer;
-    /// Instead of the issuer's subject.
+    /// Replaces the issuer's subject.
     std::optional<Name> issuerName;
-    /// Instead of the issuer's key: the CRL is signed by a stranger.
+    /// Replaces the issuer's key, so that the signature does not fit the issuer.
     KeyHandle signingKey;
     TimeSpec thisUpdate = TimeSpec::fromNow(std::chrono::hours(-1));
-    /// Absent: the CRL names no next update.
+    /// Without a value, the CRL has no nextUpdate field.
     std::optional<TimeSpec> nextUpdate = TimeSpec::fromNow(std::chrono::hours(24 * 30));
-    /// In the order of encoding. A hundred thousand of them are a matter of a second.
+    /// In the order of encoding. A hundred thousand entries take about a second.
     std::vector<RevokedEntry> revoked;
-    /// As encoded: 0 is version 1, 1 is version 2.
+    /// The encoded value: 0 means version 1, 1 means version 2.
     long version = X509_CRL_VERSION_2;
-    /// Beside the authority key identifier and the CRL number, which every version 2 CRL gets unless cleared.
+    /// `crlSpec` fills in the authority key identifier and the CRL number.
     std::vector<ExtensionSpec> extensions;
     EVP_MD const* digest = EVP_sha256();
     bool damagedSignature = false;
@@ -47,7 +47,7 @@ struct CrlSpec
 CrlSpec crlSpec(CertificateAndKey const& issuer);
 CrlHandle make(CrlSpec const& spec);
 
-/// A good CRL of the issuer with the given entries, after the mutation.
+/// Makes a valid CRL of the issuer with the given entries, changed by the mutation.
 CrlHandle makeCrl(
     CertificateAndKey const& issuer, std::vector<RevokedEntry> revoked = {},
     std::function<void(CrlSpec&)> const& mutate = {});

@@ -1,6 +1,6 @@
 #include "support/pki/TestKeys.hpp"
 
-#include "support/Text.hpp"
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 
 #include <openssl/core_names.h>
@@ -16,7 +16,7 @@ namespace foundation::test {
 
 namespace {
 
-/// Gives the process's key of that kind and name; generates it on first demand.
+/// Returns the process's key of that kind and name. Generates it on first use.
 KeyHandle cached(std::string const& kind, std::string const& name, std::function<KeyHandle()> const& generate)
 {
     static std::mutex mutex;
@@ -69,7 +69,7 @@ KeyHandle keyWithoutParameters(int type, std::string const& name)
     return cached(OBJ_nid2sn(type), name, [type] { return generateFrom(generatorFor(type)); });
 }
 
-/// The numbers of the group of RFC 5114, 2.3, which OpenSSL knows for Diffie-Hellman.
+/// Returns the group of RFC 5114, section 2.3, which OpenSSL knows for Diffie-Hellman.
 KeyHandle wellKnownGroup()
 {
     auto const context = own(EVP_PKEY_CTX_new_from_name(nullptr, "DHX", nullptr));
@@ -96,14 +96,14 @@ KeyHandle dsaParameters()
     auto const p = numberOf(group, OSSL_PKEY_PARAM_FFC_P);
     auto const q = numberOf(group, OSSL_PKEY_PARAM_FFC_Q);
     auto const g = numberOf(group, OSSL_PKEY_PARAM_FFC_G);
-    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
+    auto const builder = own(OSSL_PARAM_BLD_new());
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_P, p.get()));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_Q, q.get()));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_G, g.get()));
     return keyFrom(*builder, "DSA", EVP_PKEY_KEY_PARAMETERS);
 }
 
-/// A key over the parameters that another one has.
+/// Generates a key over the parameters of another key.
 KeyHandle generateOver(KeyHandle const& parameters)
 {
     auto const context = own(EVP_PKEY_CTX_new_from_pkey(nullptr, parameters.get(), nullptr));
@@ -111,30 +111,25 @@ KeyHandle generateOver(KeyHandle const& parameters)
     return generateFrom(context);
 }
 
-/// A point of the curve as bytes, other than the generator that everybody uses: its double.
+/// Returns a point of the curve that is not its usual generator: the generator's double.
 Bytes otherGeneratorOf(EC_GROUP const* curve)
 {
-    std::shared_ptr<EC_POINT> const point(EC_POINT_new(curve), EC_POINT_free);
+    auto const point = own(EC_POINT_new(curve));
     require(EC_POINT_dbl(curve, point.get(), EC_GROUP_get0_generator(curve), nullptr));
-    Bytes bytes(65);
-    require(
-        EC_POINT_point2oct(
-            curve, point.get(), POINT_CONVERSION_UNCOMPRESSED, bytes.data(), bytes.size(), nullptr) ==
-        bytes.size());
-    return bytes;
+    return uncompressed(curve, point.get());
 }
 
-/// Parameters that differ from those of prime256v1 in the generator, so that no name fits them.
+/// Returns parameters that differ from those of prime256v1 in the generator, so that they have no name.
 KeyHandle namelessCurve()
 {
-    std::shared_ptr<EC_GROUP> const curve(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1), EC_GROUP_free);
+    auto const curve = own(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
     auto const p = own(BN_new());
     auto const a = own(BN_new());
     auto const b = own(BN_new());
     require(EC_GROUP_get_curve(curve.get(), p.get(), a.get(), b.get(), nullptr));
     auto const generator = otherGeneratorOf(curve.get());
 
-    std::shared_ptr<OSSL_PARAM_BLD> const builder(OSSL_PARAM_BLD_new(), OSSL_PARAM_BLD_free);
+    auto const builder = own(OSSL_PARAM_BLD_new());
     require(OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_EC_FIELD_TYPE, "prime-field", 0));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_P, p.get()));
     require(OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_EC_A, a.get()));
@@ -210,6 +205,16 @@ KeyHandle dsaKey(std::string const& name)
     return cached("DSA", name, [] { return generateOver(dsaParameters()); });
 }
 
+Bytes uncompressed(EC_GROUP const* curve, EC_POINT const* point)
+{
+    auto const write = [&](unsigned char* bytes, std::size_t size) {
+        return EC_POINT_point2oct(curve, point, POINT_CONVERSION_UNCOMPRESSED, bytes, size, nullptr);
+    };
+    Bytes bytes(write(nullptr, 0));
+    require(static_cast<long>(write(bytes.data(), bytes.size())));
+    return bytes;
+}
+
 KeyHandle keyFrom(OSSL_PARAM_BLD& builder, char const* type, int selection)
 {
     std::shared_ptr<OSSL_PARAM> const parameters(OSSL_PARAM_BLD_to_param(&builder), OSSL_PARAM_free);
@@ -222,25 +227,19 @@ KeyHandle keyFrom(OSSL_PARAM_BLD& builder, char const* type, int selection)
 
 std::string toPem(KeyHandle const& key, std::string const& passphrase)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(PEM_write_bio_PKCS8PrivateKey(
-        bio.get(), key.get(), passphrase.empty() ? nullptr : EVP_aes_256_cbc(), passphrase.data(),
-        static_cast<int>(passphrase.size()), nullptr, nullptr));
-    return asText(contentOf(bio));
+    return asText(writtenBy(
+        PEM_write_bio_PKCS8PrivateKey, key.get(), passphrase.empty() ? nullptr : EVP_aes_256_cbc(),
+        passphrase.data(), static_cast<int>(passphrase.size()), nullptr, nullptr));
 }
 
 Bytes publicKeyDer(KeyHandle const& key)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_PUBKEY_bio(bio.get(), key.get()));
-    return contentOf(bio);
+    return encodedBy(i2d_PUBKEY, key.get());
 }
 
 Bytes privateKeyDer(KeyHandle const& key)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_PKCS8PrivateKeyInfo_bio(bio.get(), key.get()));
-    return contentOf(bio);
+    return writtenBy(i2d_PKCS8PrivateKeyInfo_bio, key.get());
 }
 
 } // namespace foundation::test

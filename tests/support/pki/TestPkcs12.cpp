@@ -1,5 +1,6 @@
 #include "support/pki/TestBundles.hpp"
 
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 
 #include <openssl/pkcs12.h>
@@ -9,7 +10,7 @@ namespace foundation::test {
 
 namespace {
 
-/// A library context with the legacy ciphers, so that the process's own context stays as the test finds it.
+/// A library context with the legacy ciphers. The process's default context stays unchanged.
 class LegacyContext
 {
 public:
@@ -49,13 +50,13 @@ void freeSafes(STACK_OF(PKCS7) * safes)
     sk_PKCS7_pop_free(safes, PKCS7_free);
 }
 
-/// What OpenSSL takes by itself depends on the call: some still prefer a cipher of the legacy provider.
+/// Avoids OpenSSL's own default: some calls still choose a cipher of the legacy provider.
 int cipherOrDefault(int cipher)
 {
     return cipher == 0 ? NID_aes_256_cbc : cipher;
 }
 
-/// Marks key and certificate as belonging together, as readers expect, also where they do not.
+/// Adds the identifier by which readers match a key with its certificate, even if the two do not match.
 void mark(PKCS12_SAFEBAG* bag, Pkcs12Spec const& spec)
 {
     require(bag ? 1 : 0);
@@ -132,9 +133,7 @@ Pkcs12Handle makePkcs12(CertificateAndKey const& content, std::string const& pas
 
 Bytes toDer(Pkcs12Handle const& pkcs12)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_PKCS12_bio(bio.get(), pkcs12.get()));
-    return contentOf(bio);
+    return encodedBy(i2d_PKCS12, pkcs12.get());
 }
 
 } // namespace foundation::test

@@ -1,6 +1,6 @@
 #include "support/pki/TestPki.hpp"
 
-#include "support/Text.hpp"
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/Signing.hpp"
 
@@ -38,7 +38,7 @@ void setExtensionIn(std::vector<ExtensionSpec>& extensions, ExtensionSpec extens
     }
 }
 
-/// The authority key identifier refers to the issuer's subject key identifier, if there is one to refer to.
+/// Adds an authority key identifier if the issuer has a subject key identifier that it can refer to.
 void addAuthorityKeyIdentifier(CertificateSpec& spec, CertificateAndKey const& issuer)
 {
     if (X509_get0_subject_key_id(issuer.certificate.get())) {
@@ -89,8 +89,8 @@ void addExtensions(X509* certificate, CertificateSpec const& spec)
     }
 }
 
-/// Rewrites the public key's encoding. What OpenSSL remembers of the true key goes when the certificate is
-/// parsed again.
+/// Rewrites the encoding of the public key. OpenSSL's cached key disappears when the certificate is parsed
+/// again.
 void spoilPublicKey(X509* certificate, PublicKeyFault fault)
 {
     if (fault == PublicKeyFault::None) {
@@ -107,24 +107,15 @@ void spoilPublicKey(X509* certificate, PublicKeyFault fault)
         publicKey, OBJ_dup(chosen.get()), V_ASN1_NULL, nullptr, bits, static_cast<int>(garbage.size())));
 }
 
-/// Signs by hand what is signed already, as another version.
+/// Changes the version of a signed certificate and replaces its signature.
 void signAsVersion(X509* certificate, long version, DigestContextHandle const& context)
 {
     require(X509_set_version(certificate, version));
-    unsigned char* encoded = nullptr;
-    auto const size = i2d_re_X509_tbs(certificate, &encoded);
-    require(size);
-    std::shared_ptr<unsigned char> const owner(encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
-
-    std::size_t length = 0;
-    auto const sizeToSign = static_cast<std::size_t>(size);
-    require(EVP_DigestSign(context.get(), nullptr, &length, encoded, sizeToSign));
-    Bytes signature(length);
-    require(EVP_DigestSign(context.get(), signature.data(), &length, encoded, sizeToSign));
-
+    auto const signature = signatureOf(encodedBy(i2d_re_X509_tbs, certificate), context);
     ASN1_BIT_STRING const* place = nullptr;
     X509_get0_signature(&place, nullptr, certificate);
-    require(ASN1_STRING_set(const_cast<ASN1_BIT_STRING*>(place), signature.data(), static_cast<int>(length)));
+    require(ASN1_STRING_set(
+        const_cast<ASN1_BIT_STRING*>(place), signature.data(), static_cast<int>(signature.size())));
 }
 
 void sign(X509* certificate, CertificateSpec const& spec)
@@ -134,7 +125,7 @@ void sign(X509* certificate, CertificateSpec const& spec)
     auto const start = [&] { return startSigning(key, spec.digest, spec.pssSignature); };
     auto const version = X509_get_version(certificate);
     require(X509_sign_ctx(certificate, start().get()));
-    // OpenSSL 3.5 makes version 3 of whatever has extensions.
+    // OpenSSL 3.5 sets version 3 if there are extensions.
     if (X509_get_version(certificate) != version) {
         signAsVersion(certificate, version, start());
     }
@@ -289,16 +280,12 @@ std::string CertificateAndKey::pem() const
 
 Bytes toDer(X509Handle const& certificate)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_X509_bio(bio.get(), certificate.get()));
-    return contentOf(bio);
+    return encodedBy(i2d_X509, certificate.get());
 }
 
 std::string toPem(X509Handle const& certificate)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(PEM_write_bio_X509(bio.get(), certificate.get()));
-    return asText(contentOf(bio));
+    return asText(writtenBy(PEM_write_bio_X509, certificate.get()));
 }
 
 std::string toPemBundle(std::vector<X509Handle> const& certificates)

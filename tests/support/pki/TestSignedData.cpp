@@ -1,7 +1,8 @@
 #include "support/pki/TestBundles.hpp"
 
-#include "support/Text.hpp"
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/Der.hpp"
 
 #include <openssl/pem.h>
 
@@ -20,7 +21,7 @@ int flagsFor(SignedDataSpec const& spec)
            (spec.withoutCertificates ? PKCS7_NOCERTS : 0) | (spec.withoutAttributes ? PKCS7_NOATTR : 0);
 }
 
-/// OpenSSL keeps more in a structure that it built than in one that it parsed; tests see the latter.
+/// Encodes and parses the structure, because OpenSSL keeps additional state in a structure that it built.
 Pkcs7Handle parsedAgain(Pkcs7Handle const& pkcs7)
 {
     return parsePkcs7(toDer(pkcs7));
@@ -33,7 +34,7 @@ Pkcs7Handle makeOfType(int type)
     return pkcs7;
 }
 
-/// Passes the content through the filters that the structure asks for: digests, ciphers, signatures.
+/// Writes the content through the structure's filters: digests, ciphers, signatures.
 void fill(Pkcs7Handle const& pkcs7, std::string const& content)
 {
     auto const filters = own(PKCS7_dataInit(pkcs7.get(), nullptr));
@@ -151,28 +152,17 @@ Pkcs7Handle makeSignedAndEnvelopedData(
 
 Bytes contentInfoWithoutContent(int typeNid)
 {
-    auto const* const object = OBJ_nid2obj(typeNid);
-    unsigned char* encoded = nullptr;
-    auto const size = i2d_ASN1_OBJECT(object, &encoded);
-    require(size);
-    std::shared_ptr<unsigned char> const owner(encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
-    Bytes result(encoded, encoded + size);
-    result.insert(result.begin(), {0x30, static_cast<unsigned char>(size)});
-    return result;
+    return derElement(sequenceTag, encodedBy(i2d_ASN1_OBJECT, OBJ_nid2obj(typeNid)));
 }
 
 Bytes toDer(Pkcs7Handle const& pkcs7)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(i2d_PKCS7_bio(bio.get(), pkcs7.get()));
-    return contentOf(bio);
+    return encodedBy(i2d_PKCS7, pkcs7.get());
 }
 
 std::string toPem(Pkcs7Handle const& pkcs7)
 {
-    auto const bio = own(BIO_new(BIO_s_mem()));
-    require(PEM_write_bio_PKCS7(bio.get(), pkcs7.get()));
-    return asText(contentOf(bio));
+    return asText(writtenBy(PEM_write_bio_PKCS7, pkcs7.get()));
 }
 
 Pkcs7Handle parsePkcs7(Bytes const& der)
