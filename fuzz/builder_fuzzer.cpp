@@ -175,7 +175,9 @@ bool canBeBuilt(Settings const& settings)
         start >= -furthest - 1 && start <= furthest && end >= -furthest - 1 && end <= furthest;
     // A smaller key is too small for the signature.
     bool const hasKey = settings.keySize == 1024 || settings.keySize == 1536 || settings.keySize == 2048;
-    return isInTime && hasKey &&
+    // OpenSSL would read these as the end of a name or of the list of names.
+    bool const hasOneName = settings.commonName.find_first_of(std::string(",\r\n\0", 4)) == std::string::npos;
+    return isInTime && hasKey && hasOneName &&
            bareExtension(NID_subject_alt_name, alternativeNamesFor(settings), nullptr) &&
            bareExtension(NID_key_usage, keyUsagesFor(settings), nullptr) &&
            bareExtension(NID_ext_key_usage, extendedKeyUsagesFor(settings), nullptr);
