@@ -35,7 +35,7 @@ inline bool endsWith(std::string const& text, std::string const& end)
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-/// What goes to a stream by `<<`.
+/// Returns what `<<` writes for the value.
 template <class Value>
 std::string streamed(Value const& value)
 {
@@ -44,7 +44,7 @@ std::string streamed(Value const& value)
     return out.str();
 }
 
-/// What the object prints of itself.
+/// Returns what the object's `print` writes.
 template <class Object>
 std::string printed(Object const& object)
 {
@@ -53,7 +53,7 @@ std::string printed(Object const& object)
     return out.str();
 }
 
-/// All bytes of the file; empty if it cannot be read.
+/// Returns all bytes of the file, or "" if it cannot be read.
 inline std::string contentOfFile(std::filesystem::path const& file)
 {
     std::ifstream stream(file, std::ios::binary);

@@ -7,14 +7,13 @@
 #include <string>
 #include <typeinfo>
 
-/// Expects that the expression throws an exception whose dynamic type is exactly `Type` (not a class derived
-/// from it) and whose `what()` is exactly `text`. The expression may contain commas and may yield a value,
-/// also one marked [[nodiscard]]. The failure is not fatal, so the macro can stand in functions that return
-/// values.
+/// Expects that the expression throws an exception of exactly the type `Type`, not of a derived class, and
+/// that its `what()` is exactly `text`. The expression may contain commas and may yield a value, also a
+/// [[nodiscard]] one. A failure is not fatal, so the macro also works in functions that return values.
 #define EXPECT_THROWS_EXACTLY(Type, text, ...)                                                               \
     FOUNDATION_TEST_EXPECT_THROW(Type, ::foundation::test::detail::Match::Whole, text, __VA_ARGS__)
 
-/// As above, for texts that end in OpenSSL's own wording: `what()` begins with `prefix`.
+/// Expects that `what()` begins with `prefix`. For texts that end in OpenSSL's own wording.
 #define EXPECT_THROWS_WITH_PREFIX(Type, prefix, ...)                                                         \
     FOUNDATION_TEST_EXPECT_THROW(Type, ::foundation::test::detail::Match::Prefix, prefix, __VA_ARGS__)
 
@@ -58,7 +57,7 @@ testing::AssertionResult throwsAsExpected(Match match, std::string const& text, 
                << "  Expected: " << expectation << "\n    Actual: " << describe(typeid(thrown), what);
     } catch (...) {
         return testing::AssertionFailure()
-               << "  Expected: " << expectation << "\n    Actual: something that is no std::exception";
+               << "  Expected: " << expectation << "\n    Actual: something that is not a std::exception";
     }
     return testing::AssertionFailure() << "  Expected: " << expectation << "\n    Actual: nothing was thrown";
 }

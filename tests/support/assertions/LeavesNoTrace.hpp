@@ -13,8 +13,8 @@
 
 namespace foundation::test {
 
-/// Gives each test a temporary directory of its own, and expects at its end that nothing is left in it and
-/// that the same files are open as at its start.
+/// Gives each test its own temporary directory. At the end of the test the directory must be empty, and the
+/// same files must be open as at the start.
 class LeavesNoTrace : public testing::Test
 {
 protected:
@@ -28,7 +28,6 @@ protected:
         EXPECT_EQ(temporaryFiles(), std::vector<std::filesystem::path>());
     }
 
-    /// What the temporary directory holds.
     std::vector<std::filesystem::path> temporaryFiles() const
     {
         std::vector<std::filesystem::path> files;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 using namespace foundation::test;
@@ -15,12 +16,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// The content if all signatures fit it; chains are not looked at.
+constexpr std::int64_t lastSecondOf9999 = 253402300799;
+
+/// Returns the content if all signatures fit. Does not verify chains.
 std::string verifiedContent(Pkcs7Handle const& pkcs7)
 {
     auto const out = own(BIO_new(BIO_s_mem()));
-    auto const good = PKCS7_verify(pkcs7.get(), nullptr, nullptr, nullptr, out.get(), PKCS7_NOVERIFY) == 1;
-    return good ? asText(contentOf(out)) : "not verified";
+    auto const isSound = PKCS7_verify(pkcs7.get(), nullptr, nullptr, nullptr, out.get(), PKCS7_NOVERIFY) == 1;
+    return isSound ? asText(contentOf(out)) : "not verified";
 }
 
 CertificateAndKey rsaRoot()
@@ -68,23 +71,23 @@ TEST(TestCrl, IsSignedByIssuerAndListsCertificates)
     EXPECT_EQ(toPem(crl).find("-----BEGIN X509 CRL-----\n"), 0u);
 }
 
-TEST(TestCrl, CanBeSignedWrongly)
+TEST(TestCrl, CanHaveInvalidSignature)
 {
     CleanErrorQueue const clean;
     auto const root = makeRoot("root");
-    auto const byStranger = makeCrl(root, {}, [](CrlSpec& spec) { spec.signingKey = p256Key("stranger"); });
+    auto const byOtherKey = makeCrl(root, {}, [](CrlSpec& spec) { spec.signingKey = p256Key("other"); });
     auto const damaged = makeCrl(root, {}, [](CrlSpec& spec) { spec.damagedSignature = true; });
-    EXPECT_NE(X509_CRL_verify(byStranger.get(), root.key.get()), 1);
+    EXPECT_NE(X509_CRL_verify(byOtherKey.get(), root.key.get()), 1);
     EXPECT_NE(X509_CRL_verify(damaged.get(), root.key.get()), 1);
 }
 
-TEST(TestCrl, StoresUpdatesOfAnyKind)
+TEST(TestCrl, StoresNextUpdateOfAnyKind)
 {
     auto const root = makeRoot("root");
     auto const without = makeCrl(root, {}, [](CrlSpec& spec) { spec.nextUpdate.reset(); });
     EXPECT_EQ(X509_CRL_get0_nextUpdate(without.get()), nullptr);
     for (auto const& [time, text] :
-         {std::pair(TimeSpec::at(253402300799), "99991231235959Z"),
+         {std::pair(TimeSpec::at(lastSecondOf9999), "99991231235959Z"),
           std::pair(TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "16771231000000Z"), "16771231000000Z"),
           std::pair(TimeSpec::unreadable(), "no time at all")}) {
         auto const nextUpdate = time;
@@ -94,7 +97,7 @@ TEST(TestCrl, StoresUpdatesOfAnyKind)
     }
 }
 
-TEST(TestCrl, TakesManyEntries)
+TEST(TestCrl, HoldsManyEntries)
 {
     std::vector<RevokedEntry> entries;
     for (int number = 1; number <= 100'000; ++number) {
@@ -105,7 +108,7 @@ TEST(TestCrl, TakesManyEntries)
     EXPECT_EQ(sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl.get())), 100'000);
 }
 
-TEST(TestSignedData, VerifiesUnlessTouched)
+TEST(TestSignedData, VerifiesUnlessChanged)
 {
     CleanErrorQueue const clean;
     auto const root = makeRoot("root");
@@ -119,7 +122,7 @@ TEST(TestSignedData, VerifiesUnlessTouched)
     EXPECT_EQ(toPem(signedData).find("-----BEGIN PKCS7-----\n"), 0u);
 }
 
-TEST(TestSignedData, TakesSeveralSignersAndOptions)
+TEST(TestSignedData, SupportsSeveralSignersAndOptions)
 {
     auto const root = makeRoot("root");
     SignedDataSpec spec;
@@ -139,7 +142,7 @@ TEST(TestSignedData, TakesSeveralSignersAndOptions)
     EXPECT_LE(sk_PKCS7_SIGNER_INFO_num(PKCS7_get_signer_info(makeSignedData(spec).get())), 0);
 }
 
-TEST(TestSignedData, ComesInEveryContentType)
+TEST(TestSignedData, SupportsEveryContentType)
 {
     auto const root = rsaRoot();
     EXPECT_TRUE(PKCS7_type_is_data(makePlainData("x").get()));
@@ -151,14 +154,14 @@ TEST(TestSignedData, ComesInEveryContentType)
     EXPECT_EQ(sk_X509_num(both->d.signed_and_enveloped->cert), 1);
 }
 
-TEST(TestSignedData, CanLackItsContent)
+TEST(TestSignedData, MayHaveNoContent)
 {
     auto const parsed = parsePkcs7(contentInfoWithoutContent(NID_pkcs7_signed));
     EXPECT_TRUE(PKCS7_type_is_signed(parsed.get()));
     EXPECT_EQ(parsed->d.sign, nullptr);
 }
 
-TEST(TestPkcs12, OpensWithItsPassphraseOnly)
+TEST(TestPkcs12, OpensOnlyWithItsPassphrase)
 {
     CleanErrorQueue const clean;
     auto const root = makeRoot("root");
@@ -179,7 +182,7 @@ TEST(TestPkcs12, OpensWithItsPassphraseOnly)
     EXPECT_FALSE(open(makePkcs12(spec), "other").opened);
 }
 
-TEST(TestPkcs12, MayLackAnyPart)
+TEST(TestPkcs12, MayOmitAnyPart)
 {
     CleanErrorQueue const clean;
     auto const root = makeRoot("root");
@@ -201,7 +204,7 @@ TEST(TestPkcs12, MayLackAnyPart)
     EXPECT_EQ(PKCS12_mac_present(makePkcs12(spec).get()), 0);
 }
 
-TEST(TestPkcs12, UsesTheCiphersAskedFor)
+TEST(TestPkcs12, UsesRequestedCiphers)
 {
     CleanErrorQueue const clean;
     auto const root = makeRoot("root");
@@ -219,5 +222,5 @@ TEST(TestPkcs12, UsesTheCiphersAskedFor)
     EXPECT_TRUE(open(makePkcs12(spec), "secret").opened);
 
     spec.certificateCipher = NID_pbe_WithSHA1And40BitRC2_CBC;
-    EXPECT_FALSE(open(makePkcs12(spec), "secret").opened) << "RC2 is out of the default provider's reach";
+    EXPECT_FALSE(open(makePkcs12(spec), "secret").opened) << "The default provider does not implement RC2.";
 }

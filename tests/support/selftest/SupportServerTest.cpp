@@ -24,7 +24,7 @@ std::string restOf(std::istream& stream)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// What the server answers to the request, up to the end of the connection.
+/// Sends the request. Returns everything that the server sends before it closes the connection.
 std::string exchange(std::uint16_t port, std::string const& request)
 {
     Socket socket;
@@ -56,7 +56,7 @@ TEST(ScriptedServer, DeliversManyBytes)
     EXPECT_EQ(exchange(server.port(), "GET /\r\n\r\n"), body);
 }
 
-TEST(ScriptedServer, DeliversWithoutHavingReadTheRequest)
+TEST(ScriptedServer, DeliversBeforeItReadsTheRequest)
 {
     ScriptedServer server("127.0.0.2", 0, {{send("early")}});
     EXPECT_EQ(exchange(server.port(), "GET /\r\n\r\n"), "early");
@@ -81,7 +81,7 @@ TEST(ScriptedServer, ResetsConnection)
     EXPECT_EQ(socket.error(), boost::asio::error::connection_reset);
 }
 
-TEST(ScriptedServer, StopsInTheMidstOfAWait)
+TEST(ScriptedServer, StopsDuringWait)
 {
     auto const start = Clock::now();
     {
@@ -119,7 +119,7 @@ TEST(HttpFileServer, ServesFilesByPath)
         "HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\n\r\n");
 }
 
-TEST(TemporaryFolder, GoesWithItsContent)
+TEST(TemporaryFolder, IsRemovedWithItsContent)
 {
     std::filesystem::path path;
     {

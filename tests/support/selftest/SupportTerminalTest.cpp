@@ -22,7 +22,7 @@ TEST(PseudoTerminal, ReportsOutputAndExitCode)
     EXPECT_EQ(run.output, "hello");
 }
 
-TEST(PseudoTerminal, FindsOutWhoWaitsForInput)
+TEST(PseudoTerminal, DetectsWaitForInput)
 {
     auto const run = runOnTerminal(
         [] {

@@ -46,7 +46,7 @@ int expectInsideFunctionWithResult()
     return 1;
 }
 
-/// X509_V_OK, or the first error of a strict validation with the intermediates given.
+/// Returns X509_V_OK or the first error of a strict verification.
 int verifyStrictly(
     X509Handle const& leaf, std::vector<X509Handle> const& intermediates, X509Handle const& root)
 {
@@ -83,29 +83,29 @@ TEST(ExactThrow, AcceptsExactTypeAndText)
     EXPECT_EQ(expectInsideFunctionWithResult(), 1);
 }
 
-TEST(ExactThrow, RefusesBaseClass)
+TEST(ExactThrow, RejectsBaseClass)
 {
     EXPECT_NONFATAL_FAILURE(
         EXPECT_THROWS_EXACTLY(Plain, "text", throwDerived("text", 0)), "Derived with text \"text\"");
 }
 
-TEST(ExactThrow, RefusesOtherText)
+TEST(ExactThrow, RejectsOtherText)
 {
     EXPECT_NONFATAL_FAILURE(
         EXPECT_THROWS_EXACTLY(Derived, "text", throwDerived("text.", 0)), "with text \"text.\"");
 }
 
-TEST(ExactThrow, RefusesExpressionThatThrowsNothing)
+TEST(ExactThrow, RejectsExpressionWithoutException)
 {
     EXPECT_NONFATAL_FAILURE(EXPECT_THROWS_EXACTLY(Derived, "text", one()), "nothing was thrown");
 }
 
-TEST(ExactThrow, RefusesWhatIsNoException)
+TEST(ExactThrow, RejectsOtherThrownTypes)
 {
-    EXPECT_NONFATAL_FAILURE(EXPECT_THROWS_EXACTLY(Derived, "text", throw 1), "no std::exception");
+    EXPECT_NONFATAL_FAILURE(EXPECT_THROWS_EXACTLY(Derived, "text", throw 1), "not a std::exception");
 }
 
-TEST(ExactThrow, ComparesPrefixOnlyFromTheBeginning)
+TEST(ExactThrow, ComparesPrefixWithTheBeginning)
 {
     EXPECT_THROWS_WITH_PREFIX(Derived, "te", throwDerived("text", 0));
     EXPECT_NONFATAL_FAILURE(EXPECT_THROWS_WITH_PREFIX(Derived, "ext", throwDerived("text", 0)), "beginning");
@@ -144,7 +144,7 @@ TEST(ErrorQueue, MarkKeepsOlderEntries)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{older});
 }
 
-TEST(TestKeys, AreOfTheKindAskedFor)
+TEST(TestKeys, AreOfTheRequestedKind)
 {
     struct Row
     {
@@ -201,7 +201,7 @@ TEST(TestPki, OneMutationGivesOneError)
               X509_V_ERR_CERT_NOT_YET_VALID},
           Row{"leaf", [](CertificateSpec& spec) { spec.damagedSignature = true; },
               X509_V_ERR_CERT_SIGNATURE_FAILURE},
-          Row{"ca", [](CertificateSpec& spec) { spec.signingKey = p256Key("stranger"); },
+          Row{"ca", [](CertificateSpec& spec) { spec.signingKey = p256Key("other"); },
               X509_V_ERR_CERT_SIGNATURE_FAILURE},
           Row{"leaf", [](CertificateSpec& spec) { spec.issuer = commonName("nobody"); },
               X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY},
@@ -228,7 +228,7 @@ TEST(TestPki, EveryKindOfKeySignsAndVerifies)
     }
 }
 
-TEST(TestPki, SignsWithPssOnDemand)
+TEST(TestPki, SignsWithPssOnRequest)
 {
     auto const root = makeRoot("root", [](CertificateSpec& spec) {
         spec.key = rsaKey(1024);
@@ -238,7 +238,7 @@ TEST(TestPki, SignsWithPssOnDemand)
     EXPECT_EQ(X509_verify(root.certificate.get(), root.key.get()), 1);
 }
 
-TEST(TestPki, SpoiltPublicKeysCannotBeRead)
+TEST(TestPki, FaultyPublicKeyCannotBeRead)
 {
     for (auto const fault : {PublicKeyFault::Undecodable, PublicKeyFault::UnknownType}) {
         CleanErrorQueue const clean;
@@ -313,7 +313,7 @@ TEST(TestPki, StoresTimesOfAnyYear)
     }
 }
 
-TEST(TestPki, StoresRawExtensionsUnseen)
+TEST(TestPki, StoresRawExtensionsUnchecked)
 {
     Bytes const damaged = {0x30, 0x7f, 0x00};
     auto const root =
@@ -371,7 +371,7 @@ TEST(TestPki, MakesVersion1WithExtensionsToo)
     EXPECT_EQ(X509_verify(root.certificate.get(), root.key.get()), 1);
 }
 
-TEST(TestPki, LeavesErrorQueueAsItWas)
+TEST(TestPki, DoesNotChangeErrorQueue)
 {
     CleanErrorQueue const clean;
     auto const code = queueForeignError();

@@ -18,7 +18,7 @@ bool tellsTheDate(clockid_t clock)
     return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
 }
 
-/// Straight from the kernel: the C library's own function is hidden behind the one below.
+/// Calls the kernel directly, because the function below hides the C library's own.
 int readClock(clockid_t clock, timespec* result)
 {
 #ifdef SYS_clock_gettime64

@@ -4,12 +4,11 @@
 
 namespace foundation::test {
 
-/// Stops the wall clock of the whole process while it lives: `time`, `gettimeofday`, `clock_gettime`, and
-/// with them `std::chrono::system_clock` and OpenSSL, read the given time. Clocks that measure durations run
-/// on. Clocks may be nested; the innermost counts.
+/// Stops the wall clock of the process during a scope. `time`, `gettimeofday` and `clock_gettime` return the
+/// given time, and so do `std::chrono::system_clock` and OpenSSL. Clocks that measure durations keep running.
+/// Scopes may be nested; the innermost one counts.
 ///
-/// It works by definitions of these functions that take the place of the C library's. Only test programs that
-/// need it link it.
+/// It replaces these functions of the C library. Only test programs that need it link it.
 class FixedClock
 {
 public:

@@ -13,7 +13,7 @@ namespace foundation::test {
 
 namespace {
 
-/// Ends the process if the scope is not left in time.
+/// Aborts the process if the scope does not end in time.
 class Watchdog
 {
 public:
@@ -21,7 +21,7 @@ public:
         : watcher([this, limit] {
               std::unique_lock<std::mutex> lock(mutex);
               if (!finished.wait_for(lock, limit, [this] { return isFinished; })) {
-                  std::fputs("The threads have stopped: they wait for each other.\n", stderr);
+                  std::fputs("The threads did not finish in time. They may be in a deadlock.\n", stderr);
                   std::abort();
               }
           })

@@ -4,8 +4,8 @@
 
 namespace foundation::test {
 
-/// Runs the work in that many threads, which all begin at the same time; each is told its number. Ends the
-/// process if they have not returned after five minutes: threads that wait for each other never do.
+/// Runs the work in the given number of threads, which start at the same time. Passes each its number, from
+/// 0. Aborts the process after five minutes, because a deadlock would never end.
 void inParallel(int numThreads, std::function<void(int number)> const& work);
 
 } // namespace foundation::test

@@ -13,7 +13,7 @@ namespace {
 
 thread_local LockRecorder* recorderOfThisThread = nullptr;
 
-/// Keeps the recorder's own work, such as allocations, from being recorded.
+/// Excludes the recorder's own work, such as allocations, from the record.
 class Pause
 {
 public:
@@ -27,7 +27,7 @@ public:
 
 using MutexFunction = int (*)(pthread_mutex_t*);
 
-// Constants at first, and not made by a first call: the guard of that may be a mutex, which is locked here.
+// Initialised at compile time. The guard of a local static may itself be a mutex, whose lock ends up here.
 std::atomic<MutexFunction> systemsLock{nullptr};
 std::atomic<MutexFunction> systemsUnlock{nullptr};
 
@@ -61,8 +61,8 @@ std::string const* LockRecorder::nameOf(void const* mutex) const
 {
     auto const* const address = static_cast<char const*>(mutex);
     auto const found = std::find_if(watched.begin(), watched.end(), [&](Watched const& object) {
-        std::less_equal<> const notBehind;
-        return notBehind(object.begin, address) && !notBehind(object.begin + object.size, address);
+        std::less_equal<> const isAtOrBefore;
+        return isAtOrBefore(object.begin, address) && !isAtOrBefore(object.begin + object.size, address);
     });
     return found == watched.end() ? nullptr : &found->name;
 }
@@ -91,7 +91,7 @@ extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
 {
     using namespace foundation::test;
     Pause const pause;
-    // Before the lock is there: an order that locks up for ever is recorded, too.
+    // Record before taking the lock, so that a nesting that ends in a deadlock is recorded, too.
     if (pause.recorder != nullptr) {
         pause.recorder->onLock(mutex);
     }

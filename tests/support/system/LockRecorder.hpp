@@ -8,9 +8,9 @@
 
 namespace foundation::test {
 
-/// Tells which objects' locks the making thread takes, and which it takes while it holds which. A test
-/// program that names this class gets a pthread_mutex_lock of its own, through which every std::mutex goes;
-/// ThreadSanitizer has one already, and the two do not go together.
+/// Records which objects' locks the constructing thread takes, and in which order it nests them. This class
+/// replaces pthread_mutex_lock, which every std::mutex calls. ThreadSanitizer replaces it, too, so the two
+/// cannot be combined.
 class LockRecorder
 {
 public:
@@ -21,16 +21,17 @@ public:
     LockRecorder(LockRecorder const&) = delete;
     LockRecorder& operator=(LockRecorder const&) = delete;
 
-    /// Locks of objects that have no name here are not recorded.
+    /// Names an object. Only locks within named objects are recorded.
     template <typename Object>
     void watch(Object const& object, std::string name)
     {
         watched.push_back({reinterpret_cast<char const*>(&object), sizeof object, std::move(name)});
     }
 
-    /// The names of the objects whose locks were taken.
+    /// Returns the names of the objects whose locks were taken.
     std::set<std::string> const& locked() const { return taken; }
-    /// Of each lock that was taken while another was held: first the holder's name, then the taken one's.
+    /// Returns the name of the held lock and of the taken lock, for each lock that was taken while another
+    /// was held.
     std::set<Nesting> const& nestings() const { return nested; }
     void forget();
 

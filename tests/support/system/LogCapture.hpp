@@ -11,7 +11,7 @@
 
 namespace foundation::test {
 
-/// One diagnostic record as a sink of the logging core received it.
+/// One diagnostic record, as a sink of the logging core receives it.
 struct LogRecord
 {
     int severity;
@@ -26,8 +26,8 @@ inline bool operator==(LogRecord const& left, LogRecord const& right)
            left.message == right.message && left.attributes == right.attributes;
 }
 
-/// Receives the process's diagnostic records as long as it lives, with the severities of `mask` enabled. The
-/// mask that stood before returns with its end.
+/// Collects the process's diagnostic records during a scope, with the severities of `mask` enabled. Restores
+/// the previous mask at the end.
 class LogCapture
 {
 public:
@@ -38,10 +38,10 @@ public:
     LogCapture(LogCapture const&) = delete;
     LogCapture& operator=(LogCapture const&) = delete;
 
-    /// The records so far, in the order of their writing.
+    /// Returns the records so far, in the order of writing.
     std::vector<LogRecord> records() const;
 
-    /// The messages of `records()`.
+    /// Returns the messages of `records()`.
     std::vector<std::string> messages() const;
 
 private:

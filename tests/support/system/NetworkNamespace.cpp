@@ -19,7 +19,7 @@ namespace foundation::test {
 
 namespace {
 
-/// Maps the caller's ids to root in its new user namespace, which otherwise knows nobody.
+/// Maps the caller's ids to root in its new user namespace, which has no users otherwise.
 void mapToRoot(uid_t user, gid_t group)
 {
     std::ofstream("/proc/self/setgroups") << "deny";
@@ -61,10 +61,10 @@ bool bringUpLoopback()
 void isolateNetwork()
 {
     if (!enterNetworkNamespace()) {
-        std::cerr << "No network namespace of our own (" << std::strerror(errno)
-                  << "); the program runs in the plain network.\n";
+        std::cerr << "Cannot create a network namespace (" << std::strerror(errno)
+                  << "). The program uses the plain network.\n";
     } else if (!bringUpLoopback()) {
-        std::cerr << "The loopback interface of our network namespace stays down: " << std::strerror(errno)
+        std::cerr << "Cannot start the loopback interface of the network namespace: " << std::strerror(errno)
                   << ".\n";
     }
 }
@@ -77,7 +77,7 @@ namespace foundation::test {
 
 void isolateNetwork()
 {
-    std::cerr << "This system has no network namespaces; the program runs in the plain network.\n";
+    std::cerr << "This system has no network namespaces. The program uses the plain network.\n";
 }
 
 } // namespace foundation::test

@@ -2,9 +2,8 @@
 
 namespace foundation::test {
 
-/// Gives the process loopback addresses of its own, where the system allows, so that port 80 is free and
-/// permitted; says so on standard error where it does not. To be called before any thread is started, which
-/// would forbid it.
+/// Gives the process its own loopback addresses, so that port 80 is free and permitted. Reports on standard
+/// error if the system does not allow it. Call it before any thread starts: the system refuses it afterwards.
 void isolateNetwork();
 
 } // namespace foundation::test

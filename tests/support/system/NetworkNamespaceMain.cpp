@@ -1,4 +1,4 @@
-// The main of test programs that serve on fixed ports, so that such programs can run at the same time.
+// The main of test programs with servers on fixed ports. It lets several of them run at the same time.
 
 #include "support/system/NetworkNamespace.hpp"
 
@@ -7,6 +7,6 @@
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    foundation::test::isolateNetwork(); // before any test starts a thread
+    foundation::test::isolateNetwork();
     return RUN_ALL_TESTS();
 }

@@ -8,18 +8,17 @@ namespace foundation::test {
 
 struct TerminalRun
 {
-    /// False if the program still ran at the time limit, as one does that waits for someone to type; it was
-    /// killed.
+    /// False if the child was killed at the time limit, for example while it waited for input.
     bool finished = false;
-    /// The callable's result; 99 if it threw; 128 plus the number of the signal that ended it.
+    /// The callable's result, 99 if it threw, or 128 plus the number of the signal that ended the child.
     int exitCode = -1;
-    /// All bytes written to the terminal.
+    /// All bytes that were written to the terminal.
     std::string output;
 };
 
-/// Runs the callable in a child process whose controlling terminal, standard input, output and error are a
-/// fresh pseudo-terminal on which nobody types. Code that prompts is found out by its output and by never
-/// finishing.
+/// Runs the callable in a child process on a new pseudo-terminal that never gets input. Its controlling
+/// terminal and its standard streams are that terminal. Code that prompts shows in the output or does not
+/// finish.
 TerminalRun runOnTerminal(
     std::function<int()> const& callable, std::chrono::milliseconds limit = std::chrono::seconds(20));
 

@@ -8,14 +8,14 @@ namespace foundation::test {
 
 struct ProgramRun
 {
-    /// 127 if there is no such program; 128 and the number of the signal that ended it.
+    /// 127 if there is no such program. 128 plus the signal's number if a signal ended it.
     int exitStatus = -1;
     std::string output;
     std::string errors;
 };
 
-/// Runs the program, with each argument taken literally and nothing to read, and waits for it. A name without
-/// a folder is looked up in the PATH. The program's language is English and its time zone UTC.
+/// Runs the program with the literal arguments and an empty input, and waits for it. Looks up a name without
+/// a folder in the PATH. The program's language is English, and its time zone is UTC.
 ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::string> const& arguments);
 
 } // namespace foundation::test

@@ -9,7 +9,8 @@
 
 namespace foundation::test {
 
-/// Sets an environment variable for a scope. No other thread may read the environment at its two ends.
+/// Sets an environment variable for a scope. No other thread may read the environment when the scope begins
+/// or ends.
 class ScopedVariable
 {
 public:

@@ -21,7 +21,7 @@ bool holdsBlankLine(std::string const& text)
     return text.find("\r\n\r\n") != std::string::npos || text.find("\n\n") != std::string::npos;
 }
 
-/// The second word of the request line.
+/// Returns the second word of the request line.
 std::string pathOf(std::string const& request)
 {
     std::istringstream line(request);
@@ -118,12 +118,12 @@ ScriptedServer::~ScriptedServer()
     stop();
 }
 
-/// The signal wakes every thread of the server.
 void ScriptedServer::stop()
 {
     if (stopSignal.signal == noSocket) {
         return;
     }
+    // Wakes every thread of the server.
     closeSocket(std::exchange(stopSignal.signal, noSocket));
     if (acceptor.joinable()) {
         acceptor.join();
@@ -161,7 +161,7 @@ std::string ScriptedServer::requestOf(Connection const& connection) const
     return connection.request;
 }
 
-/// Each thread keeps its stack until it is joined, and with 32 bits there is room for some hundred.
+/// Frees the stacks of threads that have ended. A 32-bit process has room for only some hundred stacks.
 void ScriptedServer::joinEndedWorkers()
 {
     for (auto& connection : connections) {
@@ -192,7 +192,7 @@ void ScriptedServer::serve(Connection& connection, Script const& script)
     auto const complete = std::all_of(
         script.begin(), script.end(), [&](Action const& action) { return perform(connection, action); });
     if (complete) {
-        // Closing over unread bytes would send RST and take from the peer what is still on its way.
+        // Closing with unread bytes sends RST, and the peer loses what is still on its way.
         endSending(connection.socket);
         receive(connection, false);
     }
@@ -200,7 +200,7 @@ void ScriptedServer::serve(Connection& connection, Script const& script)
     connection.hasEnded = true;
 }
 
-/// False ends the script.
+/// Returns false to end the script.
 bool ScriptedServer::perform(Connection& connection, Action const& action)
 {
     switch (action.kind) {
@@ -224,7 +224,7 @@ bool ScriptedServer::perform(Connection& connection, Action const& action)
     return false;
 }
 
-/// False if the peer closed, or the server was stopped, before the end that was waited for.
+/// Returns false if the peer closed or the server stopped before the expected end.
 bool ScriptedServer::receive(Connection& connection, bool untilBlankLine)
 {
     std::string received;

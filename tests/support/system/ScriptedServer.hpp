@@ -16,7 +16,7 @@
 
 namespace foundation::test {
 
-/// One step of what the server does with a connection.
+/// One step of a server with a connection.
 struct Action
 {
     enum class Kind
@@ -38,49 +38,50 @@ struct Action
 
 using Script = std::vector<Action>;
 
-/// Reads until a blank line ends the request, or the peer closes.
+/// Reads until a blank line ends the request or the peer closes.
 Action readRequest();
 Action send(std::string bytes);
 Action send(Bytes const& bytes);
-/// One byte, then the pause, and so on.
+/// Pauses after each byte.
 Action sendByteByByte(std::string bytes, std::chrono::milliseconds pause);
-/// Sends what the function makes of the request read so far.
+/// Sends the function's result for the request that was read so far.
 Action respondWith(std::function<std::string(std::string const& request)> respond);
 Action wait(std::chrono::milliseconds duration);
-/// Reads and drops until the peer closes.
+/// Reads and discards until the peer closes.
 Action waitForPeer();
-/// Closes with RST instead of FIN; the last step of its script.
+/// Closes with RST instead of FIN. Must be the last step of a script.
 Action reset();
 
-/// "HTTP/1.0 200 OK" with the length and the body.
+/// Returns a response "HTTP/1.0 200 OK" with the length and the body.
 std::string httpOk(Bytes const& body);
-/// A head with the status line given whole, and the body.
+/// Returns a response with the given status line, the length and the body.
 std::string httpResponse(std::string const& statusLine, std::string const& body);
 
-/// A TCP server on a loopback address. Each connection is served by the script of its number, the last script
-/// by all that come after. After its script a connection is closed for writing, and read until the peer
-/// closes too. The destructor stops everything at once, also connections in the midst of a wait.
+/// A TCP server on a loopback address. The first connection runs the first script, and so on. Connections
+/// beyond the scripts run the last one. After its script, a connection is closed for writing and read until
+/// the peer closes, too. The destructor stops all connections at once, also during a wait.
 class ScriptedServer
 {
 public:
-    /// Throws `std::system_error` if the address cannot be bound. Port 0 picks a free one.
+    /// Throws `std::system_error` if the address cannot be bound. Port 0 selects a free port.
     ScriptedServer(std::string const& address, std::uint16_t port, std::vector<Script> connectionScripts);
     ~ScriptedServer();
     ScriptedServer(ScriptedServer const&) = delete;
     ScriptedServer& operator=(ScriptedServer const&) = delete;
 
     std::uint16_t port() const { return boundPort; }
-    /// All bytes that each connection has read so far, in the order of the connections.
+    /// Returns all bytes that each connection has read so far, in the order of the connections.
     std::vector<std::string> requests() const;
     std::size_t numConnections() const;
-    /// Ends all connections and waits for their threads; the recorded requests stay. Happens once.
+    /// Ends all connections and waits for their threads. Keeps the recorded requests. A second call does
+    /// nothing.
     void stop();
 
 private:
     struct Connection
     {
         SocketHandle socket = noSocket;
-        /// Guarded by the server's mutex, as the list of connections is.
+        /// Guarded by the server's mutex, like the list of connections.
         std::string request;
         std::atomic<bool> hasEnded{false};
         std::thread worker;
@@ -104,7 +105,7 @@ private:
     std::thread acceptor;
 };
 
-/// Answers "GET path" with status 200 and the file's bytes, and with 404 what it does not have.
+/// Answers "GET path" with status 200 and the file, or with status 404 for an unknown path.
 class HttpFileServer
 {
 public:

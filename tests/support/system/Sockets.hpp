@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-/// The sockets of the operating system, as far as a server that can be stopped at any time needs them.
-/// Failures to get one are thrown as `std::system_error`.
+/// The sockets of the operating system, for a server that can be stopped at any time. Functions that create a
+/// socket throw `std::system_error` on failure.
 namespace foundation::test {
 
 #ifdef _WIN32
@@ -19,7 +19,7 @@ using SocketHandle = int;
 
 constexpr auto noSocket = static_cast<SocketHandle>(-1);
 
-/// Of two connected ends, `watched` is ready to be read from for good as soon as `signal` is closed.
+/// Two connected ends. After `signal` is closed, `watched` stays ready for reading.
 struct StopSignal
 {
     SocketHandle watched = noSocket;
@@ -28,19 +28,20 @@ struct StopSignal
 
 StopSignal makeStopSignal();
 
-/// A socket that listens at an address and, unless it is 0, a port.
+/// Returns a socket that listens at the address and port. Port 0 selects a free port.
 SocketHandle listenAt(std::string const& address, std::uint16_t port);
 std::uint16_t portOf(SocketHandle listener);
-/// The next connection, or noSocket if it is gone again.
+/// Returns the next connection, or noSocket if the peer has already left.
 SocketHandle acceptFrom(SocketHandle listener);
 
-/// What has arrived, at most 4096 bytes; nothing at the end of the connection.
+/// Returns at most 4096 bytes that have arrived, or "" at the end of the connection.
 std::string receiveSome(SocketHandle connection);
-/// How many of the bytes the system took, without waiting; nothing if the connection is broken.
+/// Sends without waiting. Returns the number of bytes that the system took, or nothing if the connection is
+/// broken.
 std::optional<std::size_t> sendSome(SocketHandle connection, std::string_view bytes);
-/// Tells the peer that nothing more will come.
+/// Closes the connection for writing.
 void endSending(SocketHandle connection);
-/// The close to come will drop what is under way, and tell the peer with RST instead of FIN.
+/// Makes the next close drop unsent bytes and send RST instead of FIN.
 void resetAtClose(SocketHandle connection);
 void closeSocket(SocketHandle socket);
 
@@ -50,9 +51,9 @@ enum class Readiness
     ToWrite
 };
 
-/// Waits for the socket to be ready. False if a stop was signalled before or meanwhile.
+/// Waits until the socket is ready. Returns false after a stop signal.
 bool waitUntilReady(SocketHandle socket, Readiness readiness, StopSignal const& stop);
-/// False if a stop was signalled before the time was over.
+/// Returns false if a stop signal came before the end of the time.
 bool sleepUnlessStopped(std::chrono::milliseconds duration, StopSignal const& stop);
 
 } // namespace foundation::test

@@ -8,7 +8,7 @@
 
 namespace foundation::test {
 
-/// A source that breaks down when it is read: a std::runtime_error with the given text comes out.
+/// A source that throws a std::runtime_error with the given text when it is read.
 class BrokenBuffer : public std::streambuf
 {
 public:
@@ -21,7 +21,7 @@ private:
     std::string text;
 };
 
-/// A target that counts how often it is flushed.
+/// A target that counts its flushes.
 class FlushCountingBuffer : public std::stringbuf
 {
 public:

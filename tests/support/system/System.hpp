@@ -4,17 +4,17 @@
 #include <optional>
 #include <string>
 
-/// What each operating system gives in a way of its own.
+/// Functions that each operating system implements differently.
 namespace foundation::test {
 
-/// Sets an environment variable, or removes it. No other thread may read the environment meanwhile.
+/// Sets an environment variable, or removes it. No other thread may read the environment at the same time.
 void setVariable(std::string const& name, std::optional<std::string> const& value);
 
-/// The environment variable that says where the system's temporary directory is.
+/// Returns the name of the environment variable for the system's temporary directory.
 std::string temporaryDirectoryVariable();
 
-/// What the process has open: files, sockets and the like, and what each stands for, as far as that can be
-/// told.
+/// Returns the open descriptors of the process, such as files and sockets. The value names what a descriptor
+/// refers to, if the system tells it.
 std::map<std::string, std::string> openDescriptors();
 
 } // namespace foundation::test

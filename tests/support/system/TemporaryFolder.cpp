@@ -8,7 +8,7 @@ namespace foundation::test {
 
 namespace {
 
-/// A directory that did not exist before.
+/// Creates a directory with a name that is not in use.
 std::filesystem::path makeDirectory()
 {
     auto const parent = std::filesystem::temp_directory_path();

@@ -7,7 +7,7 @@
 
 namespace foundation::test {
 
-/// A fresh folder in the system's temporary folder, removed with all that is in it at the end of the scope.
+/// A new folder in the system's temporary directory. It is removed with its content at the end of the scope.
 class TemporaryFolder
 {
 public:
@@ -17,7 +17,7 @@ public:
     TemporaryFolder& operator=(TemporaryFolder const&) = delete;
 
     std::filesystem::path const& path() const { return folder; }
-    /// Writes a file of that name and gives its path.
+    /// Writes a file into the folder. Returns its path.
     std::filesystem::path write(std::string const& name, std::string const& content) const;
     std::filesystem::path write(std::string const& name, Bytes const& content) const;
 

@@ -30,7 +30,7 @@ constexpr int exitCodeAfterThrow = 99;
         std::fputs(thrown.what(), stdout);
     }
     std::fflush(nullptr);
-    _exit(code); // the parent's tests and its exit handlers are none of the child's business
+    _exit(code); // runs no exit handlers of the parent's test program
 }
 
 int pollTimeout(Clock::time_point deadline)
@@ -39,7 +39,7 @@ int pollTimeout(Clock::time_point deadline)
     return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
 }
 
-/// Collects what the child writes until it has closed the terminal (true) or the time is up (false).
+/// Reads what the child writes. Returns true when the child closes the terminal, false at the deadline.
 bool readUntilClosed(int terminal, Clock::time_point deadline, std::string& output)
 {
     std::array<char, 4096> buffer;
@@ -53,7 +53,7 @@ bool readUntilClosed(int terminal, Clock::time_point deadline, std::string& outp
         if (size > 0) {
             output.append(buffer.data(), static_cast<std::size_t>(size));
         } else if (size == 0 || errno != EINTR) {
-            return true; // Linux reports the other side's end as EIO
+            return true; // Linux reports a closed terminal as EIO
         }
     }
 }
@@ -70,7 +70,7 @@ int waitForExitCode(pid_t child)
 
 TerminalRun runOnTerminal(std::function<int()> const& callable, std::chrono::milliseconds limit)
 {
-    std::fflush(nullptr); // or the child would write the parent's buffers once more
+    std::fflush(nullptr); // otherwise the child writes the parent's buffers again
     int terminal = -1;
     auto const child = forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child < 0) {

@@ -11,7 +11,7 @@ namespace foundation::test {
 
 namespace {
 
-/// The text as one word of the shell.
+/// Quotes the text as one word of the shell.
 std::string quoted(std::string const& text)
 {
     std::string result = "'";

@@ -18,7 +18,8 @@ struct CloseHandleOf
 };
 using Handle = std::unique_ptr<void, CloseHandleOf>;
 
-/// The text as one argument of a command line: a quotation mark, and the backslashes before it, are escaped.
+/// Quotes the text as one argument of a command line. Escapes quotation marks and the backslashes before
+/// them.
 std::string quoted(std::string const& text)
 {
     std::string result = "\"";
@@ -33,7 +34,7 @@ std::string quoted(std::string const& text)
     return result.append(numBackslashes, '\\') + "\"";
 }
 
-/// Opens a file for the program to inherit.
+/// Opens a file that the program inherits.
 Handle openForChild(std::string const& file, DWORD access, DWORD disposition)
 {
     SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
@@ -63,8 +64,7 @@ int exitStatusOf(std::string command, HANDLE input, HANDLE output, HANDLE errors
     return static_cast<int>(status);
 }
 
-/// What the program wrote, with the ends of lines as it meant them: Windows puts a carriage return before
-/// each line feed of a text.
+/// Returns the program's output without the carriage return that Windows writes before each line feed.
 std::string textOfFile(std::filesystem::path const& file)
 {
     std::string text = contentOfFile(file);

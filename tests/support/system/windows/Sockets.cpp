@@ -1,7 +1,7 @@
 #include "truststore/windows/WindowsHeader.hpp"
 
 #include <winsock2.h>
-// Needs what stands above.
+// Must come after winsock2.h.
 #include <ws2tcpip.h>
 
 #include "support/system/Sockets.hpp"
@@ -26,7 +26,7 @@ void requireSuccess(int result, std::string const& what)
     }
 }
 
-/// The process's use of the system's sockets.
+/// Initialises the system's sockets for the process.
 class Winsock
 {
 public:
@@ -62,7 +62,7 @@ sockaddr_in endpointAt(std::string const& address, std::uint16_t port)
 void bindAndListen(SocketHandle listener, std::string const& address, std::uint16_t port)
 {
     auto const endpoint = endpointAt(address, port);
-    // Wine hands this on to a system that otherwise keeps a port for a while after its last connection.
+    // Under Wine, the host keeps a port in use for a while after its last connection without this option.
     int const yes = 1;
     requireSuccess(
         setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<char const*>(&yes), sizeof yes),
@@ -86,7 +86,7 @@ SocketHandle connectTo(std::string const& address, std::uint16_t port)
 
 } // namespace
 
-/// Only sockets can be waited for together with sockets.
+/// Connects two sockets, because WSAPoll waits only for sockets.
 StopSignal makeStopSignal()
 {
     SocketHandle const listener = listenAt("127.0.0.1", 0);

@@ -14,7 +14,7 @@ namespace foundation::test {
 
 namespace {
 
-/// What the search hands out instead of a context of Windows'.
+/// A context that the search returns instead of one of Windows'.
 struct StandIn
 {
     CERT_CONTEXT context{};
@@ -36,7 +36,7 @@ struct State
 
 State state;
 
-/// The function of CRYPT32 that has been replaced in this program.
+/// Returns the function of CRYPT32 that this program replaces.
 template <class Function>
 Function* windows(Function* /*type*/, char const* name)
 {
@@ -63,8 +63,8 @@ std::string joined(CERT_ENHKEY_USAGE const& usages)
     return text;
 }
 
-/// The certificate's usages, of its extension and of what the user has set in Windows. False if it is not
-/// restricted.
+/// Whether the certificate is restricted to usages, by its extension or by a setting in Windows. Collects the
+/// usages.
 bool isRestricted(PCCERT_CONTEXT certificate, std::vector<std::string>& usages)
 {
     DWORD size = 0;
@@ -72,7 +72,7 @@ bool isRestricted(PCCERT_CONTEXT certificate, std::vector<std::string>& usages)
     std::vector<CERT_ENHKEY_USAGE> buffer(size / sizeof(CERT_ENHKEY_USAGE) + 1);
     SetLastError(0);
     if (!CertGetEnhancedKeyUsage(certificate, 0, buffer.data(), &size)) {
-        return true; // to something that cannot be read
+        return true; // the usages cannot be read
     }
     bool const anyUsage =
         buffer[0].cUsageIdentifier == 0 && GetLastError() == static_cast<DWORD>(CRYPT_E_NOT_FOUND);
@@ -82,7 +82,7 @@ bool isRestricted(PCCERT_CONTEXT certificate, std::vector<std::string>& usages)
     return !anyUsage;
 }
 
-/// As documented for CERT_FIND_ENHKEY_USAGE: without identifiers in the question, every restricted
+/// Implements the documentation of CERT_FIND_ENHKEY_USAGE: without wanted usages, every restricted
 /// certificate fits.
 bool fits(PCCERT_CONTEXT certificate, DWORD flags, CERT_ENHKEY_USAGE const& wanted)
 {
@@ -108,7 +108,7 @@ PCCERT_CONTEXT handOut(PCCERT_CONTEXT found)
 {
     ++state.numOpenContexts;
     if (state.replacements.empty()) {
-        return found; // without a copy, for which there may be no memory
+        return found; // allocates nothing, for tests in which memory runs out
     }
     state.found.push_back(contentOf(found));
     auto const replacement = state.replacements.find(state.found.back());
@@ -124,7 +124,7 @@ PCCERT_CONTEXT handOut(PCCERT_CONTEXT found)
     return state.standIns.emplace(&standIn->context, std::move(standIn)).first->first;
 }
 
-/// Windows' own context for one that was handed out.
+/// Returns Windows' own context for one that `handOut` returned.
 PCCERT_CONTEXT takeBack(PCCERT_CONTEXT context)
 {
     --state.numOpenContexts;
@@ -151,7 +151,7 @@ PCCERT_CONTEXT WINAPI findCertificate(
     } else {
         previous = takeBack(previous);
     }
-    // Each step frees the context that it starts from.
+    // Each step frees the context from which it starts.
     PCCERT_CONTEXT current = CertEnumCertificatesInStore(store, previous);
     while (current != nullptr && !fits(current, flags, wanted)) {
         current = CertEnumCertificatesInStore(store, current);
@@ -250,8 +250,8 @@ int SystemStores::numOpenContexts() const
 
 namespace {
 
-/// The current user's root store itself, of which the store that programs open is a view. What is done to it
-/// is done when it is closed.
+/// The physical root store of the current user. The store that programs open is a view of it. Changes take
+/// effect when it is closed.
 class RootStore
 {
 public:
@@ -268,7 +268,8 @@ public:
         if (!CertAddEncodedCertificateToStore(
                 store, X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()), CERT_STORE_ADD_NEW,
                 nullptr)) {
-            throw std::runtime_error("Cannot plant a certificate: " + std::to_string(GetLastError()));
+            throw std::runtime_error(
+                "Cannot add a certificate to the user's store: " + std::to_string(GetLastError()));
         }
     }
 
@@ -277,7 +278,7 @@ public:
         PCCERT_CONTEXT root = nullptr;
         while ((root = CertEnumCertificatesInStore(store, root)) != nullptr) {
             if (contentOf(root) == der) {
-                CertDeleteCertificateFromStore(root); // frees it as well
+                CertDeleteCertificateFromStore(root); // frees the context, too
                 return;
             }
         }
@@ -314,8 +315,8 @@ std::string windowsErrorText(unsigned long error)
 
 } // namespace foundation::test
 
-// The pointers through which a program calls the functions of a DLL. The linker takes these, and leaves out
-// those of CRYPT32's import library.
+// The pointers through which a program calls the functions of a DLL. The linker uses these definitions
+// instead of those of CRYPT32's import library.
 extern "C" {
 extern decltype(&CertFindCertificateInStore) __imp_CertFindCertificateInStore;
 extern decltype(&CertFreeCertificateContext) __imp_CertFreeCertificateContext;

@@ -7,10 +7,10 @@
 
 namespace foundation::test {
 
-/// Stands between the library and Windows' certificate stores, in programs that are linked with its source:
-/// it notes what Windows is asked, counts what stays open, and fails where a test wants it to. By their
-/// usages it finds certificates itself, in the way that Windows documents, because Wine finds none. All else
-/// is Windows' own work.
+/// Intercepts the library's calls of Windows' certificate stores in programs that are linked with its source
+/// file. It records the calls, counts open stores and contexts, and fails on demand. It implements the search
+/// by usage as Windows documents it, because Wine does not implement that search. Windows performs all other
+/// operations.
 class SystemStores
 {
 public:
@@ -19,22 +19,22 @@ public:
     SystemStores(SystemStores const&) = delete;
     SystemStores& operator=(SystemStores const&) = delete;
 
-    /// From now on the user's store does not open, and that is Windows' last error.
+    /// From now on, opening the user's store fails with this error.
     void failToOpenTheUsersStore(unsigned long error);
-    /// The same of the machine's store.
+    /// From now on, opening the machine's store fails with this error.
     void failToOpenTheMachinesStore(unsigned long error);
-    /// The search hands out that content in the place of the certificate's own.
+    /// From now on, the search returns this content instead of the certificate's own.
     void replace(Bytes const& certificate, Bytes const& content);
 
-    /// What Windows was asked, a search only once.
+    /// Returns the recorded calls. A search is recorded once, not once per result.
     std::vector<std::string> const& calls() const;
-    /// What the search has found since something is to be replaced.
+    /// Returns the certificates that the search has found since the first call of `replace`.
     std::vector<Bytes> const& found() const;
     int numOpenStores() const;
     int numOpenContexts() const;
 };
 
-/// A certificate in the current user's root store, as long as this object lives.
+/// Adds a certificate to the current user's root store for a scope.
 class PlantedRoot
 {
 public:
@@ -47,7 +47,7 @@ private:
     Bytes planted;
 };
 
-/// Windows' text for an error on one line, as FormatMessageA gives it.
+/// Returns the text of FormatMessageA for the error, without line ends.
 std::string windowsErrorText(unsigned long error);
 
 } // namespace foundation::test
