@@ -27,20 +27,10 @@ std::shared_ptr<X509_STORE> shareStore(X509_STOREUPtr store)
     return std::shared_ptr<X509_STORE>(std::move(store));
 }
 
-/// Null is excluded by contract; this is what comes of it all the same.
+/// Reports a null adder, which the contract excludes.
 ISystemCertificateAdder& require(std::unique_ptr<ISystemCertificateAdder> const& adder)
 {
     return *throwIfNull<TrustStoreException>(adder.get(), "Error: TrustStore is uninitialized.");
-}
-
-int entryCount(X509_STORE* store)
-{
-    return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
-}
-
-X509_OBJECT* entryAt(X509_STORE* store, int index)
-{
-    return sk_X509_OBJECT_value(X509_STORE_get0_objects(store), index);
 }
 
 bool isAlreadyThere(unsigned long error)
@@ -57,9 +47,8 @@ std::string parseFailedText(ByteArray const& der)
            bytes.str();
 }
 
-/// A certificate that shares nothing with the X509Certificate. It comes out of the encoding of one that was
-/// checked when it was loaded, so it is not checked again: a loader of X509Certificate would empty OpenSSL's
-/// queue, which is to stay as the caller has it.
+/// Returns a certificate that shares nothing with the X509Certificate. Loading it as an X509Certificate would
+/// check it a second time and clear the caller's error queue.
 X509UPtr separate(X509Certificate const& certificate)
 {
     return x509FromDER(certificate.getAsBytes());
@@ -85,7 +74,7 @@ TrustStoreImpl::TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAd
     : adder(std::move(systemAdder))
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    store = shareStore(makeX509_STORE(X509_STORE_new()));
+    store = shareStore(makeStore());
 }
 
 TrustStoreImpl::TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
@@ -127,17 +116,16 @@ bool TrustStoreImpl::empty() const
 
 std::size_t TrustStoreImpl::size() const
 {
-    RAIIOpenSSLErrorRemover const errors(false);
-    return static_cast<std::size_t>(entryCount(store.get()));
+    return static_cast<std::size_t>(entries().count());
 }
 
 X509CertificateChain TrustStoreImpl::getCertificates() const
 {
     X509CertificateChain chain;
-    std::size_t const count = size();
-    for (unsigned index = 0; index < count; ++index) {
+    StoreEntries const entries = this->entries();
+    for (int index = 0; index < entries.count(); ++index) {
         RAIIOpenSSLErrorRemover const errors(false);
-        chain.addCertificate(X509Certificate(X509CertificateImpl(x509At(index))));
+        chain.addCertificate(X509Certificate(X509CertificateImpl(certificateOf(entries.at(index)))));
     }
     return chain;
 }
@@ -145,9 +133,9 @@ X509CertificateChain TrustStoreImpl::getCertificates() const
 std::vector<std::string> TrustStoreImpl::getPEMStrings() const
 {
     std::vector<std::string> texts;
-    std::size_t const count = size();
-    for (unsigned index = 0; index < count; ++index) {
-        texts.push_back(writePEM(x509At(index)));
+    StoreEntries const entries = this->entries();
+    for (int index = 0; index < entries.count(); ++index) {
+        texts.push_back(writePEM(certificateOf(entries.at(index))));
     }
     return texts;
 }
@@ -165,7 +153,7 @@ void TrustStoreImpl::addDERCertificate(ByteArray const& der)
 void TrustStoreImpl::addX509(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    // What this OpenSSL reports for a certificate that is there already is no failure here.
+    // Some releases of OpenSSL report a certificate that the store holds already. That is a success.
     if (X509_STORE_add_cert(store.get(), certificate) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
         throw TrustStoreException("Failed to add certificate to store");
     }
@@ -173,32 +161,26 @@ void TrustStoreImpl::addX509(X509* certificate)
 
 X509* TrustStoreImpl::x509At(unsigned index) const
 {
-    RAIIOpenSSLErrorRemover const errors(false);
-    X509_OBJECT const* const entry = entryAt(store.get(), static_cast<int>(index));
-    if (entry == nullptr || X509_OBJECT_get_type(entry) != X509_LU_X509) {
-        throw TrustStoreException("Unsupported object type found in TrustStore");
-    }
-    return throwIfNull<TrustStoreException>(
-        X509_OBJECT_get0_X509(entry), "Null X509 certificate found in TrustStore");
+    return certificateOf(entries().at(static_cast<int>(index)));
 }
 
 X509_STOREUPtr TrustStoreImpl::copyStore() const
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    auto copy = makeX509_STORE(X509_STORE_new());
+    auto copy = makeStore();
     if (copy == nullptr) {
         return copy;
     }
-    int const count = entryCount(store.get());
-    for (int index = 0; index < count; ++index) {
-        X509_OBJECT* const entry = entryAt(store.get(), index);
+    StoreEntries const entries = this->entries();
+    for (int index = 0; index < entries.count(); ++index) {
+        X509_OBJECT const* const entry = entries.at(index);
         if (entry != nullptr && X509_OBJECT_get_type(entry) == X509_LU_CRL) {
             throwIfNotOne<TrustStoreException>(
                 X509_STORE_add_crl(copy.get(), X509_OBJECT_get0_X509_CRL(entry)),
                 "Failed to add CRL to store");
             continue;
         }
-        X509* const certificate = x509At(static_cast<unsigned>(index));
+        X509* const certificate = certificateOf(entry);
         auto const duplicate = makeX509(X509_dup(certificate));
         if (X509_STORE_add_cert(copy.get(), duplicate.get()) != 1) {
             throw TrustStoreException("Failed to add certificate to store, CN: " + commonNameOf(certificate));
@@ -210,6 +192,12 @@ X509_STOREUPtr TrustStoreImpl::copyStore() const
 std::shared_ptr<X509_STORE> TrustStoreImpl::getStore() const
 {
     return store;
+}
+
+StoreEntries TrustStoreImpl::entries() const
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    return StoreEntries(store.get());
 }
 
 } // namespace foundation::certificates

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "libcrypto/OpenSSLHandles.hpp"
+#include "truststore/StoreEntries.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 
@@ -12,19 +13,18 @@
 
 namespace foundation::certificates {
 
-/// Whether a certificate of the operating system's may serve the usage; false for a usage outside
-/// the enumeration.
+/// Whether the certificate may serve the usage. False for a usage outside the enumeration.
 bool isValidForUsage(X509* certificate, TrustStore::Usage usage);
 
-/// The implementation of TrustStore: owns the OpenSSL store, whose stack of objects is all the state there
-/// is, and the adder of system certificates.
+/// The implementation of TrustStore. It owns the OpenSSL store, whose entries are all of its state, and the
+/// adder of system certificates.
 ///
-/// It has no lock: its handle calls it under the handle's. Whatever calls OpenSSL here runs inside an error
-/// scope with a mark, so that the caller's error queue is the same afterwards.
+/// It has no lock: its handle calls it under the handle's. Every operation that calls OpenSSL runs inside an
+/// error scope with a mark, so that it leaves the caller's error queue unchanged.
 class TrustStoreImpl
 {
 public:
-    /// With the platform's default adder.
+    /// Uses the platform's default adder.
     TrustStoreImpl();
     TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAdder);
     /// The guard proves that the caller holds the lock of the source's handle.
@@ -39,28 +39,34 @@ public:
     X509CertificateChain getCertificates() const;
     std::vector<std::string> getPEMStrings() const;
 
-    /// The way in which an adder feeds the store: one certificate in DER form.
+    /// Adds one certificate in DER form. Adders deliver their certificates through this operation.
     /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = " and the
     ///     size and the bytes
     /// @throws TrustStoreException "Failed to add certificate to store"
     void addDERCertificate(ByteArray const& der);
-    /// Adds a reference to the certificate; one that is there already is a success.
+    /// Adds a reference to the certificate. Succeeds if the store holds the certificate already.
+    /// @throws TrustStoreException "Failed to add certificate to store"
     void addX509(X509* certificate);
-    /// The certificate at the index, borrowed from the store.
+    /// Returns the certificate at the index, borrowed from the store.
     /// @throws TrustStoreException "Unsupported object type found in TrustStore", "Null X509 certificate
     ///     found in TrustStore"
     X509* x509At(unsigned index) const;
-    /// A separate store with duplicates of the certificates and references to the CRLs; null if
+    /// Returns a separate store with duplicates of the certificates and references to the CRLs; null if
     /// OpenSSL makes none.
+    /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
+    /// and
+    ///     the certificate's common name, and as x509At does
     X509_STOREUPtr copyStore() const;
-    /// A further owner of the live store.
+    /// Returns a further owner of the live store.
     std::shared_ptr<X509_STORE> getStore() const;
 
-    /// Removes from the whole store what has expired, what is unfit for the usage, and what is no
-    /// certificate.
+    /// Removes every entry that has expired, does not fit the usage, or is no certificate. Logs each of them,
+    /// and their number, at severity 4.
     void removeUnsuitableCertificates(TrustStore::Usage usage);
 
 private:
+    StoreEntries entries() const;
+
     std::shared_ptr<X509_STORE> store;
     std::unique_ptr<ISystemCertificateAdder> adder;
 };

@@ -19,7 +19,7 @@ using log::severity;
 
 bool isTLSServerAnchor(X509* certificate)
 {
-    // What seems invalid may have met with a want of memory, and is judged by a duplicate.
+    // The extensions may count as invalid because memory ran out. A duplicate is parsed again.
     auto const duplicate = makeX509(hasValidExtensions(certificate) ? nullptr : X509_dup(certificate));
     X509* const judged = duplicate == nullptr ? certificate : duplicate.get();
     return X509_check_purpose(judged, X509_PURPOSE_SSL_SERVER, X509_check_ca(judged)) > 0;
@@ -39,8 +39,8 @@ bool keyUsageAllowsSigning(X509 const* certificate)
            ASN1_BIT_STRING_get_bit(usage.get(), cRLSign) != 0;
 }
 
-/// Whether the end of validity has passed. The start is not looked at: a certificate of tomorrow is not
-/// expired. An end that OpenSSL cannot read counts as passed.
+/// Whether the end of validity has passed, or cannot be read. The start does not matter: a certificate that
+/// is not valid yet has not expired.
 bool isExpired(X509* certificate)
 {
     int days = -1;
@@ -49,8 +49,8 @@ bool isExpired(X509* certificate)
     return days < 0 || seconds < 0;
 }
 
-/// Whether the certificate is to leave the store, which is then logged. Whoever does not listen pays for no
-/// text: neither the name nor the usage of an expired certificate is looked at.
+/// Whether the certificate must leave the store, which is then logged. The name and the usage of an expired
+/// certificate are evaluated only if the record is enabled.
 bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
 {
     bool const expired = isExpired(certificate);
@@ -65,15 +65,15 @@ bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
     return true;
 }
 
-/// As above, for an entry of the store, which may be no certificate at all.
-bool isUnsuitableEntry(TrustStoreImpl const& store, unsigned index, TrustStore::Usage usage)
+/// Whether the entry, which may be no certificate, must leave the store. Logs it then.
+bool isUnsuitableEntry(X509_OBJECT const* entry, TrustStore::Usage usage)
 {
-    // The scope ends with each entry: OpenSSL's queue is short, and many odd certificates would push the
-    // caller's entries out of it.
+    // One error scope for each entry: OpenSSL's queue is short, and the errors of many damaged certificates
+    // would push the caller's entries out of it.
     RAIIOpenSSLErrorRemover const errors(false);
     X509* certificate = nullptr;
     try {
-        certificate = store.x509At(index);
+        certificate = certificateOf(entry);
     } catch (TrustStoreException const& failure) {
         diagnosticLogger().write(severity::information, [&](std::ostream& out) {
             out << "Failed to get certificate: " << failure.what();
@@ -101,13 +101,14 @@ bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
 void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
 {
     std::vector<X509_OBJECT*> unsuitable;
-    STACK_OF(X509_OBJECT)* const entries = X509_STORE_get0_objects(store.get());
+    STACK_OF(X509_OBJECT)* const entries = liveEntriesOf(store.get());
     for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
-        if (isUnsuitableEntry(*this, static_cast<unsigned>(index), usage)) {
-            unsuitable.push_back(sk_X509_OBJECT_value(entries, index));
+        X509_OBJECT* const entry = sk_X509_OBJECT_value(entries, index);
+        if (isUnsuitableEntry(entry, usage)) {
+            unsuitable.push_back(entry);
         }
     }
-    // Nothing is deleted while the indices above are in use.
+    // Only now, because a removal changes the indices.
     for (X509_OBJECT* const entry : unsuitable) {
         auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
     }

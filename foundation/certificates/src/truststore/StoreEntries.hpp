@@ -1,0 +1,46 @@
+#pragma once
+
+/// @file
+/// Access to the entries of an OpenSSL store: certificates, CRLs, and entries of no type.
+///
+/// OpenSSL 4 keeps the entries in a hash table. The first call of X509_STORE_get0_objects turns it into a
+/// stack, without a lock. makeStore makes that call while the store is empty and nobody else has it.
+
+#include "libcrypto/OpenSSLHandles.hpp"
+
+#include <openssl/x509_vfy.h>
+
+#include <memory>
+
+namespace foundation::certificates {
+
+/// Returns a new, empty store; null if OpenSSL makes none.
+X509_STOREUPtr makeStore();
+
+/// Returns the stack that the store itself uses, for removing entries. Null only if out of memory.
+STACK_OF(X509_OBJECT) * liveEntriesOf(X509_STORE* store);
+
+/// Returns the certificate of an entry, borrowed from the store.
+/// @throws TrustStoreException "Unsupported object type found in TrustStore" for any other entry and for null
+/// @throws TrustStoreException "Null X509 certificate found in TrustStore"
+X509* certificateOf(X509_OBJECT const* entry);
+
+/// The entries of a store for reading. From OpenSSL 3.3 on, a snapshot of them.
+class StoreEntries
+{
+public:
+    using Stack = STACK_OF(X509_OBJECT);
+    using StackUPtr = std::unique_ptr<Stack, void (*)(Stack*)>;
+
+    /// @throws TrustStoreException "Failed to read X509_STORE" if out of memory
+    explicit StoreEntries(X509_STORE* store);
+
+    int count() const;
+    /// Returns the entry at the index; null outside of the range.
+    X509_OBJECT const* at(int index) const;
+
+private:
+    StackUPtr entries;
+};
+
+} // namespace foundation::certificates

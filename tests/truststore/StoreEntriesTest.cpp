@@ -1,0 +1,97 @@
+#include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestPki.hpp"
+
+#include "truststore/TrustStoreImpl.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/TrustStore.hpp>
+
+#include <openssl/opensslv.h>
+#include <openssl/x509_vfy.h>
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+namespace foundation::test {
+
+namespace {
+
+using namespace certificates;
+
+/// Whether OpenSSL returns no entries, as it does if it runs out of memory.
+bool areEntriesMissing = false;
+
+class MissingEntries
+{
+public:
+    MissingEntries() { areEntriesMissing = true; }
+    ~MissingEntries() { areEntriesMissing = false; }
+    MissingEntries(MissingEntries const&) = delete;
+    MissingEntries& operator=(MissingEntries const&) = delete;
+};
+
+TEST(StoreEntries, ReadingFailsIfOpenSSLReturnsNoEntries)
+{
+    TrustStoreImpl store;
+    store.addX509(makeRoot("root").certificate.get());
+    CleanErrorQueue const clean;
+    {
+        MissingEntries const missing;
+        constexpr char const text[] = "Failed to read X509_STORE";
+        EXPECT_THROWS_EXACTLY(TrustStoreException, text, store.size());
+        EXPECT_THROWS_EXACTLY(TrustStoreException, text, store.empty());
+        EXPECT_THROWS_EXACTLY(TrustStoreException, text, store.getCertificates());
+        EXPECT_THROWS_EXACTLY(TrustStoreException, text, store.getPEMStrings());
+        EXPECT_THROWS_EXACTLY(TrustStoreException, text, store.x509At(0));
+    }
+    EXPECT_EQ(store.size(), 1U);
+    EXPECT_EQ(store.getPEMStrings().size(), 1U);
+}
+
+#if OPENSSL_VERSION_NUMBER < 0x30300000L
+TEST(StoreEntries, NewStoreNeedsItsEntries)
+{
+    TrustStore const original = storeOf({makeRoot("root")});
+    MissingEntries const missing;
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to create X509_STORE", TrustStore());
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to create X509_STORE", TrustStore(original));
+    EXPECT_EQ(copyOpenSSLStore(original), nullptr);
+}
+#else
+TEST(StoreEntries, CopyingFailsIfOpenSSLReturnsNoEntries)
+{
+    TrustStore const original = storeOf({makeRoot("root")});
+    MissingEntries const missing;
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to read X509_STORE", TrustStore(original));
+    EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to read X509_STORE", copyOpenSSLStore(original));
+}
+#endif
+
+/// The function of OpenSSL that is replaced in this program.
+template <class Function>
+Function* original(Function* /*type*/, char const* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+} // namespace foundation::test
+
+#if OPENSSL_VERSION_NUMBER >= 0x30300000L
+extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get1_objects(X509_STORE* store)
+{
+    using namespace foundation::test;
+    return areEntriesMissing ? nullptr : original(&X509_STORE_get1_objects, "X509_STORE_get1_objects")(store);
+}
+#else
+extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get0_objects(X509_STORE const* store)
+{
+    using namespace foundation::test;
+    return areEntriesMissing ? nullptr : original(&X509_STORE_get0_objects, "X509_STORE_get0_objects")(store);
+}
+#endif
