@@ -389,10 +389,10 @@ TEST(SystemCertificateFilter, RemovesNeighboursWithoutASlip)
     EXPECT_EQ(store.size(), 7U);
 }
 
-TEST(SystemCertificateDelivery, KnowsWhichExtendedKeyUsagesToAskFor)
+TEST(SystemCertificateUsage, EachUsageHasItsExtendedKeyUsages)
 {
     auto const asked = [](Usage usage) {
-        auto const oids = extendedKeyUsagesFor(usage);
+        auto const oids = extendedKeyUsageOIDs(usage);
         return std::vector<std::string>(oids.begin(), oids.end());
     };
     EXPECT_EQ(asked(serverAuthentication), (std::vector<std::string>{"1.3.6.1.5.5.7.3.1", "2.5.29.37.0"}));
@@ -400,6 +400,17 @@ TEST(SystemCertificateDelivery, KnowsWhichExtendedKeyUsagesToAskFor)
         asked(signing), (std::vector<std::string>{
                             "1.3.6.1.5.5.7.3.3", "1.3.6.1.5.5.7.3.4", "1.3.6.1.5.5.7.3.8", "2.5.29.37.0"}));
     EXPECT_EQ(asked(unknownUsage), std::vector<std::string>());
+}
+
+TEST(SystemCertificateUsage, NIDsAreThoseOfTheOIDs)
+{
+    for (Usage const usage : {serverAuthentication, signing, unknownUsage}) {
+        std::vector<int> expected;
+        for (char const* const oid : extendedKeyUsageOIDs(usage)) {
+            expected.push_back(OBJ_txt2nid(oid));
+        }
+        EXPECT_EQ(extendedKeyUsageNIDs(usage), expected);
+    }
 }
 
 TEST(SystemCertificateDelivery, HandlesNothingButTrustStoreExceptions)

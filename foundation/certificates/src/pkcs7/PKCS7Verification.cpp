@@ -5,6 +5,7 @@
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "pkcs7/GuardedPKCS7.hpp"
+#include "truststore/SystemCertificateUsage.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -26,8 +27,7 @@ void addTrust(TrustStore& workingStore, TrustStore const& trustStore)
         workingStore = trustStore;
         return;
     }
-    workingStore.addSystemCertificates(TrustStore::Usage::Signing, false);
-    workingStore.addSystemCertificates(TrustStore::Usage::ServerAuthentication, false);
+    addSystemCertificatesOfAllUsages(workingStore);
 }
 
 /// A copy of the trust store; of an empty one, the operating system's certificates.

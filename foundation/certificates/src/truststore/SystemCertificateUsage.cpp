@@ -4,29 +4,61 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
+#include <openssl/objects.h>
+
 #include <ostream>
 
 namespace foundation::certificates {
 
 namespace {
 
-constexpr char const serverAuth[] = "1.3.6.1.5.5.7.3.1";
-constexpr char const codeSigning[] = "1.3.6.1.5.5.7.3.3";
-constexpr char const emailProtection[] = "1.3.6.1.5.5.7.3.4";
-constexpr char const timeStamping[] = "1.3.6.1.5.5.7.3.8";
-constexpr char const anyExtendedKeyUsage[] = "2.5.29.37.0";
+using Usage = TrustStore::Usage;
+
+struct UsageRow
+{
+    Usage usage;
+    char const* oid;
+    int nid;
+};
+
+constexpr UsageRow extendedKeyUsages[] = {
+    {Usage::ServerAuthentication, "1.3.6.1.5.5.7.3.1", NID_server_auth},
+    {Usage::ServerAuthentication, "2.5.29.37.0", NID_anyExtendedKeyUsage},
+    {Usage::Signing, "1.3.6.1.5.5.7.3.3", NID_code_sign},
+    {Usage::Signing, "1.3.6.1.5.5.7.3.4", NID_email_protect},
+    {Usage::Signing, "1.3.6.1.5.5.7.3.8", NID_time_stamp},
+    {Usage::Signing, "2.5.29.37.0", NID_anyExtendedKeyUsage},
+};
+
+template <class Value>
+std::vector<Value> valuesFor(Usage usage, Value UsageRow::*column)
+{
+    std::vector<Value> values;
+    for (UsageRow const& row : extendedKeyUsages) {
+        if (row.usage == usage) {
+            values.push_back(row.*column);
+        }
+    }
+    return values;
+}
 
 } // namespace
 
-std::vector<char const*> extendedKeyUsagesFor(TrustStore::Usage usage)
+std::vector<char const*> extendedKeyUsageOIDs(Usage usage)
 {
-    switch (usage) {
-    case TrustStore::Usage::ServerAuthentication:
-        return {serverAuth, anyExtendedKeyUsage};
-    case TrustStore::Usage::Signing:
-        return {codeSigning, emailProtection, timeStamping, anyExtendedKeyUsage};
-    }
-    return {};
+    return valuesFor(usage, &UsageRow::oid);
+}
+
+std::vector<int> extendedKeyUsageNIDs(Usage usage)
+{
+    return valuesFor(usage, &UsageRow::nid);
+}
+
+void addSystemCertificatesOfAllUsages(TrustStore& store)
+{
+    constexpr bool rethrowOnFailure = false;
+    store.addSystemCertificates(Usage::Signing, rethrowOnFailure);
+    store.addSystemCertificates(Usage::ServerAuthentication, rethrowOnFailure);
 }
 
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate)

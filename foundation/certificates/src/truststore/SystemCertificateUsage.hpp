@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the adders of system certificates share, whatever the platform.
+/// The usages of the operating system's certificates, and what the adders of all platforms share.
 
 #include <foundation/certificates/TrustStore.hpp>
 
@@ -10,12 +10,20 @@
 
 namespace foundation::certificates {
 
-/// The extended key usages, in dotted form, of which a certificate of the operating system's must have one
-/// to be of use, unless it is not restricted to any. Empty for a usage outside the enumeration.
-std::vector<char const*> extendedKeyUsagesFor(TrustStore::Usage usage);
+/// Returns the dotted OIDs of the extended key usages that belong to the usage. A certificate with extended
+/// key usages must name one of them. Empty for a usage outside the enumeration.
+std::vector<char const*> extendedKeyUsageOIDs(TrustStore::Usage usage);
 
-/// Delivers one certificate by the given call. A TrustStoreException of that passes through if
-/// rethrowOnFailure is set, and otherwise becomes a record of severity 16.
+/// Returns the same extended key usages as OpenSSL's NIDs.
+std::vector<int> extendedKeyUsageNIDs(TrustStore::Usage usage);
+
+/// Adds the operating system's certificates for one usage after the other. What is left fits the second one,
+/// ServerAuthentication. A failure ends the run; what was added before stays.
+/// @throws TrustStoreException as TrustStore::addSystemCertificates does
+void addSystemCertificatesOfAllUsages(TrustStore& store);
+
+/// Calls the function, which delivers one certificate. If it throws a TrustStoreException, rethrows that if
+/// rethrowOnFailure is set, and otherwise logs it at severity 16.
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate);
 
 } // namespace foundation::certificates

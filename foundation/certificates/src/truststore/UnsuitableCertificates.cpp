@@ -3,6 +3,7 @@
 #include "base/DiagnosticLogger.hpp"
 #include "certificate/Extensions.hpp"
 #include "certificate/NamesAndTimes.hpp"
+#include "truststore/SystemCertificateUsage.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
@@ -92,8 +93,7 @@ bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
         return isTLSServerAnchor(certificate);
     case TrustStore::Usage::Signing:
         return keyUsageAllowsSigning(certificate) &&
-               extendedKeyUsageAllowsAnyOf(
-                   certificate, {NID_code_sign, NID_email_protect, NID_time_stamp, NID_anyExtendedKeyUsage});
+               extendedKeyUsageAllowsAnyOf(certificate, extendedKeyUsageNIDs(usage));
     }
     return false;
 }

@@ -2,6 +2,7 @@
 
 #include "certificate/X509Duplicates.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
+#include "truststore/SystemCertificateUsage.hpp"
 #include "validation/VerifyErrors.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -34,8 +35,7 @@ TrustStore loadSystemTrustStore()
 {
     try {
         TrustStore store;
-        store.addSystemCertificates(TrustStore::Usage::Signing, false);
-        store.addSystemCertificates(TrustStore::Usage::ServerAuthentication, false);
+        addSystemCertificatesOfAllUsages(store);
         return store;
     } catch (TrustStoreException const& failure) {
         throw X509CertificateException(std::string("Internal error:") + failure.what());

@@ -10,10 +10,8 @@
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <system_error>
@@ -24,8 +22,6 @@ namespace foundation::certificates::posix {
 namespace {
 
 namespace fs = std::filesystem;
-
-using ObjectIdentifiers = std::vector<char const*>;
 
 bool doesNotExist(int error)
 {
@@ -120,21 +116,16 @@ std::vector<std::string> namesIn(InputFolder folder)
     throw TrustStoreException("Failed to open system certificate store: " + text);
 }
 
-std::vector<int> nidsOf(ObjectIdentifiers const& oids)
-{
-    std::vector<int> nids;
-    std::transform(oids.begin(), oids.end(), std::back_inserter(nids), OBJ_txt2nid);
-    return nids;
-}
-
+/// Whether the certificate may serve one of the purposes. False if it has a restriction that cannot be read.
+/// @throws X509CertificateException as extendedKeyUsagesOf does
 bool extendedKeyUsageFits(X509 const* certificate, std::vector<int> const& wanted)
 {
-    constexpr int isAbsent = -1;
-    int finding = 0;
-    auto const purposes = makeASN1_OBJECTStack(static_cast<STACK_OF(ASN1_OBJECT)*>(
-        X509_get_ext_d2i(certificate, NID_ext_key_usage, &finding, nullptr)));
-    // A restriction that cannot be read is one that the certificate does not get past.
-    return purposes == nullptr ? finding == isAbsent : namesAnyOf(purposes.get(), wanted);
+    auto const purposes = extendedKeyUsagesOf(certificate);
+    if (purposes == nullptr) {
+        constexpr int fromTheStart = -1;
+        return X509_get_ext_by_NID(certificate, NID_ext_key_usage, fromTheStart) < 0;
+    }
+    return namesAnyOf(purposes.get(), wanted);
 }
 
 bool trustSettingsFit(X509* certificate, std::vector<int> const& wanted)
@@ -144,7 +135,7 @@ bool trustSettingsFit(X509* certificate, std::vector<int> const& wanted)
     return (trusted == nullptr || namesAnyOf(trusted, wanted)) && !namesAnyOf(rejected, wanted);
 }
 
-/// The certificate alone of a certificate with settings behind it.
+/// Returns the certificate without the settings that follow it.
 ByteArray withoutTrustSettings(ByteArray const& content)
 {
     unsigned char const* position = content.data();
@@ -158,7 +149,7 @@ class Delivery
 public:
     Delivery(TrustStoreImpl& target, TrustStore::Usage usage, bool rethrowFailures)
         : store(target),
-          wanted(nidsOf(extendedKeyUsagesFor(usage))),
+          wanted(extendedKeyUsageNIDs(usage)),
           rethrowOnFailure(rethrowFailures)
     {}
 
@@ -296,7 +287,7 @@ private:
     bool deliverCertificate(ByteArray const& content) const
     {
         auto const certificate = x509FromDER(content);
-        // What is no certificate is delivered all the same: the trust store says what is wrong with it.
+        // The trust store also receives what is no certificate, since it says in its exception what is wrong.
         if (certificate == nullptr || extendedKeyUsageFits(certificate.get(), wanted)) {
             store.addDERCertificate(content);
         }

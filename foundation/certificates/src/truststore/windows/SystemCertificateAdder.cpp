@@ -87,7 +87,7 @@ void SystemCertificateAdder::addCertificatesTo(
     TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure)
 {
     auto const rootStore = openRootStore();
-    std::vector<char const*> const oids = extendedKeyUsagesFor(usage);
+    std::vector<char const*> const oids = extendedKeyUsageOIDs(usage);
     // Windows reads the list through a type that could write to it.
     std::vector<char*> identifiers;
     for (char const* const oid : oids) {
