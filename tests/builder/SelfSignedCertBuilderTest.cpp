@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <utility>
 
-// The settings, seen in the certificates that come of them.
+// The settings, checked in the certificates that they produce.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -31,7 +31,7 @@ constexpr long day = 86400;
 
 } // namespace
 
-TEST(RSAPrivateKeySizes, AreTheNumbersOfBits)
+TEST(RSAPrivateKeySizes, ValuesAreNumbersOfBits)
 {
     EXPECT_EQ(static_cast<std::uint32_t>(RSAPrivateKeySize::Bits1024), 1024U);
     EXPECT_EQ(static_cast<std::uint32_t>(RSAPrivateKeySize::Bits2048), 2048U);
@@ -41,7 +41,7 @@ TEST(RSAPrivateKeySizes, AreTheNumbersOfBits)
     EXPECT_TRUE((std::is_same_v<std::underlying_type_t<RSAPrivateKeySize>, std::uint32_t>));
 }
 
-TEST(SelfSignedCertBuilder, ReturnsItselfFromEverySetter)
+TEST(SelfSignedCertBuilder, EverySetterReturnsTheBuilder)
 {
     SelfSignedCertBuilder builder;
 
@@ -56,7 +56,7 @@ TEST(SelfSignedCertBuilder, ReturnsItselfFromEverySetter)
     EXPECT_EQ(&builder.withAdditionalExtendedKeyUsage({"emailProtection"}), &builder);
 }
 
-TEST(SelfSignedCertBuilder, RefusesAValidityPeriodOutsideItsRange)
+TEST(SelfSignedCertBuilder, ValidityPeriodOutsideItsRangeIsRefused)
 {
     SelfSignedCertBuilder builder;
     for (std::uint32_t const days : {0U, 398U, 2147483648U, 4294967295U}) {
@@ -67,13 +67,13 @@ TEST(SelfSignedCertBuilder, RefusesAValidityPeriodOutsideItsRange)
     }
 }
 
-TEST(SelfSignedCertBuilder, TakesTheValidityPeriodsAtTheEndsOfTheRange)
+TEST(SelfSignedCertBuilder, ValidityPeriodsAtBothLimitsAreAccepted)
 {
     EXPECT_EQ(lifetimeOf(built(fastBuilder().withValidityPeriod(1))), day);
     EXPECT_EQ(lifetimeOf(built(fastBuilder().withValidityPeriod(397))), 397 * day);
 }
 
-TEST(SelfSignedCertBuilder, KeepsTheValidityPeriodThatStoodBeforeARefusedOne)
+TEST(SelfSignedCertBuilder, RefusedValidityPeriodKeepsTheEarlierOne)
 {
     auto builder = fastBuilder();
     builder.withValidityPeriod(30);
@@ -83,7 +83,7 @@ TEST(SelfSignedCertBuilder, KeepsTheValidityPeriodThatStoodBeforeARefusedOne)
     EXPECT_EQ(lifetimeOf(built(builder)), 30 * day);
 }
 
-TEST(SelfSignedCertBuilder, ReplacesWhatWasSetBefore)
+TEST(SelfSignedCertBuilder, LaterValueReplacesTheEarlierOne)
 {
     auto builder = fastBuilder();
     builder.withCommonName("first").withCommonName("second");
@@ -111,7 +111,7 @@ TEST(SelfSignedCertBuilder, ReplacesWhatWasSetBefore)
         extensionFrom(NID_ext_key_usage, std::string(defaultExtendedKeyUsageText) + ",timeStamping"));
 }
 
-TEST(SelfSignedCertBuilder, ReturnsToItsDefaultsButKeepsTheOffset)
+TEST(SelfSignedCertBuilder, ResetKeepsOnlyTheOffset)
 {
     SelfSignedCertBuilder builder;
     builder.withPrivateKeySize(RSAPrivateKeySize::Bits1024)
@@ -141,7 +141,7 @@ TEST(SelfSignedCertBuilder, ReturnsToItsDefaultsButKeepsTheOffset)
         extensionOf(x509, NID_ext_key_usage), extensionFrom(NID_ext_key_usage, defaultExtendedKeyUsageText));
 }
 
-TEST(SelfSignedCertBuilder, IsAValue)
+TEST(SelfSignedCertBuilder, CopiesAndMovesKeepTheSettings)
 {
     auto original = fastBuilder();
     original.withCommonName("original").withSerialNumber(7);
@@ -163,7 +163,7 @@ TEST(SelfSignedCertBuilder, IsAValue)
     EXPECT_EQ(moveAssigned.build().first.getSerialNumber(), "7");
 }
 
-TEST(SelfSignedCertBuilder, AddsKeyUsagesToTheDefaults)
+TEST(SelfSignedCertBuilder, KeyUsagesAreAddedToTheDefaults)
 {
     struct Row
     {
@@ -206,7 +206,7 @@ TEST(SelfSignedCertBuilder, AddsKeyUsagesToTheDefaults)
     }
 }
 
-TEST(SelfSignedCertBuilder, LetsTheBuildFailOnAKeyUsageThatIsNone)
+TEST(SelfSignedCertBuilder, UnknownKeyUsageFailsTheBuild)
 {
     CleanErrorQueue const queue;
     EXPECT_THROWS_EXACTLY(
@@ -215,7 +215,7 @@ TEST(SelfSignedCertBuilder, LetsTheBuildFailOnAKeyUsageThatIsNone)
         fastBuilder().withAdditionalKeyUsage({static_cast<KeyUsage>(9)}).build());
 }
 
-TEST(SelfSignedCertBuilder, AddsExtendedKeyUsagesToTheDefaults)
+TEST(SelfSignedCertBuilder, ExtendedKeyUsagesAreAddedToTheDefaults)
 {
     struct Row
     {
@@ -226,12 +226,12 @@ TEST(SelfSignedCertBuilder, AddsExtendedKeyUsagesToTheDefaults)
     Row const rows[] = {
         {"none", {}, defaultExtendedKeyUsageText},
         {"a default one", {"serverAuth"}, defaultExtendedKeyUsageText},
-        {"the word for criticality", {"critical"}, defaultExtendedKeyUsageText},
+        {"the entry critical", {"critical"}, defaultExtendedKeyUsageText},
         {"a name", {"emailProtection"}, "critical,clientAuth,codeSigning,emailProtection,serverAuth"},
         {"an OID that sorts first",
          {"1.3.6.1.4.1.311.10.3.4"},
          "critical,1.3.6.1.4.1.311.10.3.4,clientAuth,codeSigning,serverAuth"},
-        {"a name, a default one and the word",
+        {"a name, a default one and the entry critical",
          {"critical", "clientAuth", "timeStamping"},
          "critical,clientAuth,codeSigning,serverAuth,timeStamping"},
     };
@@ -243,7 +243,7 @@ TEST(SelfSignedCertBuilder, AddsExtendedKeyUsagesToTheDefaults)
     }
 }
 
-TEST(SelfSignedCertBuilder, LetsTheBuildFailOnAnExtendedKeyUsageThatIsNone)
+TEST(SelfSignedCertBuilder, UnknownExtendedKeyUsageFailsTheBuild)
 {
     CleanErrorQueue const queue;
     for (std::string const usage : {"Unknown", ""}) {
@@ -257,7 +257,7 @@ TEST(SelfSignedCertBuilder, LetsTheBuildFailOnAnExtendedKeyUsageThatIsNone)
     }
 }
 
-TEST(SelfSignedCertBuilder, NamesTheSubjectAndItsAlternatives)
+TEST(SelfSignedCertBuilder, AlternativeNamesStartFromTheCommonName)
 {
     auto const names = [](std::set<std::string> additional) {
         return fastBuilder().withAdditionalSubjectAltNames(std::move(additional));
@@ -275,10 +275,10 @@ TEST(SelfSignedCertBuilder, NamesTheSubjectAndItsAlternatives)
         {"a longer name", fastBuilder().withCommonName("localhost.example"), "DNS:localhost.example"},
         {"another name", fastBuilder().withCommonName("build.example"), "DNS:build.example"},
         {"no further names", names({}), localhostNamesText},
-        {"a further name beside the default ones", names({"DNS:build.example"}),
+        {"a further name in addition to the default ones", names({"DNS:build.example"}),
          "DNS:0:0:0:0:0:0:0:1,DNS:127.0.0.1,DNS:::1,DNS:build.example,DNS:localhost,IP:0:0:0:0:0:0:0:1,"
          "IP:127.0.0.1"},
-        {"a further name that is there", names({"IP:127.0.0.1"}), localhostNamesText},
+        {"a further name that is a default one", names({"IP:127.0.0.1"}), localhostNamesText},
         {"further names in their order",
          names({"URI:https://build.example/", "IP:192.0.2.1", "DNS:a.example", "email:a@b.example"})
              .withCommonName("build.example"),

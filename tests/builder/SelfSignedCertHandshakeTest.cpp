@@ -11,8 +11,7 @@
 
 #include <string>
 
-// A certificate that was built is put to its use: a TLS server has it, and a client trusts it and nothing
-// else.
+// A TLS server uses the built certificate, and the client trusts only this certificate.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -37,7 +36,7 @@ TLSContextHandle clientTrusting(X509Certificate const& certificate)
 
 } // namespace
 
-TEST(SelfSignedCertHandshake, SucceedsWithAClientThatTrustsTheCertificate)
+TEST(SelfSignedCertHandshake, ClientTrustingTheCertificateSucceeds)
 {
     auto const [certificate, privateKey] = SelfSignedCertBuilder().build();
 
@@ -49,7 +48,7 @@ TEST(SelfSignedCertHandshake, SucceedsWithAClientThatTrustsTheCertificate)
     }
 }
 
-TEST(SelfSignedCertHandshake, FailsWithAClientThatTrustsAnother)
+TEST(SelfSignedCertHandshake, ClientTrustingAnotherCertificateFails)
 {
     auto const [certificate, privateKey] = SelfSignedCertBuilder().build();
     auto const other = SelfSignedCertBuilder().withCommonName("other").build().first;
@@ -59,7 +58,7 @@ TEST(SelfSignedCertHandshake, FailsWithAClientThatTrustsAnother)
         X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT);
 }
 
-TEST(SelfSignedCertHandshake, FailsUnderAnotherName)
+TEST(SelfSignedCertHandshake, OtherHostNameFails)
 {
     auto const [certificate, privateKey] = SelfSignedCertBuilder().withCommonName("build.example").build();
 

@@ -40,7 +40,7 @@ int givePassphrase(char* buffer, int size, int /*forWriting*/, void* userData)
     return static_cast<int>(length);
 }
 
-/// The key, or null if the passphrase does not open it.
+/// Returns the key; null if the passphrase does not open it.
 KeyHandle readKey(std::string const& pem, std::string passphrase)
 {
     ErrorQueueMark const queue;
@@ -106,7 +106,7 @@ std::vector<NameAttribute> subjectOf(std::string const& commonName)
     return attributes;
 }
 
-/// The alternative names, all of which are of the DNS type.
+/// Returns the alternative names, all of which must have type DNS.
 std::vector<std::string> alternativeNamesOf(X509Handle const& certificate)
 {
     std::shared_ptr<GENERAL_NAMES> const names(
@@ -145,7 +145,7 @@ void expectBothFail(SelfSignedCertBuilder const& builder, std::string const& tex
     EXPECT_THROWS_EXACTLY(Expected, text, builder.buildAndGetKeyBytesInPKCS12());
 }
 
-/// The algorithm's parameter, read as the given type.
+/// Returns the algorithm's parameter, read as the given type.
 template <class T>
 std::shared_ptr<T> parameterOf(X509_ALGOR const* algorithm, ASN1_ITEM const* type)
 {
@@ -155,12 +155,12 @@ std::shared_ptr<T> parameterOf(X509_ALGOR const* algorithm, ASN1_ITEM const* typ
         parameter, [type](T* owned) { ASN1_item_free(reinterpret_cast<ASN1_VALUE*>(owned), type); });
 }
 
-/// What the openssl command says of the certificate.
+/// Returns the openssl command's description of the certificate.
 std::string describedByCommand(X509Certificate const& certificate)
 {
     TemporaryFolder const folder;
     auto const file = folder.write("certificate.pem", certificate.getAsPEMString());
-    // How names are shown unasked differs between versions.
+    // The default format of names differs between versions.
     auto const result = runProgram(
         "openssl", {"x509", "-in", file.string(), "-noout", "-text", "-nameopt", "oneline,space_eq"});
     EXPECT_EQ(result.exitStatus, 0) << result.errors;
@@ -169,7 +169,7 @@ std::string describedByCommand(X509Certificate const& certificate)
 
 } // namespace
 
-TEST(SelfSignedCertSynthesis, WithNoSettings)
+TEST(SelfSignedCertSynthesis, DefaultsMakeALocalhostCertificate)
 {
     auto const [certificate, privateKey] = SelfSignedCertBuilder().build();
     auto const x509 = parsed(certificate);
@@ -189,7 +189,7 @@ TEST(SelfSignedCertSynthesis, WithNoSettings)
     EXPECT_TRUE(belongTogether(certificate, readKey(privateKey, "")));
 }
 
-TEST(SelfSignedCertSynthesis, WritesSubjectAndIssuerInOrderAndType)
+TEST(SelfSignedCertSynthesis, SubjectAndIssuerHaveFixedOrderAndTypes)
 {
     for (std::string const name : {"localhost", "build.example", "B\xC3\xBCro"}) {
         SCOPED_TRACE(name);
@@ -200,7 +200,7 @@ TEST(SelfSignedCertSynthesis, WritesSubjectAndIssuerInOrderAndType)
     }
 }
 
-TEST(SelfSignedCertSynthesis, WritesItsExtensionsInOrder)
+TEST(SelfSignedCertSynthesis, ExtensionsHaveFixedOrder)
 {
     auto const x509 = built(fastBuilder());
 
@@ -214,7 +214,7 @@ TEST(SelfSignedCertSynthesis, WritesItsExtensionsInOrder)
         extensionOf(x509, NID_basic_constraints), extensionFrom(NID_basic_constraints, "critical,CA:TRUE"));
 }
 
-TEST(SelfSignedCertSynthesis, SignsWithPssWhateverTheKeySize)
+TEST(SelfSignedCertSynthesis, EveryKeySizeSignsWithPss)
 {
     for (auto const size :
          {RSAPrivateKeySize::Bits1024, RSAPrivateKeySize::Bits2048, RSAPrivateKeySize::Bits3072}) {
@@ -238,7 +238,7 @@ TEST(SelfSignedCertSynthesis, SignsWithPssWhateverTheKeySize)
     }
 }
 
-TEST(SelfSignedCertSynthesis, IsUnderstoodByTheCommandLine)
+TEST(SelfSignedCertSynthesis, CommandLineShowsTheCertificate)
 {
     auto const certificate = SelfSignedCertBuilder().withSerialNumber(4660).build().first;
     auto const text = describedByCommand(certificate);
@@ -261,7 +261,7 @@ TEST(SelfSignedCertSynthesis, IsUnderstoodByTheCommandLine)
     }
 }
 
-TEST(SelfSignedCertSynthesis, VerifiesAgainstItselfOnTheCommandLine)
+TEST(SelfSignedCertSynthesis, CommandLineVerifiesItAgainstItself)
 {
     TemporaryFolder const folder;
     auto const file =
@@ -272,7 +272,7 @@ TEST(SelfSignedCertSynthesis, VerifiesAgainstItselfOnTheCommandLine)
     EXPECT_EQ(result.output, file + ": OK\n");
 }
 
-TEST(SelfSignedCertSynthesis, TakesTheSerialNumberThatWasSet)
+TEST(SelfSignedCertSynthesis, SerialNumberThatIsSetIsUsed)
 {
     for (std::uint64_t const number :
          {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{1} << 63U,
@@ -282,7 +282,7 @@ TEST(SelfSignedCertSynthesis, TakesTheSerialNumberThatWasSet)
     }
 }
 
-TEST(SelfSignedCertSynthesis, DrawsAThousandDifferentSerialNumbersOfAtMost64Bits)
+TEST(SelfSignedCertSynthesis, RandomSerialNumbersDifferAndHaveAtMost64Bits)
 {
     auto const builder = fastBuilder();
     std::set<std::uint64_t> numbers;
@@ -302,7 +302,7 @@ TEST(SelfSignedCertSynthesis, DrawsAThousandDifferentSerialNumbersOfAtMost64Bits
     EXPECT_TRUE(longOneSeen);
 }
 
-TEST(SelfSignedCertSynthesis, MakesAKeyOfItsOwnForEachBuild)
+TEST(SelfSignedCertSynthesis, EachBuildMakesANewKey)
 {
     auto const builder = fastBuilder().withSerialNumber(1);
     auto const [first, firstKey] = builder.build();
@@ -320,7 +320,7 @@ TEST(SelfSignedCertSynthesis, MakesAKeyOfItsOwnForEachBuild)
     }
 }
 
-TEST(SelfSignedCertSynthesis, ShiftsTheStartAndKeepsTheLifetime)
+TEST(SelfSignedCertSynthesis, OffsetShiftsTheStartAndKeepsTheLifetime)
 {
     struct Row
     {
@@ -339,23 +339,23 @@ TEST(SelfSignedCertSynthesis, ShiftsTheStartAndKeepsTheLifetime)
     }
 }
 
-TEST(SelfSignedCertSynthesis, EndsNowIfItStartedAPeriodAgo)
+TEST(SelfSignedCertSynthesis, StartOnePeriodAgoEndsNow)
 {
     auto const x509 = built(fastBuilder().withValidityPeriodOffset(-1).withValidityPeriod(1));
 
     EXPECT_NEAR(static_cast<double>(secondsFromNow(X509_get0_notAfter(x509.get()))), 0, 60);
 }
 
-TEST(SelfSignedCertSynthesis, ReachesTheDaysNextToItsLimits)
+TEST(SelfSignedCertSynthesis, DatesNextToTheLimitsAreAccepted)
 {
     EXPECT_NO_THROW(fastBuilder().withValidityPeriodOffset(-24855).build());
     EXPECT_NO_THROW(fastBuilder().withValidityPeriodOffset(24490).build());
     EXPECT_NO_THROW(fastBuilder().withValidityPeriodOffset(24854).withValidityPeriod(1).build());
 }
 
-TEST(SelfSignedCertSynthesis, RefusesDatesBeyondItsLimitsBeforeAKeyIsMade)
+TEST(SelfSignedCertSynthesis, DatesBeyondTheLimitsFailBeforeKeyGeneration)
 {
-    // A key of no bits cannot be made: had it been tried, its error would have a number.
+    // A key of 0 bits cannot be generated. The attempt would report an error number other than 0.
     auto const refusing = [](std::int32_t offset) {
         return SelfSignedCertBuilder()
             .withPrivateKeySize(static_cast<RSAPrivateKeySize>(0))
@@ -370,7 +370,7 @@ TEST(SelfSignedCertSynthesis, RefusesDatesBeyondItsLimitsBeforeAKeyIsMade)
     expectBothFail<std::runtime_error>(refusing(24855).withValidityPeriod(1), std::string(failureText) + "0");
 }
 
-TEST(SelfSignedCertSynthesis, NamesTheOldestErrorOfTheQueueAndLeavesTheOthers)
+TEST(SelfSignedCertSynthesis, FailureReportsTheOldestErrorAndKeepsTheOthers)
 {
     auto const ownFailure = failureTextOfExtension(NID_subject_alt_name, "DNS:a,nonsense");
     CleanErrorQueue const queue;
@@ -384,7 +384,7 @@ TEST(SelfSignedCertSynthesis, NamesTheOldestErrorOfTheQueueAndLeavesTheOthers)
         std::runtime_error, ownFailure, fastBuilder().withValidityPeriodOffset(-30000).build());
 }
 
-TEST(SelfSignedCertSynthesis, FailsOnNamesThatOpenSSLCannotTake)
+TEST(SelfSignedCertSynthesis, NamesThatOpenSSLRefusesFailTheBuild)
 {
     struct Row
     {
@@ -399,7 +399,7 @@ TEST(SelfSignedCertSynthesis, FailsOnNamesThatOpenSSLCannotTake)
         {"a further name of an unknown type",
          fastBuilder().withCommonName("a").withAdditionalSubjectAltNames({"HOST:build.example"}),
          "DNS:a,HOST:build.example"},
-        {"an address that is none",
+        {"an invalid address",
          fastBuilder().withCommonName("a").withAdditionalSubjectAltNames({"IP:256.0.0.1"}),
          "DNS:a,IP:256.0.0.1"},
         {"an empty further name", fastBuilder().withCommonName("a").withAdditionalSubjectAltNames({""}),
@@ -413,17 +413,18 @@ TEST(SelfSignedCertSynthesis, FailsOnNamesThatOpenSSLCannotTake)
     }
 }
 
-TEST(SelfSignedCertSynthesis, FailsOnAnEmptyCommonName)
+TEST(SelfSignedCertSynthesis, EmptyCommonNameFailsTheBuild)
 {
     CleanErrorQueue const queue;
     auto const builder = fastBuilder().withCommonName("");
 
-    // The subject goes without the name, which is the oldest error; the alternative name is what fails.
+    // The oldest error is that of the subject, which is left without a name. The alternative name fails the
+    // build.
     EXPECT_THROWS_WITH_PREFIX(std::runtime_error, failureText, builder.build());
     EXPECT_THROWS_WITH_PREFIX(std::runtime_error, failureText, builder.buildAndGetKeyBytesInPKCS12());
 }
 
-TEST(SelfSignedCertSynthesis, LeavesACommonNameOfMoreThan64CharactersOutOfTheSubject)
+TEST(SelfSignedCertSynthesis, CommonNameAbove64CharactersIsNotInTheSubject)
 {
     std::string const longest(64, 'n');
     std::string const tooLong(65, 'n');
@@ -444,7 +445,7 @@ TEST(SelfSignedCertSynthesis, LeavesACommonNameOfMoreThan64CharactersOutOfTheSub
         extensionOf(without, NID_subject_alt_name), extensionFrom(NID_subject_alt_name, "DNS:" + tooLong));
 }
 
-TEST(SelfSignedCertSynthesis, LeavesACommonNameThatIsNoUtf8OutOfTheSubject)
+TEST(SelfSignedCertSynthesis, CommonNameThatIsNotUtf8IsNotInTheSubject)
 {
     auto const x509 = built(fastBuilder().withCommonName("\xFF\xFE"));
 
@@ -468,10 +469,10 @@ TEST(SelfSignedCertSynthesis, CommonNameCannotPlantAlternativeNames)
         {"a carriage return", "a\rb"},
         {"a line feed at the end", "a\n"},
         {"a carriage return and a line feed at the end", "a\r\n"},
-        {"a comma behind a line feed", "a\n,DNS:evil.example"},
+        {"a comma after a line feed", "a\n,DNS:evil.example"},
         {"a NUL", std::string("a\0b", 3)},
         {"a NUL at the end", std::string("a\0", 2)},
-        {"a comma behind a NUL", std::string("a\0,DNS:evil.example", 20)},
+        {"a comma after a NUL", std::string("a\0,DNS:evil.example", 20)},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
@@ -507,14 +508,14 @@ TEST(SelfSignedCertSynthesis, AlternativeNameEntryMayHoldSeveralNames)
     EXPECT_EQ(alternativeNamesOf(x509), (std::vector<std::string>{"a", "b", "c"}));
 }
 
-TEST(SelfSignedCertSynthesis, RefusesAKeySizeBelow1024BitsAfterAllTheWork)
+TEST(SelfSignedCertSynthesis, KeySizeBelow1024BitsIsRefusedByTheLoad)
 {
     expectBothFail<X509CertificateException>(
         SelfSignedCertBuilder().withPrivateKeySize(static_cast<RSAPrivateKeySize>(1023)),
         "RSA key size does not meet minimum cryptographic requirements");
 }
 
-TEST(SelfSignedCertSynthesis, FailsOnAKeySizeThatCannotBeMade)
+TEST(SelfSignedCertSynthesis, KeySizeThatOpenSSLRefusesFailsTheBuild)
 {
     for (std::size_t const bits : {0U, 1U, 511U}) {
         auto const expected =
@@ -525,7 +526,7 @@ TEST(SelfSignedCertSynthesis, FailsOnAKeySizeThatCannotBeMade)
     }
 }
 
-TEST(SelfSignedCertSynthesis, FailsOnAKeyTooSmallForTheSignature)
+TEST(SelfSignedCertSynthesis, KeyTooSmallForTheSignatureFailsTheBuild)
 {
     CleanErrorQueue const queue;
     EXPECT_THROWS_WITH_PREFIX(
@@ -533,7 +534,7 @@ TEST(SelfSignedCertSynthesis, FailsOnAKeyTooSmallForTheSignature)
         SelfSignedCertBuilder().withPrivateKeySize(static_cast<RSAPrivateKeySize>(512)).build());
 }
 
-TEST(SelfSignedCertPrivateKey, OpensWithItsPassphraseOnly)
+TEST(SelfSignedCertPrivateKey, OnlyItsPassphraseOpensIt)
 {
     for (std::string const& passphrase :
          {std::string("secret"), std::string("x"), std::string("Pa\xC3\x9Fwort"), std::string(1000, 'p')}) {
@@ -546,7 +547,7 @@ TEST(SelfSignedCertPrivateKey, OpensWithItsPassphraseOnly)
     }
 }
 
-TEST(SelfSignedCertPrivateKey, IsEncryptedWithTheFirst1024BytesOfItsPassphrase)
+TEST(SelfSignedCertPrivateKey, First1024BytesOfThePassphraseCount)
 {
     std::string const counted(1024, 'p');
     auto const [certificate, pem] = fastBuilder().withPrivateKeyPassphrase(counted + "more").build();
@@ -555,7 +556,7 @@ TEST(SelfSignedCertPrivateKey, IsEncryptedWithTheFirst1024BytesOfItsPassphrase)
     EXPECT_EQ(readKey(pem, counted.substr(1)), nullptr);
 }
 
-TEST(SelfSignedCertPrivateKey, IsUnderstoodByTheCommandLine)
+TEST(SelfSignedCertPrivateKey, CommandLineOpensIt)
 {
     auto const [certificate, pem] = fastBuilder().withPrivateKeyPassphrase("secret").build();
     TemporaryFolder const folder;
@@ -568,7 +569,7 @@ TEST(SelfSignedCertPrivateKey, IsUnderstoodByTheCommandLine)
     EXPECT_TRUE(contains(algorithms.output, "des-ede3-cbc")) << algorithms.output;
 }
 
-TEST(SelfSignedCertPKCS12, OpensWithItsPassphrase)
+TEST(SelfSignedCertPKCS12, OnlyItsPassphraseOpensIt)
 {
     auto const made = fastBuilder().withPrivateKeyPassphrase("secret").buildAndGetKeyBytesInPKCS12();
     ByteArray const& bytes = made.second;
@@ -584,14 +585,14 @@ TEST(SelfSignedCertPKCS12, OpensWithItsPassphrase)
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, "other"));
 }
 
-TEST(SelfSignedCertPKCS12, OpensWithAnEmptyPassphraseThatWasSet)
+TEST(SelfSignedCertPKCS12, EmptyPassphraseThatIsSetOpensIt)
 {
     auto const bytes = fastBuilder().withPrivateKeyPassphrase("").buildAndGetKeyBytesInPKCS12().second;
 
     EXPECT_TRUE(PKCS12Certificate(bytes, "").getPrivateKeyInfo().has_value());
 }
 
-TEST(SelfSignedCertPKCS12, HasNoPassphraseAtAllIfNoneWasSet)
+TEST(SelfSignedCertPKCS12, UnsetPassphraseMeansNone)
 {
     auto const made = fastBuilder().buildAndGetKeyBytesInPKCS12();
     ByteArray const& bytes = made.second;
@@ -603,7 +604,7 @@ TEST(SelfSignedCertPKCS12, HasNoPassphraseAtAllIfNoneWasSet)
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, ""));
 }
 
-TEST(SelfSignedCertPKCS12, NamesTheKeyAfterTheCommonName)
+TEST(SelfSignedCertPKCS12, FriendlyNameIsTheCommonName)
 {
     auto const friendlyNames = [](SelfSignedCertBuilder const& builder) {
         TemporaryFolder const folder;
@@ -620,7 +621,7 @@ TEST(SelfSignedCertPKCS12, NamesTheKeyAfterTheCommonName)
     EXPECT_TRUE(contains(named, "friendlyName: build.example\n")) << named;
 }
 
-TEST(SelfSignedCertPKCS12, FailsOnACommonNameThatNoFriendlyNameHolds)
+TEST(SelfSignedCertPKCS12, CommonNameThatIsNoFriendlyNameFails)
 {
     CleanErrorQueue const queue;
     for (char const* const name : {"\xFF\xFE", "\xF0\x9F\x94\x91"}) {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-// Bundles by all makers that people have, with old algorithms and new ones, made while the test runs.
+// Bundles from the common makers, with old and new algorithms, made at test time.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -28,8 +28,8 @@ struct Row
 {
     char const* maker;
     char const* key;
-    /// What the maker says if it cannot make such a bundle; none where every version that is still in use
-    /// can.
+    /// Part of the maker's message if it cannot make the bundle; no value if every version in use can make
+    /// it.
     std::optional<std::string> refusal;
 };
 
@@ -47,7 +47,7 @@ Row const rows[] = {
     {"gnutls", "ed25519", std::nullopt},
     {"nss", "rsa", std::nullopt},
     {"nss", "p256", std::nullopt},
-    // NSS learned to keep such keys late: older ones refuse to take the key in, let alone to give it out.
+    // Older versions of NSS cannot import Ed25519 keys.
     {"nss", "ed25519", "SEC_ERROR_PKCS12_UNABLE_TO_IMPORT_KEY"},
     {"java", "rsa", std::nullopt},
     {"java", "p256", std::nullopt},
@@ -76,7 +76,7 @@ protected:
         return std::string(GetParam().maker) + '-' + GetParam().key + '-' + algorithms;
     }
 
-    /// The bundle; none, and this asserted, if its maker refused it for the reason that the table gives.
+    /// Returns the bundle. Returns nothing if its maker refused it; the reason must be that of the table.
     static ByteArray bundleOf(std::string const& algorithms)
     {
         auto const name = nameOf(algorithms);
@@ -110,7 +110,7 @@ void expectKeyOf(std::string const& kind, PrivateKeyInfo const& key)
 
 } // namespace
 
-TEST_P(ForeignBundles, OpenWithTheirPassphraseAndUnchangedOnly)
+TEST_P(ForeignBundles, OnlyUnchangedBundleWithItsPassphraseOpens)
 {
     for (std::string const algorithms : {"aes-256", "3des", "rc2-40"}) {
         SCOPED_TRACE(algorithms);
@@ -127,7 +127,7 @@ TEST_P(ForeignBundles, OpenWithTheirPassphraseAndUnchangedOnly)
 
         EXPECT_THROWS_EXACTLY(
             IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, "correct horse"));
-        auto changed = bytes; // in the midst of what is encrypted, which the MAC is about
+        auto changed = bytes; // inside the encrypted content, which the MAC covers
         changed[changed.size() / 2] = static_cast<unsigned char>(changed[changed.size() / 2] ^ 1U);
         EXPECT_THROWS_EXACTLY(
             IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(changed, passphrase));

@@ -58,7 +58,7 @@ Bytes keyBundle(KeyHandle const& key)
     });
 }
 
-/// A bundle whose content is protected with one passphrase, and whose MAC is made with another.
+/// Returns a bundle with one passphrase for its content and another for its MAC.
 Bytes bundleOfTwoPassphrases(std::string const& ofContent, std::string const& ofMac)
 {
     Pkcs12Spec spec;
@@ -77,7 +77,7 @@ Pkcs12Handle parsed(Bytes const& bytes)
     return own(d2i_PKCS12_bio(readerOf(bytes).get(), nullptr));
 }
 
-/// What bare OpenSSL says to the call that fails; the queue is empty afterwards.
+/// Returns OpenSSL's reason for the failure of the call, and empties the queue.
 std::string reasonOf(std::function<bool()> const& call)
 {
     CleanErrorQueue const queue;
@@ -97,7 +97,7 @@ std::string reasonOfParsing(Bytes const& bytes, char const* passphrase)
 
 } // namespace
 
-TEST(PKCS12Load, TakesBytes)
+TEST(PKCS12Load, BytesLoad)
 {
     PKCS12Certificate const loaded(bundle("secret"), "secret");
 
@@ -107,7 +107,7 @@ TEST(PKCS12Load, TakesBytes)
     EXPECT_TRUE(loaded.getPrivateKeyInfo().has_value());
 }
 
-TEST(PKCS12Load, TakesTheRestOfAStreamAndLeavesItsStateAlone)
+TEST(PKCS12Load, StreamLoadsAndKeepsItsState)
 {
     auto const bytes = bundle("secret");
     std::istringstream stream("skipped" + std::string(bytes.begin(), bytes.end()));
@@ -119,7 +119,7 @@ TEST(PKCS12Load, TakesTheRestOfAStreamAndLeavesItsStateAlone)
     EXPECT_TRUE(stream.good());
 }
 
-TEST(PKCS12Load, RefusesAStreamThatIsNotGoodAndReadsNothing)
+TEST(PKCS12Load, StreamThatIsNotGoodIsNotRead)
 {
     for (auto const state : {std::ios::failbit, std::ios::eofbit, std::ios::badbit}) {
         std::istringstream stream("content");
@@ -134,7 +134,7 @@ TEST(PKCS12Load, RefusesAStreamThatIsNotGoodAndReadsNothing)
     }
 }
 
-TEST(PKCS12Load, TellsWhyAStreamCannotBeRead)
+TEST(PKCS12Load, UnreadableStreamReportsItsCause)
 {
     BrokenBuffer buffer("the disk is gone");
     std::istream stream(&buffer);
@@ -144,7 +144,7 @@ TEST(PKCS12Load, TellsWhyAStreamCannotBeRead)
         PKCS12Certificate(stream, "secret"));
 }
 
-TEST(PKCS12Load, RefusesNoBytes)
+TEST(PKCS12Load, EmptyInputIsRefused)
 {
     constexpr char const text[] = "The provided PKCS12 certificate bytearray has no content.";
     std::istringstream stream;
@@ -153,8 +153,8 @@ TEST(PKCS12Load, RefusesNoBytes)
     EXPECT_THROWS_EXACTLY(InvalidArgument, text, PKCS12Certificate(stream, "secret"));
 }
 
-#if SIZE_MAX > UINT32_MAX // with 32 bits, nothing is that long
-TEST(PKCS12Load, RefusesMoreBytesThanAnIntCounts)
+#if SIZE_MAX > UINT32_MAX // no input is that long on 32-bit systems
+TEST(PKCS12Load, InputBeyondTheRangeOfIntIsRefused)
 {
     ByteArray const bytes(std::size_t{1} << 31U);
 
@@ -164,7 +164,7 @@ TEST(PKCS12Load, RefusesMoreBytesThanAnIntCounts)
         PKCS12Certificate(bytes, "secret"));
 }
 
-TEST(PKCS12Load, RefusesAPassphraseLongerThanAnIntCounts)
+TEST(PKCS12Load, PassphraseBeyondTheRangeOfIntIsRefused)
 {
     std::string const passphrase(std::size_t{1} << 31U, 'x');
 
@@ -173,7 +173,7 @@ TEST(PKCS12Load, RefusesAPassphraseLongerThanAnIntCounts)
 }
 #endif
 
-TEST(PKCS12Load, RefusesWhatIsNoBundle)
+TEST(PKCS12Load, OtherDataReportsOpenSSLsReason)
 {
     auto const der = bundle("secret");
     std::string const pem = server().pem();
@@ -189,7 +189,7 @@ TEST(PKCS12Load, RefusesWhatIsNoBundle)
     }
 }
 
-TEST(PKCS12Load, TellsAWrongPassphraseFromABrokenBundle)
+TEST(PKCS12Load, WrongPassphraseDiffersFromDamagedBundle)
 {
     auto const bytes = bundle("secret");
     for (std::string const passphrase : {"", "Secret", "secret ", "secre"}) {
@@ -203,7 +203,7 @@ TEST(PKCS12Load, TellsAWrongPassphraseFromABrokenBundle)
     }
 }
 
-TEST(PKCS12Load, CallsThePassphraseWrongIfThereIsNoMac)
+TEST(PKCS12Load, BundleWithoutMacReportsIncorrectPassphrase)
 {
     auto const bytes = bundle([](Pkcs12Spec& spec) { spec.withoutMac = true; });
 
@@ -212,7 +212,7 @@ TEST(PKCS12Load, CallsThePassphraseWrongIfThereIsNoMac)
         PKCS12Certificate(bytes, "secret"));
 }
 
-TEST(PKCS12Load, OpensWithAnyPassphraseOfWhichOpenSSLMakesTheBundle)
+TEST(PKCS12Load, AnyPassphraseThatOpenSSLAcceptsOpens)
 {
     struct Row
     {
@@ -225,7 +225,7 @@ TEST(PKCS12Load, OpensWithAnyPassphraseOfWhichOpenSSLMakesTheBundle)
         {"a thousand characters", std::string(1000, 'p')},
         {"UTF-8 of two bytes", "Pa\xC3\x9Fwort"},
         {"UTF-8 beyond the basic plane", "\xF0\x9F\x94\x91 key"},
-        {"no UTF-8", "\xFF\xFE\xE9"},
+        {"not UTF-8", "\xFF\xFE\xE9"},
         {"line ends and blanks", " a\r\n\tb "},
     };
     for (auto const& row : rows) {
@@ -238,7 +238,7 @@ TEST(PKCS12Load, OpensWithAnyPassphraseOfWhichOpenSSLMakesTheBundle)
     }
 }
 
-TEST(PKCS12Load, DoesNotTakeAnEmptyPassphraseForNone)
+TEST(PKCS12Load, EmptyPassphraseDiffersFromNone)
 {
     auto const made =
         own(PKCS12_create(nullptr, "key", server().key.get(), nullptr, nullptr, 0, 0, 16, 16, 0));
@@ -247,7 +247,7 @@ TEST(PKCS12Load, DoesNotTakeAnEmptyPassphraseForNone)
     EXPECT_THROWS_EXACTLY(IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(toDer(made), ""));
 }
 
-TEST(PKCS12Load, HoldsTheWholePassphraseAgainstTheMac)
+TEST(PKCS12Load, MacCheckUsesTheWholePassphrase)
 {
     auto const bytes = bundle("secret");
 
@@ -255,7 +255,7 @@ TEST(PKCS12Load, HoldsTheWholePassphraseAgainstTheMac)
         IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, std::string("secret\0more", 11)));
 }
 
-TEST(PKCS12Load, DecryptsWithThePassphraseUpToItsFirstNul)
+TEST(PKCS12Load, DecryptionUsesThePassphraseUpToItsFirstNul)
 {
     std::string const passphrase("secret\0more", 11);
     auto const bytes = bundleOfTwoPassphrases("secret", passphrase);
@@ -266,7 +266,7 @@ TEST(PKCS12Load, DecryptsWithThePassphraseUpToItsFirstNul)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST(PKCS12Load, SaysSoIfTheContentDoesNotDecrypt)
+TEST(PKCS12Load, ContentThatDoesNotDecryptReportsOpenSSLsReason)
 {
     auto const bytes = bundleOfTwoPassphrases("inner", "outer");
     auto const reason = reasonOfParsing(bytes, "outer");
@@ -276,7 +276,7 @@ TEST(PKCS12Load, SaysSoIfTheContentDoesNotDecrypt)
     EXPECT_THROWS_EXACTLY(IncorrectPassphrase, wrongPassphraseText, PKCS12Certificate(bytes, "inner"));
 }
 
-TEST(PKCS12Load, OpensOldAndNewCiphers)
+TEST(PKCS12Load, OldAndNewCiphersOpen)
 {
     struct Row
     {
@@ -293,7 +293,7 @@ TEST(PKCS12Load, OpensOldAndNewCiphers)
         {"128-bit RC4", NID_pbe_WithSHA1And128BitRC4, NID_pbe_WithSHA1And128BitRC4, EVP_sha1()},
         {"AES-128", NID_aes_128_cbc, NID_aes_128_cbc, EVP_sha256()},
         {"AES-256 with SHA-512", NID_aes_256_cbc, NID_aes_256_cbc, EVP_sha512()},
-        {"nothing but the MAC", -1, -1, EVP_sha256()},
+        {"no encryption, only the MAC", -1, -1, EVP_sha256()},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
@@ -310,7 +310,7 @@ TEST(PKCS12Load, OpensOldAndNewCiphers)
     }
 }
 
-TEST(PKCS12Load, TakesAnyFriendlyName)
+TEST(PKCS12Load, AnyFriendlyNameLoads)
 {
     for (char const* const name : {"", "plain", "\xC3\xA4\xE2\x82\xAC", "\xEF\xBF\xBD"}) {
         SCOPED_TRACE(name);
@@ -320,7 +320,7 @@ TEST(PKCS12Load, TakesAnyFriendlyName)
     }
 }
 
-TEST(PKCS12Load, IgnoresWhatFollowsTheBundle)
+TEST(PKCS12Load, TrailingBytesAreIgnored)
 {
     auto const bytes = bundle("secret");
     auto longer = bytes;
@@ -329,7 +329,7 @@ TEST(PKCS12Load, IgnoresWhatFollowsTheBundle)
     EXPECT_EQ(PKCS12Certificate(longer, "secret").getAsBytes(), bytes);
 }
 
-TEST(PKCS12Load, AcceptsEachKindOfKey)
+TEST(PKCS12Load, EachSupportedKeyLoads)
 {
     struct Row
     {
@@ -355,7 +355,7 @@ TEST(PKCS12Load, AcceptsEachKindOfKey)
     }
 }
 
-TEST(PKCS12Load, RefusesOtherKindsOfKeyWithoutACertificate)
+TEST(PKCS12Load, OtherKeysAreRefused)
 {
     EXPECT_THROWS_EXACTLY(
         UnsupportedEllipticCurve, "ECC-based key is not using supported ECC Curve. Curve: secp384r1",
@@ -377,14 +377,14 @@ TEST(PKCS12Load, RefusesOtherKindsOfKeyWithoutACertificate)
         PKCS12Certificate(keyBundle(x25519Key()), "secret"));
 }
 
-TEST(PKCS12Load, RefusesAnRsaKeyOf1023Bits)
+TEST(PKCS12Load, RsaKeyOf1023BitsIsRefused)
 {
     EXPECT_THROWS_EXACTLY(
         PKCS12CertificateException, "RSA key size does not meet minimum cryptographic requirements",
         PKCS12Certificate(keyBundle(rsaKey(1023)), "secret"));
 }
 
-TEST(PKCS12Load, RefusesACertificateWithAnUnfitKeyBeforeTheKeyItself)
+TEST(PKCS12Load, UnsupportedKeyIsReportedForTheCertificateFirst)
 {
     struct Row
     {
@@ -401,7 +401,8 @@ TEST(PKCS12Load, RefusesACertificateWithAnUnfitKeyBeforeTheKeyItself)
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
-        auto const leaf = makeSelfSignedLeaf("unfit", [&](CertificateSpec& spec) { spec.key = row.key; });
+        auto const leaf =
+            makeSelfSignedLeaf("unsupported", [&](CertificateSpec& spec) { spec.key = row.key; });
         auto const expected =
             std::string("Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.") + row.reason;
 
@@ -415,7 +416,7 @@ TEST(PKCS12Load, RefusesACertificateWithAnUnfitKeyBeforeTheKeyItself)
     }
 }
 
-TEST(PKCS12Load, RefusesACertificateOnAnotherCurveWithBothPrefixes)
+TEST(PKCS12Load, CertificateOnOtherCurveReportsBothPrefixes)
 {
     struct Row
     {
@@ -443,7 +444,7 @@ TEST(PKCS12Load, RefusesACertificateOnAnotherCurveWithBothPrefixes)
     }
 }
 
-TEST(PKCS12Load, ReportsACertificateWhoseKeyCannotBeDecoded)
+TEST(PKCS12Load, CertificateWithUndecodableKeyIsReported)
 {
     auto const broken = makeSelfSignedLeaf(
         "broken", [](CertificateSpec& spec) { spec.publicKeyFault = PublicKeyFault::Undecodable; });
@@ -456,7 +457,7 @@ TEST(PKCS12Load, ReportsACertificateWhoseKeyCannotBeDecoded)
         PKCS12Certificate(bytes, "secret"));
 }
 
-TEST(PKCS12Load, OpensManyBundlesInOneProcess)
+TEST(PKCS12Load, ManyBundlesOpenInOneProcess)
 {
     auto const bytes = bundle("secret");
     for (int count = 0; count < 200; ++count) {
@@ -464,7 +465,7 @@ TEST(PKCS12Load, OpensManyBundlesInOneProcess)
     }
 }
 
-TEST(PKCS12Load, StartsAndEndsWithAnEmptyErrorQueue)
+TEST(PKCS12Load, ErrorQueueIsEmptyBeforeAndAfter)
 {
     CleanErrorQueue const queue;
     auto const bytes = bundle("secret");
@@ -483,7 +484,7 @@ TEST(PKCS12Load, StartsAndEndsWithAnEmptyErrorQueue)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST(PKCS12Load, ThrowsIfEmptyOnRequest)
+TEST(PKCS12Load, ThrowIfEmptyThrowsWithoutBundle)
 {
     EXPECT_THROWS_EXACTLY(
         PKCS12CertificateException, "PKCS12Certificate has no content.",
@@ -491,12 +492,12 @@ TEST(PKCS12Load, ThrowsIfEmptyOnRequest)
     EXPECT_NO_THROW(PKCS12CertificateImpl(bundle("secret"), "secret").throwIfEmpty());
 }
 
-TEST(PKCS12Load, LeavesAnImplementationThatLoadedNothingWithoutBytes)
+TEST(PKCS12Load, ImplementationWithoutBundleReturnsNoBytes)
 {
     EXPECT_EQ(PKCS12CertificateImpl().getAsBytes(), ByteArray());
 }
 
-// The legacy provider is loaded into the whole process, so each of these looks at a process of its own.
+// The legacy provider is loaded into the whole process, so each of these tests uses its own process.
 
 namespace {
 
@@ -529,7 +530,7 @@ protected:
 
 } // namespace
 
-TEST_F(PKCS12LegacyProvider, StaysOutUntilThePassphraseHasProvedRight)
+TEST_F(PKCS12LegacyProvider, WrongPassphraseDoesNotLoadIt)
 {
     EXPECT_EXIT(
         exitWith(
@@ -538,7 +539,7 @@ TEST_F(PKCS12LegacyProvider, StaysOutUntilThePassphraseHasProvedRight)
         testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PKCS12LegacyProvider, IsThereBeforeTheContentIsDecrypted)
+TEST_F(PKCS12LegacyProvider, DecryptionComesAfterLoadingIt)
 {
     auto const run = [] {
         auto const bytes = bundleOfTwoPassphrases("inner", "outer");
@@ -551,7 +552,7 @@ TEST_F(PKCS12LegacyProvider, IsThereBeforeTheContentIsDecrypted)
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PKCS12LegacyProvider, IsLoadedForABundleThatDoesNotNeedIt)
+TEST_F(PKCS12LegacyProvider, EveryBundleLoadsIt)
 {
     auto const run = [] {
         PKCS12Certificate const loaded(bundle("secret"), "secret");
@@ -560,7 +561,7 @@ TEST_F(PKCS12LegacyProvider, IsLoadedForABundleThatDoesNotNeedIt)
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(PKCS12LegacyProvider, RefusesTheBundleWhereItIsMissing)
+TEST_F(PKCS12LegacyProvider, BundleIsRefusedIfItIsMissing)
 {
     auto const run = [] {
         auto const bytes = bundle("secret");

@@ -68,7 +68,7 @@ X509Certificate loaded(std::string const& name)
     return X509Certificate(pki()[name].der());
 }
 
-/// The further certificates in the order in which bare OpenSSL hands them out.
+/// Returns the other certificates in the order of bare OpenSSL.
 std::vector<X509Certificate> othersByOpenSSL(Bytes const& bytes)
 {
     auto const parsed = own(d2i_PKCS12_bio(readerOf(bytes).get(), nullptr));
@@ -98,7 +98,7 @@ ByteArray privateNumber(KeyHandle const& key, char const* name)
 
 } // namespace
 
-TEST(PKCS12Queries, OfAnObjectWithoutABundle)
+TEST(PKCS12Queries, ObjectWithoutBundleHasNoContent)
 {
     PKCS12Certificate const none;
 
@@ -110,7 +110,7 @@ TEST(PKCS12Queries, OfAnObjectWithoutABundle)
     EXPECT_FALSE(none.getPrivateKeyInfo().has_value());
 }
 
-TEST(PKCS12Queries, GiveThePartsOfTheBundle)
+TEST(PKCS12Queries, PartsOfTheBundleAreReturned)
 {
     auto const bytes = bundle();
     PKCS12Certificate const loadedBundle(bytes, "secret");
@@ -121,7 +121,7 @@ TEST(PKCS12Queries, GiveThePartsOfTheBundle)
     EXPECT_EQ(loadedBundle.getCAChain().getNumCertificates(), 2U);
 }
 
-TEST(PKCS12Queries, FindTheCertificateThatTheKeyFitsWhereverItStands)
+TEST(PKCS12Queries, CertificateMatchingTheKeyIsFoundAnywhere)
 {
     auto const bytes = bundle([](Pkcs12Spec& spec) {
         spec.certificate = pki()["root"].certificate;
@@ -135,16 +135,16 @@ TEST(PKCS12Queries, FindTheCertificateThatTheKeyFitsWhereverItStands)
     EXPECT_EQ(loadedBundle.getCAChain().getCertificates(), othersByOpenSSL(bytes));
 }
 
-TEST(PKCS12Queries, GiveAllCertificatesAsOthersIfTheKeyFitsNone)
+TEST(PKCS12Queries, CertificatesNotMatchingTheKeyAreAllOthers)
 {
-    auto const loadedBundle = opened([](Pkcs12Spec& spec) { spec.key = p256Key("stranger"); });
+    auto const loadedBundle = opened([](Pkcs12Spec& spec) { spec.key = p256Key("other"); });
 
     EXPECT_TRUE(loadedBundle.getCertificate().empty());
     EXPECT_EQ(loadedBundle.getCAChain().getNumCertificates(), 3U);
     EXPECT_TRUE(loadedBundle.getPrivateKeyInfo().has_value());
 }
 
-TEST(PKCS12Queries, OfABundleWithoutAKey)
+TEST(PKCS12Queries, BundleWithoutKeyHasOnlyOthers)
 {
     auto const bytes = bundle(withoutKey);
     PKCS12Certificate const loadedBundle(bytes, "secret");
@@ -157,7 +157,7 @@ TEST(PKCS12Queries, OfABundleWithoutAKey)
     EXPECT_EQ(loadedBundle.getCAChain().getNumCertificates(), 3U);
 }
 
-TEST(PKCS12Queries, OfABundleWithAKeyAlone)
+TEST(PKCS12Queries, BundleWithOnlyAKeyHasNoCertificates)
 {
     auto const bytes = bundle(keyOnly);
     PKCS12Certificate const loadedBundle(bytes, "secret");
@@ -169,7 +169,7 @@ TEST(PKCS12Queries, OfABundleWithAKeyAlone)
     EXPECT_EQ(loadedBundle.getAsBytes(), bytes);
 }
 
-TEST(PKCS12Queries, GiveTheExponentOfAnRsaKey)
+TEST(PKCS12Queries, RsaKeyReturnsItsExponent)
 {
     auto const key = rsaKey(2048);
     auto const loadedBundle = opened([&](Pkcs12Spec& spec) { spec.key = key; });
@@ -180,7 +180,7 @@ TEST(PKCS12Queries, GiveTheExponentOfAnRsaKey)
     EXPECT_EQ(*loadedBundle.getPrivateKeyInfo(), PrivateKeyInfo(exponent));
 }
 
-TEST(PKCS12Queries, GiveTheIntegerOfAnEllipticCurveKeyAndRefuseItsExponent)
+TEST(PKCS12Queries, EccKeyReturnsItsIntegerAndNoExponent)
 {
     auto const loadedBundle = opened();
 
@@ -194,7 +194,7 @@ TEST(PKCS12Queries, GiveTheIntegerOfAnEllipticCurveKeyAndRefuseItsExponent)
         loadedBundle.getPrivateExponent());
 }
 
-TEST(PKCS12Queries, GiveTheRawKeyOfEd25519)
+TEST(PKCS12Queries, Ed25519KeyReturnsItsRawKey)
 {
     auto const key = ed25519Key();
     auto const loadedBundle = opened([&](Pkcs12Spec& spec) { spec.key = key; });
@@ -206,7 +206,7 @@ TEST(PKCS12Queries, GiveTheRawKeyOfEd25519)
     EXPECT_EQ(*loadedBundle.getPrivateKeyInfo(), PrivateKeyInfo(raw, EllipticCurve::Ed25519));
 }
 
-TEST(PKCS12Queries, WriteTheBundleAsItWasLoaded)
+TEST(PKCS12Queries, BundleIsWrittenAsLoaded)
 {
     auto const bytes = bundle();
     PKCS12Certificate const loadedBundle(bytes, "secret");
@@ -218,7 +218,7 @@ TEST(PKCS12Queries, WriteTheBundleAsItWasLoaded)
         PKCS12Certificate(loadedBundle.getAsBytes(), "other"));
 }
 
-TEST(PKCS12Queries, PrintTheCertificatesAndNothingOfTheKey)
+TEST(PKCS12Queries, PrintShowsCertificatesAndNotTheKey)
 {
     auto const loadedBundle = opened();
 
@@ -228,7 +228,7 @@ TEST(PKCS12Queries, PrintTheCertificatesAndNothingOfTheKey)
                                     streamed(loadedBundle.getCAChain()) + "\n");
 }
 
-TEST(PKCS12Queries, PrintTheHeadingAndFailWithoutACertificate)
+TEST(PKCS12Queries, PrintWithoutCertificateFailsAfterTheHeading)
 {
     for (auto const& bundleWithout : {PKCS12Certificate(), opened(keyOnly), opened(withoutKey)}) {
         std::ostringstream out;
@@ -237,7 +237,7 @@ TEST(PKCS12Queries, PrintTheHeadingAndFailWithoutACertificate)
     }
 }
 
-TEST(PKCS12Equality, LooksAtCertificatesAndKeyOnly)
+TEST(PKCS12Equality, OnlyCertificatesAndKeyAreCompared)
 {
     auto const first = opened();
 
@@ -255,7 +255,7 @@ TEST(PKCS12Equality, LooksAtCertificatesAndKeyOnly)
               }));
 }
 
-TEST(PKCS12Equality, OfTwoObjectsWithoutACertificateIsAFailure)
+TEST(PKCS12Equality, ObjectsWithoutCertificateThrow)
 {
     auto const whole = opened();
     auto const withoutCertificate = opened(keyOnly);
@@ -267,7 +267,7 @@ TEST(PKCS12Equality, OfTwoObjectsWithoutACertificateIsAFailure)
         X509CertificateException, noContentText, PKCS12Certificate() == PKCS12Certificate());
 }
 
-TEST(PKCS12Equality, WithAnUninitializedObjectIsAFailureOnEitherSide)
+TEST(PKCS12Equality, UninitializedObjectThrowsOnEitherSide)
 {
     auto source = opened();
     PKCS12Certificate const taken(std::move(source));
@@ -277,7 +277,7 @@ TEST(PKCS12Equality, WithAnUninitializedObjectIsAFailureOnEitherSide)
     EXPECT_THROWS_EXACTLY(PKCS12CertificateException, uninitializedText, source != source);
 }
 
-TEST(PKCS12Equality, OfAnObjectWithItselfDoesNotBlock)
+TEST(PKCS12Equality, ComparisonWithItselfDoesNotBlock)
 {
     auto const loadedBundle = opened();
 
@@ -287,7 +287,7 @@ TEST(PKCS12Equality, OfAnObjectWithItselfDoesNotBlock)
 
 namespace {
 
-/// Runs an action at the first character that is written.
+/// A buffer that runs an action when the first character is written.
 class ActingBuffer : public std::stringbuf
 {
 public:
@@ -308,7 +308,7 @@ private:
 
 } // namespace
 
-TEST(PKCS12Equality, DoesNotLockTheRightSide)
+TEST(PKCS12Equality, RightSideIsNotLocked)
 {
     auto const left = opened();
     auto const right = opened();
@@ -321,7 +321,7 @@ TEST(PKCS12Equality, DoesNotLockTheRightSide)
     EXPECT_TRUE(equal);
 }
 
-TEST(PKCS12Copies, AreEqualAndOutliveTheirSource)
+TEST(PKCS12Copies, CopiesAreEqualAndOutliveTheirSource)
 {
     PKCS12Certificate copy;
     Bytes const bytes = bundle();
@@ -336,7 +336,7 @@ TEST(PKCS12Copies, AreEqualAndOutliveTheirSource)
     EXPECT_EQ(copy.getCertificate(), loaded("server"));
 }
 
-TEST(PKCS12Copies, OfAnUninitializedObjectFail)
+TEST(PKCS12Copies, UninitializedObjectCannotBeCopied)
 {
     auto source = opened();
     PKCS12Certificate const taken(std::move(source));
@@ -347,7 +347,7 @@ TEST(PKCS12Copies, OfAnUninitializedObjectFail)
     EXPECT_EQ(target, taken);
 }
 
-TEST(PKCS12Copies, MovingByConstructionLeavesNothingAndByAssignmentExchanges)
+TEST(PKCS12Copies, ConstructionMovesAndAssignmentExchanges)
 {
     auto first = opened();
     PKCS12Certificate second(std::move(first));
@@ -370,7 +370,7 @@ TEST(PKCS12Copies, MovingByConstructionLeavesNothingAndByAssignmentExchanges)
     EXPECT_EQ(first, third);
 }
 
-TEST(PKCS12Threads, OpenAndReadAtOnce)
+TEST(PKCS12Threads, ThreadsOpenAndReadAtOnce)
 {
     auto const bytes = bundle();
     PKCS12Certificate const shared(bytes, "secret");

@@ -18,7 +18,8 @@
 #include <typeinfo>
 #include <vector>
 
-// Bundles that nobody sane would make: none may crash, hang or leak, and each is refused as documented.
+// Bundles from an attacker. None may cause a crash, a hang or a leak, and each refusal must be a documented
+// one.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -37,11 +38,11 @@ enum class Outcome
     NotABundle,
     WrongPassphrase,
     NotParsed,
-    UnfitContent,
+    UnsupportedContent,
     Undocumented
 };
 
-/// Which of the documented ways the bundle goes; anything else counts as undocumented.
+/// Opens the bundle and returns the outcome. Any failure that is not documented counts as undocumented.
 Outcome outcomeOf(Bytes const& bytes, std::string const& passphrase = "secret")
 {
     try {
@@ -55,14 +56,15 @@ Outcome outcomeOf(Bytes const& bytes, std::string const& passphrase = "secret")
         std::string const text = failure.what();
         return beginsWith(text, notABundleText)       ? Outcome::NotABundle
                : beginsWith(text, notParsedText)      ? Outcome::NotParsed
-               : beginsWith(text, badCertificateText) ? Outcome::UnfitContent
+               : beginsWith(text, badCertificateText) ? Outcome::UnsupportedContent
                                                       : Outcome::Undocumented;
     } catch (UnsupportedKeyType const&) {
-        return Outcome::UnfitContent;
+        return Outcome::UnsupportedContent;
     } catch (UnsupportedEllipticCurve const&) {
-        return Outcome::UnfitContent;
+        return Outcome::UnsupportedContent;
     } catch (CertificateException const& failure) {
-        return beginsWith(failure.what(), "Empty private ") ? Outcome::UnfitContent : Outcome::Undocumented;
+        return beginsWith(failure.what(), "Empty private ") ? Outcome::UnsupportedContent
+                                                            : Outcome::Undocumented;
     }
 }
 
@@ -86,7 +88,7 @@ Bytes objectIdentifier(int nid)
     return bytes;
 }
 
-/// ContentInfo of type data.
+/// Returns a ContentInfo of type data.
 Bytes dataInfo(Bytes const& content)
 {
     return sequence({objectIdentifier(NID_pkcs7_data), derElement(0xA0, octets(content))});
@@ -101,13 +103,13 @@ Bytes withMac(Bytes const& bundle)
     return toDer(parsed);
 }
 
-/// A bundle with a right MAC around whatever is given as its list of safes.
+/// Returns a bundle with a valid MAC around the given list of safes, which can be malformed.
 Bytes bundleOfSafes(Bytes const& safes)
 {
     return withMac(sequence({version3, dataInfo(safes)}));
 }
 
-/// A bundle with a right MAC around one unencrypted safe with the given bags.
+/// Returns a bundle with a valid MAC around one unencrypted safe with the given bags.
 Bytes bundleOfBags(std::vector<Bytes> const& bags)
 {
     return bundleOfSafes(sequence({dataInfo(sequence(bags))}));
@@ -132,14 +134,14 @@ Bytes attribute(int type, Bytes const& value)
 
 Bytes const& certificate()
 {
-    static auto const made = makeSelfSignedLeaf("stranger").der();
+    static auto const made = makeSelfSignedLeaf("leaf").der();
     return made;
 }
 
-/// Small, with few rounds and nothing encrypted but by the MAC, so that it can be opened thousands of times.
+/// Returns a small bundle that opens fast: without encryption, and with one iteration.
 Bytes plainBundle()
 {
-    auto const leaf = makeSelfSignedLeaf("stranger");
+    auto const leaf = makeSelfSignedLeaf("leaf");
     Pkcs12Spec spec;
     spec.passphrase = "secret";
     spec.certificate = leaf.certificate;
@@ -174,7 +176,7 @@ void expectOutcomes(std::vector<Row> const& rows)
 
 } // namespace
 
-TEST(PKCS12StrangersBytes, TruncatedAnywhereAreNoBundle)
+TEST(PKCS12UntrustedInput, TruncationIsRefused)
 {
     auto const whole = plainBundle();
     ASSERT_EQ(outcomeOf(whole), Outcome::Opened);
@@ -184,7 +186,7 @@ TEST(PKCS12StrangersBytes, TruncatedAnywhereAreNoBundle)
     }
 }
 
-TEST(PKCS12StrangersBytes, WithOneDamagedByteAreRefusedOrHarmless)
+TEST(PKCS12UntrustedInput, DamagedByteIsRefusedOrHarmless)
 {
     auto const whole = plainBundle();
     auto const expected = PKCS12Certificate(whole, "secret");
@@ -193,7 +195,8 @@ TEST(PKCS12StrangersBytes, WithOneDamagedByteAreRefusedOrHarmless)
             auto const damaged = withDamage(whole, position, mask);
             auto const outcome = outcomeOf(damaged);
             ASSERT_NE(outcome, Outcome::Undocumented) << "at byte " << position;
-            // Outside what the MAC covers (the version, a digest's parameters) a byte may have no meaning.
+            // The MAC does not cover every byte: a change to the version or to a digest's parameters can be
+            // harmless.
             if (outcome == Outcome::Opened) {
                 ASSERT_EQ(PKCS12Certificate(damaged, "secret"), expected) << "at byte " << position;
             }
@@ -201,9 +204,9 @@ TEST(PKCS12StrangersBytes, WithOneDamagedByteAreRefusedOrHarmless)
     }
 }
 
-TEST(PKCS12StrangersBytes, WithDamagedContentUnderARightMacAreNeverUndocumented)
+TEST(PKCS12UntrustedInput, DamagedContentWithValidMacHasDocumentedOutcome)
 {
-    auto const leaf = makeSelfSignedLeaf("stranger");
+    auto const leaf = makeSelfSignedLeaf("leaf");
     auto const bags = sequence(
         {certificateBag(leaf.der(), attribute(NID_friendlyName, {0x1E, 0x02, 0x00, 0x61})),
          bag(NID_keyBag, privateKeyDer(leaf.key), attribute(NID_localKeyID, octets({1})))});
@@ -217,7 +220,7 @@ TEST(PKCS12StrangersBytes, WithDamagedContentUnderARightMacAreNeverUndocumented)
     }
 }
 
-TEST(PKCS12StrangersBytes, OfRandomAreNoBundle)
+TEST(PKCS12UntrustedInput, RandomBytesAreRefused)
 {
     std::mt19937 random(12);
     std::uniform_int_distribution<int> byte(0, 255);
@@ -232,7 +235,7 @@ TEST(PKCS12StrangersBytes, OfRandomAreNoBundle)
     }
 }
 
-TEST(PKCS12StrangersBytes, WithoutContentAreRefused)
+TEST(PKCS12UntrustedInput, MissingContentIsRefused)
 {
     Bytes const macData =
         sequence({sequence({sequence({objectIdentifier(NID_sha256)}), octets(Bytes(32))}), octets(Bytes(8))});
@@ -247,8 +250,7 @@ TEST(PKCS12StrangersBytes, WithoutContentAreRefused)
         {"encrypted data without content",
          sequence({version3, contentInfoWithoutContent(NID_pkcs7_encrypted), macData}),
          Outcome::WrongPassphrase},
-        {"a MAC that is not one", sequence({version3, dataInfo(sequence({})), sequence({})}),
-         Outcome::NotABundle},
+        {"an invalid MAC", sequence({version3, dataInfo(sequence({})), sequence({})}), Outcome::NotABundle},
         {"a MAC of an unknown digest",
          sequence(
              {version3, dataInfo(sequence({})),
@@ -272,7 +274,7 @@ TEST(PKCS12StrangersBytes, WithoutContentAreRefused)
     });
 }
 
-TEST(PKCS12StrangersBytes, OfOddSafesUnderARightMac)
+TEST(PKCS12UntrustedInput, OddSafesWithValidMacHaveDocumentedOutcome)
 {
     auto const emptyInfo = [](int type) { return sequence({contentInfoWithoutContent(type)}); };
     expectOutcomes({
@@ -284,7 +286,7 @@ TEST(PKCS12StrangersBytes, OfOddSafesUnderARightMac)
         {"a safe without content", bundleOfSafes(emptyInfo(NID_pkcs7_data)), Outcome::NotParsed},
         {"an encrypted safe without content", bundleOfSafes(emptyInfo(NID_pkcs7_encrypted)),
          Outcome::NotParsed},
-        {"an encrypted safe of nothing",
+        {"an encrypted safe without encrypted content",
          bundleOfSafes(sequence({sequence(
              {objectIdentifier(NID_pkcs7_encrypted),
               derElement(
@@ -299,7 +301,7 @@ TEST(PKCS12StrangersBytes, OfOddSafesUnderARightMac)
     });
 }
 
-TEST(PKCS12StrangersBytes, OfOddBagsUnderARightMac)
+TEST(PKCS12UntrustedInput, OddBagsWithValidMacHaveDocumentedOutcome)
 {
     Bytes nested = sequence({});
     for (int depth = 0; depth < 2000; ++depth) {
@@ -307,17 +309,17 @@ TEST(PKCS12StrangersBytes, OfOddBagsUnderARightMac)
     }
     expectOutcomes({
         {"a certificate", bundleOfBags({certificateBag(certificate())}), Outcome::Opened},
-        {"a certificate that is none", bundleOfBags({certificateBag({1, 2, 3})}), Outcome::NotParsed},
+        {"an invalid certificate", bundleOfBags({certificateBag({1, 2, 3})}), Outcome::NotParsed},
         {"a certificate of no bytes", bundleOfBags({certificateBag({})}), Outcome::NotParsed},
-        {"a key that is none", bundleOfBags({bag(NID_keyBag, sequence({}))}), Outcome::NotParsed},
-        {"an encrypted key that is none", bundleOfBags({bag(NID_pkcs8ShroudedKeyBag, sequence({}))}),
+        {"an invalid key", bundleOfBags({bag(NID_keyBag, sequence({}))}), Outcome::NotParsed},
+        {"an invalid encrypted key", bundleOfBags({bag(NID_pkcs8ShroudedKeyBag, sequence({}))}),
          Outcome::NotParsed},
         {"a revocation list", bundleOfBags({bag(NID_crlBag, sequence({}))}), Outcome::NotParsed},
         {"bags in bags", bundleOfSafes(sequence({dataInfo(nested)})), Outcome::NotParsed},
     });
 }
 
-TEST(PKCS12StrangersBytes, WithAFriendlyNameBeyondTheBasicPlaneOpen)
+TEST(PKCS12UntrustedInput, FriendlyNameBeyondTheBasicPlaneOpens)
 {
     auto const key = attribute(NID_friendlyName, {0x1E, 0x04, 0xD8, 0x3D, 0xDD, 0x11});
     auto const last = attribute(NID_friendlyName, {0x1E, 0x04, 0xDB, 0xFF, 0xDF, 0xFF});
@@ -325,12 +327,12 @@ TEST(PKCS12StrangersBytes, WithAFriendlyNameBeyondTheBasicPlaneOpen)
     EXPECT_EQ(outcomeOf(bundleOfBags({certificateBag(certificate(), last)})), Outcome::Opened);
 }
 
-TEST(PKCS12StrangersBytes, OfOddAttributesUnderARightMac)
+TEST(PKCS12UntrustedInput, OddAttributesWithValidMacHaveDocumentedOutcome)
 {
-    // What OpenSSL makes of an attribute of the wrong kind differs between versions; it must be one of two.
+    // Versions of OpenSSL differ in how they treat a mistyped attribute. Both outcomes are documented.
     std::vector<Bytes> const attributes{
         attribute(NID_friendlyName, {0x1E, 0x00}),
-        attribute(NID_friendlyName, {0x1E, 0x02, 0xD8, 0x3D}), // half a character
+        attribute(NID_friendlyName, {0x1E, 0x02, 0xD8, 0x3D}), // half a surrogate pair
         attribute(NID_friendlyName, {0x1E, 0x04, 0xDD, 0x11, 0xD8, 0x3D}),
         attribute(NID_friendlyName, {0x1E, 0x03, 0x00, 0x61, 0x00}), // an odd number of bytes
         attribute(NID_friendlyName, {0x0C, 0x01, 0x61}),
@@ -350,9 +352,9 @@ TEST(PKCS12StrangersBytes, OfOddAttributesUnderARightMac)
     }
 }
 
-TEST(PKCS12StrangersBytes, OfKeysWithoutASecretUnderARightMac)
+TEST(PKCS12UntrustedInput, KeysWithoutSecretAreRefused)
 {
-    // RSA: version, modulus, public exponent, no private exponent, and numbers that fit nothing.
+    // RSA: version, modulus, public exponent, a private exponent of zero, and unrelated numbers.
     Bytes const one{0x02, 0x01, 0x01};
     auto const modulus = derElement(0x02, joined({{0x00}, Bytes(256, 0xC1)}));
     auto const rsa = sequence(
@@ -378,15 +380,15 @@ TEST(PKCS12StrangersBytes, OfKeysWithoutASecretUnderARightMac)
             {{0x02, 0x01, 0x00},
              sequence({objectIdentifier(NID_X9_62_id_ecPublicKey), objectIdentifier(NID_X9_62_prime256v1)}),
              octets(ecc)}));
-    // OpenSSL may take such a key for one; then its record has nothing to hold.
+    // If OpenSSL accepts such a key, the library refuses its empty number.
     for (auto const& keyBag : {rsaKeyBag, eccKeyBag}) {
         auto const outcome = outcomeOf(bundleOfBags({keyBag}));
-        EXPECT_TRUE(outcome == Outcome::NotParsed || outcome == Outcome::UnfitContent);
+        EXPECT_TRUE(outcome == Outcome::NotParsed || outcome == Outcome::UnsupportedContent);
         EXPECT_TRUE(queueIsEmpty());
     }
 }
 
-TEST(PKCS12StrangersBytes, WithAThousandCertificatesOpen)
+TEST(PKCS12UntrustedInput, ThousandCertificatesOpen)
 {
     std::vector<Bytes> const bags(1000, certificateBag(certificate()));
 

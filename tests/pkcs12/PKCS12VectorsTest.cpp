@@ -17,14 +17,14 @@
 #include <string>
 #include <vector>
 
-// Published bundles, each opened by the library and by bare OpenSSL: the same parts, or the same refusal.
+// Published bundles. The library and bare OpenSSL open each of them, with the same parts or the same refusal.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
 
 namespace {
 
-/// What bare OpenSSL finds in a bundle.
+/// The content of a bundle according to bare OpenSSL.
 struct Content
 {
     X509Handle certificate;
@@ -37,14 +37,14 @@ enum class Outcome
     NoBundle,
     WrongPassphrase,
     NotParsed,
-    UnfitCertificate,
+    UnsupportedCertificate,
     Opened
 };
 
 struct BareBundle
 {
     Outcome outcome = Outcome::NoBundle;
-    /// OpenSSL's first reason against it; the library's own where a certificate does not suit it.
+    /// OpenSSL's first reason against the bundle; the library's reason for an unsupported certificate.
     std::string reason;
     Content content;
 };
@@ -65,7 +65,7 @@ Content parse(Pkcs12Handle const& bundle, std::string const& passphrase)
     return content;
 }
 
-/// Why the library does not take the certificate, if so. Which those are is the business of other tests.
+/// Returns the library's reason if it refuses the certificate. Other tests check which ones it refuses.
 std::optional<std::string> refusal(X509Handle const& certificate)
 {
     try {
@@ -100,7 +100,7 @@ BareBundle openBare(Bytes const& bytes, std::string const& passphrase)
     if (PKCS12_verify_mac(bundle.get(), passphrase.c_str(), static_cast<int>(passphrase.size())) == 0) {
         return {Outcome::WrongPassphrase, oldestReasonText(), {}};
     }
-    // Old ciphers are the legacy provider's.
+    // The legacy provider has the old ciphers.
     static auto* const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
     EXPECT_NE(legacy, nullptr);
     Content content;
@@ -110,7 +110,7 @@ BareBundle openBare(Bytes const& bytes, std::string const& passphrase)
         return {Outcome::NotParsed, oldestReasonText(), {}};
     }
     if (auto const reason = refusalOfAny(content)) {
-        return {Outcome::UnfitCertificate, *reason, {}};
+        return {Outcome::UnsupportedCertificate, *reason, {}};
     }
     return {Outcome::Opened, "", content};
 }
@@ -166,8 +166,8 @@ void expectSame(PKCS12Certificate const& opened, Content const& content)
     }
 }
 
-/// Opens the bundle twice and compares.
-Outcome expectOpenedAsOpenSslOpensIt(Bytes const& bytes, std::string const& passphrase)
+/// Opens the bundle with both and compares.
+Outcome expectSameOutcome(Bytes const& bytes, std::string const& passphrase)
 {
     auto const bare = openBare(bytes, passphrase);
     switch (bare.outcome) {
@@ -186,7 +186,7 @@ Outcome expectOpenedAsOpenSslOpensIt(Bytes const& bytes, std::string const& pass
             PKCS12CertificateException, "Error: Parsing PKSC12 certificate failed." + bare.reason,
             PKCS12Certificate(bytes, passphrase));
         break;
-    case Outcome::UnfitCertificate:
+    case Outcome::UnsupportedCertificate:
         EXPECT_THROWS_EXACTLY(
             PKCS12CertificateException,
             "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate." + bare.reason,
@@ -205,21 +205,21 @@ Outcome expectOpenedAsOpenSslOpensIt(Bytes const& bytes, std::string const& pass
 
 } // namespace
 
-TEST(PKCS12Vectors, OfAPythonLibraryOpenAsOpenSslOpensThem)
+TEST(PKCS12Vectors, PythonLibraryFilesOpenAsInOpenSSL)
 {
     std::map<Outcome, int> outcomes;
     for (auto const& name : listVectors("pkcs12", ".p12")) {
         for (std::string const passphrase : {"password", "cryptography", "", "another"}) {
             SCOPED_TRACE(name + " with \"" + passphrase + "\"");
-            ++outcomes[expectOpenedAsOpenSslOpensIt(readVector(name), passphrase)];
+            ++outcomes[expectSameOutcome(readVector(name), passphrase)];
         }
     }
     EXPECT_GE(outcomes[Outcome::Opened], 5);
     EXPECT_GE(outcomes[Outcome::WrongPassphrase], 15);
 }
 
-// Which files there are differs from release to release; these have always been there.
-TEST(PKCS12Vectors, HoldWhatTheirNamesSay)
+// The set of files differs between releases of the library. Every release has these.
+TEST(PKCS12Vectors, FilesContainWhatTheirNamesSay)
 {
     struct Row
     {
@@ -247,19 +247,20 @@ TEST(PKCS12Vectors, HoldWhatTheirNamesSay)
     }
 }
 
-// The empty passphrase is not the same as none, with which this one's MAC is made.
-TEST(PKCS12Vectors, WithoutAPassphraseAreRefused)
+// The file's MAC is made with no passphrase, which differs from an empty one.
+TEST(PKCS12Vectors, FileWithoutPassphraseIsRefused)
 {
-    auto const outcome = expectOpenedAsOpenSslOpensIt(readVector("pkcs12/no-password.p12"), "");
+    auto const outcome = expectSameOutcome(readVector("pkcs12/no-password.p12"), "");
     EXPECT_EQ(outcome, Outcome::WrongPassphrase);
 }
 
-TEST(PKCS12Vectors, OfThePathValidationSuiteOpenAsOpenSslOpensThem)
+TEST(PKCS12Vectors, PathValidationSuiteOpensAsInOpenSSL)
 {
     std::map<Outcome, int> outcomes;
     for (auto const& name : listVectors("x509/PKITS_data/pkcs12", ".p12")) {
         SCOPED_TRACE(name);
-        ++outcomes[expectOpenedAsOpenSslOpensIt(readVector(name), "password")];
+        ++outcomes[expectSameOutcome(readVector(name), "password")];
     }
-    EXPECT_EQ(outcomes, (std::map<Outcome, int>{{Outcome::UnfitCertificate, 5}, {Outcome::Opened, 400}}));
+    EXPECT_EQ(
+        outcomes, (std::map<Outcome, int>{{Outcome::UnsupportedCertificate, 5}, {Outcome::Opened, 400}}));
 }

@@ -21,26 +21,26 @@
 using namespace foundation::certificates;
 using namespace foundation::test;
 
-// Signed data of other makers: the openssl command, GnuTLS, NSS, and Java's archives.
-// foreign/make_signed_data has each of them sign the same content at test time.
+// Signed data from other makers: the openssl command, GnuTLS, NSS, and Java's archives. At test time,
+// foreign/make_signed_data makes each of them sign the same content.
 
 namespace {
 
 enum class Expectation
 {
-    Sound,
-    /// Not every release of the maker makes it, and not every release of OpenSSL can verify it in PKCS#7: if
-    /// it was made, the library agrees with the OpenSSL at hand.
+    Verifies,
+    /// Some releases of the maker cannot make it, and some releases of OpenSSL cannot verify it. If it was
+    /// made, the library gives the verdict of the OpenSSL in use.
     AsOpenSSLSays,
-    /// Not PKCS#7 but its successor, CMS: the signer is not named by issuer and serial number.
+    /// CMS, the successor of PKCS#7: a key identifier names the signer, not issuer and serial number.
     NotPKCS7
 };
 
 struct Row
 {
     std::string name;
-    Expectation expectation = Expectation::Sound;
-    /// What a maker that refuses says.
+    Expectation expectation = Expectation::Verifies;
+    /// Part of the maker's message if it refuses.
     std::string refusal = {};
 };
 
@@ -120,8 +120,8 @@ protected:
 
     static Bytes signedData(std::string const& name) { return asBytes(read(name + ".p7")); }
 
-    /// The content where it lies apart; empty where it lies inside.
-    static Bytes contentApart(std::string const& name) { return asBytes(read(name + ".content")); }
+    /// Returns the detached content; nothing if the content is embedded.
+    static Bytes detachedContent(std::string const& name) { return asBytes(read(name + ".content")); }
 
     static PKCS7CertificateValidationResults verify(Bytes const& data, Bytes const& content)
     {
@@ -130,7 +130,7 @@ protected:
         return loaded.verifySignature(X509CertificateChain(), trusted, content);
     }
 
-    /// OpenSSL's own verdict on the signature: its first reason against it, or nothing.
+    /// Returns OpenSSL's first reason against the signature; nothing if it verifies.
     static std::string reasonAgainst(Bytes const& data, Bytes const& content)
     {
         CleanErrorQueue const clean;
@@ -157,7 +157,7 @@ TrustStore ForeignSignedData::trusted;
 
 } // namespace
 
-TEST_F(ForeignSignedData, IsWhatTheTableSays)
+TEST_F(ForeignSignedData, MakersProduceWhatTheTableLists)
 {
     std::set<std::string> made;
     for (auto const& entry : std::filesystem::directory_iterator(folder->path())) {
@@ -175,56 +175,56 @@ TEST_F(ForeignSignedData, IsWhatTheTableSays)
     EXPECT_EQ(made, expected);
 }
 
-TEST_F(ForeignSignedData, IsSoundAndTrusted)
+TEST_F(ForeignSignedData, SignaturesOfAllMakersVerify)
 {
     for (auto const& row : rows()) {
-        if (row.expectation != Expectation::Sound) {
+        if (row.expectation != Expectation::Verifies) {
             continue;
         }
         SCOPED_TRACE(row.name);
-        auto const apart = contentApart(row.name);
-        expectResult(verify(signedData(row.name), apart), true, CertificateChainStatus::Valid, "");
+        auto const detached = detachedContent(row.name);
+        expectResult(verify(signedData(row.name), detached), true, CertificateChainStatus::Valid, "");
         PKCS7Certificate const loaded(signedData(row.name));
         EXPECT_EQ(loaded.getSignerCerts().getNumCertificates(), 1u);
-        EXPECT_EQ(asText(loaded.getSignedData()), apart.empty() ? read("content") : "");
-        expectResult(verify(loaded.getAsBytes(), apart), true, CertificateChainStatus::Valid, "");
+        EXPECT_EQ(asText(loaded.getSignedData()), detached.empty() ? read("content") : "");
+        expectResult(verify(loaded.getAsBytes(), detached), true, CertificateChainStatus::Valid, "");
     }
 }
 
-TEST_F(ForeignSignedData, IsRefusedWithAnotherContent)
+TEST_F(ForeignSignedData, ChangedContentDoesNotVerify)
 {
     for (auto const& row : rows()) {
-        if (row.expectation != Expectation::Sound) {
+        if (row.expectation != Expectation::Verifies) {
             continue;
         }
         SCOPED_TRACE(row.name);
-        auto apart = contentApart(row.name);
+        auto detached = detachedContent(row.name);
         auto data = signedData(row.name);
-        if (apart.empty()) {
+        if (detached.empty()) {
             auto const at = asText(data).find(read("content"));
             ASSERT_NE(at, std::string::npos);
             data[at] ^= 1;
         } else {
-            apart[0] ^= 1;
+            detached[0] ^= 1;
         }
-        expectRefusedAsOpenSSLRefuses(data, apart);
+        expectRefusedAsOpenSSLRefuses(data, detached);
         EXPECT_EQ(PKCS7Certificate(data).getSignedData(), ByteArray());
     }
 }
 
-TEST_F(ForeignSignedData, IsRefusedWithAnotherSignature)
+TEST_F(ForeignSignedData, ChangedSignatureDoesNotVerify)
 {
     for (auto const& row : rows()) {
-        if (row.expectation != Expectation::Sound) {
+        if (row.expectation != Expectation::Verifies) {
             continue;
         }
         SCOPED_TRACE(row.name);
         auto const damaged = withDamagedSignature(parsePkcs7(signedData(row.name)));
-        expectRefusedAsOpenSSLRefuses(toDer(damaged), contentApart(row.name));
+        expectRefusedAsOpenSSLRefuses(toDer(damaged), detachedContent(row.name));
     }
 }
 
-TEST_F(ForeignSignedData, ThatNotEveryMakerMakesIsJudgedAsOpenSSLJudgesIt)
+TEST_F(ForeignSignedData, OptionalFormsGetOpenSSLsVerdict)
 {
     for (auto const& row : rows()) {
         if (row.expectation != Expectation::AsOpenSSLSays) {
@@ -237,14 +237,14 @@ TEST_F(ForeignSignedData, ThatNotEveryMakerMakesIsJudgedAsOpenSSLJudgesIt)
                 << read(row.name + ".refusal");
             continue;
         }
-        auto const reason = reasonAgainst(signedData(row.name), contentApart(row.name));
+        auto const reason = reasonAgainst(signedData(row.name), detachedContent(row.name));
         expectResult(
-            verify(signedData(row.name), contentApart(row.name)), reason.empty(),
+            verify(signedData(row.name), detachedContent(row.name)), reason.empty(),
             reason.empty() ? CertificateChainStatus::Valid : CertificateChainStatus::Failed, reason);
     }
 }
 
-TEST_F(ForeignSignedData, OfTheSuccessorOfPKCS7IsRefused)
+TEST_F(ForeignSignedData, CmsWithKeyIdentifiersIsRefused)
 {
     for (auto const& row : rows()) {
         if (row.expectation == Expectation::NotPKCS7) {

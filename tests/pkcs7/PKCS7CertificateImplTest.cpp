@@ -47,7 +47,7 @@ TEST(PKCS7CertificateImpl, LoadsFromBytesStringAndStream)
     EXPECT_EQ(asText(PKCS7CertificateImpl(stream).getSignedData()), "content");
 }
 
-TEST(PKCS7CertificateImpl, OffersTheOperationsOfTheHandle)
+TEST(PKCS7CertificateImpl, HasTheOperationsOfTheHandle)
 {
     auto implementation = load("content");
     EXPECT_FALSE(implementation.empty());
@@ -63,7 +63,7 @@ TEST(PKCS7CertificateImpl, OffersTheOperationsOfTheHandle)
     EXPECT_EQ(implementation.getNumCertificates(), 2u);
 }
 
-TEST(PKCS7CertificateImpl, ThrowsIfItHasNoCertificates)
+TEST(PKCS7CertificateImpl, ThrowIfEmptyThrowsWithoutCertificates)
 {
     PKCS7CertificateImpl implementation;
     EXPECT_THROWS_EXACTLY(
@@ -72,13 +72,13 @@ TEST(PKCS7CertificateImpl, ThrowsIfItHasNoCertificates)
     EXPECT_NO_THROW(implementation.throwIfEmpty());
 }
 
-TEST(PKCS7CertificateImpl, GivesNoBytesWhileItHasNoCertificates)
+TEST(PKCS7CertificateImpl, ReturnsNoBytesWithoutCertificates)
 {
     EXPECT_EQ(PKCS7CertificateImpl().getAsBytes(), ByteArray());
     EXPECT_EQ(PKCS7CertificateImpl().getAsString(), "");
 }
 
-TEST(PKCS7CertificateImpl, ComparesCertificates)
+TEST(PKCS7CertificateImpl, EqualityComparesCertificates)
 {
     auto one = load("one");
     EXPECT_TRUE(one == load("two"));
@@ -88,7 +88,7 @@ TEST(PKCS7CertificateImpl, ComparesCertificates)
     EXPECT_TRUE(one != load("two"));
 }
 
-TEST(PKCS7CertificateImpl, CopyOwnsAStructureOfItsOwn)
+TEST(PKCS7CertificateImpl, CopyOwnsItsStructure)
 {
     std::mutex mutex;
     std::lock_guard<std::mutex> const lock(mutex);
@@ -97,12 +97,12 @@ TEST(PKCS7CertificateImpl, CopyOwnsAStructureOfItsOwn)
     source.reset();
     EXPECT_EQ(copy.getNumCertificates(), 1u);
     EXPECT_EQ(asText(copy.getSignedData()), "content");
-    PKCS7CertificateImpl const ofNothing(PKCS7CertificateImpl(), lock);
-    EXPECT_TRUE(ofNothing.empty());
-    EXPECT_EQ(ofNothing.getSignedData(), ByteArray());
+    PKCS7CertificateImpl const emptyCopy(PKCS7CertificateImpl(), lock);
+    EXPECT_TRUE(emptyCopy.empty());
+    EXPECT_EQ(emptyCopy.getSignedData(), ByteArray());
 }
 
-TEST(PKCS7CertificateImpl, MoveLeavesTheSourceWithNothing)
+TEST(PKCS7CertificateImpl, MoveEmptiesTheSource)
 {
     auto source = load("content");
     PKCS7CertificateImpl moved(std::move(source));
@@ -119,7 +119,7 @@ TEST(PKCS7CertificateImpl, MoveLeavesTheSourceWithNothing)
     EXPECT_EQ(moved.getSignedData(), ByteArray());
 }
 
-TEST(PKCS7CertificateImpl, SurvivesBeingMovedToItself)
+TEST(PKCS7CertificateImpl, MoveToItselfKeepsTheContent)
 {
     auto implementation = load("content");
     auto& same = implementation;
@@ -128,9 +128,9 @@ TEST(PKCS7CertificateImpl, SurvivesBeingMovedToItself)
     EXPECT_EQ(asText(implementation.getSignedData()), "content");
 }
 
-// Copy assignment takes over the certificates and never the structure.
+// Copy assignment copies the certificates and never the structure.
 
-TEST(PKCS7CertificateImplAssignment, KeepsTheStructureOfTheTarget)
+TEST(PKCS7CertificateImplAssignment, TargetKeepsItsStructure)
 {
     auto target = load("target");
     auto source = load("source");
@@ -141,7 +141,7 @@ TEST(PKCS7CertificateImplAssignment, KeepsTheStructureOfTheTarget)
     EXPECT_EQ(asText(source.getSignedData()), "source");
 }
 
-TEST(PKCS7CertificateImplAssignment, LeavesATargetWithoutStructureWithoutOne)
+TEST(PKCS7CertificateImplAssignment, TargetWithoutStructureGetsNone)
 {
     PKCS7CertificateImpl target;
     auto const source = load("source");
@@ -152,7 +152,7 @@ TEST(PKCS7CertificateImplAssignment, LeavesATargetWithoutStructureWithoutOne)
         PKCS7CertificateException, "Unable to write out the PKCS7 data", target.getAsBytes());
 }
 
-TEST(PKCS7CertificateImplAssignment, FromASourceWithoutStructureKeepsTheTargets)
+TEST(PKCS7CertificateImplAssignment, SourceWithoutStructureLeavesTheTargets)
 {
     auto target = load("target");
     PKCS7CertificateImpl const source;
@@ -161,7 +161,7 @@ TEST(PKCS7CertificateImplAssignment, FromASourceWithoutStructureKeepsTheTargets)
     EXPECT_EQ(asText(target.getSignedData()), "target");
 }
 
-TEST(PKCS7CertificateImplAssignment, ToItselfChangesNothing)
+TEST(PKCS7CertificateImplAssignment, AssignmentToItselfChangesNothing)
 {
     auto implementation = load("content");
     auto const& same = implementation;

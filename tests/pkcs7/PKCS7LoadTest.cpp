@@ -59,7 +59,7 @@ Pkcs7Handle const& signedData()
     return made;
 }
 
-/// The reason that OpenSSL queues first when it reads the data by itself.
+/// Returns the first reason that OpenSSL queues when it reads the data.
 std::string reasonOf(std::string const& data)
 {
     CleanErrorQueue const clean;
@@ -74,7 +74,7 @@ std::string reasonOf(std::string const& data)
 
 } // namespace
 
-TEST(PKCS7Load, TakesBothEncodingsFromBytesStringAndStream)
+TEST(PKCS7Load, BytesStringAndStreamLoadInBothEncodings)
 {
     for (auto const& data : {asText(toDer(signedData())), toPem(signedData())}) {
         std::istringstream stream(data);
@@ -86,13 +86,13 @@ TEST(PKCS7Load, TakesBothEncodingsFromBytesStringAndStream)
     }
 }
 
-TEST(PKCS7Load, NumbersTheEncodings)
+TEST(PKCS7Load, EncodingsHaveFixedNumbers)
 {
     EXPECT_EQ(static_cast<int>(CertificateEncoding::PEM), 0);
     EXPECT_EQ(static_cast<int>(CertificateEncoding::DER), 1);
 }
 
-TEST(PKCS7Load, RefusesEmptyInput)
+TEST(PKCS7Load, EmptyInputIsRefused)
 {
     std::istringstream stream;
     EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, PKCS7Certificate(ByteArray()));
@@ -100,7 +100,7 @@ TEST(PKCS7Load, RefusesEmptyInput)
     EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, PKCS7Certificate(stream));
 }
 
-TEST(PKCS7Load, ReadsNothingFromAStreamThatIsNotGood)
+TEST(PKCS7Load, StreamThatIsNotGoodIsNotRead)
 {
     for (auto const state : {std::ios::failbit, std::ios::badbit, std::ios::eofbit}) {
         std::istringstream stream(toPem(signedData()));
@@ -110,9 +110,9 @@ TEST(PKCS7Load, ReadsNothingFromAStreamThatIsNotGood)
     }
 }
 
-TEST(PKCS7Load, ReadsAStreamThroughItsBuffer)
+TEST(PKCS7Load, StreamIsReadThroughItsBuffer)
 {
-    // given white space in front, which formatted input would skip, of a blob that reads as text
+    // Formatted input would skip the leading white space.
     std::istringstream stream(" \n" + toPem(signedData()));
     PKCS7Certificate const loaded(stream);
     EXPECT_EQ(loaded.getNumCertificates(), 1u);
@@ -120,16 +120,16 @@ TEST(PKCS7Load, ReadsAStreamThroughItsBuffer)
     EXPECT_EQ(stream.rdbuf()->sgetc(), std::char_traits<char>::eof());
 }
 
-TEST(PKCS7Load, NamesTheCauseWhenAStreamCannotBeRead)
+TEST(PKCS7Load, UnreadableStreamReportsItsCause)
 {
-    BrokenBuffer buffer("the line went dead");
+    BrokenBuffer buffer("the connection is gone");
     std::istream stream(&buffer);
     EXPECT_THROWS_EXACTLY(
-        InvalidArgument, "The input PKCS7 certificate data stream is invalid. Reason:the line went dead",
+        InvalidArgument, "The input PKCS7 certificate data stream is invalid. Reason:the connection is gone",
         PKCS7Certificate(stream));
 }
 
-TEST(PKCS7Load, NamesTheCauseWhenAStringCannotBeCopied)
+TEST(PKCS7Load, StringThatCannotBeCopiedReportsItsCause)
 {
     std::string const data(123457, 'x');
     RefusedAllocation const refused(data.size());
@@ -138,7 +138,7 @@ TEST(PKCS7Load, NamesTheCauseWhenAStringCannotBeCopied)
         PKCS7Certificate(data));
 }
 
-TEST(PKCS7Load, TakesThePemPathWhereverTheMarkerStands)
+TEST(PKCS7Load, MarkerAnywhereSelectsPem)
 {
     std::string const pem = toPem(signedData());
     std::string withCarriageReturns;
@@ -147,9 +147,9 @@ TEST(PKCS7Load, TakesThePemPathWhereverTheMarkerStands)
     }
     std::vector<std::string> const loadable{
         "a comment\n\nand another\n" + pem,
-        toPem(signer().key) + pem, // a block of another kind is passed over
+        toPem(signer().key) + pem, // OpenSSL skips a block of another kind
         pem + toPem(makeSignedData("second", signer())),
-        pem + "text behind",
+        pem + "trailing text",
         withCarriageReturns,
     };
     for (auto const& data : loadable) {
@@ -157,7 +157,7 @@ TEST(PKCS7Load, TakesThePemPathWhereverTheMarkerStands)
     }
 }
 
-TEST(PKCS7Load, RefusesAMarkerWithoutAPemBlock)
+TEST(PKCS7Load, MarkerWithoutPemBlockIsRefused)
 {
     std::vector<std::string> const unloadable{
         "in the middle of a line " + toPem(signedData()),
@@ -169,7 +169,7 @@ TEST(PKCS7Load, RefusesAMarkerWithoutAPemBlock)
     }
 }
 
-TEST(PKCS7Load, RefusesWhatHasNoMarkerAndTheWrongTag)
+TEST(PKCS7Load, WrongTagWithoutMarkerIsRefused)
 {
     std::vector<std::string> const unloadable{
         signer().pem(),
@@ -184,7 +184,7 @@ TEST(PKCS7Load, RefusesWhatHasNoMarkerAndTheWrongTag)
     }
 }
 
-TEST(PKCS7Load, TakesInputShorterThanTheMarkerForDer)
+TEST(PKCS7Load, InputShorterThanTheMarkerIsReadAsDer)
 {
     std::string const oneCharacterShort = beginMarker.substr(0, 20);
     EXPECT_THROWS_EXACTLY(
@@ -193,7 +193,7 @@ TEST(PKCS7Load, TakesInputShorterThanTheMarkerForDer)
     EXPECT_THROWS_EXACTLY(InvalidArgument, notDer, PKCS7Certificate(std::string("\x04\x00", 2)));
 }
 
-TEST(PKCS7Load, NamesOpenSSLsReasonWhenReadingFails)
+TEST(PKCS7Load, UnreadableInputReportsOpenSSLsReason)
 {
     auto const der = toDer(signedData());
     std::string damagedBase64 = toPem(signedData());
@@ -203,7 +203,7 @@ TEST(PKCS7Load, NamesOpenSSLsReasonWhenReadingFails)
         asText(Bytes(der.begin(), der.begin() + 1)),
         beginMarker,
         damagedBase64,
-        signer().pem() + toPem(signedData()), // OpenSSL takes a block of that label for signed data, too
+        signer().pem() + toPem(signedData()), // OpenSSL also reads this label as signed data
         toPem(signedData()).substr(0, 200),
     };
     for (auto const& data : unloadable) {
@@ -214,14 +214,14 @@ TEST(PKCS7Load, NamesOpenSSLsReasonWhenReadingFails)
     }
 }
 
-TEST(PKCS7Load, IgnoresWhatFollowsTheStructure)
+TEST(PKCS7Load, TrailingBytesAreIgnored)
 {
     auto der = toDer(signedData());
     der.insert(der.end(), {0x30, 0x80, 0xFF});
     EXPECT_EQ(PKCS7Certificate(der).getNumCertificates(), 1u);
 }
 
-TEST(PKCS7Load, IsNotMisledByAnErrorOfAnEarlierCall)
+TEST(PKCS7Load, EarlierErrorInTheQueueHasNoEffect)
 {
     CleanErrorQueue const clean;
     queueForeignError();
@@ -229,7 +229,7 @@ TEST(PKCS7Load, IsNotMisledByAnErrorOfAnEarlierCall)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST(PKCS7Load, RefusesOtherContentTypes)
+TEST(PKCS7Load, OtherContentTypesAreRefused)
 {
     std::vector<Bytes> const others{
         toDer(makePlainData("content")),
@@ -248,13 +248,13 @@ TEST(PKCS7Load, RefusesOtherContentTypes)
     }
 }
 
-TEST(PKCS7Load, TakesSignedAndEnvelopedData)
+TEST(PKCS7Load, SignedAndEnvelopedDataLoads)
 {
     PKCS7Certificate const loaded(toDer(makeSignedAndEnvelopedData("content", signer(), recipient())));
     EXPECT_EQ(derOf(loaded.getCertificates()), std::vector<Bytes>{signer().der()});
 }
 
-TEST(PKCS7Load, TakesSignedDataWithoutCertificates)
+TEST(PKCS7Load, SignedDataWithoutCertificatesLoads)
 {
     SignedDataSpec spec;
     spec.signers = {signer()};
@@ -264,7 +264,7 @@ TEST(PKCS7Load, TakesSignedDataWithoutCertificates)
     EXPECT_TRUE(loaded.empty());
 }
 
-TEST(PKCS7Load, RefusesAnEmbeddedCertificateWithAnUnfitKey)
+TEST(PKCS7Load, EmbeddedCertificateWithUnsupportedKeyIsRefused)
 {
     struct Row
     {
@@ -277,8 +277,9 @@ TEST(PKCS7Load, RefusesAnEmbeddedCertificateWithAnUnfitKey)
         {ed448Key(), "Key uses Ed448, which is not currently supported"},
     };
     for (auto const& row : rows) {
-        auto const unfit = makeSelfSignedLeaf("unfit", [&](CertificateSpec& spec) { spec.key = row.key; });
-        auto const data = toDer(makeSignedData("content", signer(), {unfit.certificate}));
+        auto const unsupported =
+            makeSelfSignedLeaf("unsupported", [&](CertificateSpec& spec) { spec.key = row.key; });
+        auto const data = toDer(makeSignedData("content", signer(), {unsupported.certificate}));
         EXPECT_THROWS_EXACTLY(
             PKCS7CertificateException, certificateRefused + row.reason, PKCS7Certificate(data));
         EXPECT_TRUE(queueIsEmpty());

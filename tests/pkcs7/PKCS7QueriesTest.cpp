@@ -61,7 +61,7 @@ PKCS7Certificate load(SignedDataSpec const& spec)
 
 } // namespace
 
-TEST(PKCS7Queries, OfADefaultObjectFindNothing)
+TEST(PKCS7Queries, DefaultObjectHasNoContent)
 {
     PKCS7Certificate const nothing;
     EXPECT_TRUE(nothing.empty());
@@ -75,7 +75,7 @@ TEST(PKCS7Queries, OfADefaultObjectFindNothing)
     EXPECT_TRUE(nothing == PKCS7Certificate());
 }
 
-TEST(PKCS7Queries, GiveTheCertificatesInTheirOrder)
+TEST(PKCS7Queries, CertificatesKeepTheirOrder)
 {
     auto const first = leaf("first");
     auto const second = leaf("second");
@@ -89,7 +89,7 @@ TEST(PKCS7Queries, GiveTheCertificatesInTheirOrder)
     EXPECT_EQ(loaded.getNumCertificates(), 4u);
 }
 
-TEST(PKCS7Queries, CallSignedDataWithoutCertificatesEmpty)
+TEST(PKCS7Queries, SignedDataWithoutCertificatesIsEmpty)
 {
     auto spec = signedBy({signer()});
     spec.withoutCertificates = true;
@@ -98,10 +98,10 @@ TEST(PKCS7Queries, CallSignedDataWithoutCertificatesEmpty)
     EXPECT_EQ(loaded.getNumCertificates(), 0u);
     EXPECT_EQ(loaded.getAsBytes(), ByteArray());
     EXPECT_EQ(loaded.getAsString(), "");
-    EXPECT_EQ(loaded.getSignedData(), ByteArray()); // there is no certificate to check the signature with
+    EXPECT_EQ(loaded.getSignedData(), ByteArray()); // no certificate to check the signature
 }
 
-TEST(PKCS7Output, IsAlwaysPem)
+TEST(PKCS7Output, SignedDataIsWrittenAsPem)
 {
     auto const data = makeSignedData("content", signer());
     auto const pem = toPem(data);
@@ -112,7 +112,7 @@ TEST(PKCS7Output, IsAlwaysPem)
     }
 }
 
-TEST(PKCS7Output, OfSignedAndEnvelopedDataIsPemToo)
+TEST(PKCS7Output, SignedAndEnvelopedDataIsWrittenAsPem)
 {
     auto const recipient =
         makeSelfSignedLeaf("recipient", [](CertificateSpec& spec) { spec.key = rsaKey(); });
@@ -120,7 +120,7 @@ TEST(PKCS7Output, OfSignedAndEnvelopedDataIsPemToo)
     EXPECT_EQ(load(data).getAsString(), toPem(data));
 }
 
-TEST(PKCS7Output, FailsWithCertificatesButNoStructure)
+TEST(PKCS7Output, ObjectWithoutStructureIsNotWritten)
 {
     PKCS7Certificate made;
     made.addCertificate(X509Certificate(signer().der()));
@@ -132,7 +132,7 @@ TEST(PKCS7Output, FailsWithCertificatesButNoStructure)
     EXPECT_TRUE(made.getSignerCerts().empty());
 }
 
-TEST(PKCS7Output, DoesNotHoldAddedCertificates)
+TEST(PKCS7Output, AddedCertificatesAreNotWritten)
 {
     auto loaded = load(signedBy({signer()}));
     auto const before = loaded.getAsString();
@@ -143,7 +143,7 @@ TEST(PKCS7Output, DoesNotHoldAddedCertificates)
     EXPECT_EQ(asText(loaded.getSignedData()), "signed content");
 }
 
-TEST(PKCS7SignedContent, ComesOutAsItWentIn)
+TEST(PKCS7SignedContent, ContentIsReturnedUnchanged)
 {
     for (auto const& content :
          {std::string("content"), std::string(), std::string("\0\r\n\xFF\0", 5), std::string(300000, 'x')}) {
@@ -151,7 +151,7 @@ TEST(PKCS7SignedContent, ComesOutAsItWentIn)
     }
 }
 
-TEST(PKCS7SignedContent, NeedsNoTrustedChain)
+TEST(PKCS7SignedContent, ContentIsReturnedWithoutTrustedChain)
 {
     auto const expired = makeLeaf(root(), "expired", [](CertificateSpec& spec) {
         spec.notAfter = TimeSpec::fromNow(std::chrono::hours(-1));
@@ -159,9 +159,9 @@ TEST(PKCS7SignedContent, NeedsNoTrustedChain)
     EXPECT_EQ(asText(load(makeSignedData("content", expired)).getSignedData()), "content");
 }
 
-TEST(PKCS7SignedContent, IsNothingUnlessItIsInsideAndItsSignatureHolds)
+TEST(PKCS7SignedContent, OnlyEmbeddedContentWithValidSignatureIsReturned)
 {
-    auto const sound = makeSignedData("content", signer());
+    auto const valid = makeSignedData("content", signer());
     auto detached = signedBy({signer()});
     detached.detached = true;
     auto unsignedData = signedBy({});
@@ -175,7 +175,7 @@ TEST(PKCS7SignedContent, IsNothingUnlessItIsInsideAndItsSignatureHolds)
         int reason;
     };
     std::vector<Row> const rows{
-        {"tampered content", withTamperedContent(sound), PKCS7_R_DIGEST_FAILURE},
+        {"tampered content", withTamperedContent(valid), PKCS7_R_DIGEST_FAILURE},
         {"detached", makeSignedData(detached), PKCS7_R_NO_CONTENT},
         {"no signer", makeSignedData(unsignedData), PKCS7_R_NO_SIGNATURES_ON_DATA},
         {"enveloped", makeSignedAndEnvelopedData("content", signer(), recipient), PKCS7_R_WRONG_CONTENT_TYPE},
@@ -186,10 +186,10 @@ TEST(PKCS7SignedContent, IsNothingUnlessItIsInsideAndItsSignatureHolds)
         EXPECT_EQ(loaded.getSignedData(), ByteArray()) << row.name;
         EXPECT_EQ(oldestReasonText(), reasonText(ERR_LIB_PKCS7, row.reason)) << row.name;
     }
-    EXPECT_EQ(load(withDamagedSignature(sound)).getSignedData(), ByteArray());
+    EXPECT_EQ(load(withDamagedSignature(valid)).getSignedData(), ByteArray());
 }
 
-TEST(PKCS7SignerCerts, StandInTheOrderOfTheSignatures)
+TEST(PKCS7SignerCerts, SignersComeInDerOrder)
 {
     std::vector<CertificateAndKey> const signers{
         leaf("one"), leaf("two"),
@@ -208,13 +208,15 @@ TEST(PKCS7SignerCerts, StandInTheOrderOfTheSignatures)
         }
     }
     ASSERT_EQ(expected.size(), 4u);
-    // Each call hands the certificates out anew; none is released twice.
+    // DER sorts the long signature last, although it was the third.
+    EXPECT_EQ(expected.back(), signers[2].der());
+    // Each call returns the certificates again and releases none of them twice.
     for (int call = 0; call < 3; ++call) {
         EXPECT_EQ(derOf(loaded.getSignerCerts()), expected);
     }
 }
 
-TEST(PKCS7SignerCerts, AppearOnceForEachSignature)
+TEST(PKCS7SignerCerts, SignerComesOncePerSignature)
 {
     auto const data = makeSignedData(signedBy({signer()}));
     auto const* const info = sk_PKCS7_SIGNER_INFO_value(PKCS7_get_signer_info(data.get()), 0);
@@ -224,7 +226,7 @@ TEST(PKCS7SignerCerts, AppearOnceForEachSignature)
     EXPECT_EQ(derOf(load(data).getSignerCerts()), (std::vector<Bytes>{signer().der(), signer().der()}));
 }
 
-TEST(PKCS7SignerCerts, OutliveTheSignedDataTheyCameFrom)
+TEST(PKCS7SignerCerts, SignersOutliveTheSignedData)
 {
     X509CertificateChain signers;
     {
@@ -236,7 +238,7 @@ TEST(PKCS7SignerCerts, OutliveTheSignedDataTheyCameFrom)
     }
 }
 
-TEST(PKCS7SignerCerts, AreNoneWhereOneOfThemIsNotEmbedded)
+TEST(PKCS7SignerCerts, MissingSignerLeavesTheChainEmpty)
 {
     auto spec = signedBy({signer(), leaf("missing")});
     spec.withoutCertificates = true;
@@ -248,7 +250,7 @@ TEST(PKCS7SignerCerts, AreNoneWhereOneOfThemIsNotEmbedded)
     EXPECT_EQ(oldestReasonText(), reasonText(ERR_LIB_PKCS7, PKCS7_R_SIGNER_CERTIFICATE_NOT_FOUND));
 }
 
-TEST(PKCS7SignerCerts, AreNoneForOtherStructures)
+TEST(PKCS7SignerCerts, OtherStructuresHaveNoSigners)
 {
     auto unsignedData = signedBy({});
     unsignedData.furtherCertificates = {signer().certificate};
@@ -258,7 +260,7 @@ TEST(PKCS7SignerCerts, AreNoneForOtherStructures)
     EXPECT_TRUE(load(makeSignedAndEnvelopedData("content", signer(), recipient)).getSignerCerts().empty());
 }
 
-TEST(PKCS7Queries, ThatSucceedLeaveTheErrorQueueAsItWas)
+TEST(PKCS7Queries, SuccessLeavesTheErrorQueueUnchanged)
 {
     auto const loaded = load(signedBy({signer()}));
     CleanErrorQueue const clean;
@@ -270,7 +272,7 @@ TEST(PKCS7Queries, ThatSucceedLeaveTheErrorQueueAsItWas)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
 
-TEST(PKCS7Print, ReportsEachCertificateAndABlankLine)
+TEST(PKCS7Print, EachCertificateIsReportedWithABlankLine)
 {
     auto loaded = load(signedBy({signer()}));
     loaded.addCertificate(X509Certificate(root().der()));
@@ -284,7 +286,7 @@ TEST(PKCS7Print, ReportsEachCertificateAndABlankLine)
     EXPECT_EQ(out.str(), expected.str() + "end");
 }
 
-TEST(PKCS7AddCertificate, RefusesACertificateWithoutContent)
+TEST(PKCS7AddCertificate, EmptyCertificateIsRefused)
 {
     PKCS7Certificate target;
     EXPECT_THROWS_EXACTLY(
@@ -297,7 +299,7 @@ TEST(PKCS7AddCertificate, RefusesACertificateWithoutContent)
     EXPECT_TRUE(target.empty());
 }
 
-TEST(PKCS7AddCertificate, RevivesAMovedFromObject)
+TEST(PKCS7AddCertificate, MovedFromObjectBecomesUsable)
 {
     auto source = load(signedBy({signer()}));
     PKCS7Certificate const target(std::move(source));
@@ -307,7 +309,7 @@ TEST(PKCS7AddCertificate, RevivesAMovedFromObject)
     EXPECT_EQ(asText(target.getSignedData()), "signed content");
 }
 
-TEST(PKCS7AddCertificate, DoesNotReviveAMovedFromObjectForARefusedOne)
+TEST(PKCS7AddCertificate, RefusedCertificateLeavesMovedFromObjectUninitialized)
 {
     PKCS7Certificate source;
     PKCS7Certificate const target(std::move(source));
@@ -317,7 +319,7 @@ TEST(PKCS7AddCertificate, DoesNotReviveAMovedFromObjectForARefusedOne)
     EXPECT_THROWS_EXACTLY(PKCS7CertificateException, uninitialized, source.empty());
 }
 
-TEST(PKCS7Equality, ComparesCertificatesAndNothingElse)
+TEST(PKCS7Equality, OnlyCertificatesAreCompared)
 {
     auto const other = leaf("other");
     auto const here = load(makeSignedData("content", signer()));
@@ -331,14 +333,14 @@ TEST(PKCS7Equality, ComparesCertificatesAndNothingElse)
     EXPECT_TRUE(here == added);
 }
 
-TEST(PKCS7Equality, MindsTheOrder)
+TEST(PKCS7Equality, OrderOfCertificatesMatters)
 {
     auto const other = leaf("other");
     EXPECT_FALSE(load(signedBy({signer(), other})) == load(signedBy({other, signer()})));
     EXPECT_TRUE(load(signedBy({signer(), other})) != load(signedBy({other, signer()})));
 }
 
-TEST(PKCS7Copy, IsIndependentOfItsSource)
+TEST(PKCS7Copy, CopyIsIndependentOfItsSource)
 {
     auto source = load(signedBy({signer()}));
     PKCS7Certificate copy(source);
@@ -353,14 +355,14 @@ TEST(PKCS7Copy, IsIndependentOfItsSource)
     }
 }
 
-TEST(PKCS7Copy, ByAssignmentTakesTheStructureToo)
+TEST(PKCS7Copy, AssignmentCopiesTheStructure)
 {
     auto target = load(makeSignedData("old", signer()));
     target = load(makeSignedData("new", leaf("other")));
     EXPECT_EQ(asText(target.getSignedData()), "new");
 }
 
-TEST(PKCS7Move, LeavesNothingBehindButFailures)
+TEST(PKCS7Move, MovedFromObjectIsUninitialized)
 {
     auto source = load(signedBy({signer()}));
     PKCS7Certificate const target(std::move(source));
@@ -386,7 +388,7 @@ TEST(PKCS7Move, LeavesNothingBehindButFailures)
     EXPECT_EQ(out.str(), "");
 }
 
-TEST(PKCS7Move, ByAssignmentExchangesTheContents)
+TEST(PKCS7Move, AssignmentExchangesTheContents)
 {
     auto one = load(makeSignedData("one", signer()));
     auto two = load(makeSignedData("two", leaf("other")));

@@ -24,8 +24,7 @@
 using namespace foundation::certificates;
 using namespace foundation::test;
 
-// Signed data from somebody who means no good: nothing of it may crash or leak, whatever is called, and none
-// of it may pass for sound.
+// Signed data from an attacker. No operation on it may crash or leak, and no such signature may verify.
 
 namespace {
 
@@ -50,7 +49,7 @@ CertificateAndKey const& intermediate()
     return made;
 }
 
-/// Its issuer's name is long, and so is the structure that names the signer.
+/// A signer whose issuer has a long name, so that its SignerInfo is long too.
 CertificateAndKey const& longNamedSigner()
 {
     static auto const made = makeLeaf(intermediate(), "long-named signer");
@@ -77,8 +76,8 @@ PKCS7CertificateValidationResults verify(PKCS7Certificate const& loaded, std::st
         X509CertificateChain(), trusted(), ByteArray(content.begin(), content.end()));
 }
 
-/// Runs all there is on the object. Only failures of the family may come out, and only where they are
-/// documented: from the output of an object without structure, which none of these is.
+/// Runs all operations on the object. None may throw: only the output of an object without structure does,
+/// and these objects have one.
 void useAll(PKCS7Certificate const& loaded)
 {
     CleanErrorQueue const clean;
@@ -94,7 +93,7 @@ void useAll(PKCS7Certificate const& loaded)
     std::ostringstream() << copy;
 }
 
-/// The object, if the bytes load; what does not load fails as documented.
+/// Returns the object if the bytes load. Fails the test unless a refusal is a documented one.
 std::optional<PKCS7Certificate> loadOrRefuse(Bytes const& bytes)
 {
     try {
@@ -107,8 +106,8 @@ std::optional<PKCS7Certificate> loadOrRefuse(Bytes const& bytes)
     return std::nullopt;
 }
 
-/// Whether OpenSSL itself finds the signatures sound.
-bool verifiesByItself(Bytes const& bytes)
+/// Whether the signatures verify in OpenSSL.
+bool verifiesInOpenSSL(Bytes const& bytes)
 {
     CleanErrorQueue const clean;
     std::shared_ptr<PKCS7> const pkcs7(d2i_PKCS7_bio(readerOf(bytes).get(), nullptr), PKCS7_free);
@@ -121,11 +120,11 @@ Bytes signedData()
     return toDer(makeSignedData("content", signer()));
 }
 
-/// Signed data after somebody has laid hands on its structure.
-Bytes mutilated(std::function<void(PKCS7_SIGNED&)> const& mutilate)
+/// Returns signed data after a change to its structure.
+Bytes withChange(std::function<void(PKCS7_SIGNED&)> const& change)
 {
     auto const pkcs7 = makeSignedData("content", signer());
-    mutilate(*pkcs7->d.sign);
+    change(*pkcs7->d.sign);
     return toDer(pkcs7);
 }
 
@@ -173,7 +172,7 @@ void withEmptySignature(PKCS7_SIGNED& body)
     ASN1_STRING_set(sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0)->enc_digest, "", 0);
 }
 
-/// Every signed type inside another.
+/// Replaces the content by signed data.
 void withNestedSignedData(PKCS7_SIGNED& body)
 {
     PKCS7_free(body.contents);
@@ -189,11 +188,11 @@ void withContentOfAnotherType(PKCS7_SIGNED& body)
 struct Row
 {
     char const* name;
-    void (*mutilate)(PKCS7_SIGNED&);
+    void (*change)(PKCS7_SIGNED&);
     std::size_t certificates;
 };
 
-std::vector<Row> mutilations()
+std::vector<Row> structuresWithMissingMembers()
 {
     return {
         {"no certificates", withoutCertificates, 0},
@@ -205,7 +204,7 @@ std::vector<Row> mutilations()
         {"empty signature", withEmptySignature, 1},
         {"signed data inside", withNestedSignedData, 1},
         {"enveloped data inside", withContentOfAnotherType, 1},
-        {"nothing at all",
+        {"no member",
          [](PKCS7_SIGNED& body) {
              withoutCertificates(body);
              withoutSigners(body);
@@ -216,7 +215,7 @@ std::vector<Row> mutilations()
     };
 }
 
-/// Signed data around the given content, with no certificate and no signer.
+/// Returns signed data around the given content, without certificates and signers.
 Bytes signedAround(Bytes const& content)
 {
     Bytes const version{0x02, 0x01, 0x01};
@@ -226,10 +225,10 @@ Bytes signedAround(Bytes const& content)
     return derElement(0x30, joined({Bytes(type.begin() + 2, type.end()), derElement(0xA0, body)}));
 }
 
-/// The first signer's message digest attribute with a value of the given type instead of an octet string.
+/// Returns signed data whose message digest attribute has a value of the given type, not an octet string.
 Bytes withDigestAttribute(int type, void* value)
 {
-    return mutilated([&](PKCS7_SIGNED& body) {
+    return withChange([&](PKCS7_SIGNED& body) {
         auto* const info = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0);
         require(PKCS7_add_signed_attribute(info, NID_pkcs9_messageDigest, type, value));
     });
@@ -276,7 +275,7 @@ enum class SignerOrder
     Reversed
 };
 
-/// Signed data with two signers. One is encoded in fewer bytes than the other, whatever the changes are, so
+/// Returns signed data with two signers. With every change, one has a shorter encoding than the other, so
 /// that DER sorts it first.
 Bytes twoSigners(SignerChange changeFirst, SignerChange changeSecond, SignerOrder order)
 {
@@ -332,7 +331,7 @@ void expectSignatureErrors(PKCS7Certificate const& loaded, std::vector<int> cons
 
 } // namespace
 
-TEST(PKCS7StrangersBytes, WithATypeAloneAreSignedDataWithNothingInIt)
+TEST(PKCS7UntrustedInput, TypeWithoutBodyHasNoContent)
 {
     auto const blob = contentInfoWithoutContent(NID_pkcs7_signed);
     ASSERT_EQ(blob.size(), 13u);
@@ -352,7 +351,7 @@ TEST(PKCS7StrangersBytes, WithATypeAloneAreSignedDataWithNothingInIt)
     useAll(loaded);
 }
 
-TEST(PKCS7StrangersBytes, WithATypeAloneCanBeCopiedAndWrittenOut)
+TEST(PKCS7UntrustedInput, TypeWithoutBodyCanBeCopiedAndWritten)
 {
     PKCS7Certificate loaded(contentInfoWithoutContent(NID_pkcs7_signed));
     loaded.addCertificate(X509Certificate(signer().der()));
@@ -361,7 +360,7 @@ TEST(PKCS7StrangersBytes, WithATypeAloneCanBeCopiedAndWrittenOut)
     useAll(copy);
 }
 
-TEST(PKCS7StrangersBytes, WithTheTypeSignedAndEnvelopedAloneLoadToo)
+TEST(PKCS7UntrustedInput, SignedAndEnvelopedTypeWithoutBodyLoads)
 {
     PKCS7Certificate const loaded(contentInfoWithoutContent(NID_pkcs7_signedAndEnveloped));
     EXPECT_TRUE(loaded.empty());
@@ -370,7 +369,7 @@ TEST(PKCS7StrangersBytes, WithTheTypeSignedAndEnvelopedAloneLoadToo)
     useAll(loaded);
 }
 
-TEST(PKCS7StrangersBytes, WithAnotherTypeAloneAreRefused)
+TEST(PKCS7UntrustedInput, OtherTypeWithoutBodyIsRefused)
 {
     for (int const type :
          {NID_pkcs7_data, NID_pkcs7_enveloped, NID_pkcs7_digest, NID_pkcs7_encrypted, NID_rsaEncryption}) {
@@ -378,11 +377,11 @@ TEST(PKCS7StrangersBytes, WithAnotherTypeAloneAreRefused)
     }
 }
 
-TEST(PKCS7StrangersBytes, WithAMemberMissingAreNotSound)
+TEST(PKCS7UntrustedInput, MissingMemberDoesNotVerify)
 {
-    for (auto const& row : mutilations()) {
+    for (auto const& row : structuresWithMissingMembers()) {
         SCOPED_TRACE(row.name);
-        PKCS7Certificate const loaded(mutilated(row.mutilate));
+        PKCS7Certificate const loaded(withChange(row.change));
         EXPECT_EQ(loaded.getNumCertificates(), row.certificates);
         for (auto const& content : {std::string(), std::string("other content")}) {
             auto const results = verify(loaded, content);
@@ -395,7 +394,7 @@ TEST(PKCS7StrangersBytes, WithAMemberMissingAreNotSound)
     }
 }
 
-TEST(PKCS7StrangersBytes, WithAnEmptySignedAndEnvelopedBodyAreNotSound)
+TEST(PKCS7UntrustedInput, EmptySignedAndEnvelopedBodyIsHarmless)
 {
     auto const pkcs7 = makeSignedAndEnvelopedData("content", signer(), recipient());
     auto& body = *pkcs7->d.signed_and_enveloped;
@@ -409,7 +408,7 @@ TEST(PKCS7StrangersBytes, WithAnEmptySignedAndEnvelopedBodyAreNotSound)
     useAll(PKCS7Certificate(toDer(makeSignedAndEnvelopedData("content", signer(), recipient()))));
 }
 
-TEST(PKCS7StrangersBytes, WithAMessageDigestOfAWrongTypeAreNotSound)
+TEST(PKCS7UntrustedInput, MistypedMessageDigestCountsAsMissing)
 {
     auto const text = [](int type) {
         auto* const string = ASN1_STRING_type_new(type);
@@ -443,10 +442,10 @@ TEST(PKCS7StrangersBytes, WithAMessageDigestOfAWrongTypeAreNotSound)
     }
 }
 
-TEST(PKCS7StrangersBytes, MistypedMessageDigestHidesAllLaterOnes)
+TEST(PKCS7UntrustedInput, MistypedMessageDigestHidesLaterOnes)
 {
-    // OpenSSL reads the first attribute of the kind. A correct one behind it must not take its place.
-    PKCS7Certificate const loaded(mutilated([](PKCS7_SIGNED& body) {
+    // OpenSSL reads the first attribute of this type. The correct second one must not replace it.
+    PKCS7Certificate const loaded(withChange([](PKCS7_SIGNED& body) {
         auto* const attributes = sk_PKCS7_SIGNER_INFO_value(body.signer_info, 0)->auth_attr;
         auto* const mistyped =
             X509_ATTRIBUTE_create(NID_pkcs9_messageDigest, V_ASN1_OBJECT, OBJ_nid2obj(NID_commonName));
@@ -455,9 +454,9 @@ TEST(PKCS7StrangersBytes, MistypedMessageDigestHidesAllLaterOnes)
     expectSignatureErrors(loaded, digestNotFound());
 }
 
-TEST(PKCS7StrangersBytes, MistypedMessageDigestAloneDoesNotVerifyOverTheContent)
+TEST(PKCS7UntrustedInput, OnlyAttributeMistypedDoesNotVerifyOverTheContent)
 {
-    // Without any signed attribute, OpenSSL would check the signature over the content itself.
+    // Without signed attributes, OpenSSL would check the signature over the content itself.
     SignedDataSpec spec;
     spec.content = "content";
     spec.signers = {signer()};
@@ -467,7 +466,7 @@ TEST(PKCS7StrangersBytes, MistypedMessageDigestAloneDoesNotVerifyOverTheContent)
     expectSignatureErrors(PKCS7Certificate(toDer(pkcs7)), digestNotFound());
 }
 
-TEST(PKCS7StrangersBytes, MistypedMessageDigestIsReportedAfterFailuresOfEarlierSigners)
+TEST(PKCS7UntrustedInput, MistypedMessageDigestIsReportedInSignerOrder)
 {
     auto const reasons = [](std::vector<int> const& codes) { return codes; };
     struct SignersRow
@@ -498,7 +497,7 @@ TEST(PKCS7StrangersBytes, MistypedMessageDigestIsReportedAfterFailuresOfEarlierS
     }
 }
 
-TEST(PKCS7StrangersBytes, CutShortAnywhereAreRefused)
+TEST(PKCS7UntrustedInput, TruncationIsRefused)
 {
     auto const whole = signedData();
     for (std::size_t size = 1; size < whole.size(); ++size) {
@@ -507,11 +506,11 @@ TEST(PKCS7StrangersBytes, CutShortAnywhereAreRefused)
     auto const pem = toPem(makeSignedData("content", signer()));
     for (std::size_t size = 1; size < pem.size(); ++size) {
         auto const loaded = loadOrRefuse(Bytes(pem.begin(), pem.begin() + static_cast<long>(size)));
-        EXPECT_TRUE(!loaded || size == pem.size() - 1) << size; // the last line end may be missing
+        EXPECT_TRUE(!loaded || size == pem.size() - 1) << size; // only the last line end may be missing
     }
 }
 
-TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
+TEST(PKCS7UntrustedInput, DamagedByteGetsOpenSSLsVerdict)
 {
     auto const whole = signedData();
     auto const certificate = signer().der();
@@ -530,11 +529,11 @@ TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
                 continue;
             }
             auto const results = verify(*loaded, "");
-            if (insideCertificate) { // the chain's errors have a say, too
-                EXPECT_TRUE(verifiesByItself(damaged) || !results.getSignatureVerificationStatus());
+            if (insideCertificate) { // the damage can also break the chain
+                EXPECT_TRUE(verifiesInOpenSSL(damaged) || !results.getSignatureVerificationStatus());
                 EXPECT_FALSE(results.isValidSignature());
             } else {
-                EXPECT_EQ(results.getSignatureVerificationStatus(), verifiesByItself(damaged));
+                EXPECT_EQ(results.getSignatureVerificationStatus(), verifiesInOpenSSL(damaged));
             }
             loaded->getSignedData();
             EXPECT_EQ(PKCS7Certificate(*loaded).getAsString(), loaded->getAsString());
@@ -543,7 +542,7 @@ TEST(PKCS7StrangersBytes, WithOneByteDamagedAreAsSoundAsOpenSSLFindsThem)
     }
 }
 
-TEST(PKCS7StrangersBytes, OfDetachedDataWithOneByteDamagedNeverFitOtherContent)
+TEST(PKCS7UntrustedInput, DamagedDetachedDataNeverVerifiesOtherContent)
 {
     SignedDataSpec spec;
     spec.content = "content";
@@ -561,7 +560,7 @@ TEST(PKCS7StrangersBytes, OfDetachedDataWithOneByteDamagedNeverFitOtherContent)
     }
 }
 
-TEST(PKCS7StrangersBytes, OfSignedAndEnvelopedDataWithOneByteDamagedAreNeverSound)
+TEST(PKCS7UntrustedInput, DamagedSignedAndEnvelopedDataNeverVerifies)
 {
     auto const whole = toDer(makeSignedAndEnvelopedData("content", signer(), recipient()));
     for (std::size_t index = 0; index < whole.size(); ++index) {
@@ -574,7 +573,7 @@ TEST(PKCS7StrangersBytes, OfSignedAndEnvelopedDataWithOneByteDamagedAreNeverSoun
     }
 }
 
-TEST(PKCS7StrangersBytes, NestedDeeplyAreRefusedOrHarmless)
+TEST(PKCS7UntrustedInput, DeepNestingIsRefusedOrHarmless)
 {
     auto nested = toDer(makePlainData("content"));
     for (int depth = 1; depth <= 3; ++depth) {
@@ -594,7 +593,7 @@ TEST(PKCS7StrangersBytes, NestedDeeplyAreRefusedOrHarmless)
     EXPECT_FALSE(loadOrRefuse(nested));
 }
 
-TEST(PKCS7StrangersBytes, OfIndefiniteLengthNestedDeeplyAreRefused)
+TEST(PKCS7UntrustedInput, DeepNestingOfIndefiniteLengthIsRefused)
 {
     Bytes nested;
     for (int depth = 0; depth < 100000; ++depth) {
@@ -608,7 +607,7 @@ TEST(PKCS7StrangersBytes, OfIndefiniteLengthNestedDeeplyAreRefused)
     EXPECT_FALSE(loadOrRefuse(inside));
 }
 
-TEST(PKCS7StrangersBytes, WithManySignersAreReadWhole)
+TEST(PKCS7UntrustedInput, ManySignersAreAllRead)
 {
     std::vector<CertificateAndKey> signers;
     for (int index = 0; index < 20; ++index) {

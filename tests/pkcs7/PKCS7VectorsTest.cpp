@@ -21,8 +21,8 @@
 #include <vector>
 
 // Published signed data: the S/MIME messages of NIST's path validation suite, and PKCS#7 files of other
-// makers. Each is loaded and verified by the library and by bare OpenSSL: the same content, signers, verdict
-// and text.
+// makers. The library and bare OpenSSL load and verify each of them. Content, signers, verdict and text must
+// be the same.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -30,16 +30,16 @@ using namespace foundation::test::pkits;
 
 namespace {
 
-/// Who is asked about the signature, and with what.
-struct Circumstances
+/// The arguments of a verification.
+struct Arguments
 {
     std::vector<X509Handle> intermediates;
     std::vector<X509Handle> trusted;
-    /// Empty where the content lies inside.
+    /// The detached content; empty for embedded content.
     Bytes content;
 };
 
-// The witness
+// The reference: bare OpenSSL
 
 struct BareResult
 {
@@ -48,7 +48,7 @@ struct BareResult
     std::string text;
 };
 
-/// Takes the oldest entry out of the queue.
+/// Returns the reason of the oldest entry in the queue, and removes the entry.
 std::string takeReason()
 {
     auto const reason = oldestReasonText();
@@ -68,7 +68,7 @@ std::vector<X509Handle> signersOf(Pkcs7Handle const& signedData)
     return signers;
 }
 
-ReferenceOutcome verifyChainOf(X509Handle const& signer, Circumstances const& given)
+ReferenceOutcome verifyChainOf(X509Handle const& signer, Arguments const& given)
 {
     ReferenceVerifier verifier;
     verifier.leaf = signer;
@@ -80,7 +80,7 @@ ReferenceOutcome verifyChainOf(X509Handle const& signer, Circumstances const& gi
     return verifier.verify();
 }
 
-BareResult resultOfChain(Pkcs7Handle const& signedData, Circumstances const& given)
+BareResult resultOfChain(Pkcs7Handle const& signedData, Arguments const& given)
 {
     auto const signers = signersOf(signedData);
     if (signers.empty()) {
@@ -93,7 +93,7 @@ BareResult resultOfChain(Pkcs7Handle const& signedData, Circumstances const& giv
     return {true, expectedStatus(outcome.code), expectedText(outcome.code, outcome.depth, outcome.subject)};
 }
 
-BareResult verifyBare(Pkcs7Handle const& signedData, Circumstances const& given)
+BareResult verifyBare(Pkcs7Handle const& signedData, Arguments const& given)
 {
     CleanErrorQueue const clean;
     auto const store = own(X509_STORE_new());
@@ -105,7 +105,7 @@ BareResult verifyBare(Pkcs7Handle const& signedData, Circumstances const& given)
     }
     auto const untrusted = given.intermediates.empty() ? nullptr : makeStack(given.intermediates);
     auto const content = given.content.empty() ? nullptr : readerOf(given.content);
-    int const flags = content == nullptr ? 0x10000 : 0;
+    int const flags = content == nullptr ? PKCS7_NO_DUAL_CONTENT : 0;
 
     if (PKCS7_verify(signedData.get(), untrusted.get(), store.get(), content.get(), nullptr, flags) == 1) {
         return {true, Status::Valid, ""};
@@ -114,7 +114,8 @@ BareResult verifyBare(Pkcs7Handle const& signedData, Circumstances const& given)
     if (reason != "certificate verify error") {
         return {false, Status::Failed, reason};
     }
-    if (PKCS7_verify(signedData.get(), untrusted.get(), nullptr, content.get(), nullptr, 0x20) != 1) {
+    if (PKCS7_verify(signedData.get(), untrusted.get(), nullptr, content.get(), nullptr, PKCS7_NOVERIFY) !=
+        1) {
         return {false, Status::Failed, takeReason()};
     }
     return resultOfChain(signedData, given);
@@ -149,9 +150,9 @@ std::vector<Bytes> encodingsOf(std::vector<X509Handle> const& certificates)
     return encodings;
 }
 
-/// Verifies by both and compares; the library's result.
-PKCS7CertificateValidationResults expectVerifiedAsOpenSslVerifiesIt(
-    PKCS7Certificate const& loaded, Pkcs7Handle const& signedData, Circumstances const& given)
+/// Verifies with both, compares, and returns the library's result.
+PKCS7CertificateValidationResults
+expectSameVerification(PKCS7Certificate const& loaded, Pkcs7Handle const& signedData, Arguments const& given)
 {
     auto const expected = verifyBare(signedData, given);
     CleanErrorQueue const clean;
@@ -181,13 +182,13 @@ void expectSameContent(PKCS7Certificate const& loaded, Pkcs7Handle const& signed
     EXPECT_EQ(loaded.getAsString(), loaded.empty() ? "" : toPem(signedData));
 
     auto const output = own(BIO_new(BIO_s_mem()));
-    auto const verified =
-        PKCS7_verify(signedData.get(), nullptr, nullptr, nullptr, output.get(), 0x10020) == 1;
+    int const flags = PKCS7_NOVERIFY | PKCS7_NO_DUAL_CONTENT;
+    auto const verified = PKCS7_verify(signedData.get(), nullptr, nullptr, nullptr, output.get(), flags) == 1;
     EXPECT_EQ(loaded.getSignedData(), verified ? contentOf(output) : Bytes());
 }
 
-/// The same signatures with the content inside.
-Pkcs7Handle withContentInside(Message const& message)
+/// Returns the same signatures with embedded content.
+Pkcs7Handle withEmbeddedContent(Message const& message)
 {
     auto const whole = parsePkcs7(toDer(message.signedData));
     require(PKCS7_content_new(whole.get(), NID_pkcs7_data));
@@ -196,9 +197,9 @@ Pkcs7Handle withContentInside(Message const& message)
     return parsePkcs7(toDer(whole));
 }
 
-X509Handle const& stranger()
+X509Handle const& otherRoot()
 {
-    static auto const made = makeRoot("stranger").certificate;
+    static auto const made = makeRoot("other root").certificate;
     return made;
 }
 
@@ -237,7 +238,7 @@ BareFile loadBare(Bytes const& bytes)
         isPem ? PEM_read_bio_PKCS7(reader.get(), nullptr, nullptr, nullptr)
               : d2i_PKCS7_bio(reader.get(), nullptr),
         PKCS7_free);
-    if (ERR_GET_REASON(oldestError()) == (isPem ? 108 : 168)) {
+    if (ERR_GET_REASON(oldestError()) == (isPem ? PEM_R_NO_START_LINE : ASN1_R_WRONG_TAG)) {
         return {Refusal::WrongForm, isPem ? wrongPemText : wrongDerText, nullptr};
     }
     if (loaded == nullptr || !queueIsEmpty()) {
@@ -250,8 +251,8 @@ BareFile loadBare(Bytes const& bytes)
     return {Refusal::None, "", loaded};
 }
 
-/// Loads the file by both and compares.
-Refusal expectLoadedAsOpenSslLoadsIt(Bytes const& bytes)
+/// Loads the file with both and compares.
+Refusal expectSameLoad(Bytes const& bytes)
 {
     auto const bare = loadBare(bytes);
     if (bare.refusal == Refusal::NotLoaded) {
@@ -261,8 +262,8 @@ Refusal expectLoadedAsOpenSslLoadsIt(Bytes const& bytes)
     } else {
         PKCS7Certificate const loaded(bytes);
         expectSameContent(loaded, bare.signedData);
-        expectVerifiedAsOpenSslVerifiesIt(loaded, bare.signedData, {{}, {stranger()}, {}});
-        expectVerifiedAsOpenSslVerifiesIt(loaded, bare.signedData, {{}, {stranger()}, asBytes("content")});
+        expectSameVerification(loaded, bare.signedData, {{}, {otherRoot()}, {}});
+        expectSameVerification(loaded, bare.signedData, {{}, {otherRoot()}, asBytes("content")});
     }
     return bare.refusal;
 }
@@ -275,7 +276,7 @@ protected:
 
 } // namespace
 
-TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreVerifiedAsOpenSslVerifiesThem)
+TEST_F(PKCS7Vectors, PathValidationSuiteGetsOpenSSLsVerdicts)
 {
     std::map<Status, int> statuses;
     for (auto const& test : casesWithoutDsaKeys()) {
@@ -285,19 +286,19 @@ TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreVerifiedAsOpenSslVerifiesThem)
         expectSameContent(loaded, message.signedData);
         EXPECT_EQ(loaded.getSignedData(), Bytes());
 
-        auto const results = expectVerifiedAsOpenSslVerifiesIt(
+        auto const results = expectSameVerification(
             loaded, message.signedData, {intermediatesOf(test), {trustAnchor()}, message.content});
         ++statuses[results.getCertificateChainStatus()];
-        expectVerifiedAsOpenSslVerifiesIt(loaded, message.signedData, {{}, {trustAnchor()}, message.content});
-        expectVerifiedAsOpenSslVerifiesIt(
-            loaded, message.signedData, {intermediatesOf(test), {stranger()}, message.content});
+        expectSameVerification(loaded, message.signedData, {{}, {trustAnchor()}, message.content});
+        expectSameVerification(
+            loaded, message.signedData, {intermediatesOf(test), {otherRoot()}, message.content});
     }
-    // The messages are worth nothing if they are all alike.
+    // The messages must cover several verdicts.
     EXPECT_GE(statuses[Status::Valid], 150);
     EXPECT_GE(statuses.size(), 4U);
 }
 
-TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreRefusedWithAnotherContent)
+TEST_F(PKCS7Vectors, PathValidationSuiteDoesNotVerifyOtherContent)
 {
     for (auto const& test : casesWithoutDsaKeys()) {
         SCOPED_TRACE(test.number + " " + test.name);
@@ -306,30 +307,30 @@ TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreRefusedWithAnotherContent)
         auto changed = message.content;
         changed.push_back('.');
 
-        auto const results = expectVerifiedAsOpenSslVerifiesIt(
+        auto const results = expectSameVerification(
             loaded, message.signedData, {intermediatesOf(test), {trustAnchor()}, changed});
         EXPECT_FALSE(results.getSignatureVerificationStatus());
-        auto const withoutContent = expectVerifiedAsOpenSslVerifiesIt(
-            loaded, message.signedData, {intermediatesOf(test), {trustAnchor()}, {}});
+        auto const withoutContent =
+            expectSameVerification(loaded, message.signedData, {intermediatesOf(test), {trustAnchor()}, {}});
         EXPECT_FALSE(withoutContent.getSignatureVerificationStatus());
     }
 }
 
-TEST_F(PKCS7Vectors, OfThePathValidationSuiteGiveOutTheContentThatIsPutInside)
+TEST_F(PKCS7Vectors, PathValidationSuiteReturnsEmbeddedContent)
 {
     for (auto const& test : casesWithoutDsaKeys()) {
         SCOPED_TRACE(test.number + " " + test.name);
         auto const message = messageOf(test);
-        auto const whole = withContentInside(message);
+        auto const whole = withEmbeddedContent(message);
         PKCS7Certificate const loaded(toDer(whole));
 
         expectSameContent(loaded, whole);
         EXPECT_EQ(loaded.getSignedData(), message.content);
-        expectVerifiedAsOpenSslVerifiesIt(loaded, whole, {intermediatesOf(test), {trustAnchor()}, {}});
+        expectSameVerification(loaded, whole, {intermediatesOf(test), {trustAnchor()}, {}});
     }
 }
 
-TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreNotLoadedWhereKeysAreDsa)
+TEST_F(PKCS7Vectors, PathValidationSuiteWithDsaKeysIsRefused)
 {
     for (auto const& test : cases()) {
         if (hasDsaKeys(test)) {
@@ -343,12 +344,12 @@ TEST_F(PKCS7Vectors, OfThePathValidationSuiteAreNotLoadedWhereKeysAreDsa)
     }
 }
 
-TEST_F(PKCS7Vectors, OfAPythonLibraryAreLoadedAsOpenSslLoadsThem)
+TEST_F(PKCS7Vectors, PythonLibraryFilesLoadAsInOpenSSL)
 {
     std::map<std::string, Refusal> refusals;
     for (auto const& name : listVectors("pkcs7", "")) {
         SCOPED_TRACE(name);
-        refusals[name] = expectLoadedAsOpenSslLoadsIt(readVector(name));
+        refusals[name] = expectSameLoad(readVector(name));
     }
     EXPECT_EQ(refusals.at("pkcs7/amazon-roots.der"), Refusal::None);
     EXPECT_EQ(refusals.at("pkcs7/isrg.pem"), Refusal::None);

@@ -39,10 +39,10 @@ CertificateAndKey const& systemRoot()
     return made;
 }
 
-/// What stands for the operating system in this program: one root, and the adder's record of the calls.
+/// Replaces the operating system in this program: one root, and a record of the adder's calls.
 struct OperatingSystem
 {
-    std::optional<Usage> failing; ///< the usage whose roots cannot be read to the end
+    std::optional<Usage> failing; ///< the usage whose roots cannot be read
     std::vector<std::pair<Usage, bool>> asked;
 };
 
@@ -69,7 +69,7 @@ public:
 
 } // namespace
 
-// Takes the place of the library's own, so that these tests know the system's roots.
+// Replaces the library's own function, so that these tests know the system's roots.
 namespace foundation::certificates {
 
 std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
@@ -113,14 +113,14 @@ CertificateAndKey const& deepSigner()
     return made;
 }
 
-CertificateAndKey const& stranger()
+CertificateAndKey const& untrusted()
 {
-    static auto const made = makeLeaf(makeRoot("nobody's root"), "stranger");
+    static auto const made = makeLeaf(makeRoot("untrusted root"), "untrusted");
     return made;
 }
 
-/// Fit for TLS servers alone: OpenSSL's check of signed data asks for mail, the library's validation for
-/// nothing.
+/// Restricted to TLS servers. OpenSSL's own check requires the purpose of S/MIME; the library's validation
+/// requires none.
 CertificateAndKey const& serverSigner()
 {
     static auto const made = makeLeaf(
@@ -157,7 +157,17 @@ Pkcs7Handle withoutCertificates(CertificateAndKey const& by)
     return makeSignedData(spec);
 }
 
-/// The reason that OpenSSL queues first when it checks the signatures by itself, chains left aside.
+/// Returns the reason that OpenSSL queues first when it checks the chain and the signatures.
+std::string chainReasonOf(Pkcs7Handle const& pkcs7, CertificateAndKey const& trusted)
+{
+    CleanErrorQueue const clean;
+    auto const store = own(X509_STORE_new());
+    require(X509_STORE_add_cert(store.get(), trusted.certificate.get()));
+    PKCS7_verify(pkcs7.get(), nullptr, store.get(), nullptr, nullptr, PKCS7_NO_DUAL_CONTENT);
+    return oldestReasonText();
+}
+
+/// Returns the reason that OpenSSL queues first when it checks the signatures and no chain.
 std::string signatureReasonOf(Pkcs7Handle const& pkcs7, std::string const& data = {})
 {
     CleanErrorQueue const clean;
@@ -190,152 +200,122 @@ protected:
     CleanErrorQueue const cleanQueue;
 };
 
-struct Row
+/// A call of verifySignature and its result. The defaults: no intermediates, `root()` is trusted, the content
+/// is embedded, and everything is valid.
+struct Case
 {
+    Case(char const* caseName, Pkcs7Handle signedData) : name(caseName), data(std::move(signedData)) {}
+
+    Case withIntermediates(Certificates const& given) const
+    {
+        auto changed = *this;
+        changed.intermediates = given;
+        return changed;
+    }
+
+    Case trusting(Certificates const& roots) const
+    {
+        auto changed = *this;
+        changed.trusted = roots;
+        return changed;
+    }
+
+    Case over(std::string const& givenContent) const
+    {
+        auto changed = *this;
+        changed.content = givenContent;
+        return changed;
+    }
+
+    /// The signature does not verify.
+    Case failsWith(std::string const& reason) const
+    {
+        auto changed = *this;
+        changed.signature = false;
+        changed.status = Status::Failed;
+        changed.text = reason;
+        return changed;
+    }
+
+    /// The signature verifies.
+    Case hasChain(Status verdict, std::string const& verdictText) const
+    {
+        auto changed = *this;
+        changed.status = verdict;
+        changed.text = verdictText;
+        return changed;
+    }
+
     char const* name;
     Pkcs7Handle data;
     Certificates intermediates;
-    Certificates trusted;
+    Certificates trusted = {root()};
     std::string content;
-    bool signature;
-    Status status;
+    bool signature = true;
+    Status status = Status::Valid;
     std::string text;
 };
 
-PKCS7CertificateValidationResults verify(Row const& row)
+PKCS7CertificateValidationResults verify(Case const& test)
 {
-    auto const loaded = load(row.data);
-    return loaded.verifySignature(chainOf(row.intermediates), storeOf(row.trusted), asBytes(row.content));
+    auto const loaded = load(test.data);
+    return loaded.verifySignature(chainOf(test.intermediates), storeOf(test.trusted), asBytes(test.content));
 }
 
-std::vector<Row> soundAndTrusted()
+void expectResultOf(Case const& test, PKCS7CertificateValidationResults const& results)
 {
-    auto embedded = makeSignedData("content", deepSigner(), {intermediate().certificate});
+    expectResult(results, test.signature, test.status, test.text);
+}
+
+Pkcs7Handle withEmbedded(CertificateAndKey const& by, CertificateAndKey const& further)
+{
+    return makeSignedData("content", by, {further.certificate});
+}
+
+std::vector<Case> validCases()
+{
     return {
-        {"signed by a leaf of the root", signedBy({signer()}), {}, {root()}, "", true, Status::Valid, ""},
-        {"an intermediate given",
-         signedBy({deepSigner()}),
-         {intermediate()},
-         {root()},
-         "",
-         true,
-         Status::Valid,
-         ""},
-        {"an intermediate embedded", embedded, {}, {root()}, "", true, Status::Valid, ""},
-        {"two signers, both trusted",
-         signedBy({signer(), deepSigner()}),
-         {intermediate()},
-         {root()},
-         "",
-         true,
-         Status::Valid,
-         ""},
-        {"detached", detached("apart", signer()), {}, {root()}, "apart", true, Status::Valid, ""},
-        {"content inside and given, equal",
-         makeSignedData("both", signer()),
-         {},
-         {root()},
-         "both",
-         true,
-         Status::Valid,
-         ""},
-        {"no certificate embedded",
-         withoutCertificates(signer()),
-         {signer()},
-         {root()},
-         "",
-         true,
-         Status::Valid,
-         ""},
-        {"the root given as an intermediate",
-         signedBy({signer()}),
-         {root()},
-         {otherRoot()},
-         "",
-         true,
-         Status::Valid,
-         ""},
+        Case("signed by a leaf of the root", signedBy({signer()})),
+        Case("an intermediate given", signedBy({deepSigner()})).withIntermediates({intermediate()}),
+        Case("an intermediate embedded", withEmbedded(deepSigner(), intermediate())),
+        Case("two signers, both trusted", signedBy({signer(), deepSigner()}))
+            .withIntermediates({intermediate()}),
+        Case("detached", detached("detached", signer())).over("detached"),
+        Case("content embedded and given, equal", makeSignedData("both", signer())).over("both"),
+        Case("no certificate embedded", withoutCertificates(signer())).withIntermediates({signer()}),
+        Case("the root given as an intermediate", signedBy({signer()}))
+            .withIntermediates({root()})
+            .trusting({otherRoot()}),
     };
 }
 
-std::vector<Row> signatureFails()
+std::vector<Case> invalidSignatures()
 {
-    auto const tampered = withTamperedContent(signedBy({signer()}));
     auto const damaged = withDamagedSignature(signedBy({signer()}));
-    auto const tamperedByStranger = withTamperedContent(signedBy({stranger()}));
-    auto const apart = detached("apart", signer());
-    auto const inside = makeSignedData("inside", signer());
+    auto const embedded = makeSignedData("embedded", signer());
     SignedDataSpec unsignedSpec;
     unsignedSpec.furtherCertificates = {signer().certificate};
-    auto const noSigner = makeSignedData(unsignedSpec);
-    auto const missing = withoutCertificates(signer());
     auto const reason = [](int code) { return reasonText(ERR_LIB_PKCS7, code); };
+    auto const digestFailure = reason(PKCS7_R_DIGEST_FAILURE);
     return {
-        {"content tampered with",
-         tampered,
-         {},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_DIGEST_FAILURE)},
-        {"signature damaged", damaged, {}, {root()}, "", false, Status::Failed, signatureReasonOf(damaged)},
-        {"tampered with, and not trusted",
-         tamperedByStranger,
-         {},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_DIGEST_FAILURE)},
-        {"detached, no content given",
-         apart,
-         {},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_NO_CONTENT)},
-        {"detached, other content given",
-         apart,
-         {},
-         {root()},
-         "other",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_DIGEST_FAILURE)},
-        {"content inside, another given",
-         inside,
-         {},
-         {root()},
-         "other",
-         false,
-         Status::Failed,
-         signatureReasonOf(inside, "other")},
-        {"no signature",
-         noSigner,
-         {},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_NO_SIGNATURES_ON_DATA)},
-        {"signer not to be found",
-         missing,
-         {},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         reason(PKCS7_R_SIGNER_CERTIFICATE_NOT_FOUND)},
-        {"signer not embedded, and not trusted",
-         withoutCertificates(stranger()),
-         {stranger()},
-         {root()},
-         "",
-         false,
-         Status::Failed,
-         "certificate verify error"},
+        Case("changed content", withTamperedContent(signedBy({signer()}))).failsWith(digestFailure),
+        Case("damaged signature", damaged).failsWith(signatureReasonOf(damaged)),
+        Case("changed content, untrusted", withTamperedContent(signedBy({untrusted()})))
+            .failsWith(digestFailure),
+        Case("detached, no content given", detached("detached", signer()))
+            .failsWith(reason(PKCS7_R_NO_CONTENT)),
+        Case("detached, other content given", detached("detached", signer()))
+            .over("other")
+            .failsWith(digestFailure),
+        Case("content embedded, other content given", embedded)
+            .over("other")
+            .failsWith(signatureReasonOf(embedded, "other")),
+        Case("no signature", makeSignedData(unsignedSpec)).failsWith(reason(PKCS7_R_NO_SIGNATURES_ON_DATA)),
+        Case("signer's certificate missing", withoutCertificates(signer()))
+            .failsWith(reason(PKCS7_R_SIGNER_CERTIFICATE_NOT_FOUND)),
+        Case("signer not embedded, and untrusted", withoutCertificates(untrusted()))
+            .withIntermediates({untrusted()})
+            .failsWith("certificate verify error"),
     };
 }
 
@@ -346,7 +326,7 @@ std::string untrustedText(std::string const& subject)
            "\n";
 }
 
-std::vector<Row> chainFails()
+std::vector<Case> failedChains()
 {
     using std::chrono::hours;
     auto const selfSigned = makeSelfSignedLeaf("self-signed");
@@ -354,85 +334,79 @@ std::vector<Row> chainFails()
         root(), "expired", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(hours(-1)); });
     auto const early = makeLeaf(
         root(), "early", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(hours(1)); });
+    auto const codeSigner = makeLeaf(intermediate(), "code signer", [](CertificateSpec& spec) {
+        spec.setExtension("extendedKeyUsage", "codeSigning");
+    });
     auto const expiredText = validated(expired, {root()}).getValidationErrorString();
     auto const earlyText = validated(early, {root()}).getValidationErrorString();
     return {
-        {"signed by a stranger",
-         signedBy({stranger()}),
-         {},
-         {root()},
-         "",
-         true,
-         Status::Untrusted,
-         untrustedText("CN=stranger")},
-        {"signed by a stranger, detached",
-         detached("apart", stranger()),
-         {},
-         {root()},
-         "apart",
-         true,
-         Status::Untrusted,
-         untrustedText("CN=stranger")},
-        {"intermediate missing",
-         signedBy({deepSigner()}),
-         {},
-         {root()},
-         "",
-         true,
-         Status::Untrusted,
-         untrustedText("CN=deep signer")},
-        {"signed by itself", signedBy({selfSigned}), {}, {root()}, "", true, Status::SelfSigned, ""},
-        {"expired", signedBy({expired}), {}, {root()}, "", true, Status::Expired, expiredText},
-        {"not yet valid", signedBy({early}), {}, {root()}, "", true, Status::Failed, earlyText},
-        {"fit for servers, and trusted",
-         signedBy({serverSigner()}),
-         {},
-         {root()},
-         "",
-         true,
-         Status::Valid,
-         "certificate verify error"},
-        {"fit for servers, root an intermediate",
-         signedBy({serverSigner()}),
-         {root()},
-         {otherRoot()},
-         "",
-         true,
-         Status::SelfSigned,
-         ""},
+        Case("untrusted signer", signedBy({untrusted()}))
+            .hasChain(Status::Untrusted, untrustedText("CN=untrusted")),
+        Case("untrusted signer, detached", detached("detached", untrusted()))
+            .over("detached")
+            .hasChain(Status::Untrusted, untrustedText("CN=untrusted")),
+        Case("intermediate missing", signedBy({deepSigner()}))
+            .hasChain(Status::Untrusted, untrustedText("CN=deep signer")),
+        Case("self-signed signer", signedBy({selfSigned})).hasChain(Status::SelfSigned, ""),
+        Case("expired", signedBy({expired})).hasChain(Status::Expired, expiredText),
+        Case("not yet valid", signedBy({early})).hasChain(Status::Failed, earlyText),
+        Case("restricted to servers, trusted", signedBy({serverSigner()}))
+            .hasChain(Status::Valid, "certificate verify error"),
+        Case("restricted to servers, the root given as an intermediate", signedBy({serverSigner()}))
+            .withIntermediates({root()})
+            .trusting({otherRoot()})
+            .hasChain(Status::SelfSigned, ""),
+        Case("restricted to code signing, intermediate embedded", withEmbedded(codeSigner, intermediate()))
+            .hasChain(Status::Untrusted, untrustedText("CN=code signer")),
+        Case("restricted to code signing, intermediate given", withEmbedded(codeSigner, intermediate()))
+            .withIntermediates({intermediate()})
+            .hasChain(Status::Valid, "certificate verify error"),
     };
 }
 
 } // namespace
 
-TEST_F(PKCS7Verification, PassesWhatIsSoundAndTrusted)
+TEST_F(PKCS7Verification, ValidSignatureAndTrustedChainPass)
 {
-    for (auto const& row : soundAndTrusted()) {
-        SCOPED_TRACE(row.name);
-        expectResult(verify(row), row.signature, row.status, row.text);
+    for (auto const& test : validCases()) {
+        SCOPED_TRACE(test.name);
+        expectResultOf(test, verify(test));
     }
 }
 
-TEST_F(PKCS7Verification, RefusesASignatureThatDoesNotVerifyWithOpenSSLsReason)
+TEST_F(PKCS7Verification, InvalidSignatureReportsOpenSSLsReason)
 {
-    for (auto const& row : signatureFails()) {
-        SCOPED_TRACE(row.name);
+    for (auto const& test : invalidSignatures()) {
+        SCOPED_TRACE(test.name);
         CleanErrorQueue const clean;
-        EXPECT_NE(row.text, "");
-        expectResult(verify(row), row.signature, row.status, row.text);
+        EXPECT_NE(test.text, "");
+        expectResultOf(test, verify(test));
     }
 }
 
-TEST_F(PKCS7Verification, TellsABadChainFromABadSignature)
+TEST_F(PKCS7Verification, FailedChainIsNotReportedAsInvalidSignature)
 {
-    for (auto const& row : chainFails()) {
-        SCOPED_TRACE(row.name);
+    for (auto const& test : failedChains()) {
+        SCOPED_TRACE(test.name);
         CleanErrorQueue const clean;
-        expectResult(verify(row), row.signature, row.status, row.text);
+        expectResultOf(test, verify(test));
     }
 }
 
-TEST_F(PKCS7Verification, GivesTheCodeOfACertificateThatIsNotYetValid)
+TEST_F(PKCS7Verification, InvalidSignatureInTheChainIsReportedAsInvalidSignature)
+{
+    auto const broken =
+        makeLeaf(root(), "broken", [](CertificateSpec& spec) { spec.damagedSignature = true; });
+    EXPECT_EQ(validated(broken, {root()}).getCertificateChainStatus(), Status::BadSignature);
+    ERR_clear_error();
+
+    auto const results =
+        load(signedBy({broken})).verifySignature(X509CertificateChain(), storeOf({root()}), ByteArray());
+    EXPECT_NE(results.getValidationErrorString(), "certificate verify error");
+    expectResult(results, false, Status::Failed, chainReasonOf(signedBy({broken}), root()));
+}
+
+TEST_F(PKCS7Verification, NotYetValidCertificateReportsItsCode)
 {
     auto const early = makeLeaf(root(), "early", [](CertificateSpec& spec) {
         spec.notBefore = TimeSpec::fromNow(std::chrono::hours(1));
@@ -442,65 +416,65 @@ TEST_F(PKCS7Verification, GivesTheCodeOfACertificateThatIsNotYetValid)
     EXPECT_EQ(results.getValidationErrorString().substr(0, 34), "Validation Failed. Return code=9.E");
 }
 
-// An entry that an earlier call left in OpenSSL's queue
+// An entry of an earlier call in OpenSSL's queue
 
-TEST_F(PKCS7Verification, IsNotDisturbedByAnEarlierErrorWhereItSucceeds)
+TEST_F(PKCS7Verification, EarlierErrorInTheQueueLeavesSuccessUnchanged)
 {
-    for (auto const& row : soundAndTrusted()) {
-        SCOPED_TRACE(row.name);
-        auto const loaded = load(row.data);
-        auto const chain = chainOf(row.intermediates);
-        auto const store = storeOf(row.trusted);
+    for (auto const& test : validCases()) {
+        SCOPED_TRACE(test.name);
+        auto const loaded = load(test.data);
+        auto const chain = chainOf(test.intermediates);
+        auto const store = storeOf(test.trusted);
         CleanErrorQueue const clean;
         auto const foreign = queueForeignError();
-        expectResult(
-            loaded.verifySignature(chain, store, asBytes(row.content)), row.signature, row.status, row.text);
+        expectResultOf(test, loaded.verifySignature(chain, store, asBytes(test.content)));
         EXPECT_EQ(oldestError(), foreign);
     }
 }
 
-TEST_F(PKCS7Verification, TakesAnEarlierErrorForItsReasonWhereItFails)
+TEST_F(PKCS7Verification, EarlierErrorInTheQueueReplacesTheReason)
 {
-    auto rows = signatureFails();
-    for (auto& row : chainFails()) {
-        rows.push_back(std::move(row));
+    auto cases = invalidSignatures();
+    for (auto& test : failedChains()) {
+        cases.push_back(std::move(test));
     }
-    for (auto const& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto const loaded = load(row.data);
-        auto const chain = chainOf(row.intermediates);
-        auto const store = storeOf(row.trusted);
+    for (auto const& test : cases) {
+        SCOPED_TRACE(test.name);
+        auto const loaded = load(test.data);
+        auto const chain = chainOf(test.intermediates);
+        auto const store = storeOf(test.trusted);
         CleanErrorQueue const clean;
         queueForeignError();
         auto const text = oldestReasonText();
-        expectResult(loaded.verifySignature(chain, store, asBytes(row.content)), false, Status::Failed, text);
+        expectResult(
+            loaded.verifySignature(chain, store, asBytes(test.content)), false, Status::Failed, text);
     }
 }
 
-TEST_F(PKCS7Verification, TakesAFailedQuerysErrorForItsReason)
+TEST_F(PKCS7Verification, ErrorOfFailedQueryReplacesTheReason)
 {
-    auto const loaded = load(detached("apart", stranger()));
+    auto const loaded = load(detached("detached", untrusted()));
     auto const trusted = storeOf({root()});
     EXPECT_EQ(loaded.getSignedData(), ByteArray());
     expectResult(
-        loaded.verifySignature(X509CertificateChain(), trusted, asBytes("apart")), false, Status::Failed,
+        loaded.verifySignature(X509CertificateChain(), trusted, asBytes("detached")), false, Status::Failed,
         reasonText(ERR_LIB_PKCS7, PKCS7_R_NO_CONTENT));
 }
 
 // Several signers
 
-TEST_F(PKCS7Verification, ValidatesTheFirstSignerAlone)
+TEST_F(PKCS7Verification, OnlyTheFirstSignersChainIsValidated)
 {
-    auto const strangersRoot = makeRoot("stranger's root");
-    auto const other = makeLeaf(strangersRoot, "other");
+    auto const rootOfOther = makeRoot("root of other");
+    auto const other = makeLeaf(rootOfOther, "other");
     auto const loaded = load(signedBy({signer(), other}));
     auto const first = loaded.getSignerCerts().getCertificates().front();
     bool const oursIsFirst = first.getSubjectName() == "CN=signer";
-    auto const firstRoot = storeOf({oursIsFirst ? root() : strangersRoot});
-    auto const secondRoot = storeOf({oursIsFirst ? strangersRoot : root()});
+    auto const firstRoot = storeOf({oursIsFirst ? root() : rootOfOther});
+    auto const secondRoot = storeOf({oursIsFirst ? rootOfOther : root()});
     ERR_clear_error();
 
-    // The first is trusted and the second is not: OpenSSL fails, the validation passes.
+    // The first signer is trusted and the second is not: OpenSSL fails, and the validation passes.
     expectResult(
         loaded.verifySignature(X509CertificateChain(), firstRoot, ByteArray()), true, Status::Valid,
         "certificate verify error");
@@ -510,7 +484,7 @@ TEST_F(PKCS7Verification, ValidatesTheFirstSignerAlone)
         untrustedText(first.getSubjectName()));
 }
 
-TEST_F(PKCS7Verification, WantsEverySignatureSound)
+TEST_F(PKCS7Verification, EverySignatureMustBeValid)
 {
     auto const both = withDamagedSignature(signedBy({signer(), deepSigner()}));
     auto const results =
@@ -520,18 +494,18 @@ TEST_F(PKCS7Verification, WantsEverySignatureSound)
 
 // The trust store
 
-TEST_F(PKCS7Verification, LeavesItsArgumentsAsTheyWere)
+TEST_F(PKCS7Verification, ArgumentsStayUnchanged)
 {
     auto const trusted = storeOf({root()});
     auto const intermediates = chainOf({intermediate()});
     load(signedBy({deepSigner()})).verifySignature(intermediates, trusted, ByteArray());
-    load(signedBy({stranger()})).verifySignature(intermediates, trusted, ByteArray());
+    load(signedBy({untrusted()})).verifySignature(intermediates, trusted, ByteArray());
     EXPECT_EQ(trusted.size(), 1u);
     EXPECT_EQ(intermediates.getNumCertificates(), 1u);
     EXPECT_TRUE(operatingSystem().asked.empty());
 }
 
-TEST_F(PKCS7Verification, TurnsToTheOperatingSystemWithoutATrustStore)
+TEST_F(PKCS7Verification, EmptyTrustStoreMeansSystemRoots)
 {
     auto const loaded = load(signedBy({makeLeaf(systemRoot(), "signer")}));
     expectResult(
@@ -546,15 +520,15 @@ TEST_F(PKCS7Verification, TurnsToTheOperatingSystemWithoutATrustStore)
         loaded.verifySignature(X509CertificateChain(), source, ByteArray()), true, Status::Valid, "");
 }
 
-TEST_F(PKCS7Verification, ValidatesAgainstTheOperatingSystemsRootsToo)
+TEST_F(PKCS7Verification, FailedChainIsValidatedAgainstSystemRoots)
 {
-    auto const loaded = load(signedBy({stranger()}));
+    auto const loaded = load(signedBy({untrusted()}));
     expectResult(
         loaded.verifySignature(X509CertificateChain(), TrustStore(), ByteArray()), true, Status::Untrusted,
-        untrustedText("CN=stranger"));
+        untrustedText("CN=untrusted"));
 }
 
-TEST_F(PKCS7Verification, UsesTheRootsGatheredBeforeTheOperatingSystemFailed)
+TEST_F(PKCS7Verification, SystemRootsReadBeforeAFailureAreUsed)
 {
     operatingSystem().failing = Usage::ServerAuthentication;
     auto const loaded = load(signedBy({makeLeaf(systemRoot(), "signer")}));
@@ -563,9 +537,9 @@ TEST_F(PKCS7Verification, UsesTheRootsGatheredBeforeTheOperatingSystemFailed)
     EXPECT_EQ(operatingSystem().asked.size(), 2u);
 }
 
-TEST_F(PKCS7Verification, DoesNotReportThatTheOperatingSystemFailed)
+TEST_F(PKCS7Verification, FailureToReadSystemRootsIsNotReported)
 {
-    // given roots that cannot be read at all, and intermediates that OpenSSL's check trusts instead
+    // No root can be read. OpenSSL's own check trusts the intermediates instead.
     operatingSystem().failing = Usage::Signing;
     auto const loaded = load(signedBy({signer()}));
     expectResult(
@@ -573,7 +547,7 @@ TEST_F(PKCS7Verification, DoesNotReportThatTheOperatingSystemFailed)
     EXPECT_EQ(operatingSystem().asked.size(), 1u);
 }
 
-TEST_F(PKCS7Verification, TrustsNothingIfTheTrustStoreCannotBeCopied)
+TEST_F(PKCS7Verification, TrustStoreThatCannotBeCopiedTrustsNothing)
 {
     auto const trusted = storeOf({root()});
     auto* const objects = X509_STORE_get0_objects(getOpenSSLStore(trusted).get());
@@ -585,7 +559,7 @@ TEST_F(PKCS7Verification, TrustsNothingIfTheTrustStoreCannotBeCopied)
         load(signedBy({signer()})).verifySignature(X509CertificateChain(), trusted, ByteArray()), true,
         Status::Untrusted, untrustedText("CN=signer"));
     ERR_clear_error();
-    // nor is the operating system's word taken for it
+    // The roots of the operating system do not replace the caller's.
     expectResult(
         load(signedBy({makeLeaf(systemRoot(), "signer")}))
             .verifySignature(X509CertificateChain(), trusted, ByteArray()),
@@ -596,9 +570,9 @@ TEST_F(PKCS7Verification, TrustsNothingIfTheTrustStoreCannotBeCopied)
         Status::Valid, "");
 }
 
-// What cannot be verified at all
+// Objects that cannot be verified
 
-TEST_F(PKCS7Verification, RefusesAnObjectWithoutStructure)
+TEST_F(PKCS7Verification, ObjectWithoutStructureFails)
 {
     PKCS7Certificate certificate;
     certificate.addCertificate(X509Certificate(signer().der()));
@@ -612,7 +586,7 @@ TEST_F(PKCS7Verification, RefusesAnObjectWithoutStructure)
     }
 }
 
-TEST_F(PKCS7Verification, RefusesSignedAndEnvelopedData)
+TEST_F(PKCS7Verification, SignedAndEnvelopedDataFails)
 {
     auto const recipient =
         makeSelfSignedLeaf("recipient", [](CertificateSpec& spec) { spec.key = rsaKey(); });
@@ -622,7 +596,7 @@ TEST_F(PKCS7Verification, RefusesSignedAndEnvelopedData)
         reasonText(ERR_LIB_PKCS7, PKCS7_R_WRONG_CONTENT_TYPE));
 }
 
-TEST_F(PKCS7Verification, DoesNotCountAddedCertificates)
+TEST_F(PKCS7Verification, AddedCertificatesHaveNoEffect)
 {
     auto loaded = load(signedBy({deepSigner()}));
     loaded.addCertificate(X509Certificate(intermediate().der()));
@@ -632,7 +606,7 @@ TEST_F(PKCS7Verification, DoesNotCountAddedCertificates)
         Status::Untrusted, untrustedText("CN=deep signer"));
 }
 
-TEST_F(PKCS7Verification, PassesOnTheFailureOfAMovedFromChain)
+TEST_F(PKCS7Verification, MovedFromChainThrowsItsException)
 {
     X509CertificateChain source;
     X509CertificateChain const target(std::move(source));
