@@ -57,7 +57,7 @@ class FoundationCertificatesConan(ConanFile):
 
     def package(self):
         CMake(self).install()
-        # Conan writes both for its consumers, from package_info.
+        # Conan generates both for its consumers from package_info.
         rmdir(self, os.path.join(self.package_folder, "lib", "cmake"))
         rmdir(self, os.path.join(self.package_folder, "lib", "pkgconfig"))
 

@@ -1,23 +1,23 @@
-# Sourced by the scripts: roots of Debian releases and commands that run in them, for whoever is root. What is downloaded
-# is kept in $XDG_CACHE_HOME, or ~/.cache, for the next time.
+# Sourced by the scripts: functions that create roots of Debian releases and run commands in them. They need root.
+# Downloads are cached in $XDG_CACHE_HOME, or ~/.cache.
 
-# debian_cache SUITE ARCH: names the folder that keeps what that release was made of.
+# debian_cache SUITE ARCH: prints the cache folder of the release.
 debian_cache() {
     echo "${XDG_CACHE_HOME:-$HOME/.cache}/foundation-certificates/$1-$2"
 }
 
-# debootstrap_script SUITE: names the script for a release; those younger than debootstrap itself are made like sid.
+# debootstrap_script SUITE: prints the script for a release. Releases newer than debootstrap use the one for sid.
 debootstrap_script() {
     local scripts=/usr/share/debootstrap/scripts
     if [ -e "$scripts/$1" ]; then echo "$scripts/$1"; else echo "$scripts/sid"; fi
 }
 
-# remove_debian_root ROOT: removes it; were anything still mounted there, that would stay.
+# remove_debian_root ROOT: removes the root. Anything that is still mounted there stays.
 remove_debian_root() {
     rm -rf --one-file-system "$1"
 }
 
-# make_debian_root ROOT SUITE ARCH: lays into ROOT what every installation of the release has, and nothing else.
+# make_debian_root ROOT SUITE ARCH: creates a minimal installation of the release in ROOT.
 make_debian_root() {
     local root=$1 suite=$2 arch=$3 cache
     cache=$(debian_cache "$suite" "$arch")
@@ -31,17 +31,17 @@ make_debian_root() {
         tar -C "$root" -cf "$cache/minbase.tar.part" .
         mv "$cache/minbase.tar.part" "$cache/minbase.tar"
     fi
-    # A root that is thrown away again need not survive a power failure, what it downloads is for the next one, and a
-    # mirror of a release still in the making may lag behind; what it offers is signed all the same.
+    # The root is temporary, so it need not survive a power failure. Keep downloads for the next one. A mirror of an
+    # unreleased version may be late; its packages are signed anyway.
     echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe-io"
     printf '%s\n' 'APT::Keep-Downloaded-Packages "true";' 'Acquire::Check-Valid-Until "false";' \
         >"$root/etc/apt/apt.conf.d/thrown-away"
     cp /etc/resolv.conf "$root/etc/resolv.conf"
 }
 
-# run_in_debian_root ROOT SUITE ARCH COMMAND...: runs the command in ROOT, and with nothing of the environment here.
-# The mounts are made in a mount namespace of their own and go with the command, however it ends, as do the processes
-# that it started: nothing that removes the root later can reach into /dev.
+# run_in_debian_root ROOT SUITE ARCH COMMAND...: runs the command in ROOT with a clean environment.
+# The mounts are in their own mount namespace. They and all processes of the command end with it, so a later removal of
+# the root cannot reach /dev.
 run_in_debian_root() {
     local root=$1 suite=$2 arch=$3 cache personality=linux64
     shift 3

@@ -1,5 +1,5 @@
-# Sourced by scripts/test-compilers: Boost.Log and GoogleTest built with libc++. The system's are built with libstdc++
-# and cannot be linked with it.
+# Sourced by scripts/test-compilers: builds Boost.Log and GoogleTest with libc++. The system's libraries use
+# libstdc++, so they do not link.
 
 libraries_for=libc++
 compiled_by=clang-$(clang++ -dumpversion)

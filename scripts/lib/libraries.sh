@@ -1,20 +1,20 @@
-# Sourced by windows.sh and libc++.sh: libraries built from Debian's sources for what Debian's own cannot serve, and kept
-# in $XDG_CACHE_HOME, or ~/.cache. Whoever sources this sets
-#   libraries_for     whom they are for, which is the name of a folder in the cache
+# Sourced by windows.sh and libc++.sh: builds libraries from Debian's sources where Debian's binaries do not fit, and
+# caches them in $XDG_CACHE_HOME, or ~/.cache. The sourcing script sets
+#   libraries_for     the target, which is also the name of the cache folder
 #   compiled_by       the compiler and its version
-#   compile_options   CMake's options for that compiler
+#   compile_options   CMake's options for this compiler
 
 if ! command -v apt-get >/dev/null || ! grep -q '^ID=debian' /etc/os-release; then
-    echo "Sources and packages are taken from Debian, and this is another system." >&2
+    echo "This needs Debian's sources and packages. This system is not Debian." >&2
     exit 1
 fi
 
 checkout=$PWD
 libraries_cache=${XDG_CACHE_HOME:-$HOME/.cache}/foundation-certificates/$libraries_for
-libraries=() # the folders of what `need` has provided
+libraries=() # the folders that `need` has added
 build_folder=
 
-# What is left of a build that failed: its last lines.
+# Prints the last lines of a failed build.
 end_build() {
     if [ -n "$build_folder" ]; then
         tail -n 40 "$build_folder/log" >&2
@@ -23,8 +23,8 @@ end_build() {
 }
 trap end_build EXIT
 
-# need NAME VERSION: adds the folder of that library to `libraries`. Builds it first, by build_NAME, if the cache has
-# none of this version by this compiler.
+# need NAME VERSION: adds the library's folder to `libraries`. If the cache does not have this version by this
+# compiler, it builds the library with build_NAME first.
 need() {
     local folder=$libraries_cache/$1-$2-$compiled_by
     if [ ! -d "$folder" ]; then
@@ -42,7 +42,7 @@ need() {
     libraries+=("$folder")
 }
 
-# The folders of the libraries as a list for CMake.
+# Prints the folders of the libraries as a list for CMake.
 joined_libraries() {
     local IFS=';'
     echo "${libraries[*]}"
@@ -66,7 +66,7 @@ build_and_install() {
     cmake --install build
 }
 
-# The mirror that the machine has this release from, and the release as the mirror's folder is named.
+# Prints the machine's mirror of this release, and the name of the release's folder there.
 release_mirror() {
     local codename
     codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
@@ -75,8 +75,8 @@ release_mirror() {
             END { print mirror }'
 }
 
-# version_in_release PACKAGE: its version in the release itself. Of later ones, mirrors of security updates do not
-# always have the source.
+# version_in_release PACKAGE: prints its version in the release itself. Mirrors of security updates do not always have
+# the sources of later versions.
 version_in_release() {
     local mirror
     mirror=$(release_mirror)
@@ -86,16 +86,16 @@ version_in_release() {
         END { sub(/[+]b[0-9]+$/, "", version); print version }'
 }
 
-# installed_source PACKAGE: the version of the source of what is installed. If the package only names another one, as
-# libboost-log-dev does that of the release's Boost, then of that one.
+# installed_source PACKAGE: prints the version of the installed package's source. If the package only depends on a
+# versioned one, as libboost-log-dev does, it prints the version of that.
 installed_source() {
     local named
     named=$(dpkg-query -W -f '${Depends}' "$1")
     dpkg-query -W -f '${source:Version}' "$([[ $named == "${1%-dev}"* ]] && echo "$named" || echo "$1")"
 }
 
-# fetch_source [OPTION...] SOURCE=VERSION: `apt-get source` into the current folder, by a list of sources of its own:
-# those of the machine stay as they are.
+# fetch_source [OPTION...] SOURCE=VERSION: runs `apt-get source` in the current folder with its own list of sources.
+# The machine's lists do not change.
 fetch_source() {
     local apt=$libraries_cache/apt keyring signed_by= mirror
     for keyring in /usr/share/keyrings/debian-archive-keyring.{pgp,gpg}; do

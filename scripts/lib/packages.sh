@@ -1,16 +1,16 @@
-# Sourced by the scripts: the packages, by their Debian names, and the one way to install them.
+# Sourced by the scripts: the packages, by their Debian names, and the function that installs them.
 
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
-# netbase names the port of the service "http", without which no CRL is fetched; iproute2 starts a network of one's own.
+# netbase has the names of services; iproute2 sets up network namespaces.
 demo_packages=(ca-certificates openssl iproute2 netbase)
-# Tests read what other makers of certificates, signatures and key containers write, and published test vectors.
+# Tests read certificates, signatures and bundles made by other software, and published test vectors.
 test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase
     python3-cryptography-vectors)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
 fuzz_packages=(clang libclang-rt-dev)
 compiler_packages=(clang libc++-dev libc++abi-dev googletest)
-# Compilers, sources and headers for Windows programs, and what runs them.
+# Compilers, sources and headers for Windows programs, and Wine.
 windows_packages=(cmake ninja-build make perl g++-mingw-w64-x86-64-posix dpkg-dev libboost-dev libboost-log-dev
     googletest wine wine64 ca-certificates netbase)
 bench_packages=(libbenchmark-dev ca-certificates netbase)
@@ -23,15 +23,15 @@ is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# A package that this release does not know is part of another one there (libclang-rt-dev before Debian 12).
+# A package that a release does not have is part of another package there (libclang-rt-dev before Debian 12).
 is_known() {
     apt-cache show "$1" >/dev/null 2>&1
 }
 
-# install_packages NAME...: installs those that are missing, without a question; does nothing if none is.
+# install_packages NAME...: installs the missing packages without questions. Does nothing if all are installed.
 install_packages() {
     if ! command -v apt-get >/dev/null; then
-        echo "No apt-get here. These packages are needed, by their Debian names: $*" >&2
+        echo "There is no apt-get. Install these packages (Debian names): $*" >&2
         return
     fi
     local name missing=() available=()

@@ -1,4 +1,4 @@
-# Sourced by scripts/test-windows: libraries for Windows, and Wine in a folder of its own.
+# Sourced by scripts/test-windows: builds libraries for Windows, and runs Wine in a folder of its own.
 
 libraries_for=windows
 compiled_by=gcc-$(x86_64-w64-mingw32-g++-posix -dumpversion)
@@ -18,7 +18,7 @@ trap 'end_wine; end_build' EXIT
 build_openssl() {
     fetch_source "openssl=$1"
     cd openssl-*/
-    # Without modules the legacy provider is part of the library.
+    # no-module puts the legacy provider into the library.
     ./Configure mingw64 --cross-compile-prefix=x86_64-w64-mingw32- no-shared no-module no-tests
     make -s -j "$jobs" build_generated
     make -s -j "$jobs" libcrypto.a libssl.a apps/openssl.exe
@@ -28,10 +28,10 @@ build_openssl() {
     cp apps/openssl.exe "$2/bin"
 }
 
-# start_wine: makes a Windows of its own for the programs run from here on, which ends with the script.
+# start_wine: creates a temporary Windows for the following programs. It ends with the script.
 start_wine() {
     WINEPREFIX=$(mktemp -d)
-    # Without fonts, menus, .NET and a browser, for none of which it then asks.
+    # Disable menus, .NET and the browser, so that Wine does not ask for them.
     export WINEDEBUG=-all WINEDLLOVERRIDES='winemenubuilder.exe,mscoree,mshtml=d'
     export WINEPATH
     WINEPATH=$(printf 'Z:%s/bin;' "${libraries[@]}")

@@ -6,7 +6,7 @@ from conan.tools.cmake import CMake, cmake_layout
 
 
 class FoundationCertificatesTestConan(ConanFile):
-    """Builds and runs the consumer that the project's own checks build."""
+    """Builds and runs the same consumer as the project's own checks."""
 
     settings = "os", "arch", "compiler", "build_type"
     generators = "CMakeDeps", "CMakeToolchain"

@@ -1,4 +1,4 @@
-# An overlay port: it builds the source tree that it lies in.
+# An overlay port. It builds the source tree that contains it.
 get_filename_component(SOURCE_PATH "${CMAKE_CURRENT_LIST_DIR}/../../.." ABSOLUTE)
 
 vcpkg_cmake_configure(
@@ -15,5 +15,5 @@ vcpkg_fixup_pkgconfig()
 file(INSTALL "${CMAKE_CURRENT_LIST_DIR}/usage" DESTINATION "${CURRENT_PACKAGES_DIR}/share/${PORT}")
 file(REMOVE_RECURSE "${CURRENT_PACKAGES_DIR}/debug/include")
 
-# The source tree has no licence file that could be installed as the port's copyright.
+# The source tree has no licence file to install as the port's copyright.
 set(VCPKG_POLICY_SKIP_COPYRIGHT_CHECK enabled)
