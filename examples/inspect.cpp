@@ -1,5 +1,5 @@
-// inspect [FILE...]: prints what each certificate of the files says about itself, and why one is refused.
-// inspect --system: says which of this system's root certificates a trust store keeps.
+// inspect [FILE...]: prints the contents of each certificate in the files, and why a certificate is refused.
+// inspect --system: prints which of this system's root certificates a trust store keeps.
 #include "system_roots.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -74,7 +74,7 @@ std::string joined(std::vector<std::string> const& oids)
     return text.empty() ? "none" : text;
 }
 
-// The whole description, or an exception: nothing of a certificate is shown that cannot be shown whole.
+// Returns the whole description, or throws. So no certificate is printed in part.
 std::string describe(X509Certificate const& certificate)
 {
     std::ostringstream out;
@@ -101,8 +101,8 @@ void inspectCertificate(std::string const& data, Count& count)
     }
 }
 
-// A certificate is loaded from the first PEM block of its input, so each block is handed over on its own: one
-// that is refused does not hide the others. Input without a block is handed over as it is.
+// Loading reads the first PEM block only. So pass each block separately: a refused one then does not hide the
+// others. Input without a block is passed unchanged.
 std::vector<std::string> splitIntoCertificates(std::string const& data)
 {
     std::string const begin = "-----BEGIN CERTIFICATE-----";
@@ -142,11 +142,11 @@ void inspectFile(fs::path const& file, Count& count)
         inspectCertificate(certificate, count);
     }
     if (count.printed == printedBefore) {
-        std::cerr << "inspect: " << file.string() << ": holds no certificate that can be read\n";
+        std::cerr << "inspect: " << file.string() << ": contains no readable certificate\n";
     }
 }
 
-// Each file once, however many links lead to it.
+// Returns each file once, even if several links point to it.
 std::vector<fs::path> filesIn(fs::path const& folder)
 {
     std::vector<fs::path> files;
@@ -170,7 +170,7 @@ std::vector<fs::path> systemFiles()
     if (!folder.empty()) {
         return filesIn(folder);
     }
-    throw std::runtime_error("this system keeps its root certificates neither in a file nor in a folder");
+    throw std::runtime_error("this system has no file or folder of root certificates");
 }
 
 ExitStatus inspectFiles(std::vector<fs::path> const& files)

@@ -1,4 +1,4 @@
-// make_self_signed --name NAME: writes a self-signed certificate and its private key.
+// make_self_signed --name NAME: creates a self-signed certificate and writes it and its private key to files.
 #include "passphrase.hpp"
 
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
@@ -31,17 +31,17 @@ namespace {
 constexpr char const usageText[] =
     R"(Usage: make_self_signed --name NAME [--dns NAME]... [--ip ADDRESS]... [--days N]
                         [--out PREFIX] [--passphrase-file FILE]
-Makes a self-signed certificate for NAME and writes it to PREFIX.pem, and its private
-key, which only you can read, to PREFIX.key. Files that exist are left alone.
+Creates a self-signed certificate for NAME. Writes it to PREFIX.pem and its private key
+to PREFIX.key, which only you can read. Existing files are not changed.
 
-  --dns NAME              one more host name that the certificate is for
-  --ip ADDRESS            one more address that the certificate is for
-  --days N                how long it is valid, 1 to 397 days; 365 by default
+  --dns NAME              another host name for the certificate
+  --ip ADDRESS            another address for the certificate
+  --days N                validity in days, 1 to 397; 365 by default
   --out PREFIX            "self-signed" by default
   --passphrase-file FILE  encrypts the key with the first line of the file;
-                          without this option the key is not encrypted
+                          by default the key is not encrypted
 
-Exit status: 0 if both files were written, 1 if no such certificate can be made,
+Exit status: 0 if both files were written, 1 if the certificate cannot be created,
 2 for wrong usage or a file that cannot be read or written.
 )";
 
@@ -61,11 +61,11 @@ struct Options
     std::optional<std::string> passphrase;
 };
 
-// A comma would end the name and begin another one, of any type.
+// In a list of alternative names a comma would start another name, of any type.
 std::string withoutComma(std::string const& name)
 {
     if (name.find(',') != std::string::npos) {
-        throw std::runtime_error("a name holds no comma: " + name);
+        throw std::runtime_error("a name must not contain a comma: " + name);
     }
     return name;
 }
@@ -106,17 +106,17 @@ Options optionsFrom(std::vector<std::string> const& arguments)
     for (auto argument = arguments.begin(); argument != arguments.end(); argument += 2) {
         if (argument + 1 == arguments.end()) {
             throw std::runtime_error(
-                "unknown option, or one without its value: " + *argument + ", try --help");
+                "unknown option, or option without a value: " + *argument + ", try --help");
         }
         take(options, *argument, *(argument + 1));
     }
     if (options.name.empty()) {
-        throw std::runtime_error("a certificate for whom? Try --help");
+        throw std::runtime_error("no name given, try --help");
     }
     return options;
 }
 
-// A file that did not exist before. It is removed again unless it is kept.
+// Creates a file that must not exist. The destructor removes it unless keep was called.
 class NewFile
 {
 public:
@@ -152,7 +152,7 @@ private:
     static int create(std::string const& file, int mode)
     {
 #ifdef _WIN32
-        // The folder's access list says who may read it.
+        // The folder's access list controls who may read the file.
         return open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, mode & (_S_IREAD | _S_IWRITE));
 #else
         return open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);

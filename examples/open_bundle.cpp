@@ -1,4 +1,4 @@
-// open_bundle FILE: prints what a PKCS#12 bundle holds, and of its private key the kind only.
+// open_bundle FILE: prints the contents of a PKCS#12 bundle. Of the private key it prints only the kind.
 #include "passphrase.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -47,19 +47,19 @@ Options optionsFrom(std::vector<std::string> const& arguments)
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         if (*argument == "--passphrase-file") {
             if (argument + 1 == arguments.end()) {
-                throw std::runtime_error("--passphrase-file wants a file, try --help");
+                throw std::runtime_error("--passphrase-file needs a file, try --help");
             }
             options.passphraseFile = *++argument;
         } else if (argument->compare(0, 1, "-") == 0) {
             throw std::runtime_error("unknown option " + *argument + ", try --help");
         } else if (!options.bundle.empty()) {
-            throw std::runtime_error("one bundle at a time, try --help");
+            throw std::runtime_error("only one bundle is allowed, try --help");
         } else {
             options.bundle = *argument;
         }
     }
     if (options.bundle.empty()) {
-        throw std::runtime_error("which bundle? Try --help");
+        throw std::runtime_error("no bundle given, try --help");
     }
     return options;
 }
@@ -83,7 +83,7 @@ void print(PKCS12Certificate const& bundle)
     std::cout << "Private Key: " << kindOf(bundle.getPrivateKeyInfo()) << "\n\n";
     auto const certificate = bundle.getCertificate();
     if (certificate.empty()) {
-        std::cout << "No certificate belongs to the private key.\n\n";
+        std::cout << "No certificate matches the private key.\n\n";
     } else {
         std::cout << certificate;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// How an example gets a passphrase: from a file, or from the terminal without showing it.
+// Reads a passphrase from a file, or from the terminal without showing it.
 
 #include <fstream>
 #include <stdexcept>
@@ -17,7 +17,7 @@
 
 namespace example {
 
-// The file's first line, without its end.
+// Returns the file's first line without its line end.
 inline std::string passphraseFromFile(std::string const& file)
 {
     std::ifstream stream(file, std::ios::binary);
@@ -46,7 +46,7 @@ inline std::string passphraseFromTerminal(std::string const& prompt)
 
 #else
 
-// The terminal of the process, even if its input and output go elsewhere. It does not show what is typed
+// The terminal of the process, even if input and output are redirected. It does not show typed characters
 // until the end of the scope.
 class SilentTerminal
 {
@@ -54,8 +54,7 @@ public:
     SilentTerminal() : descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC))
     {
         if (descriptor < 0 || tcgetattr(descriptor, &before) != 0) {
-            throw std::runtime_error(
-                "there is no terminal to ask for the passphrase on, use --passphrase-file");
+            throw std::runtime_error("no terminal to ask for the passphrase, use --passphrase-file");
         }
         termios silent = before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -98,7 +97,7 @@ inline std::string passphraseFromTerminal(std::string const& prompt)
     SilentTerminal const terminal;
     terminal.write(prompt);
     std::string passphrase = terminal.readLine();
-    terminal.write("\n"); // the one that was typed did not show either
+    terminal.write("\n"); // the terminal did not show the typed one
     return passphrase;
 }
 

@@ -1,5 +1,5 @@
 // serve_file FILE [PORT]: answers every HTTP request on the loopback address with the file, until it is
-// ended. It stands in for a server of revocation lists.
+// stopped. Use it as a server of revocation lists in experiments.
 #include <boost/asio/ip/tcp.hpp>
 
 #include <chrono>
@@ -62,14 +62,14 @@ int main(int argc, char** argv)
 {
     constexpr char const usageText[] =
         "Usage: serve_file FILE [PORT]\n"
-        "Answers every HTTP request at 127.0.0.1 with the content of FILE, until it is stopped. Without a\n"
-        "PORT, at port 80, where revocation lists are fetched.\n";
+        "Answers every HTTP request at 127.0.0.1 with the content of FILE, until it is stopped. The\n"
+        "default PORT is 80, from which revocation lists are fetched.\n";
     if (argc == 2 && argv[1] == std::string("--help")) {
         std::cout << usageText;
         return 0;
     }
     if (argc < 2 || argc > 3) {
-        std::cerr << "serve_file: one file and at the most one port, try --help\n";
+        std::cerr << "serve_file: one file and at most one port, try --help\n";
         return 2;
     }
     try {

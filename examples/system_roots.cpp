@@ -21,14 +21,14 @@ using foundation::certificates::TrustStore;
 
 namespace {
 
-// A sink for the library's records: it logs each certificate that it drops, and says why.
+// A sink that collects the library's records. The library logs each removed certificate with the reason.
 class ReasonCollector : public logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding>
 {
 public:
     void consume(logging::record_view const& record)
     {
         auto message = logging::extract_or_default<std::string>("Message", record, std::string());
-        // The last record of a run counts the others.
+        // The last record of a run is a summary.
         bool const isSummary = message.rfind("Removed ", 0) == 0;
         if (!isSummary) {
             reasons.push_back(std::move(message));
@@ -41,7 +41,7 @@ private:
     std::vector<std::string> reasons;
 };
 
-// Listens as long as it lives.
+// Collects records from its construction to its destruction.
 class Listener
 {
 public:
@@ -52,7 +52,7 @@ public:
     {
         using foundation::log::severity;
         logging::core::get()->add_sink(sink);
-        // Records of this severity are switched off unless a program asks for them.
+        // Records of this severity are off by default.
         foundation::log::set_diagnostic_severity_mask(
             previousMask | static_cast<std::uint32_t>(severity::information));
     }

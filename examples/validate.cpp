@@ -1,5 +1,5 @@
-// validate LEAF [--chain FILE] [--trust FILE]...: says whether a certificate may be believed, up to which
-// root, and if not, why.
+// validate LEAF [--chain FILE] [--trust FILE]...: prints whether a certificate is valid, up to which root,
+// and if not, why.
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
@@ -34,17 +34,17 @@ constexpr char const usageText[] =
     R"(Usage: validate LEAF [--chain FILE] [--trust FILE]... [--fallback FILE]
                 [--crl none|leaf|chain] [--download none|best-effort|required]
                 [--allow-self-signed] [--allow-expired] [--allow-revoked] [--help]
-Says whether the certificate in the file LEAF may be believed, and if not, why.
+Prints whether the certificate in the file LEAF is valid, and if not, why.
 
   --chain FILE      the intermediate certificates, in PEM
-  --trust FILE      trusted certificates, in PEM or one in DER; without any, those of the operating system
-  --fallback FILE   trusted certificates for a second try, if the first one finds the certificate untrusted
-  --crl HOW         which certificates must not be revoked: none of them (the default), the leaf, or the whole
-                    chain; only lists that --download fetches are consulted
-  --download HOW    whether revocation lists are fetched: not at all (the default), with best effort, or as a
-                    requirement, which ends the validation if it is not met
+  --trust FILE      trusted certificates, in PEM or one in DER; by default those of the operating system
+  --fallback FILE   trusted certificates for a second validation, if the first one does not trust the certificate
+  --crl HOW         checks the revocation of no certificate (the default), the leaf, or the whole chain; this
+                    uses only revocation lists that --download fetches
+  --download HOW    fetches no revocation lists (the default), fetches them with best effort, or requires
+                    them, and then a failed download ends the validation
 
-Exit status: 0 if the certificate is valid, 1 if it is not, 2 if that could not be found out.
+Exit status: 0 if the certificate is valid, 1 if it is not, 2 for any failure.
 )";
 
 class WrongUsage : public std::runtime_error
@@ -88,10 +88,10 @@ Choice choose(Choices<Choice> const& choices, std::string const& option, std::st
             return choice;
         }
     }
-    throw WrongUsage(option + " does not know " + word);
+    throw WrongUsage("unknown value for " + option + ": " + word);
 }
 
-/// The options that stand by themselves; false for all other words.
+/// Reads an option without a value. Returns false for all other words.
 bool readSwitch(Arguments& arguments, std::string const& word)
 {
     if (word == "--help") {
@@ -135,13 +135,13 @@ Arguments parse(std::vector<std::string> const& words)
         if (word->compare(0, 1, "-") == 0) {
             auto const& option = *word;
             if (word + 1 == words.end()) {
-                throw WrongUsage("nothing follows " + option);
+                throw WrongUsage("no value for " + option);
             }
             readOption(arguments, option, *++word);
         } else if (arguments.leaf.empty()) {
             arguments.leaf = *word;
         } else {
-            throw WrongUsage("one certificate at a time, not also " + *word);
+            throw WrongUsage("only one certificate is allowed: " + *word);
         }
     }
     if (arguments.leaf.empty() && !arguments.help) {
@@ -160,7 +160,7 @@ std::string contentOf(std::string const& path)
     return content;
 }
 
-/// What the function makes of the file's content; a failure names the file.
+/// Returns the function's result for the file's content. A failure names the file.
 template <class Function>
 auto readWith(std::string const& path, Function const& function)
 {
@@ -182,7 +182,7 @@ X509CertificateChain readChain(std::string const& path)
     return readWith(path, [](std::string const& content) { return X509CertificateChain(content); });
 }
 
-/// Each certificate is added by itself, so that one that is no CA's is trusted, too.
+/// Adds each certificate separately, because addCertificates would skip those that are not CAs.
 void addTrust(TrustStore& store, std::string const& path)
 {
     readWith(path, [&](std::string const& content) {
@@ -196,7 +196,7 @@ void addTrust(TrustStore& store, std::string const& path)
     });
 }
 
-/// An empty store stands for the operating system's roots.
+/// Without paths the store is empty, which means the operating system's roots.
 TrustStore readTrust(std::vector<std::string> const& paths)
 {
     TrustStore store;
@@ -227,13 +227,13 @@ char const* nameOf(CertificateChainStatus status)
     case CertificateChainStatus::SelfSigned:
         return "self-signed";
     case CertificateChainStatus::CRLError:
-        return "stopped by a revocation list";
+        return "CRL error";
     case CertificateChainStatus::Revoked:
         return "revoked";
     case CertificateChainStatus::Expired:
         return "expired";
     case CertificateChainStatus::BadSignature:
-        return "badly signed";
+        return "bad signature";
     case CertificateChainStatus::Failed:
         break;
     }
@@ -270,7 +270,7 @@ int run(Arguments const& arguments)
     return results.getCertificateChainStatus() == CertificateChainStatus::Valid ? 0 : 1;
 }
 
-/// Some texts of the library bring line breaks of their own.
+/// Some texts of the library contain line breaks.
 std::string onOneLine(std::string text)
 {
     while (!text.empty() && text.back() == '\n') {

@@ -1,5 +1,5 @@
-// validate_all [FILE]: validates every certificate of a bundle against the operating system's roots, and says
-// which of them are not to be believed. Without a FILE, the bundle is that of the roots themselves.
+// validate_all [FILE]: validates every certificate of a bundle against the operating system's roots, and
+// lists those that are not valid. Without a FILE it validates the roots themselves.
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -27,13 +27,13 @@ using namespace foundation::certificates;
 namespace {
 
 constexpr char const usageText[] = R"(Usage: validate_all [FILE] [--help]
-Validates every certificate of FILE, a bundle in PEM, against the operating system's roots; without a FILE,
-those roots themselves. Certificates that are not valid, or that the library refuses, are listed.
+Validates every certificate of FILE, a bundle in PEM, against the operating system's roots. Without a FILE it
+validates these roots. Lists the certificates that are not valid or that the library refuses.
 
-Exit status: 0 if all that the library accepts are valid, 1 if one is not, 2 if that could not be found out.
+Exit status: 0 if all accepted certificates are valid, 1 if one is not, 2 for any failure.
 )";
 
-/// How far the work has come, for whoever watches a terminal. Nothing is shown to a pipe or a file.
+/// Shows the progress on a terminal. Writes nothing to a pipe or a file.
 class Progress
 {
 public:
@@ -82,7 +82,7 @@ void validate(std::string const& pem, Tally& tally)
 {
     try {
         X509Certificate const certificate(pem);
-        // No intermediates, no tolerances; an empty trust store stands for the operating system's roots.
+        // No intermediates and no tolerances. An empty trust store means the operating system's roots.
         auto const results = certificate.validateCertificate(
             X509CertificateChain(), CertificateValidationOptions(), TrustStore());
         if (results.getCertificateChainStatus() == CertificateChainStatus::Valid) {
@@ -109,7 +109,7 @@ std::vector<std::string> certificatesIn(std::string const& path)
         start = next;
     }
     if (certificates.empty()) {
-        throw std::runtime_error(path + ": holds no certificate in PEM");
+        throw std::runtime_error(path + ": contains no certificate in PEM");
     }
     return certificates;
 }
@@ -149,7 +149,7 @@ int main(int argc, char** argv)
         return 0;
     }
     if (words.size() > 1 || (words.size() == 1 && words.front().compare(0, 1, "-") == 0)) {
-        std::cerr << "validate_all: one file at the most, try --help\n";
+        std::cerr << "validate_all: at most one file, try --help\n";
         return 2;
     }
     try {

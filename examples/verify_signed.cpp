@@ -1,5 +1,5 @@
-// verify_signed FILE [--data FILE] [--trust FILE]...: says whether PKCS#7 signed data is sound, and its
-// signer trusted.
+// verify_signed FILE [--data FILE] [--trust FILE]...: prints whether the signature of PKCS#7 signed data is
+// valid and its signer trusted.
 #include <foundation/certificates/PKCS7Certificate.hpp>
 
 #include <fstream>
@@ -22,10 +22,10 @@ constexpr char const usage[] =
     "Usage: verify_signed FILE [--data FILE] [--trust FILE]... [--help]\n"
     "\n"
     "  FILE          the signed data, in PEM or DER\n"
-    "  --data FILE   the content, where it lies apart from the signature\n"
-    "  --trust FILE  trusted certificates in PEM; without any, those of the operating system\n"
+    "  --data FILE   the content, if it is not inside the signed data\n"
+    "  --trust FILE  trusted certificates in PEM; by default those of the operating system\n"
     "\n"
-    "Exit status: 0 if the signature is sound and its signer trusted, 1 if not, 2 for any failure.\n";
+    "Exit status: 0 if the signature is valid and its signer trusted, 1 if not, 2 for any failure.\n";
 
 struct Arguments
 {
@@ -47,7 +47,7 @@ Arguments parse(std::vector<std::string> const& words)
     for (auto word = words.begin(); word != words.end(); ++word) {
         bool const takesFile = *word == "--data" || *word == "--trust";
         if (takesFile && (word + 1 == words.end() || (word + 1)->empty())) {
-            throw WrongUsage(*word + " wants a file");
+            throw WrongUsage(*word + " needs a file");
         }
         if (*word == "--help") {
             arguments.help = true;
@@ -56,13 +56,13 @@ Arguments parse(std::vector<std::string> const& words)
         } else if (*word == "--trust") {
             arguments.trust.push_back(*++word);
         } else if (word->substr(0, 2) == "--" || !arguments.signedData.empty()) {
-            throw WrongUsage("Not understood: " + *word);
+            throw WrongUsage("unknown argument: " + *word);
         } else {
             arguments.signedData = *word;
         }
     }
     if (arguments.signedData.empty() && !arguments.help) {
-        throw WrongUsage("Which file?");
+        throw WrongUsage("no file given");
     }
     return arguments;
 }
@@ -76,7 +76,7 @@ std::ifstream open(std::string const& path)
     return file;
 }
 
-// The library takes no data for data that lies inside the signature, so an empty file must not get there.
+// For the library, no data means that the content is inside. So refuse an empty file here.
 ByteArray readData(std::string const& path)
 {
     auto file = open(path);
@@ -87,7 +87,7 @@ ByteArray readData(std::string const& path)
     return data;
 }
 
-// Each certificate is added by itself, so that one that is no CA's is trusted, too.
+// Adds each certificate separately, because addCertificates would skip those that are not CAs.
 TrustStore readTrust(std::vector<std::string> const& paths)
 {
     TrustStore store;
@@ -110,13 +110,13 @@ char const* nameOf(CertificateChainStatus status)
     case CertificateChainStatus::SelfSigned:
         return "self-signed";
     case CertificateChainStatus::CRLError:
-        return "revocation not known";
+        return "CRL error";
     case CertificateChainStatus::Revoked:
         return "revoked";
     case CertificateChainStatus::Expired:
         return "expired";
     case CertificateChainStatus::BadSignature:
-        return "badly signed";
+        return "bad signature";
     case CertificateChainStatus::Failed:
         break;
     }
@@ -125,7 +125,7 @@ char const* nameOf(CertificateChainStatus status)
 
 void print(PKCS7CertificateValidationResults const& results)
 {
-    std::cout << "Signature: " << (results.getSignatureVerificationStatus() ? "sound" : "not sound") << "\n"
+    std::cout << "Signature: " << (results.getSignatureVerificationStatus() ? "valid" : "not valid") << "\n"
               << "Chain: " << nameOf(results.getCertificateChainStatus()) << "\n";
     if (!results.isValidSignature() && !results.getValidationErrorString().empty()) {
         std::cout << "Reason: " << results.getValidationErrorString() << "\n";

@@ -77,7 +77,7 @@ protected:
         spec.certificate = leaf.certificate;
         spec.key = leaf.key;
         spec.furtherCertificates = {root.certificate};
-        // What the legacy provider alone can decrypt, in a process that has just started.
+        // Only the legacy provider can decrypt this, and the new process has not loaded it yet.
         spec.certificateCipher = NID_pbe_WithSHA1And40BitRC2_CBC;
         return bundle(spec);
     }
@@ -121,32 +121,32 @@ KeyHandle keyFrom(std::string const& pem, char const* passphrase)
 
 } // namespace
 
-TEST_F(OpenBundleExample, PrintsTheCertificatesAndTheKindOfTheKey)
+TEST_F(OpenBundleExample, PrintsCertificatesAndKindOfKey)
 {
     auto const result = open({wholeBundle(), "--passphrase-file", passphraseFile()});
 
     expectSuccess(result, expectedOutput());
 }
 
-TEST_F(OpenBundleExample, SaysWhatIsMissing)
+TEST_F(OpenBundleExample, PrintsWhatIsMissing)
 {
     Pkcs12Spec keyOnly;
     keyOnly.key = ed25519Key();
     auto const withKey = open({bundle(keyOnly), "--passphrase-file", passphraseFile()});
     expectSuccess(
-        withKey, "Private Key: Ed25519\n\nNo certificate belongs to the private key.\n\n"
+        withKey, "Private Key: Ed25519\n\nNo certificate matches the private key.\n\n"
                  "Other Certificates: 0\n\n");
 
     Pkcs12Spec certificateOnly;
     certificateOnly.certificate = leaf.certificate;
     auto const withCertificate = open({bundle(certificateOnly), "--passphrase-file", passphraseFile()});
     expectSuccess(
-        withCertificate, "Private Key: none\n\nNo certificate belongs to the private key.\n\n"
+        withCertificate, "Private Key: none\n\nNo certificate matches the private key.\n\n"
                          "Other Certificates: 1\n\n" +
                              streamed(X509Certificate(leaf.der())));
 }
 
-TEST_F(OpenBundleExample, ReportsARefusal)
+TEST_F(OpenBundleExample, ReportsRefusal)
 {
     auto const file = wholeBundle();
     auto const wrong = open({file, "--passphrase-file", write("wrong", "other")});
@@ -174,7 +174,7 @@ TEST_F(OpenBundleExample, RefusesWrongUsage)
     }
 }
 
-TEST_F(OpenBundleExample, Helps)
+TEST_F(OpenBundleExample, PrintsUsage)
 {
     auto const result = open({"--help"});
 
@@ -202,14 +202,14 @@ TEST_F(MakeSelfSignedExample, WritesCertificateAndKey)
         X509_check_private_key(x509.get(), keyFrom(contentOfFile(prefix() + ".key"), nullptr).get()), 1);
 }
 
-TEST_F(MakeSelfSignedExample, LetsNobodyElseReadTheKey)
+TEST_F(MakeSelfSignedExample, MakesKeyReadableByOwnerOnly)
 {
     make({"--name", "build.example", "--out", prefix()});
 
     EXPECT_EQ(fs::status(prefix() + ".key").permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(MakeSelfSignedExample, EncryptsTheKeyWithThePassphraseOfTheFile)
+TEST_F(MakeSelfSignedExample, EncryptsKeyWithPassphraseFromFile)
 {
     auto const file = write("passphrase", "secret\r\n");
     auto const result = make({"--name", "localhost", "--out", prefix(), "--passphrase-file", file});
@@ -220,7 +220,7 @@ TEST_F(MakeSelfSignedExample, EncryptsTheKeyWithThePassphraseOfTheFile)
     EXPECT_EQ(keyFrom(key, "other"), nullptr);
 }
 
-TEST_F(MakeSelfSignedExample, LeavesFilesThatExistAlone)
+TEST_F(MakeSelfSignedExample, KeepsExistingFiles)
 {
     for (char const* const suffix : {".pem", ".key"}) {
         auto const existing = write(std::string("made") + suffix, "precious");
@@ -234,7 +234,7 @@ TEST_F(MakeSelfSignedExample, LeavesFilesThatExistAlone)
     }
 }
 
-TEST_F(MakeSelfSignedExample, ReportsWhatCannotBeMade)
+TEST_F(MakeSelfSignedExample, ReportsImpossibleCertificate)
 {
     auto const tooLong = make({"--name", "localhost", "--days", "398", "--out", prefix()});
     expectFailure(
@@ -271,7 +271,7 @@ TEST_F(MakeSelfSignedExample, RefusesWrongUsage)
     EXPECT_EQ(numFiles(), 0U);
 }
 
-TEST_F(MakeSelfSignedExample, Helps)
+TEST_F(MakeSelfSignedExample, PrintsUsage)
 {
     auto const result = make({"--help"});
 

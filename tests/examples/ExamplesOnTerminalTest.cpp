@@ -18,7 +18,7 @@ namespace {
 
 using namespace foundation::test;
 
-/// Runs the program on a terminal of its own and types the text once it has asked.
+/// Runs the program on its own terminal and types the text after the prompt.
 ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const& text)
 {
     int terminal = -1;
@@ -48,7 +48,7 @@ ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const
     return result;
 }
 
-class ExampleOnATerminal : public testing::Test
+class ExampleOnTerminal : public testing::Test
 {
 protected:
     std::string bundle() const
@@ -59,7 +59,7 @@ protected:
     TemporaryFolder const folder;
 };
 
-TEST_F(ExampleOnATerminal, AsksForThePassphraseAndDoesNotShowIt)
+TEST_F(ExampleOnTerminal, AsksForPassphraseWithoutShowingIt)
 {
     auto const right = typeInto({OPEN_BUNDLE_PROGRAM, bundle()}, "secret\n");
     EXPECT_EQ(right.exitStatus, 0);
@@ -70,18 +70,16 @@ TEST_F(ExampleOnATerminal, AsksForThePassphraseAndDoesNotShowIt)
     EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, bundle()}, "other\n").exitStatus, 1);
 }
 
-TEST_F(ExampleOnATerminal, IsMissedByWhoMustAsk)
+TEST_F(ExampleOnTerminal, ReportsMissingTerminal)
 {
     auto const result = runProgram("setsid", {"--wait", OPEN_BUNDLE_PROGRAM, bundle()});
 
     EXPECT_EQ(result.exitStatus, 2);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(
-        result.errors,
-        "open_bundle: there is no terminal to ask for the passphrase on, use --passphrase-file\n");
+    EXPECT_EQ(result.errors, "open_bundle: no terminal to ask for the passphrase, use --passphrase-file\n");
 }
 
-TEST_F(ExampleOnATerminal, ShowsItsProgressThere)
+TEST_F(ExampleOnTerminal, ShowsProgress)
 {
     auto const root = makeRoot("root");
     auto const file = folder.write("bundle.pem", makeLeaf(root, "one").pem() + makeLeaf(root, "other").pem());

@@ -49,7 +49,7 @@ constexpr char const refusal[] = "Refused: RSA key size does not meet minimum cr
 
 } // namespace
 
-TEST_F(InspectExample, PrintsAllThatACertificateSaysAboutItself)
+TEST_F(InspectExample, PrintsContentsOfCertificate)
 {
     auto const made = makeRoot("root", [](CertificateSpec& spec) {
         spec.key = rsaKey();
@@ -78,7 +78,7 @@ TEST_F(InspectExample, PrintsAllThatACertificateSaysAboutItself)
                                        "Certificates: 1 printed, 0 refused\n");
 }
 
-TEST_F(InspectExample, NamesTheKindOfEachKey)
+TEST_F(InspectExample, PrintsKindOfEachKey)
 {
     auto const ecc = makeRoot("ecc");
     auto const edwards = makeRoot("edwards", [](CertificateSpec& spec) { spec.key = ed25519Key(); });
@@ -88,7 +88,7 @@ TEST_F(InspectExample, NamesTheKindOfEachKey)
     EXPECT_NE(outcome.output.find("Extended Key Usages: none\nPolicies: none\n"), std::string::npos);
 }
 
-TEST_F(InspectExample, ShowsEveryCertificateOfABundleAroundARefusedOne)
+TEST_F(InspectExample, ContinuesAfterRefusedCertificate)
 {
     auto const bundle =
         "comment\n" + makeRoot("first").pem() + refusedCertificate().pem() + makeRoot("last").pem();
@@ -101,7 +101,7 @@ TEST_F(InspectExample, ShowsEveryCertificateOfABundleAroundARefusedOne)
     EXPECT_TRUE(endsWith(outcome.output, "Certificates: 2 printed, 1 refused\n"));
 }
 
-TEST_F(InspectExample, ShowsTheCertificateBehindATruncatedOne)
+TEST_F(InspectExample, ContinuesAfterTruncatedCertificate)
 {
     auto const first = makeRoot("first").pem();
     auto const outcome =
@@ -112,7 +112,7 @@ TEST_F(InspectExample, ShowsTheCertificateBehindATruncatedOne)
     EXPECT_NE(outcome.output.find("Subject Name: CN=last;"), std::string::npos);
 }
 
-TEST_F(InspectExample, ShowsNothingOfACertificateThatCannotBeShownWhole)
+TEST_F(InspectExample, PrintsNoCertificateInPart)
 {
     auto const made = makeRoot("root", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); });
     auto const outcome = inspect({file("root.pem", made.pem())});
@@ -122,19 +122,19 @@ TEST_F(InspectExample, ShowsNothingOfACertificateThatCannotBeShownWhole)
         "Refused: Error: printing the ASN1 time failed.\n\nCertificates: 0 printed, 1 refused\n");
 }
 
-TEST_F(InspectExample, SaysOfAFileWithoutCertificatesThatItHoldsNone)
+TEST_F(InspectExample, ReportsFileWithoutReadableCertificate)
 {
     for (std::string const& content :
          {std::string(), std::string("no certificate"), refusedCertificate().pem()}) {
         auto const path = file("file", content);
         auto const outcome = inspect({path});
         EXPECT_EQ(outcome.exitStatus, 1);
-        EXPECT_EQ(outcome.errors, "inspect: " + path + ": holds no certificate that can be read\n");
+        EXPECT_EQ(outcome.errors, "inspect: " + path + ": contains no readable certificate\n");
         EXPECT_TRUE(endsWith(outcome.output, "\n\nCertificates: 0 printed, 1 refused\n"));
     }
 }
 
-TEST_F(InspectExample, GoesOnBehindAFileThatIsMissing)
+TEST_F(InspectExample, ContinuesAfterMissingFile)
 {
     auto const outcome = inspect({missing(), file("root.pem", makeRoot("root").pem())});
     EXPECT_EQ(outcome.exitStatus, 2);
@@ -142,14 +142,14 @@ TEST_F(InspectExample, GoesOnBehindAFileThatIsMissing)
     EXPECT_TRUE(endsWith(outcome.output, "Certificates: 1 printed, 0 refused\n"));
 }
 
-TEST_F(InspectExample, RefusesAFolder)
+TEST_F(InspectExample, RefusesFolder)
 {
     auto const outcome = inspect({folder.path().string()});
     EXPECT_EQ(outcome.exitStatus, 2);
     EXPECT_EQ(outcome.errors, "inspect: " + folder.path().string() + ": is a folder\n");
 }
 
-TEST_F(InspectExample, RefusesAnUnknownOption)
+TEST_F(InspectExample, RefusesUnknownOption)
 {
     auto const outcome = inspect({"--verbose"});
     EXPECT_EQ(outcome.exitStatus, 2);
@@ -157,7 +157,7 @@ TEST_F(InspectExample, RefusesAnUnknownOption)
     EXPECT_EQ(outcome.output, "");
 }
 
-TEST_F(InspectExample, ExplainsItself)
+TEST_F(InspectExample, PrintsUsage)
 {
     auto const outcome = inspect({"--help"});
     EXPECT_EQ(outcome.exitStatus, 0);
@@ -165,13 +165,13 @@ TEST_F(InspectExample, ExplainsItself)
     EXPECT_EQ(outcome.output.compare(0, 23, "Usage: inspect [FILE...]", 0, 23), 0);
 }
 
-TEST_F(InspectExample, InspectsTheRootsOfTheSystemWithoutAnArgument)
+TEST_F(InspectExample, InspectsSystemRootsByDefault)
 {
     auto const outcome = inspect({});
     bool const hasRoots = !foundation::certificates::getSystemCertificatesFile().empty() ||
                           !foundation::certificates::getSystemCertificatesFolder().empty();
     if (hasRoots) {
-        // Which of them are refused is the system's affair.
+        // The number of refused ones depends on the system.
         EXPECT_TRUE(outcome.exitStatus == 0 || outcome.exitStatus == 1) << outcome.errors;
         EXPECT_TRUE(endsWith(outcome.output, " refused\n"));
     } else {
@@ -180,7 +180,7 @@ TEST_F(InspectExample, InspectsTheRootsOfTheSystemWithoutAnArgument)
     }
 }
 
-TEST_F(InspectExample, CountsTheSystemsRootsForEachUsage)
+TEST_F(InspectExample, CountsSystemRootsForEachUsage)
 {
     using foundation::certificates::TrustStore;
     auto const kept = [](TrustStore::Usage usage) {

@@ -12,7 +12,7 @@ namespace {
 
 using namespace foundation::test;
 
-/// Two certificates under a root that no system has, one of them on a curve that is refused.
+/// Two certificates under a root that no system has. One of them has a key on an unsupported curve.
 std::string bundle()
 {
     auto const root = makeRoot("root");
@@ -24,7 +24,7 @@ constexpr char const remarks[] = "Not valid: CN=leaf\n"
                                  "Refused: ECC-based key is not using supported ECC Curve. Curve: secp384r1\n"
                                  "Certificates: 0 valid, 1 not valid, 1 refused\n";
 
-TEST(ValidateAllExample, ListsWhatIsNotValidAndWhatIsRefusedAndShowsAPipeNoProgress)
+TEST(ValidateAllExample, ListsInvalidAndRefusedWithoutProgressOnPipe)
 {
     TemporaryFolder const folder;
     auto const run = runProgram(VALIDATE_ALL_PROGRAM, {folder.write("bundle.pem", bundle()).string()});
@@ -43,24 +43,24 @@ TEST(ValidateAllExample, ValidatesTheSystemsRoots)
     EXPECT_EQ(run.exitStatus, hasExpiredRoots ? 1 : 0);
 }
 
-TEST(ValidateAllExample, SaysWhatItCannotRead)
+TEST(ValidateAllExample, ReportsUnreadableInput)
 {
     TemporaryFolder const folder;
     auto const missing = (folder.path() / "missing").string();
     auto const run = runProgram(VALIDATE_ALL_PROGRAM, {missing});
-    EXPECT_EQ(run.errors, "validate_all: " + missing + ": holds no certificate in PEM\n");
+    EXPECT_EQ(run.errors, "validate_all: " + missing + ": contains no certificate in PEM\n");
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(run.exitStatus, 2);
 }
 
-TEST(ValidateAllExample, ExplainsItself)
+TEST(ValidateAllExample, PrintsUsage)
 {
     auto const help = runProgram(VALIDATE_ALL_PROGRAM, {"--help"});
     EXPECT_EQ(help.output.substr(0, 20), "Usage: validate_all ");
     EXPECT_EQ(help.exitStatus, 0);
 
     auto const wrong = runProgram(VALIDATE_ALL_PROGRAM, {"--what"});
-    EXPECT_EQ(wrong.errors, "validate_all: one file at the most, try --help\n");
+    EXPECT_EQ(wrong.errors, "validate_all: at most one file, try --help\n");
     EXPECT_EQ(wrong.exitStatus, 2);
 }
 

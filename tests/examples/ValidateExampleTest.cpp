@@ -56,38 +56,38 @@ protected:
 
 constexpr char const validText[] = "Certificate: CN=leaf\nVerdict: valid\nRoot: CN=root\n";
 
-TEST_F(ValidateExample, SaysThatACertificateIsValidAndUpToWhichRoot)
+TEST_F(ValidateExample, PrintsValidVerdictAndRoot)
 {
     expect(validate({leaf, "--chain", ca, "--trust", root}), 0, validText);
     expect(validate({"--trust", other, "--trust", root, "--chain", ca, leaf}), 0, validText);
 }
 
-TEST_F(ValidateExample, TrustsACertificateInDer)
+TEST_F(ValidateExample, TrustsCertificateInDer)
 {
     auto const der = file("root.der", pki.root.der());
     expect(validate({leaf, "--chain", ca, "--trust", der}), 0, validText);
 }
 
-TEST_F(ValidateExample, SaysWhyACertificateIsNotTrusted)
+TEST_F(ValidateExample, PrintsWhyCertificateIsNotTrusted)
 {
     expect(
         validate({leaf, "--trust", root}), 1,
         "Certificate: CN=leaf\nVerdict: untrusted\nReport: " + report(20, 0, "CN=leaf"));
 }
 
-TEST_F(ValidateExample, TakesTheSystemsRootsIfNoneAreGiven)
+TEST_F(ValidateExample, UsesSystemRootsByDefault)
 {
     expect(
         validate({leaf, "--chain", ca}), 1,
         "Certificate: CN=leaf\nVerdict: untrusted\nReport: " + report(20, 1, "CN=ca"));
 }
 
-TEST_F(ValidateExample, TriesTheSecondTrustFile)
+TEST_F(ValidateExample, FallsBackToSecondTrustFile)
 {
     expect(validate({leaf, "--chain", ca, "--trust", other, "--fallback", root}), 0, validText);
 }
 
-TEST_F(ValidateExample, ToleratesWhatItIsTold)
+TEST_F(ValidateExample, ToleratesWhatOptionsAllow)
 {
     expect(validate({lonely, "--trust", root}), 1, "Certificate: CN=lonely\nVerdict: self-signed\n");
     expect(
@@ -101,7 +101,7 @@ TEST_F(ValidateExample, ToleratesWhatItIsTold)
         "Certificate: CN=aged\nVerdict: valid\nRoot: CN=root\n");
 }
 
-TEST_F(ValidateExample, TellsOfARevocation)
+TEST_F(ValidateExample, PrintsRevocation)
 {
     HttpFileServer const server(
         "127.0.0.1", filesOf(pki.leafCrl({revoke(pki.leaf, TimeSpec::at(1577836800))}), pki.caCrl()));
@@ -123,7 +123,7 @@ TEST_F(ValidateExample, TellsOfARevocation)
     expect(with({"--crl", "chain", "--download", "required", "--allow-revoked"}), 0, validText);
 }
 
-TEST_F(ValidateExample, ReportsAFailureOnOneLine)
+TEST_F(ValidateExample, ReportsFailureOnOneLine)
 {
     auto const missing = (folder.path() / "missing").string();
     auto const garbage = file("garbage", std::string(300, 'A'));
@@ -140,18 +140,18 @@ TEST_F(ValidateExample, ReportsAFailureOnOneLine)
         "data is empty");
 }
 
-TEST_F(ValidateExample, ExplainsItself)
+TEST_F(ValidateExample, PrintsUsage)
 {
     auto const help = validate({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.output.substr(0, 21), "Usage: validate LEAF ");
 
     expectFailure(validate({}), "no certificate given, try --help");
-    expectFailure(validate({leaf, ca}), "one certificate at a time, not also " + ca + ", try --help");
-    expectFailure(validate({leaf, "--trust"}), "nothing follows --trust, try --help");
+    expectFailure(validate({leaf, ca}), "only one certificate is allowed: " + ca + ", try --help");
+    expectFailure(validate({leaf, "--trust"}), "no value for --trust, try --help");
     expectFailure(validate({leaf, "--verbose", "x"}), "unknown option --verbose, try --help");
-    expectFailure(validate({leaf, "--crl", "all"}), "--crl does not know all, try --help");
-    expectFailure(validate({leaf, "--download", "now"}), "--download does not know now, try --help");
+    expectFailure(validate({leaf, "--crl", "all"}), "unknown value for --crl: all, try --help");
+    expectFailure(validate({leaf, "--download", "now"}), "unknown value for --download: now, try --help");
 }
 
 } // namespace

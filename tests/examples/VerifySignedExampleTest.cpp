@@ -47,15 +47,15 @@ protected:
 
 } // namespace
 
-TEST_F(VerifySignedExample, SaysThatSignedDataIsSoundAndTrusted)
+TEST_F(VerifySignedExample, PrintsThatSignedDataIsValidAndTrusted)
 {
     auto const run = verifySigned({signedData, "--trust", trusted});
-    EXPECT_EQ(run.output, "Signature: sound\nChain: trusted\n");
+    EXPECT_EQ(run.output, "Signature: valid\nChain: trusted\n");
     EXPECT_EQ(run.errors, "");
     EXPECT_EQ(run.exitStatus, 0);
 }
 
-TEST_F(VerifySignedExample, TakesSeveralTrustFilesAndPem)
+TEST_F(VerifySignedExample, AcceptsSeveralTrustFilesAndPem)
 {
     auto const other = file("other.pem", makeRoot("other root").pem());
     auto const pem = file("signed.pem", toPem(makeSignedData("content", signer)));
@@ -64,7 +64,7 @@ TEST_F(VerifySignedExample, TakesSeveralTrustFilesAndPem)
     EXPECT_EQ(verifySigned({"--trust", leafAlone, "--trust", trusted, pem}).exitStatus, 0);
 }
 
-TEST_F(VerifySignedExample, TakesContentThatLiesApart)
+TEST_F(VerifySignedExample, VerifiesDetachedContent)
 {
     auto const data = file("data", std::string("apart"));
     auto const otherData = file("other data", std::string("other"));
@@ -73,13 +73,13 @@ TEST_F(VerifySignedExample, TakesContentThatLiesApart)
 
     auto const run = verifySigned({signature, "--data", otherData, "--trust", trusted});
     EXPECT_EQ(
-        run.output, "Signature: not sound\nChain: failed\nReason: " +
+        run.output, "Signature: not valid\nChain: failed\nReason: " +
                         reasonText(ERR_LIB_PKCS7, PKCS7_R_DIGEST_FAILURE) + "\n");
     EXPECT_EQ(run.exitStatus, 1);
     EXPECT_EQ(verifySigned({signature, "--trust", trusted}).exitStatus, 1);
 }
 
-TEST_F(VerifySignedExample, DoesNotMistakeEmptyContentForContentInside)
+TEST_F(VerifySignedExample, RefusesEmptyDetachedContent)
 {
     auto const empty = file("empty", std::string());
     auto const run = verifySigned({signedData, "--data", empty, "--trust", trusted});
@@ -87,28 +87,28 @@ TEST_F(VerifySignedExample, DoesNotMistakeEmptyContentForContentInside)
     EXPECT_EQ(run.exitStatus, 2);
 }
 
-TEST_F(VerifySignedExample, SaysWhyASignerIsNotTrusted)
+TEST_F(VerifySignedExample, PrintsWhySignerIsNotTrusted)
 {
     auto const other = file("other.pem", makeRoot("other root").pem());
     auto const run = verifySigned({signedData, "--trust", other});
     std::string const beginning =
-        "Signature: sound\nChain: not trusted\nReason: Errors present: Error code 20";
+        "Signature: valid\nChain: not trusted\nReason: Errors present: Error code 20";
     EXPECT_EQ(run.output.substr(0, beginning.size()), beginning);
     EXPECT_EQ(run.exitStatus, 1);
 
-    // without a trust file the operating system's roots count, among which ours is not
+    // Without a trust file the operating system's roots count. The test's root is not one of them.
     EXPECT_EQ(verifySigned({signedData}).exitStatus, 1);
 }
 
-TEST_F(VerifySignedExample, SaysThatASignerSignedItself)
+TEST_F(VerifySignedExample, PrintsThatSignerIsSelfSigned)
 {
     auto const own = file("own.p7", toDer(makeSignedData("content", makeSelfSignedLeaf("self"))));
     auto const run = verifySigned({own, "--trust", trusted});
-    EXPECT_EQ(run.output, "Signature: sound\nChain: self-signed\n");
+    EXPECT_EQ(run.output, "Signature: valid\nChain: self-signed\n");
     EXPECT_EQ(run.exitStatus, 1);
 }
 
-TEST_F(VerifySignedExample, ReportsWhatCannotBeRead)
+TEST_F(VerifySignedExample, ReportsUnreadableInput)
 {
     auto const missing = (folder.path() / "missing").string();
     auto const noCertificates = file("text", std::string("no certificates"));
@@ -135,7 +135,7 @@ TEST_F(VerifySignedExample, ReportsWhatCannotBeRead)
     }
 }
 
-TEST_F(VerifySignedExample, ExplainsItself)
+TEST_F(VerifySignedExample, PrintsUsage)
 {
     auto const help = verifySigned({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
@@ -146,11 +146,11 @@ TEST_F(VerifySignedExample, ExplainsItself)
         std::string complaint;
     };
     std::vector<Row> const rows{
-        {{}, "Which file?"},
-        {{signedData, "--trust"}, "--trust wants a file"},
-        {{signedData, "--data"}, "--data wants a file"},
-        {{signedData, signedData}, "Not understood: " + signedData},
-        {{signedData, "--verbose"}, "Not understood: --verbose"},
+        {{}, "no file given"},
+        {{signedData, "--trust"}, "--trust needs a file"},
+        {{signedData, "--data"}, "--data needs a file"},
+        {{signedData, signedData}, "unknown argument: " + signedData},
+        {{signedData, "--verbose"}, "unknown argument: --verbose"},
     };
     for (auto const& row : rows) {
         auto const run = verifySigned(row.arguments);
