@@ -73,6 +73,9 @@ public:
     /// @throws InvalidArgument also "The input PKCS7 certificate data stream is invalid.", with nothing
     ///     read, if the stream is not good(); the same text, " Reason:" and the cause, if reading fails
     PKCS7Certificate(std::istream& stream);
+    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are no signed data.
+    template <typename Path, typename = detail::IfFilesystemPath<Path>>
+    PKCS7Certificate(Path const& file) = delete;
 
     /// Copies the structure (`PKCS7_dup`). The copies share the parsed certificates, as copies of
     /// X509Certificate do. Holds the source's lock meanwhile.

@@ -33,6 +33,9 @@ public:
     PKCS7CertificateImpl(std::string const& data);
     /// Loads as PKCS7Certificate does.
     PKCS7CertificateImpl(std::istream& stream);
+    /// Refuses a `std::filesystem::path`, as PKCS7Certificate does.
+    template <typename Path, typename = detail::IfFilesystemPath<Path>>
+    PKCS7CertificateImpl(Path const& file) = delete;
     /// Copies the source's structure. The guard proves that the caller holds the lock of the source's handle.
     PKCS7CertificateImpl(PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source without certificates and structure.

@@ -11,18 +11,21 @@
 
 namespace foundation::certificates {
 
-/// The implementation of X509CertificateChain: the list itself. It has no lock and is called by its handle,
-/// which holds its own; the operations are described there.
+/// The implementation of X509CertificateChain: the list itself. Has no lock; the handle calls it under the
+/// handle's lock. X509CertificateChain documents the operations.
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChainImpl
 {
 public:
-    /// An empty list.
+    /// Creates an empty list.
     X509CertificateChainImpl();
     /// Loads as X509CertificateChain does.
     X509CertificateChainImpl(std::string const& pem);
     /// Loads as X509CertificateChain does.
     X509CertificateChainImpl(std::istream& stream);
-    /// The guard proves that the caller holds the lock of the source's handle.
+    /// Refuses a `std::filesystem::path`, as X509CertificateChain does.
+    template <typename Path, typename = detail::IfFilesystemPath<Path>>
+    X509CertificateChainImpl(Path const& file) = delete;
+    /// Copies the list. The guard proves that the caller holds the lock of the source's handle.
     X509CertificateChainImpl(
         X509CertificateChainImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source empty.
@@ -31,25 +34,25 @@ public:
 
     /// Copies the list.
     X509CertificateChainImpl& operator=(X509CertificateChainImpl const& other);
-    /// Copies the source's certificates and empties the source, in this order: an object that is
-    /// move-assigned to itself is empty afterwards.
+    /// Copies the source's certificates and then empties the source. An object that is move-assigned to
+    /// itself is therefore empty afterwards.
     // NOLINTNEXTLINE(performance-noexcept-move-constructor): it copies
     X509CertificateChainImpl& operator=(X509CertificateChainImpl&& other);
 
-    /// Appends a copy, an empty certificate too: the refusal of that is the handle's.
+    /// Appends a copy, even of an empty certificate: the handle refuses those.
     void addCertificate(X509Certificate const& certificate);
     /// Whether the list holds no certificate.
     bool empty() const;
-    /// The length of the list.
+    /// Returns the number of certificates.
     std::size_t getNumCertificates() const;
-    /// A copy of the list.
+    /// Returns a copy of the list.
     std::vector<X509Certificate> getCertificates() const;
     /// See X509CertificateChain::print.
     void print(std::ostream& out) const;
     /// See X509CertificateChain::popLeafCertificate.
     X509Certificate popLeafCertificate();
 
-    /// Refuses an empty list.
+    /// Throws if the list is empty.
     /// @throws X509CertificateChainException "X509CertificateChain has no content."
     void throwIfEmpty() const;
 

@@ -1,0 +1,78 @@
+// The headers of the library come first: they must not rely on <filesystem>.
+#include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/PKCS7CertificateImpl.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+#include <foundation/certificates/X509CertificateChain.hpp>
+#include <foundation/certificates/X509CertificateChainImpl.hpp>
+
+#include "support/pki/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <type_traits>
+
+/// @file
+/// A path converts to a string of its own characters. Loading from that string would parse the path instead
+/// of the file, so that no class with a constructor from strings is constructible from a path.
+
+namespace foundation::test {
+
+namespace {
+
+using namespace certificates;
+
+/// Converts to a string as a path does, but is no path.
+struct Text
+{
+    operator std::string() const { return "text"; }
+};
+
+class DerivedPath : public std::filesystem::path
+{};
+
+template <class Loaded>
+class PathConstruction : public testing::Test
+{};
+
+using LoadedClasses = testing::Types<
+    X509Certificate, X509CertificateChain, X509CertificateChainImpl, PKCS7Certificate, PKCS7CertificateImpl>;
+TYPED_TEST_SUITE(PathConstruction, LoadedClasses);
+
+TYPED_TEST(PathConstruction, IsRefused)
+{
+    using Path = std::filesystem::path;
+    EXPECT_FALSE((std::is_constructible_v<TypeParam, Path>));
+    EXPECT_FALSE((std::is_constructible_v<TypeParam, Path&>));
+    EXPECT_FALSE((std::is_constructible_v<TypeParam, Path const&>));
+    EXPECT_FALSE((std::is_constructible_v<TypeParam, Path const>));
+}
+
+TYPED_TEST(PathConstruction, IsRefusedForNothingButPaths)
+{
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, char const(&)[5]>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, char const*>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, std::string>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, std::string&>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, std::istringstream&>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, Text>));
+    EXPECT_TRUE((std::is_constructible_v<TypeParam, DerivedPath>));
+    EXPECT_TRUE((std::is_move_constructible_v<TypeParam>));
+    EXPECT_FALSE((std::is_constructible_v<TypeParam, int>));
+}
+
+TEST(PathConstructionOfCertificates, LeavesEveryOtherFormOfInput)
+{
+    auto const made = makeRoot("root");
+    std::string const pem = made.pem();
+    std::istringstream stream(pem);
+    EXPECT_EQ(X509Certificate(pem.c_str()), X509Certificate(made.der()));
+    EXPECT_EQ(X509Certificate(stream), X509Certificate(pem));
+    EXPECT_EQ(X509CertificateChain(pem.c_str()).getCertificates().at(0), X509Certificate(pem));
+}
+
+} // namespace
+
+} // namespace foundation::test
