@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Counts what is allocated while one operation runs: by C++ through operator new, which this file's source
-/// replaces for the whole program, and by OpenSSL.
+/// Counts the allocations of one operation: those of OpenSSL, and those of C++ through operator new, which
+/// the source file replaces for the whole program.
 
 #include <cstdint>
 
@@ -12,14 +12,14 @@ struct Allocations
 {
     std::int64_t count = 0;
     std::int64_t bytes = 0;
-    /// The most that was allocated at one time, beyond what there was before.
+    /// The largest amount in use at one time, without what was allocated before.
     std::int64_t peak = 0;
 };
 
-/// Lets OpenSSL's allocations be counted. Must come before OpenSSL allocates for the first time.
+/// Starts to count OpenSSL's allocations. Call it before OpenSSL's first allocation.
 void countAllocationsOfOpenSSL();
 
-/// Of one operation on the calling thread; elsewhere and otherwise nothing is counted.
+/// Counts one operation on the calling thread. Nothing else is counted.
 template <typename Operation>
 Allocations allocationsOf(Operation const& operation);
 

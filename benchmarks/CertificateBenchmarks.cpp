@@ -256,10 +256,10 @@ void addLoads()
 {
     beginGroup(
         "Load",
-        "OpenSSL decodes the public key while it parses, which is nearly all of the time. What the library\n"
-        "adds: the copy into its memory BIO, the search for the PEM marker, the reading of the key's\n"
-        "numbers, without which it accepts no key, and of the extensions. The members of a chain are\n"
-        "duplicated once more, which is a second parse; the last row shows OpenSSL doing that, too.");
+        "Decoding the public key takes most of OpenSSL's parse time. The library adds the copy into its\n"
+        "memory BIO, the search for the PEM marker, and the reading of the key's numbers and of the\n"
+        "extensions. A chain duplicates its members, which parses each a second time. The last row includes\n"
+        "this in OpenSSL's time.");
     addLoadsOf("RSA-2048", KeyKind::RSA2048);
     addLoadsOf("P-256", KeyKind::P256);
     addLoadsOf("Ed25519", KeyKind::Ed25519);
@@ -276,7 +276,7 @@ void addLoads()
     });
 }
 
-/// A query of the library's beside a function of the certificate.
+/// Compares a query of the library with a function of the certificate.
 template <typename Query, typename Bare>
 void addQuery(
     std::string const& name, std::optional<double> target, Query query, Bare bare,
@@ -293,11 +293,10 @@ void addTextQueries()
 {
     beginGroup(
         "Queries that return text",
-        "OpenSSL's side ends in a `std::string` (or a vector or map of them), too. The name of the "
-        "signature\n"
-        "algorithm is a lookup of some nanoseconds: what comes on top is the lock of the handle, taken and\n"
-        "given back, as the row below it shows. An object identifier is written twice by OpenSSL, the first\n"
-        "time for its length.");
+        "OpenSSL's side also returns a `std::string`, or a vector or map of them. The name of the signature\n"
+        "algorithm is a lookup of some nanoseconds, so the handle's lock shows. The row below includes a\n"
+        "lock in OpenSSL's time. OpenSSL writes an object identifier twice, the first time to find its\n"
+        "length.");
     using C = X509Certificate;
     addQuery("subject", queryTarget, &C::getSubjectName, [](X509* x) {
         return bareName(X509_get_subject_name(x));
@@ -340,11 +339,10 @@ void addOtherQueries()
 {
     beginGroup(
         "Other queries, equality, copy",
-        "Where the bare side is some nanoseconds, what shows is the lock of the handle and the count of the\n"
-        "key's users. Time points are the difference to the epoch by `ASN1_TIME_diff`, beside `timegm`. The\n"
-        "name test compares the printed names. Equality compares SHA-256 digests of both encodings; a copy "
-        "is\n"
-        "a handle of its own with a lock of its own, beside one reference.");
+        "Where OpenSSL takes some nanoseconds, the handle's lock and the reference count of the key show. A\n"
+        "time point is the difference to the epoch by `ASN1_TIME_diff`, compared with `timegm`. The\n"
+        "self-signed query compares the printed names. Equality compares SHA-256 digests of both encodings.\n"
+        "A copy is a handle with a lock, compared with one reference.");
     using C = X509Certificate;
     addQuery("not before as time point", std::nullopt, &C::getValidNotBeforeTimePoint, [](X509* x) {
         return bareTimePoint(X509_get0_notBefore(x));
@@ -393,16 +391,11 @@ void addOutput()
 {
     beginGroup(
         "Output",
-        "Beside `i2d_X509`, `EVP_EncodeBlock`, `PEM_write_bio_X509`, and the report's lines put together by\n"
-        "hand. The library takes the encoding out of a memory BIO: OpenSSL encodes into a buffer of its "
-        "own,\n"
-        "copies that into the BIO, which grows for it and is wiped when it goes, and the bytes are copied "
-        "once\n"
-        "more out of it. Of the instructions that DER takes, the encoding itself is 55 %, the BIO made, "
-        "grown,\n"
-        "wiped and freed 36 %, the copy out of it with the handle's lock 9 %. The row below shows OpenSSL "
-        "going\n"
-        "that way, too.");
+        "Compared with `i2d_X509`, `EVP_EncodeBlock`, `PEM_write_bio_X509`, and a report written by hand.\n"
+        "The library reads the encoding from a memory BIO: OpenSSL encodes into a buffer and copies it into\n"
+        "the BIO, which grows for it and is wiped at the end. Then the bytes are copied once more. Of the\n"
+        "instructions for DER, 55 % encode, 36 % create, grow, wipe and free the BIO, and 9 % copy and\n"
+        "lock. The row below includes the BIO in OpenSSL's time.");
     addQuery("DER", outputTarget, &X509Certificate::getAsBytes, bareDER);
     addQuery("DER, memory BIO too", std::nullopt, &X509Certificate::getAsBytes, bareDERByBIO);
     addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);

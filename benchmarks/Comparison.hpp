@@ -1,9 +1,9 @@
 #pragma once
 
 /// @file
-/// Each operation of the library stands beside the least work that OpenSSL alone needs for the same answer,
-/// with the same checks. The two are measured in one run, their repetitions shuffled among all others, so
-/// that what else the machine does falls on both.
+/// Compares each operation of the library with the least work that OpenSSL alone needs for the same answer,
+/// with the same checks. One run measures both and shuffles all repetitions, so other load affects both sides
+/// alike.
 
 #include "AllocationCounter.hpp"
 
@@ -16,10 +16,10 @@
 
 namespace foundation::benchmarks {
 
-/// One of the two sides of a comparison.
+/// One side of a comparison.
 struct Side
 {
-    /// Seconds per run of the operation, one for each repetition.
+    /// Seconds per operation, one value for each repetition.
     std::vector<double> seconds;
     std::optional<Allocations> allocations;
 
@@ -29,7 +29,7 @@ struct Side
 struct Comparison
 {
     std::string operation;
-    /// The ratio of library to bare OpenSSL that is to be reached; none: the row is for information.
+    /// The largest allowed ratio of library to bare OpenSSL. Without one, the row is for information.
     std::optional<double> target;
     Side library;
     Side bare;
@@ -42,20 +42,20 @@ struct Group
     std::vector<Comparison*> comparisons;
 };
 
-/// All groups, in the order of their declaration.
+/// Returns all groups in the order of their declaration.
 std::vector<Group>& groups();
 
-/// Work that is fixed, for operations that take long or differ from run to run.
+/// A fixed number of iterations, for operations that take long or vary from run to run.
 struct Effort
 {
     int iterations = 0;
     int repetitions = 0;
 };
 
-/// Of what is added from now on each operation runs once, whatever its effort.
+/// From now on, each added operation runs only once.
 void runEachOnce();
 
-/// What comes next belongs to this group. The note explains the figures.
+/// Starts a group. The note explains the figures.
 void beginGroup(std::string title, std::string note);
 
 Comparison& declare(std::string operation, std::optional<double> target);
@@ -75,8 +75,8 @@ void measure(benchmark::State& state, Side& side, Operation const& operation)
     }
 }
 
-/// Both operations give a value, which is destroyed within the measure. What the surroundings' maker gives
-/// lives around a measure, and is no part of it.
+/// Both operations return a value, which is destroyed inside the measured time. The result of the maker of
+/// the surroundings lives outside the measured time.
 template <typename Surroundings, typename Library, typename Bare>
 void compareWithin(
     Surroundings surroundings, std::string const& operation, std::optional<double> target, Library library,
@@ -102,8 +102,8 @@ void compare(
     compareWithin([] { return 0; }, operation, target, library, bare, effort);
 }
 
-/// Throughput of one thread and of eight, each with objects of its own: seconds per run of the operation,
-/// taken over all threads together.
+/// Throughput of one thread and of eight, each with its own objects: seconds per operation over all threads
+/// together.
 struct Scaling
 {
     std::string operation;
@@ -116,7 +116,7 @@ Scaling& declareScaling(std::string operation);
 void registerThreads(
     std::string const& name, int threads, Side& side, std::function<void(benchmark::State&)> run);
 
-/// The maker is called once in each thread and gives the operation.
+/// Calls the maker once in each thread. The maker returns the operation.
 template <typename Maker>
 void scale(std::string const& operation, Maker maker)
 {
@@ -132,7 +132,7 @@ void scale(std::string const& operation, Maker maker)
     registerThreads("Threads/" + operation + "/8", 8, scaling.eightThreads, run);
 }
 
-/// Where the reporter puts the time of a benchmark by its name.
+/// Returns where the reporter stores the time of the benchmark with this name.
 Side& sideNamed(std::string const& name);
 
 void addCertificateBenchmarks();

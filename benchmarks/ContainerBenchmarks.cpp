@@ -1,4 +1,4 @@
-// Generators of random numbers cannot be exchanged in OpenSSL's newer interface.
+// OpenSSL's newer interface cannot replace the random number generator.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "Comparison.hpp"
@@ -143,11 +143,11 @@ void addSignedData()
 {
     beginGroup(
         "PKCS#7",
-        "Of the largest, the digest is the work. A load writes the bytes into a memory BIO and has OpenSSL\n"
-        "read them out of it: two copies more, in buffers that grow, are cleared and are wiped, and the\n"
-        "certificates are duplicated. Detached content is written into a memory BIO as well, which the last\n"
-        "row shows OpenSSL doing, too. Of the smallest, the\n"
-        "trust store is the work: the library works on a copy of a copy, the bare side on a copy.");
+        "For the largest content the digest dominates. A load writes the bytes into a memory BIO and lets\n"
+        "OpenSSL read them from it: two more copies, in buffers that grow and are cleared and wiped. It\n"
+        "also duplicates the certificates. Detached content goes into a memory BIO as well. The last row\n"
+        "includes this in OpenSSL's time. For the smallest content the trust store dominates: the library\n"
+        "works on a copy of a copy, OpenSSL's side on a copy.");
     addSignedDataOf("1 KiB", 1024);
     addSignedDataOf("1 MiB", mebibyte);
     addSignedDataOf("64 MiB", 64 * mebibyte);
@@ -161,7 +161,7 @@ struct BareBundle
     ByteArray secret;
 };
 
-/// The MAC is checked before all, to tell a wrong passphrase from a damaged bundle, and then by the parser.
+/// Checks the MAC first, to tell a wrong passphrase from a damaged bundle. The parser checks it again.
 BareBundle open(ByteArray const& der, std::string const& passphrase)
 {
     unsigned char const* position = der.data();
@@ -187,11 +187,10 @@ void addBundles()
 {
     beginGroup(
         "PKCS#12",
-        "A key of RSA-2048, its certificate and two further ones, with 2,048 rounds of key derivation. Both\n"
-        "sides check the MAC before they parse, to tell a wrong passphrase from a damaged bundle. The "
-        "library\n"
-        "then duplicates the three certificates, a parse each, which the second row shows OpenSSL doing, "
-        "too.");
+        "The bundle has an RSA-2048 key, its certificate and two others, with 2,048 rounds of key\n"
+        "derivation. Both sides check the MAC before they parse, to tell a wrong passphrase from a damaged\n"
+        "bundle. The library then duplicates the three certificates, which parses each again. The second\n"
+        "row includes this in OpenSSL's time.");
     auto const root = test::makeRoot("Bundle Root");
     auto const chain = chainBelow(root, 2);
     test::Pkcs12Spec spec;
@@ -227,8 +226,8 @@ int drawBytes(unsigned char* bytes, int count)
     return 1;
 }
 
-/// While it lives, OpenSSL draws numbers that follow from the seed alone. The search for primes takes more or
-/// less long by luck; so both sides have the same luck.
+/// During its lifetime OpenSSL's random numbers depend on the seed alone. The time to find primes varies with
+/// them, so both sides get the same numbers.
 class SameLuck
 {
 public:
@@ -296,7 +295,7 @@ BareBuild bareBuild(unsigned bits)
 
 void addBuild(unsigned bits, RSAPrivateKeySize size, Effort effort)
 {
-    // As many seeds as iterations, so that each repetition goes once through all of them.
+    // As many seeds as iterations, so each repetition uses each seed once.
     auto const seeds = static_cast<unsigned>(effort.iterations);
     auto const turns = std::make_shared<std::pair<unsigned, unsigned>>(0, 0);
     compare(
@@ -316,8 +315,8 @@ void addBuilds()
 {
     beginGroup(
         "Self-signed certificates",
-        "The search for primes is all of it; both sides draw the same random numbers, so that they find the\n"
-        "same primes. The library gives the key as text and loads its certificate from text.");
+        "The search for primes takes nearly all of the time. Both sides use the same random numbers, so\n"
+        "they find the same primes. The library writes the key as text and loads its certificate from text.");
     addBuild(2048, RSAPrivateKeySize::Bits2048, {8, 5});
     addBuild(4096, RSAPrivateKeySize::Bits4096, {3, 3});
 }

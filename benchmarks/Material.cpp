@@ -67,7 +67,7 @@ bool isAccepted(std::string const& pem)
     }
 }
 
-/// The blocks of a bundle, one text each.
+/// Returns the blocks of a bundle as separate texts.
 std::vector<std::string> blocksOf(std::string const& bundle)
 {
     constexpr std::string_view header = "-----BEGIN CERTIFICATE-----";

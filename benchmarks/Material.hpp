@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the operations work on, made anew for each run by bare OpenSSL, and the pieces that the bare sides of
+/// The test data of the operations, created by bare OpenSSL in each run, and code that the OpenSSL sides of
 /// several groups share.
 
 #include "libcrypto/OpenSSLHandles.hpp"
@@ -31,25 +31,25 @@ enum class KeyKind
     Ed25519
 };
 
-/// A leaf as public authorities issue them: five attributes, key usages, policies, names.
+/// A leaf as public CAs issue it: five attributes, key usages, policies, names.
 CertificateAndKey const& typicalLeaf(KeyKind kind);
 
-/// As many roots as asked for, half of them with RSA keys, half with P-256 keys.
+/// Returns the given number of roots, half with RSA keys and half with P-256 keys.
 std::vector<CertificateAndKey> roots(std::size_t count);
 
-/// A leaf first, then intermediates; the last is signed by the root.
+/// Returns a leaf, then intermediates. The root signed the last one.
 std::vector<CertificateAndKey> chainBelow(CertificateAndKey const& root, std::size_t length);
 
-/// The operating system's roots that the library accepts, as one PEM text; made-up roots where there are
-/// none.
+/// Returns the operating system's roots that the library accepts, as one PEM text. Without any, returns
+/// generated roots.
 std::string systemBundle();
 
-/// The library's rule for keys, in the least work: RSA of at least 1024 bits, prime256v1, Ed25519.
+/// The library's rule for keys with the least work: RSA with at least 1024 bits, prime256v1, Ed25519.
 bool hasFitKey(X509* certificate);
 
-/// A store of duplicates.
+/// Returns a store of duplicates.
 X509_STOREUPtr bareStore(std::vector<CertificateAndKey> const& certificates);
-/// A store of duplicates of all certificates in the store.
+/// Returns a store with duplicates of all certificates in the given store.
 X509_STOREUPtr bareCopy(X509_STORE* store);
 
 } // namespace foundation::benchmarks

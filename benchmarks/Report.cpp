@@ -25,7 +25,7 @@ std::string withDigits(double value, int digits)
     return text.data();
 }
 
-/// Three significant digits, with the unit that suits them.
+/// Three significant digits with a fitting unit.
 std::string scaled(double value, double step, std::array<char const*, 4> const& units)
 {
     std::size_t unit = 0;
@@ -105,12 +105,12 @@ void writeGroup(std::ostream& out, Group const& group)
 void writeScalings(std::ostream& out)
 {
     out << "\n## Eight threads\n\n"
-        << "Each thread has objects of its own. The time is that of the wall clock for one operation, taken\n"
-        << "over all threads together; the gain can at most be the number of processors, "
-        << std::thread::hardware_concurrency() << ". What bare\n"
-        << "OpenSSL gains shows what its own locks, and whatever else ran on the machine, leave of it: no "
-           "two\n"
-        << "handles share a lock of the library's.\n\n"
+        << "Each thread has its own objects. The time is wall-clock time for one operation, over all "
+           "threads\n"
+        << "together, so the gain can be at most the number of processors, "
+        << std::thread::hardware_concurrency() << ". The gain of bare OpenSSL shows\n"
+        << "the influence of its own locks and of other programs. No two handles of the library share a "
+           "lock.\n\n"
         << "| Operation | 1 thread | 8 threads | Gain |\n|---|--:|--:|--:|\n";
     for (Scaling const* row : scalings()) {
         if (row->oneThread.seconds.empty() || row->eightThreads.seconds.empty()) {
@@ -126,12 +126,13 @@ void writeScalings(std::ostream& out)
 void writeHead(std::ostream& out)
 {
     out << "# Performance\n\n"
-        << "Each operation of the library beside the least work that OpenSSL alone needs for the same "
-           "answer\n"
-        << "with the same checks. `scripts/bench` writes this page. The times are medians of the calling\n"
-        << "thread's processor time, taken in one run whose repetitions are shuffled; of \"a / b\", a is "
-           "the\n"
-        << "library's and b is OpenSSL's. Allocations are those of one operation, of C++ and OpenSSL "
+        << "This page compares each operation of the library with the least work that OpenSSL alone needs "
+           "for\n"
+        << "the same answer with the same checks. `scripts/bench` writes it. Times are medians of the "
+           "calling\n"
+        << "thread's processor time, from one run with shuffled repetitions. In \"a / b\", a is the "
+           "library's\n"
+        << "value and b is OpenSSL's. Allocations are those of one operation, of C++ and OpenSSL "
            "together.\n\n"
         << "| | |\n|---|---|\n"
         << "| Processor | " << processorName() << ", " << std::thread::hardware_concurrency() << " cores |\n"
@@ -143,8 +144,7 @@ void writePeak(std::ostream& out)
 {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    out << "\nThe whole run, with all that it measures, held at most " << bytes(usage.ru_maxrss * 1024L)
-        << " of memory.\n";
+    out << "\nThe whole run used at most " << bytes(usage.ru_maxrss * 1024L) << " of memory.\n";
 }
 
 } // namespace

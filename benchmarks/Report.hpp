@@ -6,7 +6,7 @@
 
 namespace foundation::benchmarks {
 
-/// Puts the time of each repetition where the comparisons keep it.
+/// Stores the time of each repetition in its comparison.
 class Collector : public benchmark::BenchmarkReporter
 {
 public:
@@ -14,7 +14,7 @@ public:
     void ReportRuns(std::vector<Run> const& runs) override;
 };
 
-/// All results as a page in Markdown.
+/// Writes all results as a Markdown page.
 std::string reportAsMarkdown();
 
 } // namespace foundation::benchmarks

@@ -40,7 +40,7 @@ void addStoreBenchmarks()
 {
     beginGroup(
         "Trust store",
-        "A store holds duplicates, and a duplicate is a parse, on both sides. OpenSSL sorts the store's\n"
+        "A store holds duplicates, and each duplicate is a parse, on both sides. OpenSSL sorts the store's\n"
         "objects again at each addition, which shows in the largest store.");
     for (std::size_t const count : {1U, 10U, 150U, 1000U}) {
         addStoresOf(count);

@@ -27,7 +27,7 @@ constexpr double validationTarget = 1.5;
 using Options = CertificateValidationOptions;
 using Stack = X509StackUPtr;
 
-/// Both sides' view of one task. The library is given the chain without the leaf, as callers have it.
+/// One task in the form of both sides. The library gets the chain without the leaf, as callers have it.
 struct Task
 {
     X509Certificate leaf;
@@ -54,7 +54,7 @@ Stack duplicatesOf(std::vector<CertificateAndKey> const& certificates)
     return stack;
 }
 
-/// The root, duplicated; null if the chain does not verify.
+/// Returns a duplicate of the root, or null if the chain does not verify.
 X509UPtr bareVerify(Task const& task, X509_STORE* store, unsigned long flags)
 {
     auto const untrusted = duplicatesOf(task.bareChain);
@@ -91,11 +91,10 @@ void addPlainValidations()
 {
     beginGroup(
         "Validation",
-        "Both sides copy the trust store, duplicate the chain's certificates and, in the end, the root; a\n"
-        "duplicate is a parse, and with it the cost grows with the number of roots and the length of the\n"
-        "chain. The library writes the leaf's and the first certificate's PEM text to compare them, writes "
-        "an\n"
-        "encoding for each duplicate in a memory BIO, and reads the numbers of the root's key.");
+        "Both sides copy the trust store and duplicate the chain's certificates and the root. Each\n"
+        "duplicate is a parse, so the cost grows with the number of roots and the length of the chain. The\n"
+        "library also writes the PEM texts of the leaf and of the first certificate to compare them, writes\n"
+        "each duplicate's encoding in a memory BIO, and reads the numbers of the root's key.");
     for (std::size_t const rootCount : {1U, 10U, 50U, 150U, 500U}) {
         auto const trusted = roots(rootCount);
         for (std::size_t const length : {1U, 3U, 5U}) {
@@ -148,8 +147,8 @@ private:
     int descriptor;
 };
 
-/// Fetched, its signature and its next update checked, and added to the store. Whose CRL it is and who issued
-/// it are read from duplicates, as the library does.
+/// Fetches the CRL, checks its signature and next update, and adds it to the store. Reads subject and issuer
+/// from duplicates, as the library does.
 X509_CRLUPtr bareFetch(std::string const& path, X509* subject, X509* issuer, X509_STORE* store)
 {
     auto const subjectDuplicate = makeX509(X509_dup(subject));
@@ -193,7 +192,7 @@ void addRevocation(test::Revocable const& pki, std::size_t entryCount, std::size
     Options const options(
         Options::AllowSelfSignedCertificate::No, Options::AllowExpiredCertificate::No,
         Options::AllowRevokedCertificate::No, Options::CheckCRL::WholeChain, Options::DownloadCRL::Required);
-    // A server only while the operation is measured: they all want the same port.
+    // The server runs only while the operation is measured, because all servers use the same port.
     auto const serve = [files] { return std::make_shared<test::HttpFileServer>("127.0.0.1", *files); };
     compareWithin(
         serve,
@@ -208,11 +207,10 @@ void addRevocations()
 {
     beginGroup(
         "Validation with CRLs",
-        "A chain of leaf, intermediate and root, and two CRLs of that many entries each, fetched over HTTP\n"
-        "from the same machine. Both sides read the distribution points and the issuers' keys from\n"
-        "duplicates. The library's HTTP client looks up the server's name and the service, and sends what "
-        "it\n"
-        "fetched through a temporary file.");
+        "A chain of leaf, intermediate and root. Two CRLs with the given number of entries each are fetched\n"
+        "over HTTP from the same machine. Both sides read the distribution points and the issuers' keys\n"
+        "from duplicates. The library's HTTP client also resolves the server's name and the service, and\n"
+        "writes the answer to a temporary file.");
     test::Revocable const pki;
     for (std::size_t const entryCount : {10U, 1000U, 100000U}) {
         addRevocation(pki, entryCount, 1);

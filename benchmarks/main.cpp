@@ -1,8 +1,8 @@
-// Measures the library against bare OpenSSL and writes a table of both.
+// Compares the library with bare OpenSSL and prints a table.
 //
 //     foundation_benchmarks [--once] [--report FILE] [--benchmark_filter=REGEX ...]
 //
-// --once runs each operation as briefly as can be, to see that it runs.
+// --once runs each operation once, to check that it works.
 
 #include "AllocationCounter.hpp"
 #include "Comparison.hpp"

@@ -1,8 +1,8 @@
-# What `cmake --install` lays down: libraries, headers, the CMake package FoundationCertificates and the pkg-config
-# file foundation-certificates.pc. Nothing of it names the place, so that an installed tree can be moved. A static and a
-# shared build can share a prefix if the shared one is installed last: its headers serve both.
+# Installs the libraries, headers, the CMake package FoundationCertificates and the pkg-config file
+# foundation-certificates.pc. No installed file names the prefix, so an installed tree can be moved. A static and a
+# shared build can share a prefix if the shared one is installed last: its headers fit both.
 #
-# Component `runtime` is what programs need to run, `development` what it takes to build them.
+# Programs need component `runtime` to run and component `development` to build.
 include(CMakePackageConfigHelpers)
 
 set(libraries foundation_certificates foundation_log)
@@ -13,7 +13,7 @@ if(BUILD_SHARED_LIBS)
     set(kind shared)
 endif()
 
-# The libraries of a shared build find each other in the folder that they are in.
+# Shared libraries find each other in their own folder.
 if(NOT WIN32)
     set_target_properties(${libraries} PROPERTIES
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>")
@@ -31,8 +31,8 @@ endforeach()
 install(EXPORT FoundationCertificates-${kind}-targets NAMESPACE foundation::
     DESTINATION ${packageDir} COMPONENT development)
 
-# Whoever links the static libraries links Boost.Log as well, in the kind that they were compiled against; a static
-# Boost.Log does not bring the libraries that it needs itself.
+# A program that links the static libraries also links Boost.Log, of the kind that they were compiled against. A static
+# Boost.Log does not link its own dependencies.
 get_target_property(boostType Boost::log TYPE)
 if(boostType STREQUAL "STATIC_LIBRARY" OR Boost_USE_STATIC_LIBS)
     set(boostIsStatic ON)
@@ -41,7 +41,7 @@ else()
     set(boostIsStatic OFF)
     set(boostLibraries -lboost_log)
 endif()
-# As well as what Windows itself brings.
+# The system's libraries.
 set(systemLibraries -pthread)
 if(WIN32)
     string(APPEND systemLibraries " -lcrypt32 -lws2_32 -lmswsock")
@@ -57,8 +57,9 @@ install(FILES
     ${PROJECT_BINARY_DIR}/FoundationCertificatesConfigVersion.cmake
     DESTINATION ${packageDir} COMPONENT development)
 
-# A program that links the shared libraries needs no others: what these need is private, which `pkg-config --static`
-# shows. Where only the static libraries are installed, every program needs all of it, so it is public there.
+# A program that links the shared libraries links no others, so the dependencies are private: only `pkg-config
+# --static` shows them. If only the static libraries are installed, every program links all dependencies, so they are
+# public.
 set(definitions "-DFOUNDATION_CERTIFICATES_STATIC_DEFINE -DFOUNDATION_LOG_STATIC_DEFINE")
 set(dependencies "${boostLibraries} ${systemLibraries}")
 if(BUILD_SHARED_LIBS)

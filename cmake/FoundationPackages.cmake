@@ -1,5 +1,5 @@
-# The Debian packages that `cpack -G DEB` makes: what programs need to run, and what it takes to build them. The second
-# holds the static libraries too when scripts/make-packages gives CPack both builds.
+# The Debian packages of `cpack -G DEB`: one with what programs need to run, one with what they need to build. The
+# second also contains the static libraries if scripts/make-packages passes both builds to CPack.
 set(CPACK_PACKAGE_NAME foundation-certificates)
 set(CPACK_PACKAGE_CONTACT "foundation::certificates maintainers <maintainers@foundation.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

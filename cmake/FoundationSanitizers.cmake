@@ -1,5 +1,5 @@
-# foundation_enable_sanitizers(TARGET): instruments the target, and whatever links it, as
-# FOUNDATION_CERTIFICATES_SANITIZE says; in a build of the fuzz targets also to tell which code an input reached.
+# foundation_enable_sanitizers(TARGET): instruments the target, and all that link it, as
+# FOUNDATION_CERTIFICATES_SANITIZE says. A build of the fuzz targets also gets coverage instrumentation for libFuzzer.
 function(foundation_enable_sanitizers target)
     if(FOUNDATION_CERTIFICATES_BUILD_FUZZERS)
         target_compile_options(${target} PUBLIC -fsanitize=fuzzer-no-link)
@@ -12,8 +12,8 @@ function(foundation_enable_sanitizers target)
         list(APPEND flags -fno-sanitize-recover=undefined)
     endif()
     target_compile_options(${target} PUBLIC ${flags})
-    # Instrumented, g++ warns without cause: of values that it can no longer see being set, and of
-    # the memory fences of Boost.Asio.
+    # With instrumentation g++ has false positives: about uninitialised values, and about the memory fences of
+    # Boost.Asio.
     target_compile_options(${target} PUBLIC
         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized -Wno-tsan>)
     target_link_options(${target} PUBLIC ${flags})

@@ -1,7 +1,7 @@
 include(CheckLinkerFlag)
 
-# foundation_hide_internals(TARGET): a shared library shows the names that are declared for export, and no others.
-# Templates of other libraries, which come in with default visibility, are left to the linker to hide, where it can.
+# foundation_hide_internals(TARGET): makes a shared library export only the declared symbols. Templates of other
+# libraries have default visibility, so the linker hides them where it can.
 function(foundation_hide_internals target)
     set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     set(map ${PROJECT_SOURCE_DIR}/cmake/exported-names.map)

@@ -1,4 +1,4 @@
-# foundation_enable_warnings(TARGET): the warnings that all of the project's own code is built with.
+# foundation_enable_warnings(TARGET): enables the warnings for the project's own code.
 function(foundation_enable_warnings target)
     if(MSVC)
         target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${FOUNDATION_CERTIFICATES_WARNINGS_AS_ERRORS}>:/WX>)

@@ -1,5 +1,5 @@
-# Toolchain: 64-bit Windows programs by Debian's g++-mingw-w64-x86-64-posix, run by Wine. The libraries that they link
-# lie in the folders of FOUNDATION_WINDOWS_LIBRARIES, which scripts/test-windows fills.
+# Toolchain for 64-bit Windows programs: Debian's g++-mingw-w64-x86-64-posix and Wine. FOUNDATION_WINDOWS_LIBRARIES
+# names the folders of the libraries to link, which scripts/test-windows fills.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
@@ -7,7 +7,7 @@ set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 set(CMAKE_CROSSCOMPILING_EMULATOR wine)
 
-# A program brings the compiler's own libraries with it, and so runs from any folder.
+# Programs contain the compiler's libraries, so they run from any folder.
 set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
 set(OPENSSL_USE_STATIC_LIBS ON)
 
