@@ -140,6 +140,8 @@ public:
     void throwIfRequired(CertificateValidationOptions::DownloadCRL mode, std::string message) const;
 
 private:
+    friend struct X509Access;
+
     void load(ByteArray const& data);
     /// The certificate, which the caller only reads.
     X509* content() const;

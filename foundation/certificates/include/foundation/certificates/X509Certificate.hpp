@@ -23,6 +23,7 @@ class CertificateValidationResults;
 class TrustStore;
 class X509CertificateChain;
 class X509CertificateImpl;
+struct X509Access;
 
 namespace detail {
 
@@ -308,6 +309,8 @@ public:
     getRootCACertificate(X509CertificateChain const& chain, TrustStore const& trustStore) const;
 
 private:
+    friend struct X509Access;
+
     void swap(X509Certificate& other) noexcept;
     void throwIfImplEmpty() const;
 

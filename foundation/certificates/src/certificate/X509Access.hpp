@@ -1,0 +1,38 @@
+#pragma once
+
+/// @file
+/// Access to the OpenSSL object behind a certificate, without a copy and without a round trip through an
+/// encoding. Nothing here is compiled into the library: the toolkit includes it too, and needs no further
+/// exported function for it.
+
+#include "certificate/X509CertificateImpl.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <mutex>
+
+namespace foundation::certificates {
+
+struct X509Access
+{
+    /// Returns a further reference to the certificate's OpenSSL object, never null. Nobody may change the
+    /// object. Holds the certificate's lock meanwhile, and leaves OpenSSL's error queue as it is.
+    /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate
+    ///     has no content."
+    static X509UPtr share(X509Certificate const& certificate)
+    {
+        std::lock_guard<std::mutex> const lock(certificate.mutex);
+        if (certificate.impl == nullptr) {
+            throw X509CertificateException("Error: X509Certificate is uninitialized.");
+        }
+        X509* const x509 = certificate.impl->x509.get();
+        if (x509 == nullptr || X509_up_ref(x509) != 1) {
+            throw X509CertificateException("Error: X509Certificate has no content.");
+        }
+        return makeX509(x509);
+    }
+};
+
+} // namespace foundation::certificates

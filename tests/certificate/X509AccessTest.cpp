@@ -1,0 +1,49 @@
+#include "certificate/X509Access.hpp"
+
+#include "support/assertions/ExactThrow.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+
+namespace foundation::test {
+namespace {
+
+using namespace foundation::certificates;
+
+TEST(X509Access, SharesOneObjectAmongCopies)
+{
+    auto const certificate = load(makeRoot("root"));
+    auto const copy = certificate;
+    EXPECT_EQ(X509Access::share(certificate).get(), X509Access::share(copy).get());
+}
+
+TEST(X509Access, OutlivesTheCertificate)
+{
+    auto const root = makeRoot("root");
+    auto certificate = std::make_unique<X509Certificate>(root.der());
+    auto const shared = X509Access::share(*certificate);
+    certificate.reset();
+    EXPECT_EQ(X509_cmp(shared.get(), root.certificate.get()), 0);
+}
+
+TEST(X509Access, RefusesACertificateWithoutContent)
+{
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.",
+        X509Access::share(X509Certificate()));
+}
+
+TEST(X509Access, RefusesACertificateThatWasMovedFrom)
+{
+    auto certificate = load(makeRoot("root"));
+    auto const target = std::move(certificate);
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate is uninitialized.", X509Access::share(certificate));
+}
+
+} // namespace
+} // namespace foundation::test
