@@ -42,7 +42,7 @@ int entriesIn(X509_STORE* store)
     return sk_X509_OBJECT_num(X509_STORE_get0_objects(store));
 }
 
-/// A server with the leaf of the test PKI and the certificate above it.
+/// Returns a server that sends the leaf of the test PKI and its intermediate.
 TLSContextHandle makeServer()
 {
     return makeTLSServer(
@@ -54,7 +54,7 @@ bool clientAcceptsServer(TLSContextHandle const& client, TLSContextHandle const&
     return verifyResultOfHandshake(client, server) == X509_V_OK;
 }
 
-TEST(GetOpenSSLStore, GivesFurtherOwnersOfTheLiveStore)
+TEST(GetOpenSSLStore, ReturnsFurtherOwnerOfLiveStore)
 {
     TrustStore store = storeOf("root");
     auto const live = getOpenSSLStore(store);
@@ -66,7 +66,7 @@ TEST(GetOpenSSLStore, GivesFurtherOwnersOfTheLiveStore)
     EXPECT_EQ(live.use_count(), 1);
 }
 
-TEST(CopyOpenSSLStore, GivesAStoreOfItsOwn)
+TEST(CopyOpenSSLStore, CopyIsIndependent)
 {
     TrustStore store = storeOf("root");
     auto const copy = copyOpenSSLStore(store);
@@ -83,7 +83,7 @@ TEST(CopyOpenSSLStore, GivesAStoreOfItsOwn)
     EXPECT_EQ(entriesIn(copy.get()), 3);
 }
 
-TEST(CopyOpenSSLStore, OfAnEmptyStoreIsAnEmptyStore)
+TEST(CopyOpenSSLStore, CopyOfEmptyStoreIsEmptyStore)
 {
     auto const copy = copyOpenSSLStore(TrustStore());
     ASSERT_NE(copy, nullptr);
@@ -91,7 +91,7 @@ TEST(CopyOpenSSLStore, OfAnEmptyStoreIsAnEmptyStore)
     require(X509_STORE_add_cert(copy.get(), pki()["root"].certificate.get()));
 }
 
-TEST(CopyOpenSSLStore, HoldsTheSameCrlsAndNoneOfTheSameCertificates)
+TEST(CopyOpenSSLStore, CopySharesCrlsAndDuplicatesCertificates)
 {
     TrustStore const store = storeOf("root");
     auto const live = getOpenSSLStore(store);
@@ -114,11 +114,11 @@ TEST(CopyOpenSSLStore, HoldsTheSameCrlsAndNoneOfTheSameCertificates)
     EXPECT_EQ(crls, 1);
 }
 
-TEST(OpenSSLStoreOfAMovedFromTrustStore, DoesNotExist)
+TEST(OpenSSLStoreAccess, MovedFromTrustStoreHasNoStore)
 {
     TrustStore source = storeOf("root");
     TrustStore const target(std::move(source));
-    // NOLINTBEGIN(bugprone-use-after-move): what is left is documented
+    // NOLINTBEGIN(bugprone-use-after-move): the state of the source is documented
     EXPECT_EQ(getOpenSSLStore(source), nullptr);
     auto const copy = copyOpenSSLStore(source);
     EXPECT_EQ(copy, nullptr);
@@ -131,14 +131,14 @@ TEST(OpenSSLStoreOfAMovedFromTrustStore, DoesNotExist)
     // NOLINTEND(bugprone-use-after-move)
 }
 
-TEST(AttachTrustStore, DoesNothingToANullContext)
+TEST(AttachTrustStore, NullContextIsIgnored)
 {
     TrustStore const store = storeOf("root");
     EXPECT_NO_THROW(attachTrustStoreToSSLCTX(store, nullptr));
     EXPECT_EQ(getOpenSSLStore(store).use_count(), 2);
 }
 
-TEST(AttachTrustStore, SharesTheLiveStoreAndNoCopyOfIt)
+TEST(AttachTrustStore, ContextSharesLiveStore)
 {
     TrustStore store;
     auto const context = makeTLSContext();
@@ -151,13 +151,13 @@ TEST(AttachTrustStore, SharesTheLiveStoreAndNoCopyOfIt)
     EXPECT_EQ(entriesIn(SSL_CTX_get_cert_store(context.get())), 1);
 }
 
-TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
+TEST(AttachTrustStore, ContextHasItsOwnReference)
 {
     auto const context = makeTLSContext();
     {
         TrustStore const store = storeOf("root");
         attachTrustStoreToSSLCTX(store, context.get());
-        // A second time gives up one reference and takes another.
+        // The second call releases one reference and takes another.
         attachTrustStoreToSSLCTX(store, context.get());
     }
     EXPECT_EQ(entriesIn(SSL_CTX_get_cert_store(context.get())), 1);
@@ -171,7 +171,7 @@ TEST(AttachTrustStore, LeavesTheContextAReferenceOfItsOwn)
     EXPECT_EQ(store.getPEMStrings().size(), 1U);
 }
 
-TEST(AttachTrustStore, LetsAHandshakeSucceedAsSoonAsTheRootIsAdded)
+TEST(AttachTrustStore, HandshakeSucceedsOnceRootIsAdded)
 {
     auto const server = makeServer();
     auto const client = makeTLSClient();
@@ -187,7 +187,7 @@ TEST(AttachTrustStore, LetsAHandshakeSucceedAsSoonAsTheRootIsAdded)
     EXPECT_TRUE(clientAcceptsServer(client, server));
 }
 
-TEST(AttachTrustStore, ServesHandshakesAfterTheTrustStoreIsGone)
+TEST(AttachTrustStore, HandshakeSucceedsAfterTrustStoreIsDestroyed)
 {
     auto const server = makeServer();
     auto const client = makeTLSClient();
@@ -198,7 +198,7 @@ TEST(AttachTrustStore, ServesHandshakesAfterTheTrustStoreIsGone)
     EXPECT_TRUE(clientAcceptsServer(client, server));
 }
 
-TEST(OpenSSLStoreAccess, LeavesTheErrorQueueAsItWas)
+TEST(OpenSSLStoreAccess, ErrorQueueIsUnchanged)
 {
     TrustStore const store = storeOf("root");
     auto const context = makeTLSContext();

@@ -39,7 +39,7 @@ constexpr int error = 16;
 constexpr char const garbageText[] =
     "Failed to parse DER data to X509 certificate. Cert size = 3\nCert Bytes =  0x01 0x02 0x03 \n";
 
-/// Stands for an operating system whose store holds the given bytes.
+/// Delivers the given bytes in place of an operating system.
 class DeliveringAdder : public ISystemCertificateAdder
 {
 public:
@@ -93,7 +93,7 @@ std::vector<std::string> namesIn(TrustStore const& store)
     return names;
 }
 
-TEST(SystemCertificates, AreKeptIfTheyAreValidAndFit)
+TEST(SystemCertificates, ValidCertificateStaysAndExpiredOneIsRemoved)
 {
     TrustStore store = storeFedWith({derOf("expired", expiredSince(24h)), derOf("valid")});
     LogCapture const log;
@@ -102,7 +102,7 @@ TEST(SystemCertificates, AreKeptIfTheyAreValidAndFit)
     EXPECT_EQ(log.messages(), (std::vector<std::string>{dropped("expired", true, false), removed(1)}));
 }
 
-TEST(SystemCertificates, AreLoggedAsInformationOfTheLibrary)
+TEST(SystemCertificates, RecordsHaveSeverityAndChannel)
 {
     TrustStore store = storeFedWith({derOf("expired", expiredSince(24h)), {1, 2, 3}});
     LogCapture const log;
@@ -115,7 +115,7 @@ TEST(SystemCertificates, AreLoggedAsInformationOfTheLibrary)
     EXPECT_EQ(severities, (std::vector<int>{error, information, information}));
 }
 
-TEST(SystemCertificates, LeaveNoRecordWhereNobodyListens)
+TEST(SystemCertificates, DisabledRecordsAreNotWritten)
 {
     TrustStore store = storeFedWith({derOf("expired", expiredSince(24h)), {1, 2, 3}});
     LogCapture const log(63 & ~(information | error));
@@ -124,16 +124,16 @@ TEST(SystemCertificates, LeaveNoRecordWhereNobodyListens)
     EXPECT_EQ(log.messages(), std::vector<std::string>());
 }
 
-TEST(SystemCertificates, TakeExpiredHandAddedCertificatesWithThem)
+TEST(SystemCertificates, ExpiredCertificateOfCallerIsRemoved)
 {
     TrustStore store = storeFedWith({});
-    store.addCertificate(X509Certificate(derOf("added by hand", expiredSince(1min))));
+    store.addCertificate(X509Certificate(derOf("added by the caller", expiredSince(1min))));
     store.addCertificate(X509Certificate(derOf("valid")));
     store.addSystemCertificates(serverAuthentication);
     EXPECT_EQ(namesIn(store), std::vector<std::string>{"valid"});
 }
 
-TEST(SystemCertificates, AreCountedEvenIfThereAreNone)
+TEST(SystemCertificates, NumberOfRemovedCertificatesIsLoggedIfZero)
 {
     TrustStore store = storeFedWith({});
     LogCapture const log;
@@ -141,7 +141,7 @@ TEST(SystemCertificates, AreCountedEvenIfThereAreNone)
     EXPECT_EQ(log.messages(), std::vector<std::string>{removed(0)});
 }
 
-TEST(SystemCertificates, OfAnUnknownUsageAreNone)
+TEST(SystemCertificates, UnknownUsageEmptiesStore)
 {
     TrustStore store = storeFedWith({derOf("a"), derOf("b", expiredSince(24h))});
     store.addCertificate(X509Certificate(derOf("c")));
@@ -157,7 +157,7 @@ TEST(SystemCertificates, OfAnUnknownUsageAreNone)
     EXPECT_EQ(messages.back(), removed(3));
 }
 
-TEST(SystemCertificates, AreJudgedAgainByTheUsageOfALaterCall)
+TEST(SystemCertificates, LaterCallAppliesItsOwnUsage)
 {
     auto const codeSigner = [](CertificateSpec& spec) {
         spec.setExtension("extendedKeyUsage", "codeSigning");
@@ -169,7 +169,7 @@ TEST(SystemCertificates, AreJudgedAgainByTheUsageOfALaterCall)
     EXPECT_EQ(namesIn(store), std::vector<std::string>{"for all"});
 }
 
-TEST(SystemCertificates, LoseCrlsAndEntriesOfNoType)
+TEST(SystemCertificates, CrlsAndEntriesOfNoTypeAreRemoved)
 {
     TrustStore store = storeFedWith({derOf("valid")});
     auto const live = getOpenSSLStore(store);
@@ -183,7 +183,7 @@ TEST(SystemCertificates, LoseCrlsAndEntriesOfNoType)
     EXPECT_EQ(log.messages(), (std::vector<std::string>{noCertificate, noCertificate, removed(2)}));
 }
 
-TEST(SystemCertificates, ThatCannotBeParsedAreLoggedAndPassedOver)
+TEST(SystemCertificates, DamagedCertificateIsLoggedAndSkipped)
 {
     TrustStore store = storeFedWith({{1, 2, 3}, derOf("valid")});
     store.addCertificate(X509Certificate(derOf("expired", expiredSince(24h))));
@@ -197,7 +197,7 @@ TEST(SystemCertificates, ThatCannotBeParsedAreLoggedAndPassedOver)
             dropped("expired", true, false), removed(1)}));
 }
 
-TEST(SystemCertificates, ThatCannotBeParsedEndTheRunIfTheCallerWantsThat)
+TEST(SystemCertificates, DamagedCertificateEndsRunIfFailuresAreRethrown)
 {
     TrustStore store = storeFedWith({derOf("first"), {1, 2, 3}, derOf("last")});
     store.addCertificate(X509Certificate(derOf("expired", expiredSince(24h))));
@@ -208,7 +208,7 @@ TEST(SystemCertificates, ThatCannotBeParsedEndTheRunIfTheCallerWantsThat)
     EXPECT_EQ(log.messages(), std::vector<std::string>());
 }
 
-TEST(SystemCertificates, ArePassedOverByDefaultIfTheyCannotBeParsed)
+TEST(SystemCertificates, DamagedCertificateIsSkippedByDefault)
 {
     LogCapture const log;
     TrustStore store = storeFedWith({{1, 2, 3}, derOf("valid")});
@@ -216,7 +216,7 @@ TEST(SystemCertificates, ArePassedOverByDefaultIfTheyCannotBeParsed)
     EXPECT_EQ(store.size(), 1U);
 }
 
-TEST(SystemCertificates, LeaveForeignErrorsInTheQueueHoweverManyTheyCause)
+TEST(SystemCertificates, ErrorQueueIsUnchangedAfterManyDamagedCertificates)
 {
     LogCapture const log;
     std::vector<Bytes> const manyDamaged(40, Bytes{1, 2, 3});
@@ -231,45 +231,75 @@ TEST(SystemCertificates, LeaveForeignErrorsInTheQueueHoweverManyTheyCause)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
 
-TEST(SystemCertificates, AreJudgedByTheEndOfTheirValidityAlone)
+TEST(SystemCertificateFilter, OnlyEndOfValidityCounts)
 {
     struct Row
     {
         std::string name;
         Mutation mutate;
-        bool stays;
+        bool isKept;
     };
+    constexpr bool stays = true;
+    constexpr bool isRemoved = false;
     std::vector<Row> const rows = {
-        {"tomorrow", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(24h); }, true},
-        {"a minute left", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(1min); }, true},
-        {"a second ago", expiredSince(1s), false},
-        {"years ago", expiredSince(std::chrono::hours(24 * 365 * 5)), false},
-        {"unreadable end", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); }, false},
-        {"for ever",
+        {"starts tomorrow", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(24h); }, stays},
+        {"ends in a minute", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(1min); }, stays},
+        {"ended a second ago", expiredSince(1s), isRemoved},
+        {"ended years ago", expiredSince(std::chrono::hours(24 * 365 * 5)), isRemoved},
+        {"unreadable end", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); }, isRemoved},
+        {"no expiry",
          [](CertificateSpec& spec) {
              spec.notAfter = TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "99991231235959Z");
          },
-         true},
+         stays},
     };
     for (Row const& row : rows) {
         SCOPED_TRACE(row.name);
         TrustStore store = storeFedWith({derOf(row.name, row.mutate)});
         LogCapture const log;
         store.addSystemCertificates(serverAuthentication);
-        EXPECT_EQ(store.size(), row.stays ? 1U : 0U);
-        if (!row.stays) {
+        EXPECT_EQ(store.size(), row.isKept ? 1U : 0U);
+        if (!row.isKept) {
             EXPECT_EQ(log.messages(), (std::vector<std::string>{dropped(row.name, true, false), removed(1)}));
         }
     }
 }
 
+/// A certificate with the given extensions, or without them, and the usages that it fits.
 struct UsageRow
 {
+    explicit UsageRow(std::string nameOfRow) : name(std::move(nameOfRow)) {}
+
+    UsageRow withKeyUsage(std::string const& value) const
+    {
+        UsageRow row(*this);
+        row.keyUsage = value;
+        return row;
+    }
+    UsageRow withExtendedKeyUsage(std::string const& value) const
+    {
+        UsageRow row(*this);
+        row.extendedKeyUsage = value;
+        return row;
+    }
+    UsageRow forServers() const
+    {
+        UsageRow row(*this);
+        row.fitsServerAuthentication = true;
+        return row;
+    }
+    UsageRow forSigning() const
+    {
+        UsageRow row(*this);
+        row.fitsSigning = true;
+        return row;
+    }
+
     std::string name;
     std::string keyUsage;
     std::string extendedKeyUsage;
-    bool fitsServerAuthentication;
-    bool fitsSigning;
+    bool fitsServerAuthentication = false;
+    bool fitsSigning = false;
 };
 
 X509Handle certificateOf(UsageRow const& row)
@@ -288,25 +318,25 @@ X509Handle certificateOf(UsageRow const& row)
         .certificate;
 }
 
-TEST(SystemCertificateFilter, JudgesByKeyUsageAndExtendedKeyUsage)
+TEST(SystemCertificateFilter, KeyUsageAndExtendedKeyUsageDecide)
 {
     std::vector<UsageRow> const rows = {
-        {"neither", "", "", true, true},
-        {"nonRepudiation", "nonRepudiation,dataEncipherment", "", false, false},
-        {"digitalSignature", "digitalSignature", "", true, true},
-        {"keyCertSign", "keyCertSign", "", true, true},
-        {"cRLSign", "cRLSign", "", false, true},
-        {"keyEncipherment", "keyEncipherment", "", true, false},
-        {"keyAgreement", "nonRepudiation,keyAgreement,decipherOnly", "", true, false},
-        {"serverAuth", "", "serverAuth", true, false},
-        {"clientAuth", "", "clientAuth", false, false},
-        {"codeSigning", "", "codeSigning", false, true},
-        {"emailProtection", "", "emailProtection", false, true},
-        {"timeStamping", "", "timeStamping", false, true},
-        {"anyExtendedKeyUsage", "", "anyExtendedKeyUsage", false, true},
-        {"serverAuth and timeStamping", "", "serverAuth,timeStamping", true, true},
-        {"a usage nobody knows", "", "1.2.3.4.5", false, false},
-        {"right extension but wrong key usage", "keyEncipherment", "codeSigning", false, false},
+        UsageRow("neither extension").forServers().forSigning(),
+        UsageRow("nonRepudiation").withKeyUsage("nonRepudiation,dataEncipherment"),
+        UsageRow("digitalSignature").withKeyUsage("digitalSignature").forServers().forSigning(),
+        UsageRow("keyCertSign").withKeyUsage("keyCertSign").forServers().forSigning(),
+        UsageRow("cRLSign").withKeyUsage("cRLSign").forSigning(),
+        UsageRow("keyEncipherment").withKeyUsage("keyEncipherment").forServers(),
+        UsageRow("keyAgreement").withKeyUsage("nonRepudiation,keyAgreement,decipherOnly").forServers(),
+        UsageRow("serverAuth").withExtendedKeyUsage("serverAuth").forServers(),
+        UsageRow("clientAuth").withExtendedKeyUsage("clientAuth"),
+        UsageRow("codeSigning").withExtendedKeyUsage("codeSigning").forSigning(),
+        UsageRow("emailProtection").withExtendedKeyUsage("emailProtection").forSigning(),
+        UsageRow("timeStamping").withExtendedKeyUsage("timeStamping").forSigning(),
+        UsageRow("anyExtendedKeyUsage").withExtendedKeyUsage("anyExtendedKeyUsage").forSigning(),
+        UsageRow("two usages").withExtendedKeyUsage("serverAuth,timeStamping").forServers().forSigning(),
+        UsageRow("unknown usage").withExtendedKeyUsage("1.2.3.4.5"),
+        UsageRow("wrong key usage").withKeyUsage("keyEncipherment").withExtendedKeyUsage("codeSigning"),
     };
     for (UsageRow const& row : rows) {
         SCOPED_TRACE(row.name);
@@ -317,15 +347,15 @@ TEST(SystemCertificateFilter, JudgesByKeyUsageAndExtendedKeyUsage)
     }
 }
 
-TEST(SystemCertificateFilter, RefusesAnExtendedKeyUsageOfNothing)
+TEST(SystemCertificateFilter, EmptyExtendedKeyUsageIsRefused)
 {
-    auto const made = makeRoot("none at all", [](CertificateSpec& spec) {
+    auto const made = makeRoot("no usages", [](CertificateSpec& spec) {
         spec.setRawExtension("extendedKeyUsage", {0x30, 0x00});
     });
     EXPECT_FALSE(isValidForUsage(made.certificate.get(), signing));
 }
 
-TEST(SystemCertificateFilter, AsksOpenSSLAboutTLSServers)
+TEST(SystemCertificateFilter, ServerAuthenticationFollowsOpenSSL)
 {
     auto const root = makeRoot("root");
     auto const leaf = makeLeaf(root, "leaf");
@@ -341,7 +371,7 @@ TEST(SystemCertificateFilter, AsksOpenSSLAboutTLSServers)
     EXPECT_FALSE(isValidForUsage(clientLeaf.certificate.get(), serverAuthentication));
 }
 
-TEST(SystemCertificateFilter, TellsWhyACertificateGoes)
+TEST(SystemCertificateFilter, RecordNamesReasonForRemoval)
 {
     auto const forClients = [](CertificateSpec& spec) {
         spec.setExtension("extendedKeyUsage", "clientAuth");
@@ -368,7 +398,7 @@ TEST(SystemCertificateFilter, TellsWhyACertificateGoes)
     }
 }
 
-TEST(SystemCertificateFilter, RemovesNeighboursWithoutASlip)
+TEST(SystemCertificateFilter, NeighboringEntriesAreRemoved)
 {
     std::vector<Bytes> certificates;
     for (int number = 0; number < 20; ++number) {
@@ -413,7 +443,7 @@ TEST(SystemCertificateUsage, NIDsAreThoseOfTheOIDs)
     }
 }
 
-TEST(SystemCertificateDelivery, HandlesNothingButTrustStoreExceptions)
+TEST(SystemCertificateDelivery, OnlyTrustStoreExceptionIsHandled)
 {
     LogCapture const log;
     for (bool const rethrowOnFailure : {false, true}) {

@@ -50,7 +50,7 @@ std::string rootPem(std::string const& name)
     return makeRoot(name).pem();
 }
 
-/// The common names of what the adder delivers, before any filter.
+/// Returns the common names of the delivered certificates. No filter runs.
 std::set<std::string>
 delivered(SystemCertificateAdder adder, Usage usage = serverAuthentication, bool rethrowOnFailure = true)
 {
@@ -75,7 +75,7 @@ SystemCertificateAdder folderAdder(fs::path const& folder)
     return SystemCertificateAdder({{}, {folder.string()}});
 }
 
-/// Delivers a bundle of one file with the given content.
+/// Delivers the given content as a bundle.
 Names deliveredFrom(
     std::string const& content, Usage usage = serverAuthentication, bool rethrowOnFailure = true)
 {
@@ -92,7 +92,7 @@ std::string relabelled(std::string pem, std::string const& label)
     return pem;
 }
 
-/// The certificate in OpenSSL's own form with settings behind it.
+/// Returns the certificate with trust settings, in OpenSSL's own form.
 std::string
 trustedPem(std::string const& name, std::vector<int> const& trusted, std::vector<int> const& rejected)
 {
@@ -109,7 +109,7 @@ trustedPem(std::string const& name, std::vector<int> const& trusted, std::vector
     return asText(contentOf(bio));
 }
 
-TEST(PosixSystemCertificateLocations, GiveTheFirstFileThatCanBeRead)
+TEST(PosixSystemCertificateLocations, FirstExistingFileIsRead)
 {
     TemporaryFolder const folder;
     auto const first = folder.write("first.pem", rootPem("first")).string();
@@ -131,7 +131,7 @@ TEST(PosixSystemCertificateLocations, GiveTheFirstFileThatCanBeRead)
     EXPECT_EQ(adder.folder(), "");
 }
 
-TEST(PosixSystemCertificateLocations, GiveTheFirstFolderWhereThereIsNoFile)
+TEST(PosixSystemCertificateLocations, FirstExistingFolderIsReadIfThereIsNoFile)
 {
     TemporaryFolder const first;
     TemporaryFolder const second;
@@ -147,7 +147,7 @@ TEST(PosixSystemCertificateLocations, GiveTheFirstFolderWhereThereIsNoFile)
     EXPECT_EQ(delivered(adder), Names{"first"});
 }
 
-TEST(PosixSystemCertificateLocations, AreNamedIfThereIsNothingAtAny)
+TEST(PosixSystemCertificateLocations, ExceptionNamesAllMissingPlaces)
 {
     TemporaryFolder const folder;
     std::string const missing = folder.path().string() + "/";
@@ -165,7 +165,7 @@ TEST(PosixSystemCertificateLocations, AreNamedIfThereIsNothingAtAny)
         delivered(SystemCertificateAdder(posix::SystemCertificateLocations())));
 }
 
-TEST(PosixSystemCertificateLocations, StopTheTrustStoreBeforeItsFilterIfThereIsNothingAtAny)
+TEST(PosixSystemCertificateLocations, FilterDoesNotRunIfAllPlacesAreMissing)
 {
     TrustStore store(std::make_unique<SystemCertificateAdder>(posix::SystemCertificateLocations()));
     store.addCertificate(X509Certificate(makeRoot("expired", [](CertificateSpec& spec) {
@@ -177,7 +177,7 @@ TEST(PosixSystemCertificateLocations, StopTheTrustStoreBeforeItsFilterIfThereIsN
     EXPECT_EQ(store.size(), 1U);
 }
 
-TEST(PosixSystemCertificateLocations, AreWhatTheFreeFunctionsTell)
+TEST(PosixSystemCertificateLocations, FreeFunctionsReportPlacesOfDefaultAdder)
 {
     SystemCertificateAdder const adder;
     EXPECT_EQ(getSystemCertificatesFile(), adder.file());
@@ -187,7 +187,7 @@ TEST(PosixSystemCertificateLocations, AreWhatTheFreeFunctionsTell)
     EXPECT_TRUE(getSystemCertificatesFile().empty() || getSystemCertificatesFolder().empty());
 }
 
-TEST(PosixSystemCertificateLocations, AreKeptByAClone)
+TEST(PosixSystemCertificateLocations, CloneKeepsPlaces)
 {
     TemporaryFolder const folder;
     SystemCertificateAdder const adder = bundleAdder(folder.write("bundle.pem", rootPem("root")));
@@ -197,12 +197,12 @@ TEST(PosixSystemCertificateLocations, AreKeptByAClone)
     EXPECT_EQ(store.size(), 1U);
 }
 
-TEST(PosixSystemCertificateFolder, DeliversEachFileOnce)
+TEST(PosixSystemCertificateFolder, FileWithSeveralLinksIsReadOnce)
 {
     TemporaryFolder const folder;
     TemporaryFolder const elsewhere;
     auto const file = folder.write("a.pem", rootPem("a"));
-    // Damage is counted once for each time that a file is read.
+    // Each read of this file writes a record.
     auto const damaged = elsewhere.write("damaged.pem", std::string("-----BEGIN CERTIFICATE-----\n"));
     fs::create_symlink("a.pem", folder.path() / "01234567.0");
     fs::create_symlink(file, folder.path() / "89abcdef.0");
@@ -219,23 +219,23 @@ TEST(PosixSystemCertificateFolder, DeliversEachFileOnce)
                             fs::canonical(damaged).string() + ": CERTIFICATE"});
 }
 
-TEST(PosixSystemCertificateFolder, PassesOverWhatIsNoRegularFile)
+TEST(PosixSystemCertificateFolder, OnlyRegularFilesAreRead)
 {
     TemporaryFolder const folder;
     folder.write("root.crt", rootPem("root"));
-    folder.write("README", std::string("nothing of interest"));
+    folder.write("README", std::string("no certificate"));
     folder.write("empty.pem", std::string());
     fs::create_directory(folder.path() / "subfolder.pem");
     fs::create_symlink("missing.pem", folder.path() / "dangling.pem");
     fs::create_symlink("circle.pem", folder.path() / "circle.pem");
-    // Reading from this would wait for a writer for ever.
+    // Reading from a pipe would wait for a writer.
     ASSERT_EQ(mkfifo((folder.path() / "pipe.pem").c_str(), 0600), 0);
     EXPECT_EQ(delivered(folderAdder(folder.path())), Names{"root"});
 }
 
 #ifdef __linux__
-// A regular file that opens, and fails when it is read: the memory at address 0.
-TEST(PosixSystemCertificateFolder, LogsAFileThatFailsWhenItIsReadAndDeliversItsNeighbours)
+// The memory of the process opens like a regular file. Address 0 cannot be read.
+TEST(PosixSystemCertificateFolder, FileThatFailsWhileItIsReadIsLoggedAndSkipped)
 {
     TemporaryFolder const folder;
     folder.write("a.pem", rootPem("a"));
@@ -251,13 +251,13 @@ TEST(PosixSystemCertificateFolder, LogsAFileThatFailsWhenItIsReadAndDeliversItsN
 }
 #endif
 
-TEST(PosixSystemCertificateFolder, MayBeEmpty)
+TEST(PosixSystemCertificateFolder, EmptyFolderIsAllowed)
 {
     TemporaryFolder const folder;
     EXPECT_EQ(delivered(folderAdder(folder.path())), Names());
 }
 
-TEST(PosixSystemCertificateFolder, ReadsBundlesToo)
+TEST(PosixSystemCertificateFolder, BundlesInFolderAreRead)
 {
     TemporaryFolder const folder;
     folder.write("bundle.crt", rootPem("a") + rootPem("b"));
@@ -266,7 +266,7 @@ TEST(PosixSystemCertificateFolder, ReadsBundlesToo)
     EXPECT_EQ(delivered(folderAdder(folder.path())), (Names{"a", "b", "c"}));
 }
 
-TEST(PosixSystemCertificateBundle, MayHoldTextAroundItsBlocks)
+TEST(PosixSystemCertificateBundle, TextAroundBlocksIsIgnored)
 {
     std::string windowsLineEnds;
     for (char const character : rootPem("b")) {
@@ -282,12 +282,12 @@ TEST(PosixSystemCertificateBundle, MayHoldTextAroundItsBlocks)
     EXPECT_EQ(deliveredFrom("no block at all\n-----END CERTIFICATE-----\n"), Names());
 }
 
-TEST(PosixSystemCertificateBundle, TakesAnOlderLabel)
+TEST(PosixSystemCertificateBundle, OlderLabelIsAccepted)
 {
     EXPECT_EQ(deliveredFrom(relabelled(rootPem("a"), "X509 CERTIFICATE") + rootPem("b")), (Names{"a", "b"}));
 }
 
-TEST(PosixSystemCertificateBundle, DoesNotCheckKeys)
+TEST(PosixSystemCertificateBundle, WeakKeyIsDelivered)
 {
     auto const weak = makeRoot("weak", [](CertificateSpec& spec) { spec.key = rsaKey(1023); });
     EXPECT_EQ(deliveredFrom(weak.pem()), Names{"weak"});
@@ -297,7 +297,7 @@ struct DamageRow
 {
     std::string name;
     std::string block;
-    std::string label; ///< empty: the trust store itself refuses it
+    std::string reportedLabel; ///< empty if the trust store refuses the block's content
 };
 
 std::vector<DamageRow> damagedBlocks()
@@ -311,23 +311,24 @@ std::vector<DamageRow> damagedBlocks()
     std::string encrypted = good;
     encrypted.insert(
         header.size(), "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
+    std::string const refusedByTrustStore;
     return {
-        {"garbage in DER", garbage, ""},
+        {"garbage in DER", garbage, refusedByTrustStore},
         {"bad base64", badBase64, "CERTIFICATE"},
-        {"no end", good.substr(0, good.size() / 2) + "\n", "CERTIFICATE"},
-        {"nothing but a beginning", header, "CERTIFICATE"},
-        {"the end of another block", good.substr(0, good.find("-----END")) + "-----END NOVELTY-----\n",
+        {"no END line", good.substr(0, good.size() / 2) + "\n", "CERTIFICATE"},
+        {"BEGIN line only", header, "CERTIFICATE"},
+        {"END line of another label", good.substr(0, good.find("-----END")) + "-----END NOVELTY-----\n",
          "CERTIFICATE"},
         {"no content", header + "-----END CERTIFICATE-----\n", "CERTIFICATE"},
         {"encrypted", encrypted, "CERTIFICATE"},
-        {"a private key", toPem(key), "PRIVATE KEY"},
-        {"a CRL", toPem(makeCrl(makeRoot("issuer"))), "X509 CRL"},
-        {"another label", relabelled(good, "NOVELTY"), "NOVELTY"},
+        {"private key", toPem(key), "PRIVATE KEY"},
+        {"CRL", toPem(makeCrl(makeRoot("issuer"))), "X509 CRL"},
+        {"unknown label", relabelled(good, "NOVELTY"), "NOVELTY"},
         {"trust settings of garbage", relabelled(garbage, "TRUSTED CERTIFICATE"), "TRUSTED CERTIFICATE"},
     };
 }
 
-TEST(PosixSystemCertificateBundle, LogsADamagedBlockAndDeliversItsNeighbours)
+TEST(PosixSystemCertificateBundle, DamagedBlockIsLoggedAndSkipped)
 {
     for (DamageRow const& row : damagedBlocks()) {
         SCOPED_TRACE(row.name);
@@ -337,10 +338,10 @@ TEST(PosixSystemCertificateBundle, LogsADamagedBlockAndDeliversItsNeighbours)
         auto const foreign = queueForeignError();
         LogCapture const log;
         EXPECT_EQ(delivered(bundleAdder(file), serverAuthentication, false), (Names{"before", "after"}));
-        std::string const reason = row.label.empty()
+        std::string const reason = row.reportedLabel.empty()
                                        ? "Failed to parse DER data to X509 certificate. Cert size = 3\nCert "
                                          "Bytes =  0x01 0x02 0x03 \n"
-                                       : "Unusable PEM block in " + file.string() + ": " + row.label;
+                                       : "Unusable PEM block in " + file.string() + ": " + row.reportedLabel;
         ASSERT_EQ(log.records().size(), 1U);
         EXPECT_EQ(log.records().front().severity, 16);
         EXPECT_EQ(
@@ -353,7 +354,7 @@ TEST(PosixSystemCertificateBundle, LogsADamagedBlockAndDeliversItsNeighbours)
     }
 }
 
-TEST(PosixSystemCertificateBundle, NeverShowsAPrivateKey)
+TEST(PosixSystemCertificateBundle, PrivateKeyIsNotLogged)
 {
     auto const key = p256Key("stray key");
     LogCapture const log;
@@ -362,7 +363,7 @@ TEST(PosixSystemCertificateBundle, NeverShowsAPrivateKey)
     EXPECT_EQ(log.messages().front().find("0x"), std::string::npos);
 }
 
-TEST(PosixSystemCertificateBundle, KeepsForeignErrorsHoweverManyBlocksAreDamaged)
+TEST(PosixSystemCertificateBundle, ErrorQueueIsUnchangedAfterManyDamagedBlocks)
 {
     std::string content;
     for (int count = 0; count < 40; ++count) {
@@ -379,6 +380,25 @@ TEST(PosixSystemCertificateBundle, KeepsForeignErrorsHoweverManyBlocksAreDamaged
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
 
+/// The usages for which a certificate is delivered.
+enum class Fit
+{
+    Neither,
+    Servers,
+    Signing,
+    Both
+};
+
+bool fitsServers(Fit fit)
+{
+    return fit == Fit::Servers || fit == Fit::Both;
+}
+
+bool fitsSigning(Fit fit)
+{
+    return fit == Fit::Signing || fit == Fit::Both;
+}
+
 std::string pemFor(std::string const& name, std::string const& extendedKeyUsage)
 {
     return makeRoot(
@@ -391,41 +411,40 @@ std::string pemFor(std::string const& name, std::string const& extendedKeyUsage)
         .pem();
 }
 
-TEST(PosixSystemCertificateUsage, IsJudgedByExtendedKeyUsage)
+TEST(PosixSystemCertificateUsage, ExtendedKeyUsageDecides)
 {
     struct Row
     {
         std::string extendedKeyUsage;
-        bool forServers;
-        bool forSigning;
+        Fit fit;
     };
     std::vector<Row> const rows = {
-        {"serverAuth", true, false},
-        {"codeSigning", false, true},
-        {"emailProtection", false, true},
-        {"timeStamping", false, true},
-        {"anyExtendedKeyUsage", true, true},
-        {"clientAuth", false, false},
-        {"clientAuth,serverAuth", true, false},
-        {"1.2.3.4,timeStamping", false, true},
+        {"serverAuth", Fit::Servers},
+        {"codeSigning", Fit::Signing},
+        {"emailProtection", Fit::Signing},
+        {"timeStamping", Fit::Signing},
+        {"anyExtendedKeyUsage", Fit::Both},
+        {"clientAuth", Fit::Neither},
+        {"clientAuth,serverAuth", Fit::Servers},
+        {"1.2.3.4,timeStamping", Fit::Signing},
     };
     for (Row const& row : rows) {
         SCOPED_TRACE(row.extendedKeyUsage);
         std::string const pem = pemFor("root", row.extendedKeyUsage);
-        EXPECT_EQ(deliveredFrom(pem, serverAuthentication).size(), row.forServers ? 1U : 0U);
-        EXPECT_EQ(deliveredFrom(pem, signing).size(), row.forSigning ? 1U : 0U);
+        EXPECT_EQ(deliveredFrom(pem, serverAuthentication).size(), fitsServers(row.fit) ? 1U : 0U);
+        EXPECT_EQ(deliveredFrom(pem, signing).size(), fitsSigning(row.fit) ? 1U : 0U);
         EXPECT_EQ(deliveredFrom(pem, unknownUsage), Names());
     }
 }
 
-TEST(PosixSystemCertificateUsage, OfAnyKindIsServedByCertificatesWithoutRestriction)
+TEST(PosixSystemCertificateUsage, UnrestrictedCertificateFitsEveryUsage)
 {
     for (Usage const usage : {serverAuthentication, signing, unknownUsage}) {
         EXPECT_EQ(deliveredFrom(rootPem("unrestricted"), usage), Names{"unrestricted"});
     }
 }
 
-TEST(PosixSystemCertificateUsage, IsNotServedByARestrictionThatCannotBeRead)
+TEST(PosixSystemCertificateUsage, UnreadableRestrictionFitsNoUsage)
 {
     for (Bytes const& content : {Bytes{0x30, 0x00}, Bytes{0x04, 0x01, 0x00}, Bytes{0x30, 0x7F}}) {
         auto const made = makeRoot(
@@ -436,31 +455,31 @@ TEST(PosixSystemCertificateUsage, IsNotServedByARestrictionThatCannotBeRead)
     }
 }
 
-TEST(PosixSystemCertificateTrustSettings, CountAsRestrictionsAndStayBehind)
+TEST(PosixSystemCertificateTrustSettings, SettingsRestrictUsageAndAreNotDelivered)
 {
     struct Row
     {
         std::string name;
         std::vector<int> trusted;
         std::vector<int> rejected;
-        bool forServers;
-        bool forSigning;
+        Fit fit;
     };
+    std::vector<int> const none;
     std::vector<Row> const rows = {
-        {"no settings", {}, {}, true, true},
-        {"trusted for servers", {NID_server_auth}, {}, true, false},
-        {"trusted for mail", {NID_email_protect}, {}, false, true},
-        {"trusted for all", {NID_anyExtendedKeyUsage}, {}, true, true},
-        {"rejected for servers", {}, {NID_server_auth}, false, true},
-        {"rejected for time stamps", {NID_server_auth, NID_code_sign}, {NID_time_stamp}, true, false},
-        {"rejected for all", {}, {NID_anyExtendedKeyUsage}, false, false},
+        {"no settings", none, none, Fit::Both},
+        {"trusted for servers", {NID_server_auth}, none, Fit::Servers},
+        {"trusted for mail", {NID_email_protect}, none, Fit::Signing},
+        {"trusted for all", {NID_anyExtendedKeyUsage}, none, Fit::Both},
+        {"rejected for servers", none, {NID_server_auth}, Fit::Signing},
+        {"rejected for time stamps", {NID_server_auth, NID_code_sign}, {NID_time_stamp}, Fit::Servers},
+        {"rejected for all", none, {NID_anyExtendedKeyUsage}, Fit::Neither},
     };
     for (Row const& row : rows) {
         SCOPED_TRACE(row.name);
         std::string const pem = trustedPem(row.name, row.trusted, row.rejected);
         ASSERT_EQ(pem.rfind("-----BEGIN TRUSTED CERTIFICATE-----\n", 0), 0U);
-        EXPECT_EQ(deliveredFrom(pem, serverAuthentication).size(), row.forServers ? 1U : 0U);
-        EXPECT_EQ(deliveredFrom(pem, signing).size(), row.forSigning ? 1U : 0U);
+        EXPECT_EQ(deliveredFrom(pem, serverAuthentication).size(), fitsServers(row.fit) ? 1U : 0U);
+        EXPECT_EQ(deliveredFrom(pem, signing).size(), fitsSigning(row.fit) ? 1U : 0U);
     }
     TemporaryFolder const folder;
     auto adder = bundleAdder(folder.write("b.pem", trustedPem("root", {NID_server_auth}, {})));

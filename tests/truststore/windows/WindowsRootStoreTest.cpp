@@ -1,4 +1,4 @@
-// The adder on Windows as it is. What it finds there is Windows' affair; Wine, for one, finds nothing by
+// The adder on the real store of Windows. The number of roots depends on the system: Wine finds none by
 // usage.
 #include "truststore/windows/WindowsHeader.hpp"
 
@@ -27,7 +27,7 @@ using Usage = TrustStore::Usage;
 
 constexpr Usage everyUsage[] = {Usage::ServerAuthentication, Usage::Signing, static_cast<Usage>(2)};
 
-/// All that the current user's root store shows.
+/// Returns all roots in the current user's root store.
 std::set<Bytes> rootsOfWindows()
 {
     std::set<Bytes> roots;
@@ -42,7 +42,7 @@ std::set<Bytes> rootsOfWindows()
 
 } // namespace
 
-TEST(WindowsRootStore, OpensAndComesToItsEndForEveryUsage)
+TEST(WindowsRootStore, SearchEndsForEveryUsage)
 {
     for (auto const usage : everyUsage) {
         CleanErrorQueue const clean;
@@ -53,7 +53,7 @@ TEST(WindowsRootStore, OpensAndComesToItsEndForEveryUsage)
     }
 }
 
-TEST(WindowsRootStore, GivesNothingThatIsNotInIt)
+TEST(WindowsRootStore, OnlyRootsOfWindowsAreDelivered)
 {
     auto const roots = rootsOfWindows();
     EXPECT_FALSE(roots.empty());
@@ -64,20 +64,20 @@ TEST(WindowsRootStore, GivesNothingThatIsNotInIt)
     }
 }
 
-TEST(WindowsRootStore, IsWhereTrustStoresLookUnlessToldOtherwise)
+TEST(WindowsRootStore, DefaultTrustStoreReadsWindowsRoots)
 {
     TrustStore const store;
     TrustStore copy(store);
     EXPECT_NO_THROW(copy.addSystemCertificates(Usage::Signing, true));
 }
 
-TEST(WindowsRootStore, IsNoFileAndNoFolder)
+TEST(WindowsRootStore, FileAndFolderAreEmpty)
 {
     EXPECT_EQ(getSystemCertificatesFile(), "");
     EXPECT_EQ(getSystemCertificatesFolder(), "");
 }
 
-TEST(WindowsRootStore, IsLookedUpByEveryCloneOfTheAdder)
+TEST(WindowsRootStore, CloneIsNewAdderOfSameKind)
 {
     windows::SystemCertificateAdder const adder;
     std::unique_ptr<ISystemCertificateAdder> const clone(adder.clone());

@@ -45,7 +45,7 @@ constexpr char const closed[] = "CertCloseStore(0)";
 constexpr char const garbageText[] =
     "Failed to parse DER data to X509 certificate. Cert size = 3\nCert Bytes =  0x01 0x02 0x03 \n";
 
-/// A root with that extended key usage, or without one.
+/// Returns a root with the extended key usage; without the extension if the text is empty.
 CertificateAndKey rootFor(std::string const& name, std::string const& extendedKeyUsage = "")
 {
     return makeRoot(name, [&](CertificateSpec& spec) {
@@ -61,8 +61,7 @@ CertificateAndKey expiredRoot()
         "expired", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(std::chrono::hours(-1)); });
 }
 
-/// Plants roots in the user's store, expects that the adder closes and frees all that it opens, and tells
-/// which of the planted roots have come into a store of trust.
+/// Plants roots in the user's store. Expects that the adder closes and frees all that it opens.
 class WindowsSystemCertificateAdder : public testing::Test
 {
 protected:
@@ -87,6 +86,7 @@ protected:
         windows.replace(roots.at(1).second.der(), {1, 2, 3});
     }
 
+    /// Returns the planted roots that the trust store holds.
     template <class Store>
     Names plantedIn(Store const& store) const
     {
@@ -96,7 +96,7 @@ protected:
         });
     }
 
-    /// All that the search found, in the order of Windows', before it was ended.
+    /// Returns the planted roots that the search found before the one that ended the run, in Windows' order.
     Names plantedBeforeTheEnd() const
     {
         return namesOf([&](CertificateAndKey const& root) {
@@ -105,7 +105,7 @@ protected:
         });
     }
 
-    /// What the adder delivers, before any filter.
+    /// Returns the planted roots that the adder delivers. No filter runs.
     Names delivered(Usage usage, bool rethrowOnFailure = true) const
     {
         TrustStoreImpl store;
@@ -139,7 +139,7 @@ private:
 
 } // namespace
 
-TEST_F(WindowsSystemCertificateAdder, TakesWhatHasAUsageOfTheListOrNoRestriction)
+TEST_F(WindowsSystemCertificateAdder, ExtendedKeyUsageDecides)
 {
     for (auto const& [name, usages] : std::vector<std::pair<std::string, std::string>>{
              {"unrestricted", ""},
@@ -160,13 +160,13 @@ TEST_F(WindowsSystemCertificateAdder, TakesWhatHasAUsageOfTheListOrNoRestriction
     EXPECT_EQ(delivered(signing), (Names{"unrestricted", "code", "mail", "time", "any", "clients and time"}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, AsksWindowsForTheUsagesInTheirOrder)
+TEST_F(WindowsSystemCertificateAdder, ServerAuthenticationNamesItsUsagesInOrder)
 {
     delivered(serverAuthentication);
     EXPECT_EQ(windows.calls(), (Calls{opened, searchedForServers, closed}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, AsksWindowsForEveryUsageOfSignatures)
+TEST_F(WindowsSystemCertificateAdder, SigningNamesItsUsagesInOrder)
 {
     delivered(signing);
     EXPECT_EQ(
@@ -178,7 +178,7 @@ TEST_F(WindowsSystemCertificateAdder, AsksWindowsForEveryUsageOfSignatures)
             closed}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, AsksWindowsForNoUsageWhereItKnowsNone)
+TEST_F(WindowsSystemCertificateAdder, UnknownUsageNamesNoUsages)
 {
     delivered(unknownUsage);
     EXPECT_EQ(
@@ -186,7 +186,7 @@ TEST_F(WindowsSystemCertificateAdder, AsksWindowsForNoUsageWhereItKnowsNone)
         (Calls{opened, "CertFindCertificateInStore(1, 0x11, 0xa0000, 0: no array)", closed}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, FeedsTheFilterOfTheStore)
+TEST_F(WindowsSystemCertificateAdder, FilterRemovesWhatDoesNotFit)
 {
     plant("unrestricted", rootFor("unrestricted"));
     plant("servers", rootFor("servers", "serverAuth"));
@@ -203,7 +203,7 @@ TEST_F(WindowsSystemCertificateAdder, FeedsTheFilterOfTheStore)
     EXPECT_TRUE(store.empty());
 }
 
-TEST_F(WindowsSystemCertificateAdder, WritesDownWhatCannotBeAddedAndGoesOn)
+TEST_F(WindowsSystemCertificateAdder, DamagedCertificateIsLoggedAndSkipped)
 {
     plantOneDamagedAmongOthers();
     LogCapture const log;
@@ -217,7 +217,7 @@ TEST_F(WindowsSystemCertificateAdder, WritesDownWhatCannotBeAddedAndGoesOn)
         std::string("Exception caught: foundation::certificates::TrustStoreException: ") + garbageText);
 }
 
-TEST_F(WindowsSystemCertificateAdder, EndsAtWhatCannotBeAddedIfTold)
+TEST_F(WindowsSystemCertificateAdder, DamagedCertificateEndsRunIfFailuresAreRethrown)
 {
     plantOneDamagedAmongOthers();
     LogCapture const log;
@@ -231,7 +231,7 @@ TEST_F(WindowsSystemCertificateAdder, EndsAtWhatCannotBeAddedIfTold)
     EXPECT_EQ(windows.calls(), (Calls{opened, searchedForServers, closed}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, LeavesTheFilterOutAfterAFailure)
+TEST_F(WindowsSystemCertificateAdder, FilterDoesNotRunAfterRethrownFailure)
 {
     plantOneDamagedAmongOthers();
     auto const expired = expiredRoot();
@@ -246,7 +246,7 @@ TEST_F(WindowsSystemCertificateAdder, LeavesTheFilterOutAfterAFailure)
     EXPECT_EQ(std::count(pems.begin(), pems.end(), expired.pem()), 1);
 }
 
-TEST_F(WindowsSystemCertificateAdder, LetsOtherFailuresPass)
+TEST_F(WindowsSystemCertificateAdder, OtherExceptionsAreNotHandled)
 {
     plant("first", rootFor("first"));
     auto const large = makeRoot(
@@ -262,7 +262,7 @@ TEST_F(WindowsSystemCertificateAdder, LetsOtherFailuresPass)
     EXPECT_EQ(std::count(added.begin(), added.end(), "large"), 0);
 }
 
-TEST_F(WindowsSystemCertificateAdder, TurnsToTheMachinesStoreOnlyIfTheUsersDoesNotOpen)
+TEST_F(WindowsSystemCertificateAdder, MachinesStoreIsReadIfUsersCannotBeOpened)
 {
     windows.failToOpenTheUsersStore(ERROR_ACCESS_DENIED);
     delivered(serverAuthentication);
@@ -272,7 +272,7 @@ TEST_F(WindowsSystemCertificateAdder, TurnsToTheMachinesStoreOnlyIfTheUsersDoesN
         (Calls{opened, "CertOpenStore(10, 0, 0, 0x28000, ROOT)", searchedForServers, closed}));
 }
 
-TEST_F(WindowsSystemCertificateAdder, SaysWhyNoStoreOpens)
+TEST_F(WindowsSystemCertificateAdder, ExceptionNamesWindowsErrorIfNoStoreOpens)
 {
     plant("planted", rootFor("planted"));
     windows.failToOpenTheUsersStore(ERROR_FILE_NOT_FOUND);
@@ -296,7 +296,7 @@ TEST_F(WindowsSystemCertificateAdder, SaysWhyNoStoreOpens)
     EXPECT_TRUE(log.records().empty());
 }
 
-TEST_F(WindowsSystemCertificateAdder, GivesTheCodeAloneWhereWindowsHasNoText)
+TEST_F(WindowsSystemCertificateAdder, ErrorWithoutTextIsReportedByItsCode)
 {
     windows.failToOpenTheUsersStore(ERROR_ACCESS_DENIED);
     windows.failToOpenTheMachinesStore(3735928559);

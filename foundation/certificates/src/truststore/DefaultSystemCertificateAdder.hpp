@@ -6,7 +6,7 @@
 
 namespace foundation::certificates {
 
-/// The adder of the platform that the library is built for.
+/// Returns a new adder of the platform that the library is built for.
 std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder();
 
 } // namespace foundation::certificates

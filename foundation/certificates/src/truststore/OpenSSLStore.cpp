@@ -24,7 +24,7 @@ void attachTrustStoreToSSLCTX(TrustStore const& trustStore, ssl_ctx_st* context)
     if (store == nullptr || context == nullptr) {
         return;
     }
-    // The context takes over one reference, and the second call makes up for it.
+    // The first call passes a reference to the context. The second one replaces it.
     SSL_CTX_set_cert_store(context, store.get());
     X509_STORE_up_ref(store.get());
 }

@@ -63,8 +63,9 @@ void TrustStore::addCertificate(X509Certificate const& certificate)
     if (certificate.empty()) {
         throw TrustStoreException("Input certificate is empty.");
     }
-    // Validation takes this lock while it holds the certificate's. The two are therefore never nested here.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
+    // Validation takes this lock while it holds the certificate's. To avoid a deadlock, this operation never
+    // holds both.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy takes the certificate's lock
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     ensureImpl();
@@ -88,7 +89,7 @@ void TrustStore::addSystemCertificates(Usage usage, bool rethrowOnFailure)
     impl->addSystemCertificates(usage, rethrowOnFailure);
 }
 
-// The reading operations take an uninitialized trust store for an empty one
+// The reading operations treat an uninitialized trust store as empty
 
 bool TrustStore::empty() const
 {

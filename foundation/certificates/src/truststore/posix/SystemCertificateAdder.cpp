@@ -47,7 +47,7 @@ bool isShortage(int error)
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-/// The first file that is not missing.
+/// Returns the first file that is not missing.
 std::optional<InputFile> openFirst(std::vector<std::string> const& files)
 {
     for (std::string const& path : files) {
@@ -59,7 +59,7 @@ std::optional<InputFile> openFirst(std::vector<std::string> const& files)
     return std::nullopt;
 }
 
-/// The first folder that is not missing.
+/// Returns the first folder that is not missing.
 std::optional<InputFolder> openFirstFolder(std::vector<std::string> const& folders)
 {
     for (std::string const& path : folders) {
@@ -90,7 +90,8 @@ void throwIfFailed(Input const& input)
     }
 }
 
-/// The file's content. Throws the same exception whether the file failed when it was opened or later.
+/// Returns the file's content.
+/// @throws TrustStoreException "Failed to read " and the path, if opening or reading has failed
 std::string contentOf(InputFile file)
 {
     throwIfFailed(file);
@@ -99,6 +100,8 @@ std::string contentOf(InputFile file)
     return content;
 }
 
+/// Returns the names in the folder.
+/// @throws TrustStoreException "Failed to read " and the path, if opening or listing has failed
 std::vector<std::string> namesIn(InputFolder folder)
 {
     throwIfFailed(folder);
@@ -143,7 +146,7 @@ ByteArray withoutTrustSettings(ByteArray const& content)
     return ByteArray(content.data(), position);
 }
 
-/// The way of the certificates from files to the trust store.
+/// Delivers the certificates of files and folders to a trust store.
 class Delivery
 {
 public:
@@ -221,8 +224,8 @@ private:
         }
     }
 
-    /// The regular files among the names, with all links resolved: each file once, in an order that does not
-    /// depend on the file system. Leaves out dangling links.
+    /// Returns the regular files among the names, with all links resolved: each file once, in an order that
+    /// does not depend on the file system. Leaves out dangling links.
     std::set<fs::path> membersOf(fs::path const& folder, std::vector<std::string> const& names) const
     {
         std::set<fs::path> members;

@@ -35,12 +35,12 @@ struct FreeLocal
 };
 using LocalCharsUPtr = std::unique_ptr<char, FreeLocal>;
 
-/// The thread's last error as "(5) Access is denied.", on one line.
+/// Returns the thread's last error on one line, such as "(5) Access is denied."
 std::string win32ErrorText()
 {
     DWORD const code = GetLastError();
     char* buffer = nullptr;
-    // Where Windows has no text for the code, the buffer stays null and the code stands alone.
+    // If Windows has no text for the code, the buffer stays null and the result is the code alone.
     FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
         code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char*>(&buffer), 0, nullptr);
@@ -67,8 +67,8 @@ StoreUPtr openRootStore()
     return store;
 }
 
-/// The next certificate for one of the usages after the given one, which the call takes over and frees. Null
-/// at the end, and for any other reason: no error code is looked at.
+/// Returns the next certificate for one of the usages, and frees the previous one. Null at the end and on any
+/// failure: the error code is ignored.
 ContextUPtr findNext(void* store, CERT_ENHKEY_USAGE const& usages, ContextUPtr previous)
 {
     return ContextUPtr(CertFindCertificateInStore(
@@ -88,7 +88,7 @@ void SystemCertificateAdder::addCertificatesTo(
 {
     auto const rootStore = openRootStore();
     std::vector<char const*> const oids = extendedKeyUsageOIDs(usage);
-    // Windows reads the list through a type that could write to it.
+    // CERT_ENHKEY_USAGE has pointers to mutable characters. Windows only reads them.
     std::vector<char*> identifiers;
     for (char const* const oid : oids) {
         identifiers.push_back(const_cast<char*>(oid));

@@ -1,7 +1,7 @@
 #pragma once
 
-// Windows' own headers. They stand before all others: they define names of OpenSSL's as macros, which must be
-// gone before OpenSSL's headers are read.
+// Windows' own headers. Include this file before all others: it removes the macros of wincrypt.h that have
+// the names of OpenSSL's types.
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
@@ -9,7 +9,7 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 #include <windows.h>
-// Needs what stands above.
+// Needs windows.h.
 #include <wincrypt.h>
 #undef OCSP_REQUEST
 #undef OCSP_RESPONSE
