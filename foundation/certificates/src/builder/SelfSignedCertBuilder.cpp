@@ -16,12 +16,13 @@ constexpr std::array<std::string_view, 3> defaultKeyUsages{"digitalSignature", "
 constexpr std::array<std::string_view, 3> defaultExtendedKeyUsages{"serverAuth", "clientAuth", "codeSigning"};
 
 constexpr std::string_view defaultCommonName = "localhost";
-/// The long form alone stands under the IP type for the IPv6 loopback address.
+/// The IPv6 loopback address has type IP only in its long form.
 constexpr std::array<std::string_view, 5> loopbackNames{
     "DNS:127.0.0.1", "IP:127.0.0.1", "DNS:::1", "DNS:0:0:0:0:0:0:0:1", "IP:0:0:0:0:0:0:0:1"};
 
-/// The usage in OpenSSL's extension syntax; empty, and so refused by OpenSSL, for a value that is none.
-char const* textOf(X509Certificate::KeyUsage usage)
+/// Returns the usage's name in OpenSSL's extension syntax. Returns an empty text, which OpenSSL refuses, for
+/// an unknown value.
+char const* opensslNameOf(X509Certificate::KeyUsage usage)
 {
     using KeyUsage = X509Certificate::KeyUsage;
     switch (usage) {
@@ -58,7 +59,7 @@ std::string joinedByCommas(std::set<std::string> const& names)
     return text;
 }
 
-/// The names of both, each once, always critical; a caller's own "critical" has no effect.
+/// Returns a critical extension with the names of both sets, each once. Drops "critical" from the names.
 template <typename Defaults>
 std::string criticalUsages(std::set<std::string> names, Defaults const& defaults)
 {
@@ -157,7 +158,7 @@ std::string SelfSignedCertBuilder::makeKeyUsage() const
 {
     std::set<std::string> names;
     for (auto const usage : additionalKeyUsage.value_or(std::set<X509Certificate::KeyUsage>())) {
-        names.insert(textOf(usage));
+        names.insert(opensslNameOf(usage));
     }
     return criticalUsages(std::move(names), defaultKeyUsages);
 }

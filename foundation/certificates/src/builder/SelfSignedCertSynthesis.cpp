@@ -30,7 +30,7 @@ constexpr std::uint32_t defaultValidityDays = 365;
 constexpr std::int64_t secondsPerDay = 86400;
 constexpr int serialNumberBits = 64;
 
-/// What follows the common name in every subject: all of it ASCII.
+/// The attributes after the common name in every subject, in ASCII.
 constexpr std::array<std::array<char const*, 2>, 5> fixedSubjectAttributes{{
     {"C", "US"},
     {"ST", "Ostravale"},
@@ -39,8 +39,8 @@ constexpr std::array<std::array<char const*, 2>, 5> fixedSubjectAttributes{{
     {"OU", "Corvane, Inc."},
 }};
 
-/// The failures of this file lie outside the library's exception family and name OpenSSL's oldest error by
-/// its number. What else stands in the queue stays there.
+/// Throws the exception of this file, which is outside the library's exception family. It names OpenSSL's
+/// oldest error by its number, and removes that error from the queue.
 [[noreturn]] void failGeneration()
 {
     auto const code = static_cast<std::uint32_t>(ERR_get_error());
@@ -63,8 +63,8 @@ void guarded(int result)
     }
 }
 
-/// OpenSSL counts characters in int. Of a longer text it would take the beginning for the whole, and encrypt
-/// a key with the beginning of its passphrase.
+/// OpenSSL takes lengths as int. It would use only the beginning of a longer text, and so encrypt a key with
+/// the beginning of its passphrase.
 std::string const& guarded(std::string const& text)
 {
     if (!fitsInInt(text.size())) {
@@ -73,14 +73,14 @@ std::string const& guarded(std::string const& text)
     return text;
 }
 
-/// Seconds from now.
+/// Start and end of validity, in seconds from now.
 struct Validity
 {
     long start;
     long end;
 };
 
-/// Seconds are kept to 32 bits, which every platform's long holds; dates beyond are refused, not wrapped.
+/// Fails if the seconds exceed 32 bits, the smallest size of long, so that no date wraps around.
 long inRange(std::int64_t seconds)
 {
     using Range = std::numeric_limits<std::int32_t>;
@@ -101,7 +101,7 @@ EVP_PKEYUPtr makeRSAKey(std::size_t bits)
     return makeEVP_PKEY(guarded(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", bits)));
 }
 
-/// Both ends count from one reading of the clock, so that the lifetime is exact.
+/// Reads the clock once for both ends, so that the lifetime is exact.
 void setValidity(X509* certificate, Validity const& validity)
 {
     std::time_t now = std::time(nullptr);
@@ -109,11 +109,11 @@ void setValidity(X509* certificate, Validity const& validity)
     guarded(X509_time_adj(X509_getm_notAfter(certificate), validity.end, &now));
 }
 
-/// An attribute that cannot be added, such as a common name of more than 64 characters, is left out; not so
-/// one that there is no memory for.
+/// Adds an attribute. Leaves out an attribute that OpenSSL refuses, such as a common name of more than 64
+/// characters. Fails if OpenSSL runs out of memory.
 void addAttribute(X509_NAME* name, char const* field, int type, char const* value)
 {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): characters, as OpenSSL's bytes
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): OpenSSL takes characters as bytes
     auto const* const bytes = reinterpret_cast<unsigned char const*>(value);
     auto const add = [&] { return X509_NAME_add_entry_by_txt(name, field, type, bytes, -1, -1, 0) == 1; };
     if (lacksMemoryFor(add)) {
@@ -154,7 +154,7 @@ void sign(X509* certificate, EVP_PKEY* key)
 {
     EVP_MD const* const digest = EVP_sha512();
     auto const context = makeEVP_MD_CTX(guarded(EVP_MD_CTX_new()));
-    EVP_PKEY_CTX* keyContext = nullptr; // belongs to the digest context
+    EVP_PKEY_CTX* keyContext = nullptr; // owned by the digest context
     guarded(EVP_DigestSignInit(context.get(), &keyContext, digest, nullptr, key));
     guarded(EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING));
     guarded(EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, RSA_PSS_SALTLEN_MAX_SIGN));
@@ -165,7 +165,7 @@ void sign(X509* certificate, EVP_PKEY* key)
 std::string certificateAsPEM(X509* certificate)
 {
     auto const bio = makeMemoryBIO();
-    // What cannot be written leaves a text that does not load as a certificate.
+    // The result is ignored on purpose: after a failure the text does not load as a certificate.
     PEM_write_bio_X509(bio.get(), certificate);
     return contentsAsString(bio.get());
 }
@@ -176,13 +176,13 @@ std::string keyAsPEM(EVP_PKEY* key, std::optional<std::string> const& passphrase
     guarded(bio.get());
     EVP_CIPHER const* const cipher = passphrase ? EVP_des_ede3_cbc() : nullptr;
     // Without a callback, the user data is the passphrase.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the call wants it mutable and leaves it alone
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): OpenSSL does not change it
     void* const userData = passphrase ? const_cast<char*>(guarded(*passphrase).c_str()) : nullptr;
     guarded(PEM_write_bio_PrivateKey(bio.get(), key, cipher, nullptr, 0, nullptr, userData));
     return contentsAsString(bio.get());
 }
 
-/// The key alone: the certificate reaches the caller beside it.
+/// Returns a bundle with the key only. The caller gets the certificate separately.
 ByteArray
 keyAsPKCS12(EVP_PKEY* key, std::optional<std::string> const& passphrase, std::string const& friendlyName)
 {

@@ -111,7 +111,7 @@ void PKCS12Certificate::print(std::ostream& out) const
     impl->print(out);
 }
 
-// One lock only, so that an object can be compared with itself and two threads cannot block each other.
+// Takes one lock only. An object can be compared with itself, and two threads cannot block each other.
 bool PKCS12Certificate::operator==(PKCS12Certificate const& other) const
 {
     std::lock_guard<std::mutex> const lock(mutex);

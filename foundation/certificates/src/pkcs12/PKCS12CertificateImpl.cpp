@@ -22,7 +22,7 @@ namespace {
 
 constexpr int minimumRSAKeySize = 1024;
 
-/// What PKCS12_parse hands out; each part may be null.
+/// The parts of a bundle. Each part can be null.
 struct BundleContents
 {
     EVP_PKEYUPtr key;
@@ -30,21 +30,20 @@ struct BundleContents
     X509StackUPtr others;
 };
 
-/// OpenSSL counts the passphrase in an int; a longer one cannot be anybody's.
-bool fitsMac(PKCS12* bundle, std::string const& passphrase)
+/// Whether the MAC matches the passphrase. OpenSSL takes the length as int, so no bundle has a longer one.
+bool macMatches(PKCS12* bundle, std::string const& passphrase)
 {
     return fitsInInt(passphrase.size()) &&
            PKCS12_verify_mac(bundle, passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
 }
 
-/// Many bundles are encrypted with ciphers that only this provider has. It is loaded once more for each
-/// bundle and stays, since unloading it would pull it away under other threads. This must come after the MAC
-/// was checked: in a process that has not used OpenSSL yet, loading any provider by name first would keep the
-/// default one from being loaded by itself.
+/// Loads the provider of old ciphers, which many bundles use. Loads it again for each bundle and never
+/// unloads it, because other threads may use it. Must run after the MAC check: if loading a provider by name
+/// is the first use of OpenSSL in a process, the default provider is not loaded.
 void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
 {
-    // Each load gives the same provider. Somebody must point at it until the end: OpenSSL's own cleanup lets
-    // go of it without releasing it, and leak checkers would report it.
+    // Every load returns the same provider. OpenSSL's cleanup does not release it, so keep a pointer to it
+    // for leak checkers.
     static std::atomic<OSSL_PROVIDER*> loaded(nullptr);
     OSSL_PROVIDER* const provider = OSSL_PROVIDER_load(nullptr, "legacy");
     if (provider == nullptr) {
@@ -53,8 +52,9 @@ void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
     loaded = provider;
 }
 
-/// Whether PKCS12_parse has taken a certificate for a stranger's although it fits the key: the only sign that
-/// there was no memory to read the certificate's key or to compare the two. A duplicate is read once more.
+/// Whether PKCS12_parse has returned the certificate that matches the key among the others. This is the only
+/// sign that OpenSSL ran out of memory when it read or compared the certificate's key. Checks duplicates,
+/// because a certificate caches its key.
 bool hasMissedCertificate(BundleContents const& contents)
 {
     if (contents.key == nullptr || contents.certificate != nullptr) {
@@ -76,7 +76,7 @@ BundleContents decrypt(PKCS12* bundle, std::string const& passphrase, RAIIOpenSS
     X509* certificate = nullptr;
     STACK_OF(X509)* others = nullptr;
     int const result = PKCS12_parse(bundle, passphrase.c_str(), &key, &certificate, &others);
-    // After a failure too, there may be something to release.
+    // A failed call can also leave parts to release.
     BundleContents contents{makeEVP_PKEY(key), makeX509(certificate), makeX509Stack(others)};
     if (result == 0 || hasMissedCertificate(contents)) {
         throw PKCS12CertificateException(
@@ -94,10 +94,10 @@ PrivateKeyInfo eccPrivateKey(EVP_PKEY* key)
 PrivateKeyInfo rsaPrivateKey(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
 {
     auto const exponent = makeBIGNUM(BN_new());
-    BIGNUM* target = exponent.get();
-    if (target == nullptr || EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_D, &target) == 0) {
-        throw PKCS12CertificateException("Failed to get the private exponent for the private key");
-    }
+    constexpr char failure[] = "Failed to get the private exponent for the private key";
+    BIGNUM* target = throwIfNull<PKCS12CertificateException>(exponent.get(), failure);
+    throwIfBelowOne<PKCS12CertificateException>(
+        EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_D, &target), failure);
     int const expected = BN_num_bytes(exponent.get());
     ByteArray bytes(static_cast<std::size_t>(expected));
     if (BN_bn2bin(exponent.get(), bytes.data()) != expected) {
@@ -160,7 +160,7 @@ void PKCS12CertificateImpl::init(ByteArray const& bytes, std::string const& pass
     pkcs12 = makePKCS12(d2i_PKCS12_bio(bio.get(), nullptr));
     throwIfLoadingFailed<PKCS12CertificateException>(
         pkcs12 != nullptr, errors, "Error: Loading PKSC12 certificate failed. Reason=");
-    if (!fitsMac(pkcs12.get(), passphrase)) {
+    if (!macMatches(pkcs12.get(), passphrase)) {
         throw IncorrectPassphrase(
             "Input passphrase is incorrect. OpenSSL error message=" + errors.getErrorString());
     }
@@ -172,11 +172,11 @@ void PKCS12CertificateImpl::init(ByteArray const& bytes, std::string const& pass
     }
 }
 
-void PKCS12CertificateImpl::takeCertificates(X509* fittingTheKey, STACK_OF(X509) const* others)
+void PKCS12CertificateImpl::takeCertificates(X509* matchingTheKey, STACK_OF(X509) const* others)
 {
     try {
-        if (fittingTheKey != nullptr) {
-            certificate = X509Certificate(X509CertificateImpl(fittingTheKey));
+        if (matchingTheKey != nullptr) {
+            certificate = X509Certificate(X509CertificateImpl(matchingTheKey));
         }
         for (int index = 0; index < sk_X509_num(others); ++index) {
             caChain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(others, index))));
@@ -202,9 +202,8 @@ ByteArray PKCS12CertificateImpl::getAsBytes() const
         return {};
     }
     auto const bio = makeMemoryBIO();
-    if (i2d_PKCS12_bio(bio.get(), pkcs12.get()) == 0) {
-        throw PKCS12CertificateException("Unable to write out PKCS12 bytes.");
-    }
+    throwIfBelowOne<PKCS12CertificateException>(
+        i2d_PKCS12_bio(bio.get(), pkcs12.get()), "Unable to write out PKCS12 bytes.");
     return contentsAsBytes(bio.get());
 }
 

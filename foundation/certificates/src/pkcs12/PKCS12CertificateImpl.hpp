@@ -42,7 +42,7 @@ public:
 
 private:
     void init(ByteArray const& bytes, std::string const& passphrase);
-    void takeCertificates(X509* fittingTheKey, STACK_OF(X509) const* others);
+    void takeCertificates(X509* matchingTheKey, STACK_OF(X509) const* others);
 
     std::optional<PrivateKeyInfo> privateKey;
     std::shared_ptr<PKCS12> pkcs12;

@@ -14,8 +14,8 @@ namespace foundation::certificates {
 
 namespace {
 
-/// The type alone, with nothing behind it. OpenSSL answers for it as for a structure without signers, but not
-/// every release of it looks before it reads.
+/// Whether the structure is a signedData type without body. OpenSSL treats it as a structure without signers,
+/// but some releases read the missing body.
 bool isSignedWithoutBody(PKCS7* structure)
 {
     return structure != nullptr && PKCS7_type_is_signed(structure) && structure->d.sign == nullptr;
@@ -69,7 +69,7 @@ PKCS7_SIGNER_INFO* duplicateSigner(PKCS7_SIGNER_INFO const* signer)
 /// them; `PKCS7_dup` alone would sort them.
 PKCS7UPtr withMistypedDigestsHidden(PKCS7* structure)
 {
-    auto copy = duplicate(structure);
+    auto copy = duplicatePKCS7(structure);
     if (copy == nullptr) {
         return copy;
     }
@@ -87,7 +87,7 @@ PKCS7UPtr withMistypedDigestsHidden(PKCS7* structure)
     return copy;
 }
 
-/// Whether OpenSSL can set up the digests that the structure names.
+/// Whether OpenSSL supports the digests of the structure. Leaves the error queue unchanged.
 bool hasUsableDigests(PKCS7* structure)
 {
     RAIIOpenSSLErrorRemover const errors(false);
@@ -96,13 +96,13 @@ bool hasUsableDigests(PKCS7* structure)
     if (digests == nullptr) {
         return false;
     }
-    static_cast<void>(source.release()); // the end of the chain of digests
+    static_cast<void>(source.release()); // the last BIO of the chain, which owns it
     return true;
 }
 
 } // namespace
 
-bool isSigned(PKCS7 const* structure)
+bool hasSignedType(PKCS7 const* structure)
 {
     int const type = structure == nullptr ? NID_undef : OBJ_obj2nid(structure->type);
     return type == NID_pkcs7_signed || type == NID_pkcs7_signedAndEnveloped;
@@ -110,20 +110,21 @@ bool isSigned(PKCS7 const* structure)
 
 STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure)
 {
-    if (!isSigned(structure) || structure->d.ptr == nullptr) {
+    if (!hasSignedType(structure) || structure->d.ptr == nullptr) {
         return nullptr;
     }
     return OBJ_obj2nid(structure->type) == NID_pkcs7_signed ? structure->d.sign->cert
                                                             : structure->d.signed_and_enveloped->cert;
 }
 
-PKCS7UPtr duplicate(PKCS7 const* structure)
+PKCS7UPtr duplicatePKCS7(PKCS7 const* structure)
 {
     if (structure == nullptr) {
         return makePKCS7(nullptr);
     }
     auto copy = makePKCS7(PKCS7_dup(structure));
-    // Not every release of OpenSSL reports that there was no memory. What can be encoded can be copied.
+    // Some releases of OpenSSL do not report that they ran out of memory. A structure that can be encoded can
+    // also be copied.
     if (copy == nullptr && i2d_PKCS7(structure, nullptr) > 0) {
         throw PKCS7CertificateException(copyFailure);
     }
@@ -136,22 +137,22 @@ X509StackUPtr signersOf(PKCS7* structure)
         ERR_raise(ERR_LIB_PKCS7, PKCS7_R_NO_SIGNERS);
         return makeX509Stack(nullptr);
     }
-    // The stack is ours, the certificates in it are the structure's.
+    // This function owns the stack. The structure owns the certificates.
     auto const borrowed =
         makeBorrowingX509Stack(PKCS7_get0_signers(structure, nullptr, PKCS7_NO_DUAL_CONTENT));
     return makeX509Stack(borrowed == nullptr ? nullptr : X509_chain_up_ref(borrowed.get()));
 }
 
-bool verifies(
+bool verifySignatures(
     PKCS7* structure, STACK_OF(X509) * certificates, X509_STORE* store, BIO* content, BIO* out, int flags)
 {
-    // Without content, too, OpenSSL finds that out first and is safe.
+    // Without detached content OpenSSL checks this itself.
     if (isSignedWithoutBody(structure) && content != nullptr) {
         ERR_raise(ERR_LIB_PKCS7, PKCS7_R_NO_SIGNATURES_ON_DATA);
         return false;
     }
-    // OpenSSL copies content that lies in memory before it sets up the digests, and loses the copy if that
-    // fails. It does not get to read content then, so it is given one that it does not copy.
+    // OpenSSL copies a memory BIO before it sets up the digests, and leaks the copy if that fails. It reads
+    // no content then, so pass a BIO that it does not copy.
     if (isSignedWithBody(structure) && content != nullptr && !hasUsableDigests(structure)) {
         auto const nothing = makeBIO(BIO_new(BIO_s_null()));
         static_cast<void>(PKCS7_verify(structure, certificates, store, nothing.get(), out, flags));

@@ -111,7 +111,7 @@ void PKCS7Certificate::print(std::ostream& out) const
     impl->print(out);
 }
 
-// The test for emptiness and the output lock the object one after the other
+// These lock the object twice: for the test of emptiness, and for the output
 
 ByteArray PKCS7Certificate::getAsBytes() const
 {
@@ -133,15 +133,15 @@ std::string PKCS7Certificate::getAsString() const
     return impl->getAsString();
 }
 
-// The one operation that changes the object, and the one that brings a moved-from object back to life
+// The only operation that changes the object. It also makes a moved-from object usable again.
 
 void PKCS7Certificate::addCertificate(X509Certificate const& certificate)
 {
     if (certificate.empty()) {
         throw InvalidArgument("The provided certificate has no content.");
     }
-    // Copying locks the certificate. That lock and this object's are never nested here.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
+    // The copy locks the certificate before this object's lock is taken, so that the two locks never nest.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): see above
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     if (impl == nullptr) {
@@ -150,7 +150,7 @@ void PKCS7Certificate::addCertificate(X509Certificate const& certificate)
     impl->addCertificate(copy);
 }
 
-// Built of the operations above, each of which locks its own object
+// Uses the operations above, each of which locks its own object
 
 bool PKCS7Certificate::operator==(PKCS7Certificate const& other) const
 {

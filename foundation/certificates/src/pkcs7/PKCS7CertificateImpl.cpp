@@ -47,7 +47,7 @@ PKCS7CertificateImpl::PKCS7CertificateImpl(std::istream& stream) : pkcs7(makePKC
 PKCS7CertificateImpl::PKCS7CertificateImpl(
     PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
     : certificates(other.certificates),
-      pkcs7(duplicate(other.pkcs7.get()))
+      pkcs7(duplicatePKCS7(other.pkcs7.get()))
 {}
 
 PKCS7CertificateImpl::PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept
@@ -59,10 +59,10 @@ PKCS7CertificateImpl::~PKCS7CertificateImpl() = default;
 
 PKCS7CertificateImpl& PKCS7CertificateImpl::operator=(PKCS7CertificateImpl const& other)
 {
-    // All that can fail comes first, so that a failure leaves the object as it was.
+    // The steps that can throw come first, so that a failure leaves the object unchanged.
     auto copies = other.certificates;
-    // The target's own structure, on purpose: whoever relies on it finds it unchanged after the assignment.
-    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7) : duplicate(pkcs7.get());
+    // On purpose: the target keeps its own structure, as callers expect.
+    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7) : duplicatePKCS7(pkcs7.get());
     if (this != &other) {
         certificates = std::move(copies);
     }
@@ -86,7 +86,7 @@ void PKCS7CertificateImpl::init(ByteArray const& data)
     InputForm const form =
         autodetectEncoding(data) == CertificateEncoding::PEM ? InputForm::PEM : InputForm::DER;
     pkcs7 = readStructure<PKCS7CertificateException>(data, form, pkcs7Functions, errors);
-    if (!isSigned(pkcs7.get())) {
+    if (!hasSignedType(pkcs7.get())) {
         throw InvalidArgument("Input PKCS7 certificate is corrupt. It doesn't have the right type field.");
     }
     readCertificates();
@@ -153,7 +153,7 @@ std::uint64_t PKCS7CertificateImpl::getNumCertificates() const
 ByteArray PKCS7CertificateImpl::getSignedData() const
 {
     auto const content = makeMemoryBIO();
-    if (!verifies(
+    if (!verifySignatures(
             pkcs7.get(), nullptr, nullptr, nullptr, content.get(), PKCS7_NOVERIFY | PKCS7_NO_DUAL_CONTENT)) {
         return {};
     }
@@ -162,8 +162,8 @@ ByteArray PKCS7CertificateImpl::getSignedData() const
 
 X509CertificateChain PKCS7CertificateImpl::getSignerCerts() const
 {
-    // A copy of its own, since OpenSSL asks for a structure that it may change.
-    auto const copy = duplicate(pkcs7.get());
+    // OpenSSL requires a structure that it may change.
+    auto const copy = duplicatePKCS7(pkcs7.get());
     auto const signers = signersOf(copy.get());
     X509CertificateChain chain;
     for (int index = 0; index < sk_X509_num(signers.get()); ++index) {

@@ -17,8 +17,8 @@ namespace foundation::certificates {
 
 namespace {
 
-/// OpenSSL's wording of PKCS7_R_CERTIFICATE_VERIFY_ERROR: the check of a chain, and not of a signature,
-/// failed.
+/// OpenSSL's wording of PKCS7_R_CERTIFICATE_VERIFY_ERROR: the check of a chain failed, not that of a
+/// signature.
 constexpr char const chainErrorText[] = "certificate verify error";
 
 void addTrust(TrustStore& workingStore, TrustStore const& trustStore)
@@ -30,28 +30,27 @@ void addTrust(TrustStore& workingStore, TrustStore const& trustStore)
     addSystemCertificatesOfAllUsages(workingStore);
 }
 
-/// A copy of the trust store; of an empty one, the operating system's certificates.
+/// Returns a copy of the trust store; a store with the operating system's roots if it is empty.
 TrustStore workingStoreFor(TrustStore const& trustStore)
 {
     TrustStore workingStore;
     try {
         addTrust(workingStore, trustStore);
     } catch (TrustStoreException const&) {
-        // Not reported, on purpose: trust that cannot be had is no trust, and the verdict on the chain, which
-        // rests on what was gathered until now, says so by itself.
+        // Ignored on purpose: without roots the chain is untrusted. The roots read so far are used.
     }
     return workingStore;
 }
 
-/// The untrusted certificates; null where there are none.
+/// Returns the intermediates as a stack; null if there are no intermediates.
 X509StackUPtr intermediateStack(X509CertificateChain const& intermediates)
 {
     auto const certificates = intermediates.getCertificates();
     return certificates.empty() ? makeX509Stack(nullptr) : stackOf(certificates);
 }
 
-/// OpenSSL's own check of the chain takes intermediates as trusted. One that the store refuses is left out,
-/// which shows in that check.
+/// Adds the intermediates to the store of OpenSSL's own check, which then trusts them. The result is ignored
+/// on purpose: a certificate that the store refuses is not trusted.
 void trustIntermediates(X509_STORE* store, STACK_OF(X509) const* intermediates)
 {
     for (int index = 0; index < sk_X509_num(intermediates); ++index) {
@@ -59,7 +58,7 @@ void trustIntermediates(X509_STORE* store, STACK_OF(X509) const* intermediates)
     }
 }
 
-/// Content that lies apart from its signature; null where there is none.
+/// Returns the detached content; null for embedded content.
 BIOUPtr detachedContent(ByteArray const& data)
 {
     if (data.empty()) {
@@ -73,7 +72,7 @@ BIOUPtr detachedContent(ByteArray const& data)
     return content;
 }
 
-/// The reason of the oldest entry in the queue, which goes.
+/// Returns the reason of the oldest entry in the queue, and removes the entry.
 std::string takeReason()
 {
     return RAIIOpenSSLErrorRemover(false).getErrorString();
@@ -86,8 +85,8 @@ PKCS7CertificateValidationResults failed(std::string const& text)
 
 } // namespace
 
-// The queue of errors is read, and neither cleared nor marked before the passes: a reason that was there
-// already is taken for that of the first.
+// Does not clear or mark the error queue before it reads the reasons: an entry of an earlier call replaces
+// the reason of the first pass.
 PKCS7CertificateValidationResults PKCS7CertificateImpl::verifySignature(
     X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const
 {
@@ -99,22 +98,22 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::verifySignature(
     auto const content = detachedContent(data);
     int const flags = content == nullptr ? PKCS7_NO_DUAL_CONTENT : 0;
 
-    if (verifies(pkcs7.get(), untrusted.get(), store.get(), content.get(), nullptr, flags)) {
+    if (verifySignatures(pkcs7.get(), untrusted.get(), store.get(), content.get(), nullptr, flags)) {
         return {true, CertificateChainStatus::Valid, ""};
     }
     std::string const text = takeReason();
     if (text != chainErrorText) {
         return failed(text);
     }
-    // The chain alone failed, or failed first: once more without it.
-    if (!verifies(pkcs7.get(), untrusted.get(), nullptr, content.get(), nullptr, PKCS7_NOVERIFY)) {
+    // The chain failed. Check the signatures again without the chain.
+    if (!verifySignatures(pkcs7.get(), untrusted.get(), nullptr, content.get(), nullptr, PKCS7_NOVERIFY)) {
         return failed(takeReason());
     }
     auto results = validateFirstSigner(intermediates, workingStore);
-    // Where the trust store could not be copied, the validation was left with an empty one and turned to the
-    // operating system's certificates, which are not the caller's.
-    bool const isOthersTrust = workingStore.empty() && !trustStore.empty();
-    if (isOthersTrust && results.getCertificateChainStatus() == CertificateChainStatus::Valid) {
+    // If the trust store could not be copied, the validation has used the operating system's roots instead of
+    // the caller's.
+    bool const usedSystemRoots = workingStore.empty() && !trustStore.empty();
+    if (usedSystemRoots && results.getCertificateChainStatus() == CertificateChainStatus::Valid) {
         return {true, CertificateChainStatus::Untrusted, chainErrorText};
     }
     return results;
@@ -130,7 +129,8 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::validateFirstSigner(
     auto const results =
         signers.front().validateCertificate(intermediates, CertificateValidationOptions(), trustStore);
     auto const status = results.getCertificateChainStatus();
-    // The text stays where this check passes what OpenSSL's refused: the two ask for different purposes.
+    // This check requires no purpose, so it can pass a chain that OpenSSL's own check rejects. The text of
+    // the first pass stays then.
     return {
         true, status,
         status == CertificateChainStatus::Valid ? chainErrorText : results.getValidationErrorString()};
