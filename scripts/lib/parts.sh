@@ -10,7 +10,7 @@ part_number=1000
 time_limit=
 
 # run_part NUMBER TITLE COMMAND...: runs the command in a shell that stops at the first error. Notes the outcome, the
-# time, CTest's closing lines if the command ran CTest, and the summary of the command's own parts if it had any.
+# time, CTest's closing lines and failed tests if the command ran CTest, and the summary of the command's own parts if it had any.
 run_part() {
     local own="$part_folder/$1" title=$2 start=$SECONDS outcome=passed
     shift 2
@@ -24,7 +24,8 @@ run_part() {
     if grep -q '^==== Summary' "$own.log"; then
         sed '1,/^==== Summary/d; s/^/    /' "$own.log" >>"$own.summary"
     else
-        grep -E 'tests passed, .* out of|^Total Test time' "$own.log" | sed 's/^/    /' >>"$own.summary" || true
+        grep -E 'tests passed, .* out of|^Total Test time|^\s+[0-9]+ - .*\(.*\)$' "$own.log" |
+            sed 's/^/    /' >>"$own.summary" || true
     fi
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
 /// @file
-/// What the fragments in docs take for granted. They are compiled and never linked: nothing is defined.
+/// Declarations for the fragments in docs. The fragments are compiled and never linked, so there are no
+/// definitions.
 
 #include <foundation/certificates.hpp>
 
@@ -19,7 +20,7 @@
 
 using namespace foundation::certificates;
 
-/// Something that was loaded before.
+/// Loaded objects.
 extern X509Certificate const certificate;
 extern X509CertificateChain const chain;
 extern TrustStore const trustStore;
