@@ -235,6 +235,21 @@ TEST(VerificationReport, IsWholeOrThrowsWhenOutOfMemory)
     sweep([&] { return describeVerifyError(context.get()); }, isWholeOrThrown);
 }
 
+// OpenSSL compares the names of issuer and subject once, at load, to tell roots of version 1 from leaves.
+TEST(CertificateOfVersion1, StaysCAIfMemoryRunsOutAtLoad)
+{
+    auto const der = makeRoot("root", [](CertificateSpec& spec) {
+                         spec.version = X509_VERSION_1;
+                         spec.extensions.clear();
+                     }).der();
+    ASSERT_TRUE(X509Certificate(der).isCACertificate());
+    sweep(
+        [&] { return rendered(X509Certificate(der).isCACertificate()); },
+        [](Outcome const& outcome, Outcome const& atRest) {
+            return outcome == atRest || outcome.thrown != typeid(void);
+        });
+}
+
 TEST(RequiredCRL, IsNeverWaivedWhenOutOfMemory)
 {
     using Options = CertificateValidationOptions;

@@ -9,6 +9,21 @@
 
 namespace foundation::certificates {
 
+namespace {
+
+constexpr char const unreadableExtensionsText[] =
+    "Internal error: Unable to read the certificate's extensions.";
+
+/// Whether OpenSSL found issuer and subject equal, but does not take the certificate for self-signed. That is
+/// sound if the keys or algorithms differ, and wrong if it ran out of memory while it compared them.
+bool isSelfIssuedOnly(X509* certificate)
+{
+    auto const flags = X509_get_extension_flags(certificate);
+    return (flags & EXFLAG_SI) != 0 && (flags & EXFLAG_SS) == 0;
+}
+
+} // namespace
+
 void* extensionOf(X509 const* certificate, int nid)
 {
     void* value = nullptr;
@@ -19,7 +34,7 @@ void* extensionOf(X509 const* certificate, int nid)
         return value != nullptr || finding < 0;
     });
     if (lacksMemory) {
-        throw X509CertificateException("Internal error: Unable to read the certificate's extensions.");
+        throw X509CertificateException(unreadableExtensionsText);
     }
     return value;
 }
@@ -57,6 +72,23 @@ bool hasValidExtensions(X509* certificate)
     constexpr int noPurpose = -1;
     RAIIOpenSSLErrorRemover const errors(false);
     return X509_check_purpose(certificate, noPurpose, 0) == 1;
+}
+
+void parseExtensions(X509* certificate)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    if (hasValidExtensions(certificate) && !isSelfIssuedOnly(certificate)) {
+        return;
+    }
+    // OpenSSL caches what it found, even if it ran out of memory. A duplicate is parsed again.
+    auto const duplicate = makeX509(X509_dup(certificate));
+    bool const lacksMemory =
+        duplicate == nullptr
+            ? i2d_X509(certificate, nullptr) > 0 // what can be encoded can be copied, if there is memory
+            : X509_get_extension_flags(duplicate.get()) != X509_get_extension_flags(certificate);
+    if (lacksMemory) {
+        throw X509CertificateException(unreadableExtensionsText);
+    }
 }
 
 } // namespace foundation::certificates

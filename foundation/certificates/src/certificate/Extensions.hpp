@@ -33,4 +33,9 @@ bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const
 /// queue is unchanged afterwards, so that a second attempt does not push out the caller's entries.
 bool hasValidExtensions(X509* certificate);
 
+/// Lets OpenSSL parse all extensions, so that running out of memory fails a load instead of a later query.
+/// Extensions that are invalid by themselves do not fail. Leaves OpenSSL's error queue as it is.
+/// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions."
+void parseExtensions(X509* certificate);
+
 } // namespace foundation::certificates

@@ -31,8 +31,6 @@ constexpr std::uint64_t minimumRSAKeySize = 1024;
 constexpr char const noNotBeforeText[] =
     "Error: Certificate does not have validNotBefore field correctly set.";
 constexpr char const noNotAfterText[] = "Error: Certificate does not have validNotAfter field correctly set.";
-constexpr char const unreadableExtensionsText[] =
-    "Internal error: Unable to read the certificate's extensions.";
 constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
 
 template <typename ObjectAt>
@@ -44,24 +42,6 @@ std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
         oids.push_back(oidToString(objectAt(index)));
     }
     return oids;
-}
-
-/// Were there no memory for the extensions on first need, the certificate would count as invalid from that
-/// time on. So they are read while it can still be refused. Those that are invalid in themselves are so in
-/// every duplicate.
-void readExtensions(X509* certificate)
-{
-    RAIIOpenSSLErrorRemover const errors(false);
-    if (hasValidExtensions(certificate)) {
-        return;
-    }
-    auto const duplicate = makeX509(X509_dup(certificate));
-    // What can be encoded can be copied, if there is memory.
-    bool const wantOfMemory =
-        duplicate == nullptr ? i2d_X509(certificate, nullptr) > 0 : hasValidExtensions(duplicate.get());
-    if (wantOfMemory) {
-        throw X509CertificateException(unreadableExtensionsText);
-    }
 }
 
 EVP_PKEYUPtr publicKeyOf(X509* certificate)
@@ -94,7 +74,7 @@ X509CertificateImpl::X509CertificateImpl(X509* certificate)
     : x509(makeX509(certificate == nullptr ? nullptr : X509_dup(certificate)))
 {
     throwIfKeyTooWeak();
-    readExtensions(x509.get());
+    parseExtensions(x509.get());
 }
 
 X509CertificateImpl::X509CertificateImpl(
@@ -117,7 +97,7 @@ void X509CertificateImpl::load(ByteArray const& data)
     InputForm const form = containsMarker(data, pemHeader) ? InputForm::PEM : InputForm::DER;
     x509 = readStructure<X509CertificateException>(data, form, certificateFunctions, errors);
     throwIfKeyTooWeak();
-    readExtensions(x509.get());
+    parseExtensions(x509.get());
 }
 
 bool X509CertificateImpl::empty() const
