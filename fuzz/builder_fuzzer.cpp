@@ -1,5 +1,5 @@
-/// A self-signed certificate from the settings in the input. What is built is what was asked for, by the bare
-/// API; what the bare API cannot make is not built.
+/// Builds a self-signed certificate from the settings in the input. Bare OpenSSL must find the settings in
+/// the certificate. The build must fail if bare OpenSSL cannot make it.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "support/BuilderSettings.hpp"
@@ -32,7 +32,7 @@ using certificates::X509Certificate;
 
 constexpr std::int64_t secondsPerDay = 86400;
 
-/// What the builder was told.
+/// The settings of the builder.
 struct Settings
 {
     std::size_t keySize = 2048;
@@ -58,7 +58,7 @@ std::uint64_t numberIn(Bytes const& content)
 void setDays(SelfSignedCertBuilder& builder, Settings& settings, std::uint32_t days)
 {
     bool const accepted = succeeds([&] { builder.withValidityPeriod(days); });
-    require(accepted == (days >= 1 && days <= 397), "a lifetime has 1 to 397 days");
+    require(accepted == (days >= 1 && days <= 397), "the validity period has 1 to 397 days");
     if (accepted) {
         settings.days = days;
     }
@@ -152,7 +152,7 @@ std::string extendedKeyUsagesFor(Settings const& settings)
     return "critical," + joined(names);
 }
 
-/// What OpenSSL makes of the text; null if nothing.
+/// Returns the extension that OpenSSL makes from the text, or null.
 certificates::X509_EXTENSIONUPtr bareExtension(int nid, std::string const& text, X509* certificate)
 {
     X509V3_CTX context{};
@@ -160,7 +160,7 @@ certificates::X509_EXTENSIONUPtr bareExtension(int nid, std::string const& text,
     return certificates::makeX509_EXTENSION(X509V3_EXT_conf_nid(nullptr, &context, nid, text.c_str()));
 }
 
-/// Whether a text asks for something out of the certificate that is being made.
+/// Whether the text refers to the certificate that is being made.
 bool refersToCertificate(std::string const& text)
 {
     return text.find("copy") != std::string::npos || text.find("move") != std::string::npos;
@@ -173,9 +173,9 @@ bool canBeBuilt(Settings const& settings)
     std::int64_t const end = start + settings.days * secondsPerDay;
     bool const isInTime =
         start >= -furthest - 1 && start <= furthest && end >= -furthest - 1 && end <= furthest;
-    // A smaller key is too small for the signature.
+    // Smaller keys are too small for the signature.
     bool const hasKey = settings.keySize == 1024 || settings.keySize == 1536 || settings.keySize == 2048;
-    // OpenSSL would read these as the end of a name or of the list of names.
+    // OpenSSL reads these characters as the end of a name or of the list of names.
     bool const hasOneName = settings.commonName.find_first_of(std::string(",\r\n\0", 4)) == std::string::npos;
     return isInTime && hasKey && hasOneName &&
            bareExtension(NID_subject_alt_name, alternativeNamesFor(settings), nullptr) &&
@@ -187,19 +187,19 @@ void checkFailure(Settings const& settings, std::exception const& failure)
 {
     std::string const text = failure.what();
     if (typeid(failure) == typeid(certificates::X509CertificateException)) {
-        require(settings.keySize < 1024, "only a key that is too small is refused after all the work");
+        require(settings.keySize < 1024, "only a small key is refused after the build");
         require(
             text == "RSA key size does not meet minimum cryptographic requirements",
-            "a small key has its text");
+            "a small key is refused with the documented text");
         return;
     }
     static std::string const prefix = "Failed to generate a certificate: ";
-    require(typeid(failure) == typeid(std::runtime_error), "a failed build is a std::runtime_error");
-    require(text.compare(0, prefix.size(), prefix) == 0, "a failed build has its text");
+    require(typeid(failure) == typeid(std::runtime_error), "a failed build throws std::runtime_error");
+    require(text.compare(0, prefix.size(), prefix) == 0, "a failed build has the documented text");
     require(
         text.find_first_not_of("0123456789", prefix.size()) == std::string::npos &&
             text.size() > prefix.size(),
-        "a failed build names a number");
+        "the text of a failed build ends in a number");
 }
 
 void checkCommonName(X509Certificate const& certificate, Settings const& settings)
@@ -214,7 +214,7 @@ void checkCommonName(X509Certificate const& certificate, Settings const& setting
     succeeds([&] { found = certificate.getSubjectCommonName(); });
     require(
         found == (fits ? std::optional<std::string>(name) : std::nullopt),
-        "the common name is as it was set");
+        "the common name is the one that was set");
 }
 
 bool isSame(X509_EXTENSION* one, X509_EXTENSION* other)
@@ -225,12 +225,13 @@ bool isSame(X509_EXTENSION* one, X509_EXTENSION* other)
 
 void checkExtension(X509* certificate, int nid, int position, std::string const& text)
 {
-    require(X509_get_ext_by_NID(certificate, nid, -1) == position, "the extensions are in their order");
+    require(
+        X509_get_ext_by_NID(certificate, nid, -1) == position, "the extensions have the documented order");
     auto const expected = bareExtension(nid, text, certificate);
     require(
         refersToCertificate(text) ||
             (expected && isSame(X509_get_ext(certificate, position), expected.get())),
-        "an extension is as it was set");
+        "the extension has the value that was set");
 }
 
 void checkTimes(X509* certificate, Settings const& settings)
@@ -239,24 +240,28 @@ void checkTimes(X509* certificate, Settings const& settings)
     int days = 0;
     int seconds = 0;
     ASN1_TIME_diff(&days, &seconds, X509_get0_notBefore(certificate), X509_get0_notAfter(certificate));
-    require(days * secondsPerDay + seconds == settings.days * secondsPerDay, "the lifetime is as it was set");
+    require(
+        days * secondsPerDay + seconds == settings.days * secondsPerDay,
+        "the validity period is the one that was set");
     ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notBefore(certificate));
     auto const late = settings.offset * secondsPerDay - (days * secondsPerDay + seconds);
-    require(late >= 0 && late <= slack, "the start of validity is as it was set");
+    require(late >= 0 && late <= slack, "the validity starts when it was set to start");
 }
 
 void checkCertificate(X509Certificate const& certificate, Settings const& settings)
 {
     auto const bare = test::parseDer(certificate.getAsBytes());
-    require(X509_verify(bare.get(), X509_get0_pubkey(bare.get())) == 1, "the signature is the key's");
+    require(
+        X509_verify(bare.get(), X509_get0_pubkey(bare.get())) == 1,
+        "the certificate's own key verifies the signature");
     require(certificate.getKeySize() == settings.keySize, "the key has the size that was set");
-    // In OpenSSL's extension syntax, a name can be the text of any other content of its extension.
+    // In OpenSSL's extension syntax, the text of a name can stand for any other content of the extension.
     bool const isSound = (X509_get_extension_flags(bare.get()) & EXFLAG_INVALID) == 0;
-    require(certificate.isSelfSigned(), "the certificate is its own issuer");
-    require(certificate.isCACertificate() || !isSound, "the certificate is a CA's");
+    require(certificate.isSelfSigned(), "the certificate is self-signed");
+    require(certificate.isCACertificate() || !isSound, "the certificate is a CA certificate");
     require(
         !settings.serialNumber || certificate.getSerialNumber() == std::to_string(*settings.serialNumber),
-        "the serial number is as it was set");
+        "the serial number is the one that was set");
     checkCommonName(certificate, settings);
     checkTimes(bare.get(), settings);
     checkExtension(bare.get(), NID_subject_alt_name, 0, alternativeNamesFor(settings));
@@ -278,7 +283,7 @@ void checkPEMKey(X509Certificate const& certificate, std::string const& pem, Set
         bio.get(), nullptr, settings.passphrase ? nullptr : refusePassphrase, passphrase));
     require(key != nullptr, "the key opens with its passphrase");
     auto const bare = test::parseDer(certificate.getAsBytes());
-    require(X509_check_private_key(bare.get(), key.get()) == 1, "the key is the certificate's");
+    require(X509_check_private_key(bare.get(), key.get()) == 1, "the key belongs to the certificate");
 }
 
 void checkBundle(ByteArray const& bundle, Settings const& settings)
@@ -289,7 +294,7 @@ void checkBundle(ByteArray const& bundle, Settings const& settings)
             return certificates::PKCS12Certificate(bundle, passphrase);
         });
         require(opened.getPrivateKeyInfo().has_value(), "the bundle holds the key");
-        require(opened.getCertificate().empty(), "the bundle holds the key alone");
+        require(opened.getCertificate().empty(), "the bundle holds only the key");
     }
 }
 
@@ -333,9 +338,9 @@ void check(Bytes const& input)
     });
     require(
         !built || possible || refersToCertificate(alternativeNamesFor(settings)),
-        "only what can be made is built");
-    // A common name can be one that a bundle cannot name its key after.
-    require(built || !possible || asPKCS12, "what can be made is built");
+        "a build fails if OpenSSL cannot make the certificate");
+    // A bundle names its key after the common name. Not every common name is possible there.
+    require(built || !possible || asPKCS12, "a build succeeds if OpenSSL can make the certificate");
     clearErrorQueue();
 }
 

@@ -1,4 +1,4 @@
-/// A certificate from the bytes, in each of the three forms that it is loaded from.
+/// Loads a certificate from the input as bytes, as text and as a stream.
 
 #include "support/CertificateProperties.hpp"
 #include "support/Properties.hpp"
@@ -19,7 +19,7 @@ namespace {
 using certificates::ByteArray;
 using certificates::X509Certificate;
 
-/// A certificate, or how it failed to load.
+/// A certificate, or the text of the failure to load it.
 struct Outcome
 {
     std::optional<X509Certificate> certificate;
@@ -43,10 +43,10 @@ Outcome outcomeOfLoading(Source&& source)
 
 void requireSame(Outcome const& one, Outcome const& other)
 {
-    require(one.certificate.has_value() == other.certificate.has_value(), "each form loads, or none");
-    require(one.failure == other.failure, "each form fails with the same text");
+    require(one.certificate.has_value() == other.certificate.has_value(), "either all forms load or none");
+    require(one.failure == other.failure, "all forms fail with the same text");
     require(
-        !one.certificate || *one.certificate == *other.certificate, "each form gives the same certificate");
+        !one.certificate || *one.certificate == *other.certificate, "all forms give the same certificate");
 }
 
 void loadInEachForm(ByteArray const& data)

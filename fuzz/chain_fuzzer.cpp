@@ -1,5 +1,5 @@
-/// A chain from text: the input as it is if it holds a marker of PEM text, else a block of each of its
-/// elements of DER.
+/// Loads a chain from text. An input with a PEM marker is used unchanged. Otherwise each DER element of the
+/// input becomes a PEM block.
 
 #include "support/CertificateProperties.hpp"
 #include "support/DerElements.hpp"
@@ -47,23 +47,22 @@ std::optional<X509CertificateChain> load(Source&& source)
 void checkMembers(X509CertificateChain const& chain)
 {
     auto const members = chain.getCertificates();
-    require(!members.empty() && !chain.empty(), "a chain that was loaded is not empty");
-    require(members.size() == chain.getNumCertificates(), "a chain has as many members as it says");
+    require(!members.empty() && !chain.empty(), "a loaded chain is not empty");
+    require(members.size() == chain.getNumCertificates(), "a chain reports its number of members");
     X509CertificateChain rebuilt;
     for (auto const& member : members) {
         checkOutputLoads(member);
         rebuilt.addCertificate(member);
     }
-    require(rebuilt == chain, "a chain of the same members is equal");
+    require(rebuilt == chain, "chains of the same members are equal");
 }
 
 void checkOutput(X509CertificateChain const& chain)
 {
     auto const text = chain.getAsString();
-    auto const again =
-        mustSucceed("a chain that was written loads", [&] { return X509CertificateChain(text); });
-    require(again == chain && !(again != chain), "what loads from a chain's text is equal");
-    require(again.getAsString() == text, "what loads from a chain's text is written alike");
+    auto const again = mustSucceed("a written chain loads", [&] { return X509CertificateChain(text); });
+    require(again == chain && !(again != chain), "a chain loaded from its text is equal");
+    require(again.getAsString() == text, "a chain loaded from its text is written identically");
 
     std::ostringstream printed;
     printed << chain;
@@ -72,7 +71,7 @@ void checkOutput(X509CertificateChain const& chain)
     for (auto const& member : chain.getCertificates()) {
         expected << member << "\n";
     }
-    require(printed.str() == expected.str(), "a chain's report is made of its members'");
+    require(printed.str() == expected.str(), "the report of a chain holds the reports of its members");
 }
 
 void checkLeaf(X509CertificateChain const& chain)
@@ -85,23 +84,23 @@ void checkLeaf(X509CertificateChain const& chain)
     require(rest == chain, "a copy is equal");
     std::optional<X509Certificate> popped;
     succeeds([&] { popped.emplace(rest.popLeafCertificate()); });
-    require(popped.has_value() == (leaf != members.end()), "a chain gives up a leaf if it has one");
+    require(popped.has_value() == (leaf != members.end()), "a chain returns its leaf if it has one");
     if (popped) {
-        require(*popped == *leaf, "the leaf is the first certificate that is no CA's");
+        require(*popped == *leaf, "the leaf is the first certificate that is not a CA");
         members.erase(leaf);
     }
-    require(rest.getCertificates() == members, "the others stay in their order");
+    require(rest.getCertificates() == members, "the other members keep their order");
 }
 
 void check(std::string const& text)
 {
     auto const chain = load(text);
     std::istringstream stream(text);
-    require(load(stream) == chain, "both forms load alike");
+    require(load(stream) == chain, "text and stream give the same result");
     if (chain) {
         checkMembers(*chain);
-        mustSucceed("a chain is written", [&] { checkOutput(*chain); });
-        mustSucceed("a chain is taken apart", [&] { checkLeaf(*chain); });
+        mustSucceed("a loaded chain can be written", [&] { checkOutput(*chain); });
+        mustSucceed("a loaded chain can be taken apart", [&] { checkLeaf(*chain); });
     }
     clearErrorQueue();
 }

@@ -24,9 +24,9 @@
 #include <string>
 #include <vector>
 
-// What a validation makes of the CRL that a server hands out, from the answer's body to the verdict. Bare
-// OpenSSL, asked step by step, says what is to come out. The input is the CRL of one level, and a last byte
-// that tells how to validate; the other level has a good CRL that revokes nothing.
+// Validates with a CRL from a server, from the body of the response to the verdict. Bare OpenSSL computes the
+// expected result step by step. The input is the CRL of one level of the chain, followed by a byte of
+// options. The CRL of the other level is valid and revokes nothing.
 
 namespace foundation::fuzz {
 
@@ -40,7 +40,7 @@ using Options = certificates::CertificateValidationOptions;
 using Results = certificates::CertificateValidationResults;
 using Status = certificates::CertificateChainStatus;
 
-/// What the server has to offer.
+/// The responses of the server.
 struct Server
 {
     Bytes leafCrl;
@@ -89,7 +89,7 @@ Bytes goodCrlOf(test::CertificateAndKey const& issuer)
     }));
 }
 
-/// A level of the chain: a certificate, and the CRL that speaks of it.
+/// A level of the chain: a certificate and the CRL that covers it.
 struct Level
 {
     test::CertificateAndKey const* subject;
@@ -118,7 +118,7 @@ CrlHandle parse(Bytes const& answer)
 
 constexpr char const noTimeText[] = "Invalid time format used in the certificate.";
 
-/// Why the level's answer is not to be used; empty if it is.
+/// Returns the reason to refuse the level's response, or "" for a response to use.
 std::string faultOf(Level const& level)
 {
     std::string const verification = "CRL Verification Error: ";
@@ -144,7 +144,7 @@ std::string faultOf(Level const& level)
     return order == 1 ? "" : verification + "Certificate Revocation List has expired\n";
 }
 
-/// What the clock decides from one second to the next has no witness.
+/// Whether the result may change within seconds, so that two computations may differ.
 bool dependsOnTheSecond(CrlHandle const& crl)
 {
     constexpr std::time_t margin = 10;
@@ -176,13 +176,12 @@ int verdictOf(std::vector<Level> const& levels, unsigned long crlFlags)
 
 struct Expectation
 {
-    /// Of the exception; empty if there is to be none.
+    /// The text of the expected exception, or "".
     std::string failure;
     int verdict = X509_V_OK;
 };
 
-/// A fault makes a required CRL fail, and otherwise switches the check off. A date that cannot be read fails
-/// always.
+/// With a fault, a required CRL fails, and a best-effort CRL is not checked. An unreadable date always fails.
 Expectation expectationFor(Question const& question, std::vector<Level> const& levels)
 {
     for (auto const& level : levels) {
@@ -196,8 +195,8 @@ Expectation expectationFor(Question const& question, std::vector<Level> const& l
     return {"", verdictOf(levels, question.allowsRevoked ? 0 : flags)};
 }
 
-/// What becomes of the one level, with a required CRL.
-void downloads(Level const& level, std::string const& fault)
+/// Checks the download for one level, with a required CRL.
+void checkDownload(Level const& level, std::string const& fault)
 {
     using namespace certificates;
     static X509Certificate const leaf(fixedPki().leaf.der());
@@ -214,13 +213,11 @@ void downloads(Level const& level, std::string const& fault)
     } catch (X509CertificateException const& exception) {
         failure = exception.what();
     } catch (...) {
-        failOnException("A download failed with another type than the documented one");
+        failOnException("a download fails with the documented type");
     }
     clearErrorQueue();
-    require(failure == fault, "A CRL is refused for another reason, or taken");
-    require(
-        added == fault.empty() && crls.size() == (added ? 1U : 0U),
-        "A CRL is kept, or is not, against the verdict");
+    require(failure == fault, "a CRL is refused for the expected reason or accepted");
+    require(added == fault.empty() && crls.size() == (added ? 1U : 0U), "exactly an accepted CRL is kept");
 }
 
 struct Outcome
@@ -246,7 +243,7 @@ Outcome validate(Options const& options)
     } catch (X509CertificateException const& failure) {
         outcome.failure = failure.what();
     } catch (...) {
-        failOnException("A validation failed with another type than the documented one");
+        failOnException("a validation fails with the documented type");
     }
     return outcome;
 }
@@ -261,7 +258,7 @@ std::string asText(ASN1_TIME const* time)
     return {text.begin(), text.end()};
 }
 
-/// Whether a CRL whose signature is good names the certificate of its level, with the date.
+/// Whether a CRL with a valid signature lists the certificate of its level with the date.
 bool names(std::vector<Level> const& levels, std::string const& date)
 {
     for (auto const& level : levels) {
@@ -278,42 +275,42 @@ bool names(std::vector<Level> const& levels, std::string const& date)
     return false;
 }
 
-void describesRevocation(Outcome const& outcome, std::vector<Level> const& levels)
+void checkRevocation(Outcome const& outcome, std::vector<Level> const& levels)
 {
     using RevocationStatus = certificates::CertificateRevocationResults::RevocationStatus;
     if (!outcome.results) {
         require(
             outcome.failure == "Error: printing the ASN1 time failed." && names(levels, ""),
-            "A revocation cannot be described for another reason than its date");
+            "only an unreadable date prevents a description of the revocation");
         return;
     }
     auto const revocation = outcome.results->getCertificateRevocationResults();
-    require(outcome.results->getCertificateChainStatus() == Status::Revoked, "A revocation is not told");
-    require(revocation.getRevocationStatus() == RevocationStatus::Revoked, "A revocation is not described");
+    require(
+        outcome.results->getCertificateChainStatus() == Status::Revoked,
+        "the verdict for a revoked certificate is Revoked");
+    require(revocation.getRevocationStatus() == RevocationStatus::Revoked, "the revocation is described");
     require(
         names(levels, revocation.getRevocationDateString()),
-        "No CRL with a good signature names the certificate that is called revoked");
+        "a CRL with a valid signature lists the revoked certificate");
 }
 
-/// The verdict's text tells OpenSSL's code.
-void saysWhatOpenSSLSays(Results const& results, int verdict)
+/// Checks that verdict and text agree with OpenSSL's code.
+void checkVerdict(Results const& results, int verdict)
 {
     bool const isValid = verdict == X509_V_OK;
     require(
-        (results.getCertificateChainStatus() == Status::Valid) == isValid,
-        "The verdict is not the one of OpenSSL");
+        (results.getCertificateChainStatus() == Status::Valid) == isValid, "the verdict agrees with OpenSSL");
     require(
         results.getCertificateChainStatus() != Status::Revoked,
-        "A certificate is called revoked that OpenSSL does not call so");
-    require(results.getRootCertificate().has_value() == isValid, "A root comes with validity alone");
+        "the certificate is revoked only if OpenSSL says so");
+    require(results.getRootCertificate().has_value() == isValid, "exactly a valid chain has a root");
     auto const code = "Error code " + std::to_string(verdict) + " ";
     auto const text = results.getValidationErrorString();
     require(
-        isValid ? text.empty() : text.find(code) != std::string::npos,
-        "The failure is not the one of OpenSSL");
+        isValid ? text.empty() : text.find(code) != std::string::npos, "the text names OpenSSL's error code");
 }
 
-void judges(Question const& question, Bytes const& crl)
+void check(Question const& question, Bytes const& crl)
 {
     static Bytes const goodLeafCrl = goodCrlOf(fixedPki().ca);
     static Bytes const goodCaCrl = goodCrlOf(fixedPki().root);
@@ -330,7 +327,7 @@ void judges(Question const& question, Bytes const& crl)
     }
     auto const& fuzzed = question.fuzzesTheCa ? levels.back() : levels.front();
     auto const fault = faultOf(fuzzed);
-    downloads(fuzzed, fault);
+    checkDownload(fuzzed, fault);
     if (!fault.empty() && !question.validatesAlways) {
         return;
     }
@@ -338,17 +335,18 @@ void judges(Question const& question, Bytes const& crl)
     clearErrorQueue();
     auto const outcome = validate(question.options());
     if (!expectation.failure.empty()) {
-        require(outcome.failure == expectation.failure, "A CRL is refused for another reason, or taken");
+        require(outcome.failure == expectation.failure, "a required CRL is refused for the expected reason");
     } else if (expectation.verdict == X509_V_ERR_CERT_REVOKED) {
-        describesRevocation(outcome, levels);
+        checkRevocation(outcome, levels);
     } else {
-        require(outcome.results.has_value(), "A validation failed that is to have a verdict");
-        saysWhatOpenSSLSays(*outcome.results, expectation.verdict);
+        require(outcome.results.has_value(), "the validation has a verdict");
+        checkVerdict(*outcome.results, expectation.verdict);
     }
     clearErrorQueue();
 }
 
-/// The CRL passes through a file on its way: best in memory, where the system has a place for that.
+/// The library writes the CRL to a temporary file. Puts that file in memory if the system has a folder for
+/// it.
 bool keepTemporaryFilesInMemory()
 {
     constexpr char const place[] = "/dev/shm";
@@ -359,7 +357,8 @@ bool keepTemporaryFilesInMemory()
 
 } // namespace foundation::fuzz
 
-/// In place of the library's own, which would connect: the linker takes what the program itself defines.
+/// Replaces the library's function, which would open a connection. The linker prefers the program's
+/// definition.
 std::string foundation::certificates::fetchOverHttp(std::string const& /*host*/, std::string const& path)
 {
     auto const& answer = path == fuzz::leafCrlPath ? fuzz::server().leafCrl : fuzz::server().caCrl;
@@ -369,11 +368,11 @@ std::string foundation::certificates::fetchOverHttp(std::string const& /*host*/,
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
     static bool const inMemory = foundation::fuzz::keepTemporaryFilesInMemory();
-    foundation::fuzz::require(inMemory, "The place of temporary files cannot be chosen");
+    foundation::fuzz::require(inMemory, "the folder for temporary files can be chosen");
     if (size == 0) {
         return 0;
     }
-    foundation::fuzz::judges(
+    foundation::fuzz::check(
         foundation::fuzz::Question(data[size - 1]), foundation::test::Bytes(data, data + size - 1));
     return 0;
 }

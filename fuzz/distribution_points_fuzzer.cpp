@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-// Where a certificate says its CRL is to be had. The last byte of the input tells whether the others are the
-// content of the extension or a URL.
+// Reads the CRL distribution points of a certificate, and the URLs in them. The last byte of the input says
+// whether the other bytes are the content of the extension or a URL.
 
 namespace foundation::fuzz {
 
@@ -32,7 +32,7 @@ using Options = certificates::CertificateValidationOptions;
 
 constexpr int extensionsTag = 0xA3;
 
-/// A certificate in two parts, between which its extensions are missing. Nobody verifies its signature.
+/// The parts of a certificate before and after its extensions. The signature is not verified.
 struct Frame
 {
     Bytes fields;
@@ -91,7 +91,7 @@ void appendTexts(DIST_POINT_NAME const& name, URLs& texts)
     }
 }
 
-/// What bare OpenSSL reads in the extension.
+/// Returns the URLs and names that bare OpenSSL reads from the extension.
 URLs textsIn(Bytes const& extensionContent)
 {
     URLs texts;
@@ -108,45 +108,45 @@ URLs textsIn(Bytes const& extensionContent)
     return texts;
 }
 
-/// The library matches by hand, and is to match as the expression does. That one spends stack on each
-/// character, so long URLs have no witness.
-void matchesAsTheExpression(std::string const& url)
+/// Checks that the library's parser accepts the same URLs as the regular expression. The expression uses
+/// stack for each character, so long URLs are not compared.
+void checkParser(std::string const& url)
 {
     auto const parsed = certificates::parseHttpUrl(url);
     if (parsed) {
-        require("http://" + parsed->host + parsed->path == url, "The halves of a URL do not make up the URL");
+        require("http://" + parsed->host + parsed->path == url, "host and path make up the URL");
     }
-    constexpr std::size_t longestForTheWitness = 200;
-    if (url.size() >= longestForTheWitness) {
+    constexpr std::size_t longestToCompare = 200;
+    if (url.size() >= longestToCompare) {
         return;
     }
     static std::regex const expression("http://(.*?)/(.*)");
     std::smatch match;
     bool const matches = std::regex_match(url, match, expression);
-    require(parsed.has_value() == matches, "A URL is taken that does not match, or the other way round");
+    require(parsed.has_value() == matches, "the parser accepts exactly what the expression matches");
     if (parsed) {
-        require(parsed->host == match[1].str(), "The host is another than the expression's");
-        require(parsed->path == "/" + match[2].str(), "The path is another than the expression's");
+        require(parsed->host == match[1].str(), "the host is that of the expression");
+        require(parsed->path == "/" + match[2].str(), "the path is that of the expression");
     }
 }
 
-/// The first URL that can be used is chosen, whatever stands behind it.
-void choosesTheFirst(URLs const& urls)
+/// Checks that the first usable URL is chosen.
+void checkChoice(URLs const& urls)
 {
     auto const chosen = certificates::firstHttpUrl(urls);
     for (auto const& url : urls) {
-        matchesAsTheExpression(url);
+        checkParser(url);
         if (auto const parsed = certificates::parseHttpUrl(url)) {
             require(
                 chosen && chosen->host == parsed->host && chosen->path == parsed->path,
-                "The URL that was chosen is not the first one that can be used");
+                "the chosen URL is the first usable one");
             return;
         }
     }
-    require(!chosen, "A URL was chosen where none can be used");
+    require(!chosen, "no URL is chosen if no URL is usable");
 }
 
-/// Says why a CRL that is required cannot be fetched; nothing goes over the network before that.
+/// Returns the failure to fetch a required CRL. It fails before it uses the network.
 std::string failureOfDownload(certificates::X509Certificate const& certificate)
 {
     certificates::X509CertificateImpl::CRLs crls;
@@ -158,43 +158,43 @@ std::string failureOfDownload(certificates::X509Certificate const& certificate)
     } catch (certificates::X509CertificateException const& failure) {
         return failure.what();
     } catch (...) {
-        failOnException("A download failed with another type than the documented one");
+        failOnException("a download fails with the documented type");
     }
     return {};
 }
 
-void refusesCertificateWithoutUrl(certificates::X509Certificate const& certificate, bool namesPoints)
+void checkRefusalWithoutUrl(certificates::X509Certificate const& certificate, bool namesPoints)
 {
     require(
         failureOfDownload(certificate) ==
             (namesPoints
                  ? "CRL Download Error: Unable to resolve Certificate Revocation List Distribution Points\n"
                  : "CRL Download Error: Certificate Revocation List Distribution Points not available\n"),
-        "A certificate without a URL is refused for another reason");
+        "a certificate without a usable URL is refused with the documented text");
 }
 
-/// DER that holds the beginning of PEM is taken for PEM.
+/// Whether the library reads the DER as PEM, because it holds the PEM marker.
 bool looksLikePem(Bytes const& extensionContent)
 {
     return test::contains(test::asText(extensionContent), "-----BEGIN CERTIFICATE-----");
 }
 
-void choosesUrlOf(Bytes const& extensionContent)
+void checkExtension(Bytes const& extensionContent)
 {
     if (looksLikePem(extensionContent)) {
         return;
     }
-    auto const certificate = mustSucceed("A certificate with any such extension is to load", [&] {
+    auto const certificate = mustSucceed("a certificate with any distribution points loads", [&] {
         return certificates::X509Certificate(certificateWith(extensionContent));
     });
-    auto const urls = mustSucceed("The distribution points are to be readable", [&] {
+    auto const urls = mustSucceed("the distribution points can be queried", [&] {
         return certificates::X509CertificateImpl().getCRLDistributionPoints(certificate);
     });
     clearErrorQueue();
-    require(urls == textsIn(extensionContent), "The distribution points are others than OpenSSL's");
-    choosesTheFirst(urls);
+    require(urls == textsIn(extensionContent), "the distribution points are those that OpenSSL reads");
+    checkChoice(urls);
     if (!certificates::firstHttpUrl(urls)) {
-        refusesCertificateWithoutUrl(certificate, !urls.empty());
+        checkRefusalWithoutUrl(certificate, !urls.empty());
         clearErrorQueue();
     }
 }
@@ -210,9 +210,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }
     foundation::test::Bytes const content(data, data + size - 1);
     if ((data[size - 1] & 1U) == 0) {
-        foundation::fuzz::choosesUrlOf(content);
+        foundation::fuzz::checkExtension(content);
     } else {
-        foundation::fuzz::matchesAsTheExpression(foundation::test::asText(content));
+        foundation::fuzz::checkParser(foundation::test::asText(content));
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-/// Base64, hexadecimal and the dump of bytes: each is compared with a plain writing of its rules, or with
+/// Compares base64, hexadecimal and the dump of bytes with a simple implementation of their rules or with
 /// OpenSSL.
 
 #include "support/Properties.hpp"
@@ -26,14 +26,14 @@ using certificates::ByteArray;
 
 std::string base64OfOpenSSL(ByteArray const& data)
 {
-    std::string text((data.size() + 2) / 3 * 4 + 1, '\0'); // and the terminator that OpenSSL appends
+    std::string text((data.size() + 2) / 3 * 4 + 1, '\0'); // one more for the terminator that OpenSSL appends
     int const length = EVP_EncodeBlock(
         reinterpret_cast<unsigned char*>(text.data()), data.data(), static_cast<int>(data.size()));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }
 
-/// Six bits; an "=" counts as zero. Nothing for any other character outside the alphabet.
+/// Returns six bits, or nothing for a character outside the alphabet. Returns zero for "=".
 std::optional<unsigned> valueOfBase64Character(char character)
 {
     static constexpr std::string_view alphabet =
@@ -45,7 +45,7 @@ std::optional<unsigned> valueOfBase64Character(char character)
     return position == std::string_view::npos ? std::nullopt : std::optional<unsigned>(position);
 }
 
-/// What base64Decode must give, nothing if it must fail.
+/// Returns the expected result of base64Decode, or nothing if it must fail.
 std::optional<ByteArray> decodedBase64(std::string const& text)
 {
     auto const padding = static_cast<std::size_t>(std::count(text.begin(), text.end(), '='));
@@ -91,12 +91,12 @@ bool isHex(std::string const& text)
 void checkHex(ByteArray const& data, std::string const& text)
 {
     std::string const encoded = certificates::hexEncode(data);
-    require(encoded.size() == 2 * data.size(), "hexEncode writes two digits a byte");
+    require(encoded.size() == 2 * data.size(), "hexEncode writes two digits per byte");
     require(certificates::hexDecode(encoded) == data, "hexDecode undoes hexEncode");
 
     ByteArray decoded;
     bool const succeeded = succeeds([&] { decoded = certificates::hexDecode(text); });
-    require(succeeded == isHex(text), "hexDecode takes pairs of digits and nothing else");
+    require(succeeded == isHex(text), "hexDecode accepts exactly pairs of digits");
     std::string lowerCase = text;
     std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), [](char digit) {
         return digit >= 'A' && digit <= 'F' ? static_cast<char>(digit - 'A' + 'a') : digit;

@@ -12,8 +12,8 @@
 #include <string>
 #include <utility>
 
-// What a server may answer to the client that downloads CRLs. The first byte of the input says how the
-// connection behaves, the others come from the server.
+// Feeds responses to the HTTP client that downloads CRLs. The first byte of the input says how the connection
+// behaves. The other bytes are the response.
 
 namespace foundation::fuzz {
 
@@ -22,7 +22,7 @@ namespace {
 constexpr char const host[] = "crl.test";
 constexpr char const path[] = "/a/b.crl?c";
 
-/// A connection whose bytes arrive in pieces, as a socket's do.
+/// A connection whose bytes arrive in pieces, as on a socket.
 class Connection : public std::streambuf
 {
 public:
@@ -72,16 +72,16 @@ bool isSpace(char character)
     return character != '\0' && std::strchr(" \t\n\v\f\r", character) != nullptr;
 }
 
-/// What follows the headers. They end with a line of nothing but a carriage return; without one, all is
-/// headers.
+/// Returns what follows the headers. The headers end with a line that holds only a carriage return. Without
+/// such a line there is no body.
 std::string bodyOf(std::string const& answer, std::size_t endOfStatusLine)
 {
     auto const end = answer.find("\n\r\n", endOfStatusLine);
     return end == std::string::npos ? "" : answer.substr(end + std::strlen("\n\r\n"));
 }
 
-/// The reply, if its status line is one: a word, one blank, and a number that ends within the line. Of other
-/// answers the witness has no opinion.
+/// Returns the reply if its status line is well formed: a word, one blank, and a number that ends within the
+/// line. Other replies are not compared.
 std::optional<Reply> wellFormedReply(std::string const& answer)
 {
     auto const endOfWord = answer.find(' ');
@@ -112,7 +112,7 @@ Outcome exchange(std::iostream& stream)
     } catch (certificates::X509CertificateException const& failure) {
         outcome.failure = failure.what();
     } catch (...) {
-        failOnException("The exchange failed with another type than the documented one");
+        failOnException("the exchange fails with the documented type");
     }
     return outcome;
 }
@@ -131,39 +131,39 @@ bool isDocumented(std::string const& failure)
 void requireAgreement(Outcome const& outcome, Reply const& reply)
 {
     if (reply.statusCode == 200) {
-        require(outcome.body == reply.body, "The body is another than the one that was sent");
+        require(outcome.body == reply.body, "the body is the one that was sent");
     } else {
         require(
             outcome.failure == "CRL Download Error: Response returned with status code: " +
                                    std::to_string(reply.statusCode) + "\n",
-            "A wrong status code is not reported, or another one is");
+            "the failure names the status code");
     }
 }
 
-void exchangeIsSound(std::string const& answer, std::size_t pieceLength, bool acceptsRequest)
+void check(std::string const& answer, std::size_t pieceLength, bool acceptsRequest)
 {
     Connection connection(answer, pieceLength, acceptsRequest);
     std::iostream stream(&connection);
     auto const outcome = exchange(stream);
 
-    require(outcome.body || isDocumented(outcome.failure), "The failure has an undocumented text");
+    require(outcome.body || isDocumented(outcome.failure), "the failure has a documented text");
     if (!acceptsRequest) {
         require(
             outcome.failure == "CRL Download Error: Invalid response\n",
-            "A connection that takes no request has answered it");
+            "without a request the response is invalid");
         return;
     }
     require(
         connection.request() == "GET /a/b.crl?c HTTP/1.0\r\nHost: crl.test\r\nAccept: */*\r\n"
                                 "Connection: close\r\n\r\n",
-        "The request is another than it is to be");
+        "the request is the documented one");
     if (auto const reply = wellFormedReply(answer)) {
         requireAgreement(outcome, *reply);
     } else if (outcome.body) {
         require(
             outcome.body->size() <= answer.size() &&
                 std::equal(outcome.body->rbegin(), outcome.body->rend(), answer.rbegin()),
-            "The body is not the end of what was sent");
+            "the body is the end of what was sent");
     }
 }
 
@@ -179,6 +179,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     constexpr unsigned refusesRequest = 0x80;
     std::string const answer(data + 1, data + size);
     std::size_t const pieceLength = 1 + (data[0] & 0x7FU);
-    foundation::fuzz::exchangeIsSound(answer, pieceLength, (data[0] & refusesRequest) == 0);
+    foundation::fuzz::check(answer, pieceLength, (data[0] & refusesRequest) == 0);
     return 0;
 }

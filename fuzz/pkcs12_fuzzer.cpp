@@ -22,8 +22,8 @@
 #include <utility>
 #include <vector>
 
-// PKCS#12 bundles: opening them and taking out what they hold. The input is a bundle, its passphrase, a byte
-// with the length of that, and a byte that says whether the bundle gets a new MAC and how much to check.
+// PKCS#12 bundles: opening them and reading their content. The input holds a bundle and a passphrase. Its
+// options say whether the bundle gets a new MAC and how much to check.
 
 namespace foundation::fuzz {
 
@@ -36,7 +36,7 @@ using certificates::PrivateKeyInfo;
 using test::own;
 using test::Pkcs12Handle;
 
-/// What bare OpenSSL takes out of a bundle.
+/// The content of a bundle as bare OpenSSL reads it.
 struct Contents
 {
     test::KeyHandle key;
@@ -70,7 +70,7 @@ std::optional<Contents> contentsOf(Pkcs12Handle const& bundle, std::string const
     return result == 0 ? std::nullopt : std::make_optional(contents);
 }
 
-/// The bundle with a MAC that fits the passphrase: damage alone would never get past the MAC.
+/// Returns the bundle with a MAC that fits the passphrase, or the unchanged data if it is not a bundle.
 ByteArray withNewMac(ByteArray const& data, std::string const& passphrase)
 {
     auto const bundle = parse(data);
@@ -97,8 +97,8 @@ bool beginsWith(std::string const& text, char const* beginning)
     return text.rfind(beginning, 0) == 0;
 }
 
-/// A failure names the stage at which bare OpenSSL fails, too.
-void isRefusedRightly(ByteArray const& data, std::string const& passphrase)
+/// Checks that the failure names the stage at which bare OpenSSL fails.
+void checkRefusal(ByteArray const& data, std::string const& passphrase)
 {
     std::string failure;
     bool incorrect = false;
@@ -114,79 +114,83 @@ void isRefusedRightly(ByteArray const& data, std::string const& passphrase)
     bool const parses = bundle != nullptr && ERR_peek_error() == 0;
     require(
         data.empty() || parses != beginsWith(failure, "Error: Loading PKSC12 certificate failed. Reason="),
-        "A failure names another stage than parsing, or names it falsely");
+        "exactly a bundle that does not parse fails to load");
     if (parses) {
         bool const opens = fits(bundle, passphrase);
-        require(incorrect != opens, "Passphrases are not told apart as OpenSSL does it");
+        require(incorrect != opens, "exactly a passphrase that OpenSSL refuses is incorrect");
         require(
             !opens || contentsOf(bundle, passphrase).has_value() !=
                           beginsWith(failure, "Error: Parsing PKSC12 certificate failed."),
-            "A failure names another stage than decryption, or names it falsely");
+            "exactly a bundle that OpenSSL cannot decrypt fails to parse");
     }
     clearErrorQueue();
 }
 
-/// Equality, which refuses bundles without a certificate; these are compared part by part.
+/// Whether the bundles are equal. `operator==` throws for bundles without a certificate, so those are
+/// compared by parts.
 bool areEqual(PKCS12Certificate const& left, PKCS12Certificate const& right)
 {
     if (!left.getCertificate().empty() && !right.getCertificate().empty()) {
         return left == right && !(left != right);
     }
     bool equal = false;
-    require(!succeeds([&] { equal = left == right; }), "Bundles without a certificate are compared");
+    require(!succeeds([&] { equal = left == right; }), "bundles without a certificate cannot be compared");
     return left.getCertificate().empty() && right.getCertificate().empty() &&
            left.getCAChain() == right.getCAChain() && left.getPrivateKeyInfo() == right.getPrivateKeyInfo();
 }
 
-void opensFromStream(PKCS12Certificate const& bundle, ByteArray const& data, std::string const& passphrase)
+void checkStream(PKCS12Certificate const& bundle, ByteArray const& data, std::string const& passphrase)
 {
     std::istringstream stream(std::string(data.begin(), data.end()));
-    mustSucceed("What opens from bytes is to open from a stream", [&] {
+    mustSucceed("what opens from bytes opens from a stream", [&] {
         require(
-            areEqual(PKCS12Certificate(stream, passphrase), bundle), "Opened from a stream, it is another");
+            areEqual(PKCS12Certificate(stream, passphrase), bundle),
+            "a bundle opened from a stream is equal");
     });
 }
 
-void roundTrips(PKCS12Certificate const& bundle, std::string const& passphrase)
+void checkRoundTrip(PKCS12Certificate const& bundle, std::string const& passphrase)
 {
-    require(!bundle.empty(), "What was opened is empty");
+    require(!bundle.empty(), "an opened bundle is not empty");
     auto const bytes = bundle.getAsBytes();
-    mustSucceed("What was written is to open with the same passphrase", [&] {
+    mustSucceed("a written bundle opens with its passphrase", [&] {
         PKCS12Certificate const again(bytes, passphrase);
-        require(areEqual(again, bundle), "Written and opened, it is another");
-        require(again.getAsBytes() == bytes, "Written a second time, it is another");
+        require(areEqual(again, bundle), "a bundle opened from its bytes is equal");
+        require(again.getAsBytes() == bytes, "a bundle opened from its bytes is written identically");
     });
 }
 
-void copiesAreEqual(PKCS12Certificate const& bundle)
+void checkCopy(PKCS12Certificate const& bundle)
 {
     PKCS12Certificate copy(bundle);
-    require(areEqual(copy, bundle), "A copy differs");
+    require(areEqual(copy, bundle), "a copy is equal");
     PKCS12Certificate const moved(std::move(copy));
-    require(areEqual(moved, bundle), "It was not moved");
+    require(areEqual(moved, bundle), "a moved bundle is equal");
     std::ostringstream report;
     succeeds([&] { report << bundle; });
     clearErrorQueue();
 }
 
-void holdsTheCertificates(PKCS12Certificate const& bundle, Contents const& contents)
+void checkCertificates(PKCS12Certificate const& bundle, Contents const& contents)
 {
     auto const certificate = bundle.getCertificate();
-    require(certificate.empty() == (contents.certificate == nullptr), "The certificate came from nowhere");
+    require(
+        certificate.empty() == (contents.certificate == nullptr),
+        "there is a certificate exactly if OpenSSL finds one");
     if (contents.certificate != nullptr) {
         require(
             certificate.getAsBytes() == test::toDer(contents.certificate),
-            "The certificate is not the one that OpenSSL finds");
+            "the certificate is the one that OpenSSL finds");
     }
     auto const chain = bundle.getCAChain().getCertificates();
     require(
         static_cast<int>(chain.size()) == std::max(0, sk_X509_num(contents.others.get())),
-        "The other certificates are miscounted");
+        "the other certificates are as many as OpenSSL finds");
     for (int index = 0; index < static_cast<int>(chain.size()); ++index) {
         auto const expected = test::toDer(test::share(sk_X509_value(contents.others.get(), index)));
         require(
             chain[static_cast<std::size_t>(index)].getAsBytes() == expected,
-            "One of the other certificates is not the one that OpenSSL finds");
+            "the other certificates are those that OpenSSL finds");
     }
 }
 
@@ -200,20 +204,21 @@ ByteArray privateNumberOf(test::KeyHandle const& key, char const* parameter)
     return bytes;
 }
 
-void holdsTheKey(PKCS12Certificate const& bundle, Contents const& contents)
+void checkKey(PKCS12Certificate const& bundle, Contents const& contents)
 {
     auto const key = bundle.getPrivateKeyInfo();
-    require(key.has_value() == (contents.key != nullptr), "The key came from nowhere");
+    require(key.has_value() == (contents.key != nullptr), "there is a key exactly if OpenSSL finds one");
     ByteArray exponent;
     bool const given = succeeds([&] { exponent = bundle.getPrivateExponent(); });
-    require(given == (!key || key->getType() == KeyType::RSA), "An exponent is for RSA keys");
+    require(
+        given == (!key || key->getType() == KeyType::RSA), "exactly a key that is not RSA has no exponent");
     if (!key) {
-        require(exponent.empty(), "There is an exponent without a key");
+        require(exponent.empty(), "without a key the exponent is empty");
     } else if (key->getType() == KeyType::RSA) {
         require(
             exponent == privateNumberOf(contents.key, OSSL_PKEY_PARAM_RSA_D) &&
                 exponent == key->getRSAPrivateExponent(),
-            "The exponent is not the one that OpenSSL finds");
+            "the exponent is the one that OpenSSL finds");
     }
     clearErrorQueue();
 }
@@ -221,30 +226,30 @@ void holdsTheKey(PKCS12Certificate const& bundle, Contents const& contents)
 struct Question
 {
     std::string passphrase;
-    /// Most of the time goes into the decoding of keys, once for each certificate of each object.
+    /// Off for most inputs: most of the time is spent on decoding the keys of each loaded certificate.
     bool isThorough;
 };
 
-void holdsWhatOpenSSLFinds(PKCS12Certificate const& bundle, ByteArray const& data, Question const& question)
+void checkContents(PKCS12Certificate const& bundle, ByteArray const& data, Question const& question)
 {
     auto const contents = contentsOf(parse(data), question.passphrase);
-    require(contents.has_value(), "A bundle opens that OpenSSL does not open");
-    holdsTheCertificates(bundle, *contents);
-    holdsTheKey(bundle, *contents);
+    require(contents.has_value(), "a bundle opens only if OpenSSL opens it");
+    checkCertificates(bundle, *contents);
+    checkKey(bundle, *contents);
     if (question.isThorough) {
-        opensFromStream(bundle, data, question.passphrase);
-        roundTrips(bundle, question.passphrase);
-        copiesAreEqual(bundle);
+        checkStream(bundle, data, question.passphrase);
+        checkRoundTrip(bundle, question.passphrase);
+        checkCopy(bundle);
     }
 }
 
-void isSound(ByteArray const& data, Question const& question)
+void check(ByteArray const& data, Question const& question)
 {
     std::optional<PKCS12Certificate> bundle;
     if (loads([&] { bundle.emplace(data, question.passphrase); })) {
-        holdsWhatOpenSSLFinds(*bundle, data, question);
+        checkContents(*bundle, data, question);
     } else if (!data.empty()) {
-        isRefusedRightly(data, question.passphrase);
+        checkRefusal(data, question.passphrase);
     }
 }
 
@@ -261,7 +266,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         bool const getsNewMac = (input->options & pkcs12_option::newMac) != 0;
         auto const bundle = getsNewMac ? withNewMac(input->container, passphrase) : input->container;
         if (!takesLong(bundle, passphrase)) {
-            isSound(bundle, {passphrase, (input->options & pkcs12_option::thorough) != 0});
+            check(bundle, {passphrase, (input->options & pkcs12_option::thorough) != 0});
         }
     }
     return 0;

@@ -24,9 +24,8 @@
 #include <utility>
 #include <vector>
 
-// PKCS#7 signed data: loading, queries, the content, verification. The input is the signed data, content that
-// lies apart from it, a byte with the length of that, and a byte that says whom to trust and how much to
-// check.
+// PKCS#7 signed data: loading, queries, content and verification. The input holds the signed data and
+// detached content. Its options say which root to trust and how much to check.
 
 namespace foundation::fuzz {
 
@@ -47,7 +46,7 @@ struct Question
     bool trustsUnrelatedRoot = false;
     bool knowsCa = false;
     ByteArray detachedContent;
-    /// Most of the time goes into the decoding of keys, once for each certificate of each object.
+    /// Off for most inputs: most of the time is spent on decoding the keys of each loaded certificate.
     bool isThorough = false;
 };
 
@@ -90,8 +89,8 @@ test::Pkcs7Handle parse(ByteArray const& data)
                            : d2i_PKCS7_bio(reader.get(), nullptr));
 }
 
-/// What bare OpenSSL says, asked with the same arguments. It is asked only where the library has said yes: of
-/// strange structures, which the library keeps from it, some releases of OpenSSL do not survive the question.
+/// Verifies with bare OpenSSL and the same arguments. Used only after the library accepted the input: some
+/// releases of OpenSSL crash on malformed structures, which the library rejects first.
 class Reference
 {
 public:
@@ -112,9 +111,9 @@ public:
         return verifies(store.get(), question.detachedContent.empty() ? PKCS7_NO_DUAL_CONTENT : 0);
     }
 
-    bool findsSignaturesSound() const { return verifies(nullptr, PKCS7_NOVERIFY); }
+    bool acceptsSignatures() const { return verifies(nullptr, PKCS7_NOVERIFY); }
 
-    /// Trust in the first signer, for any purpose.
+    /// Whether the first signer is trusted for any purpose.
     bool trustsFirstSigner(X509Certificate const& signer) const
     {
         test::ReferenceVerifier verifier;
@@ -147,31 +146,31 @@ private:
     test::X509StackHandle untrusted;
 };
 
-/// The three ways in have one outcome.
+/// Loads from bytes. If that fails, string and stream must fail, too.
 std::optional<PKCS7Certificate> load(ByteArray const& data)
 {
     std::optional<PKCS7Certificate> loaded;
     if (!loads([&] { loaded.emplace(data); })) {
         std::string const text(data.begin(), data.end());
         std::istringstream stream(text);
-        require(!loads([&] { PKCS7Certificate refused(text); }), "A string loads where its bytes do not");
-        require(!loads([&] { PKCS7Certificate refused(stream); }), "A stream loads where its bytes do not");
+        require(!loads([&] { PKCS7Certificate refused(text); }), "a string loads only if its bytes load");
+        require(!loads([&] { PKCS7Certificate refused(stream); }), "a stream loads only if its bytes load");
     }
     return loaded;
 }
 
-void loadsFromAll(PKCS7Certificate const& signedData, ByteArray const& data)
+void checkOtherSources(PKCS7Certificate const& signedData, ByteArray const& data)
 {
     std::string const text(data.begin(), data.end());
     std::istringstream stream(text);
-    mustSucceed("Data that load from bytes are to load from string and stream", [&] {
-        require(PKCS7Certificate(text) == signedData, "Loaded from a string, it is another");
-        require(PKCS7Certificate(stream) == signedData, "Loaded from a stream, it is another");
+    mustSucceed("what loads from bytes loads from string and stream", [&] {
+        require(PKCS7Certificate(text) == signedData, "an object loaded from a string is equal");
+        require(PKCS7Certificate(stream) == signedData, "an object loaded from a stream is equal");
     });
 }
 
-/// What was loaded is written as PEM, which loads again in either encoding.
-void roundTrips(PKCS7Certificate const& signedData)
+/// Checks that the written PEM, and the same data as DER, loads as an equal object.
+void checkRoundTrip(PKCS7Certificate const& signedData)
 {
     auto const text = signedData.getAsString();
     auto const bytes = signedData.getAsBytes();
@@ -179,88 +178,93 @@ void roundTrips(PKCS7Certificate const& signedData)
         std::equal(
             text.begin(), text.end(), bytes.begin(), bytes.end(),
             [](char left, unsigned char right) { return static_cast<unsigned char>(left) == right; }),
-        "Text and bytes differ");
-    require(text.empty() == signedData.empty(), "Exactly an empty object is written as nothing");
+        "text and bytes are the same");
+    require(text.empty() == signedData.empty(), "exactly an empty object is written as empty text");
     if (text.empty()) {
         return;
     }
-    mustSucceed("What was written is to load", [&] {
+    mustSucceed("a written object loads", [&] {
         PKCS7Certificate const fromPem(text);
-        require(fromPem == signedData, "Written as PEM and loaded, it is another");
-        require(fromPem.getAsString() == text, "Written a second time, the text is another");
-        // DER that holds the beginning of PEM is taken for PEM.
+        require(fromPem == signedData, "an object loaded from its PEM is equal");
+        require(fromPem.getAsString() == text, "an object loaded from its PEM is written identically");
+        // The library reads DER as PEM if it holds the PEM marker.
         auto const der = test::toDer(parse(bytes));
-        require(looksLikePem(der) || PKCS7Certificate(der) == signedData, "Loaded from DER, it is another");
+        require(
+            looksLikePem(der) || PKCS7Certificate(der) == signedData, "an object loaded from DER is equal");
     });
 }
 
-void copiesAreEqual(PKCS7Certificate const& signedData)
+void checkCopy(PKCS7Certificate const& signedData)
 {
     PKCS7Certificate copy(signedData);
-    require(copy == signedData && !(copy != signedData), "A copy differs");
-    require(copy.getAsString() == signedData.getAsString(), "A copy is written otherwise");
+    require(copy == signedData && !(copy != signedData), "a copy is equal");
+    require(copy.getAsString() == signedData.getAsString(), "a copy is written identically");
     copy.addCertificate(X509Certificate(fixedPki().leaf.der()));
-    require(copy.getNumCertificates() == signedData.getNumCertificates() + 1, "A certificate was not added");
-    require(copy != signedData, "A copy with one certificate more is equal");
+    require(copy.getNumCertificates() == signedData.getNumCertificates() + 1, "an added certificate counts");
+    require(copy != signedData, "a copy with a further certificate is not equal");
     PKCS7Certificate const moved(std::move(copy));
-    require(moved.getCertificates().back() == X509Certificate(fixedPki().leaf.der()), "It was not moved");
+    require(
+        moved.getCertificates().back() == X509Certificate(fixedPki().leaf.der()),
+        "a moved object keeps its certificates");
 }
 
-void answersQueries(PKCS7Certificate const& signedData)
+void checkQueries(PKCS7Certificate const& signedData)
 {
     auto const certificates = signedData.getCertificates();
-    require(certificates.size() == signedData.getNumCertificates(), "The certificates are miscounted");
-    require(certificates.empty() == signedData.empty(), "Empty are those without certificates");
+    require(certificates.size() == signedData.getNumCertificates(), "the certificates are counted");
+    require(certificates.empty() == signedData.empty(), "exactly an object without certificates is empty");
     for (auto const& signer : signedData.getSignerCerts().getCertificates()) {
         require(
             std::find(certificates.begin(), certificates.end(), signer) != certificates.end(),
-            "A signer is not among the embedded certificates");
+            "each signer is an embedded certificate");
     }
     std::ostringstream report;
     succeeds([&] { report << signedData; });
     clearErrorQueue();
 }
 
-/// The content reads the same as often as it is read, and as bare OpenSSL reads it.
-void readsContent(PKCS7Certificate const& signedData, Reference const& reference)
+/// Checks that reading the content gives the same result each time, and the result of bare OpenSSL.
+void checkContent(PKCS7Certificate const& signedData, Reference const& reference)
 {
     auto const content = signedData.getSignedData();
     clearErrorQueue();
-    require(signedData.getSignedData() == content, "Read again, the content is another");
+    require(signedData.getSignedData() == content, "the content stays the same when it is read again");
     if (!content.empty()) {
-        require(reference.signedContent() == content, "The content is not the one that OpenSSL finds signed");
+        require(reference.signedContent() == content, "the content is the one that OpenSSL verifies");
     }
     clearErrorQueue();
 }
 
-void isJustified(Verdict const& verdict, PKCS7Certificate const& signedData, Reference const& reference)
+void checkVerdict(Verdict const& verdict, PKCS7Certificate const& signedData, Reference const& reference)
 {
     bool const sound = verdict.getSignatureVerificationStatus();
     bool const valid = verdict.getCertificateChainStatus() == Status::Valid;
-    require(verdict.isValidSignature() == (sound && valid), "The question to ask has another answer");
+    require(verdict.isValidSignature() == (sound && valid), "isValidSignature combines signature and chain");
     if (!sound) {
         require(
-            verdict.getCertificateChainStatus() == Status::Failed, "No chain is judged without signature");
+            verdict.getCertificateChainStatus() == Status::Failed,
+            "without a valid signature the chain has failed");
         return;
     }
-    require(reference.findsSignaturesSound(), "A signature is called sound that OpenSSL does not call so");
+    require(reference.acceptsSignatures(), "a signature is valid only if OpenSSL says so");
     if (!valid) {
         return;
     }
     if (verdict.getValidationErrorString().empty()) {
-        require(reference.trustsAllSigners(), "Signers are trusted whom OpenSSL does not trust");
+        require(reference.trustsAllSigners(), "signers are trusted only if OpenSSL trusts them");
         return;
     }
     require(
         verdict.getValidationErrorString() == "certificate verify error",
-        "Validity comes with a strange text");
+        "a valid verdict has a documented text");
     auto const signers = signedData.getSignerCerts().getCertificates();
     require(
         !signers.empty() && reference.trustsFirstSigner(signers.front()),
-        "A first signer is trusted whom OpenSSL does not trust");
+        "the first signer is trusted only if OpenSSL trusts it");
 }
 
-void verifies(PKCS7Certificate const& signedData, Question const& question, Reference const& reference)
+void checkVerification(
+    PKCS7Certificate const& signedData, Question const& question, Reference const& reference)
 {
     std::optional<Verdict> verdict;
     bool const judged = succeeds([&] {
@@ -269,26 +273,26 @@ void verifies(PKCS7Certificate const& signedData, Question const& question, Refe
     });
     clearErrorQueue();
     if (judged) {
-        isJustified(*verdict, signedData, reference);
+        checkVerdict(*verdict, signedData, reference);
     }
     clearErrorQueue();
 }
 
-void isSound(ByteArray const& data, Question const& question)
+void check(ByteArray const& data, Question const& question)
 {
     auto const signedData = load(data);
     if (!signedData) {
         return;
     }
     if (question.isThorough) {
-        loadsFromAll(*signedData, data);
-        roundTrips(*signedData);
-        copiesAreEqual(*signedData);
+        checkOtherSources(*signedData, data);
+        checkRoundTrip(*signedData);
+        checkCopy(*signedData);
     }
-    answersQueries(*signedData);
+    checkQueries(*signedData);
     Reference const reference(data, question);
-    readsContent(*signedData, reference);
-    verifies(*signedData, question, reference);
+    checkContent(*signedData, reference);
+    checkVerification(*signedData, question, reference);
 }
 
 } // namespace
@@ -305,7 +309,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         question.knowsCa = (input->options & pkcs7_option::knowsCa) != 0;
         question.detachedContent = input->text;
         question.isThorough = (input->options & pkcs7_option::thorough) != 0;
-        isSound(input->container, question);
+        check(input->container, question);
     }
     return 0;
 }

@@ -42,7 +42,7 @@ void write(std::filesystem::path const& folder, Seeds const& seeds)
 
 } // namespace
 
-/// fuzz_seeds FOLDER: writes for each fuzz target the inputs it starts from, as FOLDER/TARGET/NAME.
+/// fuzz_seeds FOLDER: writes the first inputs of each fuzz target to FOLDER/TARGET/NAME.
 int main(int argumentCount, char** arguments)
 {
     if (argumentCount != 2) {

@@ -1,5 +1,5 @@
-/// A trust store that is filled with the elements of the input, as an operating system fills it; and the
-/// validation of one of them against it. The last byte of the input chooses what else is varied.
+/// Fills a trust store with elements of the input, as a system's adder does, and validates another element
+/// against it. The last byte of the input selects the variation.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "support/DerElements.hpp"
@@ -31,7 +31,7 @@ using certificates::X509Certificate;
 using certificates::X509CertificateChain;
 using Options = certificates::CertificateValidationOptions;
 
-/// Delivers what it holds.
+/// A system adder that delivers the given certificates.
 class Adder : public certificates::ISystemCertificateAdder
 {
 public:
@@ -56,20 +56,20 @@ private:
     std::vector<Bytes> delivered;
 };
 
-/// A certificate that is valid and unrelated to the input, so that a trust store is never empty: validation
-/// against an empty one reads the system's roots.
+/// Returns a valid certificate that is unrelated to the input. It keeps the trust store from being empty: a
+/// validation against an empty store would read the system's roots.
 X509Certificate const& unrelatedRoot()
 {
     static X509Certificate const root(test::makeRoot("unrelated").der());
     return root;
 }
 
-/// The certificates of the store that the library takes.
+/// Checks the queries of the store. Returns the certificates that the library can load.
 std::vector<X509Certificate> checkContent(TrustStore const& store)
 {
     auto const texts =
-        mustSucceed("a store's certificates are written", [&] { return store.getPEMStrings(); });
-    require(texts.size() == store.size(), "each entry has a text");
+        mustSucceed("the certificates of a store can be written", [&] { return store.getPEMStrings(); });
+    require(texts.size() == store.size(), "each entry of a store has a text");
     std::vector<X509Certificate> loaded;
     for (auto const& text : texts) {
         loads([&] { loaded.emplace_back(text); });
@@ -78,8 +78,8 @@ std::vector<X509Certificate> checkContent(TrustStore const& store)
     bool const isListed = succeeds([&] { listed = store.getCertificates().getCertificates(); });
     require(
         isListed == (loaded.size() == texts.size()),
-        "a store's certificates are listed unless one is refused");
-    require(!isListed || listed == loaded, "a store's certificates are those of its texts");
+        "the certificates are listed exactly if each of them loads");
+    require(!isListed || listed == loaded, "the listed certificates are those of the texts");
     clearErrorQueue();
     return loaded;
 }
@@ -93,17 +93,17 @@ std::vector<std::string> sortedTextsOf(TrustStore const& store)
 
 void checkCopy(TrustStore const& store, std::vector<X509Certificate> const& certificates)
 {
-    TrustStore copy = mustSucceed("a store is copied", [&] { return TrustStore(store); });
-    require(sortedTextsOf(copy) == sortedTextsOf(store), "a copy holds the same");
-    mustSucceed("certificates are added again", [&] {
+    TrustStore copy = mustSucceed("a store can be copied", [&] { return TrustStore(store); });
+    require(sortedTextsOf(copy) == sortedTextsOf(store), "a copy holds the same certificates");
+    mustSucceed("certificates can be added again", [&] {
         for (auto const& certificate : certificates) {
             copy.addCertificate(certificate);
         }
     });
-    require(copy.size() == store.size(), "a store holds no certificate twice");
+    require(copy.size() == store.size(), "a store holds each certificate once");
 }
 
-/// The verdict of the bare API with the library's flags and nothing forgiven.
+/// Returns the result of bare OpenSSL with the library's flags and without tolerances.
 int bareVerdict(X509Certificate const& leaf, X509CertificateChain const& chain, TrustStore const& trustStore)
 {
     auto const parse = [](X509Certificate const& certificate) {
@@ -130,8 +130,8 @@ void checkTolerantValidation(
     succeeds([&] {
         auto const results = leaf.validateCertificate(chain, tolerant, trustStore);
         bool const isValid = results.getCertificateChainStatus() == CertificateChainStatus::Valid;
-        require(isValid == results.getRootCertificate().has_value(), "a root comes with a valid chain alone");
-        require(!isValid || results.getValidationErrorString().empty(), "a valid chain has no error");
+        require(isValid == results.getRootCertificate().has_value(), "exactly a valid chain has a root");
+        require(!isValid || results.getValidationErrorString().empty(), "a valid chain has no error text");
     });
 }
 
@@ -144,8 +144,8 @@ void checkStrictValidation(
         isValid = results.getCertificateChainStatus() == CertificateChainStatus::Valid;
     });
     int const bare = bareVerdict(leaf, chain, trustStore);
-    require(isValid == (bare > 0), "the verdict is OpenSSL's");
-    require(isJudged || bare < 0, "there is a verdict where OpenSSL has one");
+    require(isValid == (bare > 0), "the verdict agrees with OpenSSL");
+    require(isJudged || bare < 0, "there is a verdict if OpenSSL has one");
 }
 
 void checkValidation(
@@ -166,8 +166,7 @@ void checkValidation(
     case 2:
         succeeds([&] {
             require(
-                !leaf.getRootCACertificate(chain, trustStore).empty(),
-                "the root of a chain is a certificate");
+                !leaf.getRootCACertificate(chain, trustStore).empty(), "the root of a chain is not empty");
         });
         break;
     default:
@@ -189,8 +188,8 @@ void check(Bytes const& input, unsigned variation)
     bool const rethrow = (variation & 0x10U) != 0;
     require(
         succeeds([&] { store.addSystemCertificates(usage, rethrow); }) || rethrow,
-        "what is refused is passed over");
-    require(store.size() <= trustedCount, "a store holds no more than was added");
+        "a refused certificate is skipped unless failures are rethrown");
+    require(store.size() <= trustedCount, "a store holds at most what was added");
     store.addCertificate(unrelatedRoot());
     checkCopy(store, checkContent(store));
 

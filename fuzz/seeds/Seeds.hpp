@@ -7,7 +7,7 @@
 
 namespace foundation::fuzz {
 
-/// Inputs for a fuzz target, by file name.
+/// The inputs of a fuzz target by file name.
 using Seeds = std::map<std::string, test::Bytes>;
 
 // One function for each fuzz target.
@@ -22,11 +22,10 @@ Seeds pkcs12Seeds();
 Seeds pkcs7Seeds();
 Seeds trustStoreSeeds();
 
-/// Certificates in DER that differ in keys, names, times, serial numbers and extensions, damaged ones among
-/// them.
+/// Returns DER certificates with different keys, names, times, serial numbers and extensions. Some are
+/// damaged.
 Seeds certificatesOfManyKinds();
 
-/// The characters of a text as the bytes of a seed.
 inline test::Bytes bytesOf(std::string const& text)
 {
     return test::Bytes(text.begin(), text.end());

@@ -20,7 +20,7 @@ Bytes setting(BuilderSetting which, std::string const& content)
     return setting(which, bytesOf(content));
 }
 
-/// With a key of 1024 bits, which is the fastest that a certificate can have.
+/// Returns the settings with a 1024-bit key, which is the smallest and fastest key for a certificate.
 Bytes settings(std::vector<Bytes> chosen)
 {
     chosen.push_back(setting(BuilderSetting::KeySize, Bytes{0x04, 0x00}));

@@ -80,7 +80,7 @@ Seeds faults()
 {
     auto const crlByOtherKey = leafCrl([](CrlSpec& spec) { spec.signingKey = fixedKey("other"); });
     auto const expired = leafCrl([](CrlSpec& spec) { spec.nextUpdate = startOfTime(); });
-    auto const endless = leafCrl([](CrlSpec& spec) { spec.nextUpdate = std::nullopt; });
+    auto const withoutNextUpdate = leafCrl([](CrlSpec& spec) { spec.nextUpdate = std::nullopt; });
     auto const notYet = leafCrl([](CrlSpec& spec) { spec.thisUpdate = endOfTime(); });
     auto const unreadable = leafCrl(
         [](CrlSpec& spec) { spec.nextUpdate = test::TimeSpec::raw(V_ASN1_UTCTIME, "991332000000Z"); });
@@ -89,7 +89,7 @@ Seeds faults()
         {"signed_by_other_key_best_effort",
          seed(validatesAlways | bestEffort | leafOfTheChain, crlByOtherKey)},
         {"expired", seed(signsAnew, expired)},
-        {"without_next_update", seed(signsAnew, endless)},
+        {"without_next_update", seed(signsAnew, withoutNextUpdate)},
         {"not_yet_valid", seed(signsAnew, notYet)},
         {"unreadable_next_update", seed(validatesAlways | signsAnew | bestEffort, unreadable)},
         {"another_issuers", seed(signsAnew, crlOf(fixedPki().root))},

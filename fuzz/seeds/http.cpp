@@ -4,7 +4,7 @@ namespace foundation::fuzz {
 
 Seeds httpSeeds()
 {
-    // The first character says in which pieces the answer arrives.
+    // The first character is the size of the pieces in which the response arrives.
     std::string const inOnePiece = "~";
     std::string const byteByByte(1, '\0');
     std::string const good = "HTTP/1.1 200 OK\r\nContent-Type: application/pkix-crl\r\n"
@@ -19,10 +19,10 @@ Seeds httpSeeds()
         {"line_ends_in_body", bytesOf(inOnePiece + "HTTP/1.0 200\r\n\r\n\r\n\n\r\nbody\r\n\r\n")},
         {"redirect", bytesOf(inOnePiece + "HTTP/1.1 301 Moved\r\nLocation: http://elsewhere/\r\n\r\n")},
         {"not_found", bytesOf(inOnePiece + "HTTP/1.1 404 Not Found\r\n\r\n<html></html>")},
-        {"strange_word", bytesOf(inOnePiece + "ICY 200 OK\r\n\r\nbody")},
+        {"other_protocol", bytesOf(inOnePiece + "ICY 200 OK\r\n\r\nbody")},
         {"word_only", bytesOf(inOnePiece + "HTTP/1.1")},
         {"negative_status", bytesOf(inOnePiece + "HTTP/1.1 -4294967096 OK\r\n\r\nbody")},
-        {"endless_status", bytesOf(inOnePiece + "HTTP/1.1 20000000000000000000 OK\r\n\r\nbody")},
+        {"status_too_long", bytesOf(inOnePiece + "HTTP/1.1 20000000000000000000 OK\r\n\r\nbody")},
         {"zero_in_headers", bytesOf(inOnePiece + std::string("HTTP/1.1 200\0\r\na\0b\r\n\r\nbody", 27))},
         {"blanks_first", bytesOf(inOnePiece + " \r\n\tHTTP/1.1 \n 200 OK\r\n\r\nbody")},
     };

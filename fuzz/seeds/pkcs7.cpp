@@ -55,7 +55,7 @@ test::CertificateAndKey rsaSigner()
     });
 }
 
-/// One whom OpenSSL does not take for a signer, but whose chain is valid.
+/// Returns a signer with a valid chain that OpenSSL does not accept as a signer.
 test::CertificateAndKey server()
 {
     return test::makeLeaf(fixedPki().ca, "server", [](test::CertificateSpec& spec) {
@@ -64,7 +64,7 @@ test::CertificateAndKey server()
     });
 }
 
-Seeds soundOnes()
+Seeds validData()
 {
     auto const good = test::makeSignedData(signedByLeaf());
     auto const lonely = mutated([](SignedDataSpec& spec) { spec.furtherCertificates.clear(); });
@@ -94,7 +94,7 @@ Seeds soundOnes()
     };
 }
 
-Seeds brokenOnes()
+Seeds brokenData()
 {
     auto const good = test::makeSignedData(signedByLeaf());
     auto const withoutCertificates = mutated([](SignedDataSpec& spec) {
@@ -132,8 +132,8 @@ Seeds otherTypes()
 
 Seeds pkcs7Seeds()
 {
-    Seeds seeds = soundOnes();
-    seeds.merge(brokenOnes());
+    Seeds seeds = validData();
+    seeds.merge(brokenData());
     seeds.merge(otherTypes());
     return seeds;
 }

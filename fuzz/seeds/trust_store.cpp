@@ -8,7 +8,7 @@ namespace {
 
 using test::Bytes;
 
-/// Certificates, of which the first so many are trusted.
+/// Returns the certificates followed by the variation, whose low bits say how many of them are trusted.
 Bytes seedOf(std::vector<Bytes> certificates, unsigned char variation)
 {
     certificates.push_back({variation});
@@ -30,7 +30,7 @@ Seeds trustStoreSeeds()
     auto const expired = test::makeLeaf(intermediate, "leaf", [](test::CertificateSpec& spec) {
         spec.notAfter = test::TimeSpec::fromNow(std::chrono::hours(-1));
     });
-    // Two bits choose the kind of validation.
+    // The two highest bits select the kind of validation.
     for (int const validation : {0x00, 0x40, 0x80, 0xC0}) {
         auto const choice = [&](int rest) { return static_cast<unsigned char>(validation | rest); };
         auto const suffix = "-" + std::to_string(validation);

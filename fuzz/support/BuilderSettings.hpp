@@ -2,8 +2,8 @@
 
 namespace foundation::fuzz {
 
-/// The tags of the settings of a builder in an input: elements of DER within one sequence. Numbers are
-/// big-endian. A name or usage stands for one member of its set, a key usage for its number.
+/// The tags of the builder's settings in an input. The input is a DER sequence of settings. Numbers are
+/// big-endian. A name or usage is one member of its set. A key usage is encoded as its number.
 enum class BuilderSetting : unsigned char
 {
     KeySize = 0x80,

@@ -5,11 +5,11 @@
 #include "support/pki/Der.hpp"
 #include "support/pki/Signing.hpp"
 
-/// A signature that is good, whatever it is that was signed.
+/// Valid signatures for mutated CRLs.
 namespace foundation::fuzz {
 
-/// What is signed in the CRL, under a new signature. Bytes that hold no element within an element stay as
-/// they are.
+/// Returns the signed part of the CRL with a new, valid signature. Returns bytes without a nested element
+/// unchanged.
 inline Bytes crlInNewEnvelope(Bytes const& crl, test::KeyHandle const& key)
 {
     static Bytes const ecdsaWithSha256 = {0x30, 0x0A, 0x06, 0x08, 0x2A, 0x86,

@@ -9,7 +9,7 @@ namespace foundation::fuzz {
 
 using Bytes = std::vector<unsigned char>;
 
-/// Where an element of DER lies in the bytes that it was found at the start of.
+/// The extent of a DER element at the start of some bytes.
 struct DerExtent
 {
     std::size_t headerSize;
@@ -18,12 +18,11 @@ struct DerExtent
     std::size_t size() const { return headerSize + contentSize; }
 };
 
-/// The element at the start of the bytes; nothing if there is none, or if it is longer than the bytes. Knows
-/// tags of one byte and definite lengths.
+/// Returns the extent of the element at the start of the bytes. Returns nothing if the bytes do not hold a
+/// whole element. Supports tags of one byte and definite lengths.
 std::optional<DerExtent> firstElementIn(std::uint8_t const* data, std::size_t size);
 
-/// The elements that stand one behind the other; last of all what follows them and is none, if there is
-/// anything.
+/// Returns the consecutive elements. Bytes after them that are not an element become the last entry.
 std::vector<Bytes> elementsIn(Bytes const& data);
 
 } // namespace foundation::fuzz

@@ -1,6 +1,6 @@
-/// The mutations of fuzz targets that read DER. A changed byte mostly makes a length wrong, and what is
-/// behind it is never reached; so half of the mutations take the elements apart, change one, and put them
-/// together with lengths that fit.
+/// The mutations for fuzz targets that read DER. A changed byte often makes a length wrong, and the parser
+/// stops there. Half of the mutations therefore change one element and encode all elements again with correct
+/// lengths.
 
 #include "support/DerElements.hpp"
 
@@ -19,15 +19,15 @@ namespace {
 
 using Random = std::minstd_rand;
 
-/// How deep elements within elements are looked for.
+/// The depth of nested elements that are parsed.
 constexpr unsigned deepest = 24;
 
-/// An element: constructed of others, or with content of its own. Bytes that are none of either have no tag.
+/// An element with children or with content, or bytes that are not an element.
 struct Node
 {
     bool isElement = true;
     unsigned char tag = 0;
-    /// Bytes between the header and the first element within: the count of unused bits of a bit string.
+    /// The bytes between the header and the first child: the number of unused bits of a bit string.
     Bytes prefix;
     Bytes content;
     std::vector<Node> children;
@@ -41,7 +41,8 @@ bool isWhole(std::vector<Node> const& nodes)
            std::all_of(nodes.begin(), nodes.end(), [](Node const& node) { return node.isElement; });
 }
 
-/// Extensions and keys are DER within an octet string or a bit string.
+/// Parses the children. An octet string or a bit string may also hold DER, for example in extensions and
+/// keys.
 void lookInside(Node& node, unsigned depth)
 {
     constexpr unsigned char constructed = 0x20;
@@ -118,7 +119,7 @@ Bytes encode(std::vector<Node> const& nodes)
     return encoded;
 }
 
-/// Where a node stands.
+/// The position of a node among its siblings.
 struct Place
 {
     std::vector<Node>* siblings;

@@ -4,15 +4,15 @@
 
 #include <string>
 
-/// A PKI that is the same in every process, but for the signatures' randomness: what the seeds' program has
-/// signed is good in a fuzz target, today and in ten years.
+/// A PKI with the same keys, names and times in every process. What the seeds' program signs is valid in a
+/// fuzz target, also years later.
 namespace foundation::fuzz {
 
-/// The P-256 key that belongs to the name; anybody can compute it.
+/// Returns the P-256 key that is computed from the name.
 test::KeyHandle fixedKey(std::string const& name);
 
-/// root -> ca -> leaf, valid from 1970 to 9999. The URLs of the CRLs that leaf and ca name end in
-/// `leafCrlPath` and `caCrlPath`.
+/// root -> ca -> leaf, valid from 1970 to 9999. The CRL URLs of leaf and ca end in `leafCrlPath` and
+/// `caCrlPath`.
 struct FixedPki
 {
     test::CertificateAndKey root;
@@ -25,7 +25,7 @@ FixedPki const& fixedPki();
 constexpr char const leafCrlPath[] = "/leaf.crl";
 constexpr char const caCrlPath[] = "/ca.crl";
 
-/// Fixed key, serial number and validity, in a certificate that the test PKI makes.
+/// Returns a mutation that sets a fixed key, serial number and validity.
 test::Mutation fixed(std::string const& name, std::string const& serialNumber);
 
 test::TimeSpec startOfTime();

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Takes every record and drops it. Without any sink, Boost.Log writes to the standard output.
+/// Discards every record. Without a sink, Boost.Log would write to the standard output.
 struct Discard : boost::log::sinks::basic_sink_backend<boost::log::sinks::concurrent_feeding>
 {
     void consume(boost::log::record_view const& /*record*/) {}
@@ -15,8 +15,8 @@ struct Discard : boost::log::sinks::basic_sink_backend<boost::log::sinks::concur
 
 } // namespace
 
-/// Called by libFuzzer once, before the first input. All severities are on, so that what the library puts
-/// into its records is fuzzed as well.
+/// libFuzzer calls it once before the first input. Enables all severities, so that the code that builds
+/// records is fuzzed, too.
 extern "C" int LLVMFuzzerInitialize(int* /*argumentCount*/, char*** /*arguments*/)
 {
     boost::log::core::get()->add_sink(

@@ -15,7 +15,7 @@ namespace {
 
 using Bags = STACK_OF(PKCS12_SAFEBAG);
 
-/// So large that all sums stay representable.
+/// Small enough that no sum overflows.
 constexpr long long tooMany = std::numeric_limits<std::int32_t>::max();
 
 long long roundsOf(ASN1_INTEGER const* count)
@@ -34,7 +34,7 @@ parametersOf(X509_ALGOR const* algorithm, ASN1_ITEM const* form, void (*release)
     return {static_cast<Parameters*>(ASN1_TYPE_unpack_sequence(form, algorithm->parameter)), release};
 }
 
-/// Rounds of PBES2, which names a function for the derivation.
+/// Returns the rounds of PBES2, which names its derivation function.
 long long roundsOfScheme2(X509_ALGOR const* algorithm)
 {
     auto const scheme = parametersOf<PBE2PARAM>(algorithm, ASN1_ITEM_rptr(PBE2PARAM), PBE2PARAM_free);
@@ -46,7 +46,7 @@ long long roundsOfScheme2(X509_ALGOR const* algorithm)
     return function == nullptr ? 0 : roundsOf(function->iter);
 }
 
-/// Parameters that cannot be read derive nothing.
+/// Returns 0 for unreadable parameters, because nothing is derived from them.
 long long roundsOf(X509_ALGOR const* algorithm)
 {
     if (algorithm == nullptr) {
@@ -93,7 +93,7 @@ std::shared_ptr<Bags> own(Bags* bags)
     return {bags, [](Bags* stack) { sk_PKCS12_SAFEBAG_pop_free(stack, PKCS12_SAFEBAG_free); }};
 }
 
-/// The bags of an encrypted part come to light only if its own rounds are few.
+/// Includes the bags of the encrypted part only if decrypting it takes few rounds.
 long long roundsOfEncrypted(PKCS7* part, std::string const& passphrase)
 {
     if (part->d.encrypted == nullptr || part->d.encrypted->enc_data == nullptr) {

@@ -1,5 +1,6 @@
-/// Stands in for OpenSSL's key generator in the program that links this: RSA keys come from a pool, since to
-/// make one takes longer than all else that a builder does. Sizes that the pool does not have cannot be made.
+/// Replaces OpenSSL's key generator in the program that links this file. RSA keys come from a pool, because
+/// generating a key takes longer than the rest of a build. Sizes that are not in the pool cannot be
+/// generated.
 
 #include "support/pki/TestKeys.hpp"
 
@@ -25,7 +26,7 @@ EVP_PKEY_Q_keygen(OSSL_LIB_CTX* /*context*/, char const* /*properties*/, char co
         ERR_raise(ERR_LIB_RSA, RSA_R_KEY_SIZE_TOO_SMALL);
         return nullptr;
     }
-    // The test material keeps its keys, and makes them through another function.
+    // `rsaKey` caches its keys and generates them with another function of OpenSSL.
     auto const key = foundation::test::rsaKey(static_cast<unsigned>(size));
     EVP_PKEY_up_ref(key.get());
     return key.get();

@@ -65,7 +65,7 @@ void requireOwnReason(std::string const& textOfFailure)
 {
     static std::string const stale = ERR_reason_error_string(ERR_PACK(ERR_LIB_BN, 0, BN_R_DIV_BY_ZERO));
     if (textOfFailure.find(stale) != std::string::npos) {
-        fail("A failure names an error that another operation has left: " + textOfFailure);
+        fail("a failure does not report the error of an earlier operation: " + textOfFailure);
     }
 }
 

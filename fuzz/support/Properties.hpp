@@ -5,42 +5,42 @@
 #include <string>
 #include <utility>
 
-/// What fuzz targets demand of the library. A demand that is not met prints its text and aborts, which
-/// libFuzzer reports and keeps together with the input.
+/// The properties that fuzz targets check. A violated property prints its text and aborts. libFuzzer reports
+/// that and keeps the input.
 namespace foundation::fuzz {
 
-/// Aborts with the text unless the condition holds.
+/// Aborts unless the condition holds. The text states the property.
 void require(bool condition, char const* text);
 
-/// Aborts with the text, and with the type and text of the exception being handled.
+/// Aborts. Prints the text, and the type and text of the exception that is being handled.
 [[noreturn]] void failOnException(char const* text);
 
-/// Leaves a single entry in OpenSSL's error queue, which no operation on certificates causes.
+/// Leaves a single entry in OpenSSL's error queue. No operation on certificates causes this error.
 void queueStaleError();
-/// Aborts if anything but the entry of queueStaleError is in the queue. That one may still be there: input
-/// without content is refused before OpenSSL is called at all.
+/// Aborts if the queue holds any entry except that of queueStaleError. That entry may remain, because input
+/// without content is refused before OpenSSL is called.
 void requireNothingQueued(char const* when);
-/// Aborts unless the entry of queueStaleError, and nothing else, is in the queue.
+/// Aborts unless the queue holds exactly the entry of queueStaleError.
 void requireStaleErrorAlone(char const* when);
-/// Aborts if the text of a failure comes from the entry of queueStaleError.
+/// Aborts if the text of a failure names the error of queueStaleError.
 void requireOwnReason(std::string const& textOfFailure);
 void clearErrorQueue();
 
-/// Runs the callable: true if it came back, false if it failed with one of the library's exceptions or with
-/// one of the further types. Aborts for every other exception.
+/// Runs the callable. Returns true if it returned, and false if it threw one of the library's exceptions or
+/// one of the further types. Aborts for any other exception.
 ///
 ///     if (succeeds([&] { certificate.getModulus(); })) { ... }
 ///     if (succeeds<std::runtime_error>([&] { builder.build(); })) { ... }
 template <typename... FurtherTypes, typename Callable>
 bool succeeds(Callable&& callable);
 
-/// Runs the callable, which loads something, as succeeds() does, with a stale entry in OpenSSL's error queue.
-/// Aborts also if a failure takes that entry for its own reason or leaves entries of its own in the queue.
-/// The queue is empty after each outcome.
+/// Runs a callable that loads something, like succeeds(), with a stale entry in OpenSSL's error queue. Also
+/// aborts if a failure reports that entry as its reason or leaves its own entries in the queue. The queue is
+/// empty afterwards.
 template <typename Callable>
 bool loads(Callable&& callable);
 
-/// Runs the callable, which must come back: aborts with the text for any exception.
+/// Runs the callable. Aborts with the text for any exception.
 template <typename Callable>
 decltype(auto) mustSucceed(char const* text, Callable&& callable)
 {
@@ -53,7 +53,7 @@ decltype(auto) mustSucceed(char const* text, Callable&& callable)
 
 namespace detail {
 
-/// One try block for each exception type, the first type outermost.
+/// Nests one try block per exception type, the first type outermost.
 template <typename Further, typename... Rest, typename Callable>
 bool succeedsOr(Callable& callable, std::string& failure)
 {
@@ -78,7 +78,7 @@ bool succeedsInFamily(Callable& callable, std::string& failure)
             FurtherTypes..., certificates::CertificateException, certificates::TrustStoreException>(
             callable, failure);
     } catch (...) {
-        failOnException("An exception outside of the library's family");
+        failOnException("only exceptions of the library are thrown");
     }
 }
 
