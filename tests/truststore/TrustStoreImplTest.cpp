@@ -60,9 +60,9 @@ TEST(TrustStoreAddX509, RefusalByOpenSSLIsReported)
 {
     TrustStoreImpl store;
     EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to add certificate to store", store.addX509(nullptr));
-    auto const root = root().certificate;
-    EXPECT_NO_THROW(store.addX509(root.get()));
-    EXPECT_NO_THROW(store.addX509(root.get()));
+    auto const certificate = root().certificate;
+    EXPECT_NO_THROW(store.addX509(certificate.get()));
+    EXPECT_NO_THROW(store.addX509(certificate.get()));
     EXPECT_EQ(store.size(), 1U);
 }
 
