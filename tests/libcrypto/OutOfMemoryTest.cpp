@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -132,6 +133,15 @@ TEST(OutOfMemory, StepThatFailsRunsTwice)
     int runs = 0;
     EXPECT_FALSE(lacksMemoryFor([&] { return ++runs == 0; }));
     EXPECT_EQ(runs, 2);
+}
+
+TEST(OutOfMemory, StepThatThrowsLeavesNoMark)
+{
+    CleanErrorQueue const clean;
+    queueForeignError();
+    auto const step = []() -> bool { throw std::bad_alloc(); };
+    EXPECT_THROW(lacksMemoryFor(step), std::bad_alloc);
+    EXPECT_EQ(ERR_pop_to_mark(), 0);
 }
 
 // The same rule, seen from certificates whose extensions are damaged at depth. OpenSSL queues an entry for

@@ -29,6 +29,31 @@ inline bool hasMemoryAtHand()
     return makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(enough))) != nullptr;
 }
 
+/// A mark in OpenSSL's queue, which does not outlive an exception.
+class ErrorMark
+{
+public:
+    ErrorMark() { ERR_set_mark(); }
+    ~ErrorMark()
+    {
+        if (isSet) {
+            ERR_clear_last_mark();
+        }
+    }
+    ErrorMark(ErrorMark const&) = delete;
+    ErrorMark& operator=(ErrorMark const&) = delete;
+
+    /// Removes the entries behind the mark, and the mark.
+    void removeErrors()
+    {
+        ERR_pop_to_mark();
+        isSet = false;
+    }
+
+private:
+    bool isSet = true;
+};
+
 } // namespace detail
 
 /// Runs the step, which returns whether it succeeded. If it fails with memory at hand, runs it a second time:
@@ -41,16 +66,16 @@ inline bool hasMemoryAtHand()
 template <typename Step>
 bool lacksMemoryFor(Step const& step)
 {
-    ERR_set_mark();
-    if (step()) {
-        ERR_clear_last_mark();
-        return false;
+    {
+        detail::ErrorMark mark;
+        if (step()) {
+            return false;
+        }
+        if (!detail::hasMemoryAtHand()) {
+            return true;
+        }
+        mark.removeErrors();
     }
-    if (!detail::hasMemoryAtHand()) {
-        ERR_clear_last_mark();
-        return true;
-    }
-    ERR_pop_to_mark();
     step();
     return false;
 }
