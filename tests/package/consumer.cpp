@@ -1,5 +1,5 @@
-// Makes a certificate, validates it against a trust store that holds it, and prints the root. Fails if an
-// answer is not as it should be, or if an exception thrown in a library is not caught here by its class.
+// Makes a certificate, validates it against a trust store that holds it, and prints the root. Fails for a
+// wrong result, and if a handler for its class does not catch an exception that a library throws.
 #include <foundation/certificates.hpp>
 #include <foundation/log/basic_diagnostic_logger.hpp>
 
@@ -12,7 +12,7 @@ using namespace foundation::certificates;
 
 namespace {
 
-// Runs the operation, which must throw, and fails unless it throws exactly this class with this text.
+// Runs the operation. Fails unless it throws exactly this class with this text.
 template <typename Expected, typename Operation>
 void expectThrown(std::string const& text, Operation operation)
 {
