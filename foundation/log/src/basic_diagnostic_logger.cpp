@@ -1,20 +1,40 @@
 #include <foundation/log/basic_diagnostic_logger.hpp>
 
-#include <boost/log/sources/record_ostream.hpp>
-#include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/log/attributes/attribute_name.hpp>
+#include <boost/log/attributes/attribute_set.hpp>
+#include <boost/log/attributes/attribute_value_impl.hpp>
+#include <boost/log/attributes/constant.hpp>
+#include <boost/log/core/core.hpp>
+#include <boost/log/core/record.hpp>
 
+#include <sstream>
 #include <utility>
 
 namespace foundation::log {
 
-namespace sources = boost::log::sources;
+namespace attributes = boost::log::attributes;
 
+// A source of records that uses neither the loggers nor the record streams of Boost.Log. Those depend on
+// objects that Boost.Log destroys while the process ends, and a record may come later than that. The source
+// keeps the core alive and holds all that a record needs. It is constant, so it needs no lock.
 template <typename CharT>
 struct basic_diagnostic_logger<CharT>::source
 {
-    explicit source(std::string const& name) : logger(boost::log::keywords::channel = name) {}
+    explicit source(std::string const& name) : channel(name) {}
 
-    sources::severity_channel_logger_mt<int, std::string> logger;
+    boost::log::attribute_set attributesOf(severity level) const
+    {
+        boost::log::attribute_set attributes;
+        attributes.insert(severityName, attributes::constant<int>(static_cast<int>(level)));
+        attributes.insert(channelName, channel);
+        return attributes;
+    }
+
+    boost::log::core_ptr const core = boost::log::core::get();
+    boost::log::attribute_name const severityName{"Severity"};
+    boost::log::attribute_name const channelName{"Channel"};
+    boost::log::attribute_name const messageName{"Message"};
+    attributes::constant<std::string> const channel;
 };
 
 template <typename CharT>
@@ -29,16 +49,15 @@ template <typename CharT>
 void basic_diagnostic_logger<CharT>::write_enabled(
     severity level, std::function<void(std::basic_ostream<CharT>&)> const& compose)
 {
-    // Opening asks the core first whether logging is enabled at all, and only then takes the logger's lock.
-    auto record = source_->logger.open_record(boost::log::keywords::severity = static_cast<int>(level));
+    // The core tells here whether logging is enabled and whether a sink accepts the record.
+    auto record = source_->core->open_record(source_->attributesOf(level));
     if (!record) {
         return;
     }
-    boost::log::basic_record_ostream<CharT> text(record);
-    text.unsetf(std::ios_base::boolalpha); // Boost's record streams, unlike the standard's, start with it
-    compose(text.stream());
-    text.flush();
-    source_->logger.push_record(std::move(record));
+    std::basic_ostringstream<CharT> text;
+    compose(text);
+    record.attribute_values().insert(source_->messageName, attributes::make_attribute_value(text.str()));
+    source_->core->push_record(std::move(record));
 }
 
 template class basic_diagnostic_logger<char>;

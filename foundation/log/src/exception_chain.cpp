@@ -13,9 +13,8 @@
 namespace foundation::log {
 namespace {
 
-// std::throw_with_nested throws an object of a type that wraps the caller's; the wrapper's name, which
-// differs from one standard library, and from one way to spell its names, to the next, says nothing to a
-// reader.
+// std::throw_with_nested throws an object of a type that wraps the caller's type. The wrapper's name differs
+// between standard libraries and tells the reader nothing.
 std::string withoutNestingWrapper(std::string name)
 {
     for (std::string_view const wrapper :
@@ -32,7 +31,7 @@ std::string readableName(std::type_info const& type)
     return withoutNestingWrapper(boost::core::demangle(type.name()));
 }
 
-// The type of the exception being handled, whatever it is.
+// Returns the type of the exception being handled, which may be of any type.
 std::string currentTypeName()
 {
 #if __has_include(<cxxabi.h>)
@@ -43,7 +42,7 @@ std::string currentTypeName()
     return "unknown exception";
 }
 
-// Adds the description of `exception` to `chain`, and returns what is nested in it, or null.
+// Adds the description of `exception` to `chain`. Returns the exception nested in it, or null.
 std::exception_ptr describe(std::exception_ptr const& exception, std::string& chain)
 {
     try {

@@ -10,9 +10,9 @@ constexpr std::uint32_t bit(severity level)
     return static_cast<std::uint32_t>(level);
 }
 
-// Constant-initialised: a logger may be used while other static objects are still being constructed.
-// NOLINTBEGIN(cert-err58-cpp, cppcoreguidelines-avoid-non-const-global-variables): one for the process, and
-// constant initialisation does not throw
+// Initialized at compile time, because a logger may be used while static objects are still being constructed.
+// NOLINTBEGIN(cert-err58-cpp, cppcoreguidelines-avoid-non-const-global-variables): one mask for
+// the process; its initialization does not throw
 std::atomic<std::uint32_t> enabledSeverities{
     bit(severity::warning) | bit(severity::error) | bit(severity::fatal)};
 // NOLINTEND(cert-err58-cpp, cppcoreguidelines-avoid-non-const-global-variables)

@@ -1,18 +1,22 @@
 #include "base/DiagnosticLogger.hpp"
 
+#include <memory>
+
 namespace foundation::certificates {
 
 log::basic_diagnostic_logger<char>& diagnosticLogger()
 {
-    // A local, so that it is there for whoever calls the library out of a static initializer.
-    static log::basic_diagnostic_logger<char> logger("foundation::certificates");
-    return logger;
+    // A local, because the library may be used in static initializers. Never destroyed, because it may also
+    // be used while the process ends, in the destructor of a global object or in a thread.
+    static auto* const logger =
+        std::make_unique<log::basic_diagnostic_logger<char>>("foundation::certificates").release();
+    return *logger;
 }
 
 namespace {
 
-/// The logger is made when the library is loaded, not by the first record.
-// NOLINTNEXTLINE(cert-err58-cpp): a process without memory for it does not get to its main
+/// Creates the logger when the library is loaded, not with the first record.
+// NOLINTNEXTLINE(cert-err58-cpp): a process without memory for it does not reach its main
 [[maybe_unused]] auto const& loggerFromTheStart = diagnosticLogger();
 
 } // namespace

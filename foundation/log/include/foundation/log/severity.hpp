@@ -6,7 +6,7 @@
 
 namespace foundation::log {
 
-/// How grave a diagnostic record is. Each severity is one bit, so that a set of severities is a mask.
+/// The severity of a diagnostic record. Each severity is one bit, so that a mask is a set of severities.
 enum class severity : int
 {
     trace = 1,
@@ -17,12 +17,12 @@ enum class severity : int
     fatal = 32
 };
 
-/// The severities that are written, as the bits of one process-wide mask. It starts as warning, error and
-/// fatal, so that a program that has set up no logging is not chattered at.
+/// Returns the enabled severities, which are the bits of one mask for the whole process. It starts with
+/// warning, error and fatal, so that a program without any logging setup stays quiet.
 FOUNDATION_LOG_EXPORT std::uint32_t diagnostic_severity_mask() noexcept;
 
-/// Sets the severities that are written, for every logger and from the next record on. Any thread may call
-/// it at any time; bits that stand for no severity have no effect.
+/// Sets the enabled severities for every logger, from the next record on. Any thread may call this at any
+/// time. Bits without a severity have no effect.
 FOUNDATION_LOG_EXPORT void set_diagnostic_severity_mask(std::uint32_t mask) noexcept;
 
 } // namespace foundation::log
