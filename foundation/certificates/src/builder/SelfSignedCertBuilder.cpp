@@ -1,5 +1,7 @@
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 
+#include "libcrypto/OpenSSLCleanup.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <array>
@@ -70,7 +72,10 @@ std::string criticalUsages(std::set<std::string> names, Defaults const& defaults
 
 } // namespace
 
-SelfSignedCertBuilder::SelfSignedCertBuilder() = default;
+SelfSignedCertBuilder::SelfSignedCertBuilder()
+{
+    registerOpenSSLCleanup();
+}
 SelfSignedCertBuilder::SelfSignedCertBuilder(SelfSignedCertBuilder const& other) = default;
 SelfSignedCertBuilder::SelfSignedCertBuilder(SelfSignedCertBuilder&& other) noexcept = default;
 SelfSignedCertBuilder::~SelfSignedCertBuilder() = default;

@@ -4,6 +4,7 @@
 #include "keys/KeyExtraction.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
@@ -51,19 +52,22 @@ EVP_PKEYUPtr publicKeyOf(X509* certificate)
 
 } // namespace
 
-X509CertificateImpl::X509CertificateImpl() = default;
+X509CertificateImpl::X509CertificateImpl()
+{
+    registerOpenSSLCleanup();
+}
 
-X509CertificateImpl::X509CertificateImpl(ByteArray const& data)
+X509CertificateImpl::X509CertificateImpl(ByteArray const& data) : X509CertificateImpl()
 {
     load(data);
 }
 
-X509CertificateImpl::X509CertificateImpl(std::string const& data)
+X509CertificateImpl::X509CertificateImpl(std::string const& data) : X509CertificateImpl()
 {
     load(bytesOfString(data, "The input certificate data string is invalid. Reason:"));
 }
 
-X509CertificateImpl::X509CertificateImpl(std::istream& stream)
+X509CertificateImpl::X509CertificateImpl(std::istream& stream) : X509CertificateImpl()
 {
     load(bytesOfStream(
         stream, "The input certificate data stream is invalid.",

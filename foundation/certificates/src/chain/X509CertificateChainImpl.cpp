@@ -3,6 +3,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -50,14 +51,17 @@ X509Certificate loadCertificate(X509_INFO const* entry)
 
 } // namespace
 
-X509CertificateChainImpl::X509CertificateChainImpl() = default;
+X509CertificateChainImpl::X509CertificateChainImpl()
+{
+    registerOpenSSLCleanup();
+}
 
-X509CertificateChainImpl::X509CertificateChainImpl(std::string const& pem)
+X509CertificateChainImpl::X509CertificateChainImpl(std::string const& pem) : X509CertificateChainImpl()
 {
     init(pem);
 }
 
-X509CertificateChainImpl::X509CertificateChainImpl(std::istream& stream)
+X509CertificateChainImpl::X509CertificateChainImpl(std::istream& stream) : X509CertificateChainImpl()
 {
     init(textOfStream(
         stream, "The input certificate chain data stream is invalid.",

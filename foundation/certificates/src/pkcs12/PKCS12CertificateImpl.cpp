@@ -4,6 +4,7 @@
 #include "keys/KeyExtraction.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/IntRange.hpp"
+#include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -124,14 +125,19 @@ PrivateKeyInfo privateKeyOf(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
 
 } // namespace
 
-PKCS12CertificateImpl::PKCS12CertificateImpl() = default;
+PKCS12CertificateImpl::PKCS12CertificateImpl()
+{
+    registerOpenSSLCleanup();
+}
 
 PKCS12CertificateImpl::PKCS12CertificateImpl(ByteArray const& bytes, std::string const& passphrase)
+    : PKCS12CertificateImpl()
 {
     init(bytes, passphrase);
 }
 
 PKCS12CertificateImpl::PKCS12CertificateImpl(std::istream& stream, std::string const& passphrase)
+    : PKCS12CertificateImpl()
 {
     init(
         bytesOfStream(

@@ -3,6 +3,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "pkcs7/GuardedPKCS7.hpp"
@@ -25,19 +26,22 @@ constexpr StructureFunctions<PKCS7> pkcs7Functions = {PEM_read_bio_PKCS7, d2i_PK
 
 } // namespace
 
-PKCS7CertificateImpl::PKCS7CertificateImpl() : pkcs7(makePKCS7(nullptr)) {}
+PKCS7CertificateImpl::PKCS7CertificateImpl() : pkcs7(makePKCS7(nullptr))
+{
+    registerOpenSSLCleanup();
+}
 
-PKCS7CertificateImpl::PKCS7CertificateImpl(ByteArray const& data) : pkcs7(makePKCS7(nullptr))
+PKCS7CertificateImpl::PKCS7CertificateImpl(ByteArray const& data) : PKCS7CertificateImpl()
 {
     init(data);
 }
 
-PKCS7CertificateImpl::PKCS7CertificateImpl(std::string const& data) : pkcs7(makePKCS7(nullptr))
+PKCS7CertificateImpl::PKCS7CertificateImpl(std::string const& data) : PKCS7CertificateImpl()
 {
     init(bytesOfString(data, "The input PKCS7 certificate data string is invalid. Reason:"));
 }
 
-PKCS7CertificateImpl::PKCS7CertificateImpl(std::istream& stream) : pkcs7(makePKCS7(nullptr))
+PKCS7CertificateImpl::PKCS7CertificateImpl(std::istream& stream) : PKCS7CertificateImpl()
 {
     init(bytesOfStream(
         stream, "The input PKCS7 certificate data stream is invalid.",

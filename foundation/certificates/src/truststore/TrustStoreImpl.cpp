@@ -4,6 +4,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "certificate/X509Duplicates.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "truststore/DefaultSystemCertificateAdder.hpp"
 
@@ -73,6 +74,7 @@ TrustStoreImpl::TrustStoreImpl() : TrustStoreImpl(makeDefaultSystemCertificateAd
 TrustStoreImpl::TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAdder)
     : adder(std::move(systemAdder))
 {
+    registerOpenSSLCleanup();
     RAIIOpenSSLErrorRemover const errors(false);
     store = shareStore(makeStore());
 }
