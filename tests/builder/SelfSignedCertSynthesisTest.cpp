@@ -324,18 +324,18 @@ TEST(SelfSignedCertSynthesis, OffsetShiftsTheStartAndKeepsTheLifetime)
 {
     struct Row
     {
-        std::int32_t offset;
-        std::uint32_t period;
+        std::int32_t offsetInDays;
+        std::uint32_t lifetimeInDays;
     };
     for (auto const& row : {Row{-1, 1}, Row{1, 1}, Row{-365, 30}, Row{-24855, 1}, Row{24458, 397}}) {
-        SCOPED_TRACE(row.offset);
-        auto const x509 =
-            built(fastBuilder().withValidityPeriodOffset(row.offset).withValidityPeriod(row.period));
+        SCOPED_TRACE(row.offsetInDays);
+        auto const x509 = built(
+            fastBuilder().withValidityPeriodOffset(row.offsetInDays).withValidityPeriod(row.lifetimeInDays));
 
         EXPECT_NEAR(
             static_cast<double>(secondsFromNow(X509_get0_notBefore(x509.get()))),
-            static_cast<double>(row.offset * day), 60);
-        EXPECT_EQ(lifetimeOf(x509), row.period * day);
+            static_cast<double>(row.offsetInDays * day), 60);
+        EXPECT_EQ(lifetimeOf(x509), row.lifetimeInDays * day);
     }
 }
 

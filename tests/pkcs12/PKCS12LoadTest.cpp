@@ -278,6 +278,7 @@ TEST(PKCS12Load, ContentThatDoesNotDecryptReportsOpenSSLsReason)
 
 TEST(PKCS12Load, OldAndNewCiphersOpen)
 {
+    constexpr int noCipher = -1;
     struct Row
     {
         char const* what;
@@ -293,7 +294,7 @@ TEST(PKCS12Load, OldAndNewCiphersOpen)
         {"128-bit RC4", NID_pbe_WithSHA1And128BitRC4, NID_pbe_WithSHA1And128BitRC4, EVP_sha1()},
         {"AES-128", NID_aes_128_cbc, NID_aes_128_cbc, EVP_sha256()},
         {"AES-256 with SHA-512", NID_aes_256_cbc, NID_aes_256_cbc, EVP_sha512()},
-        {"no encryption, only the MAC", -1, -1, EVP_sha256()},
+        {"no encryption, only the MAC", noCipher, noCipher, EVP_sha256()},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);

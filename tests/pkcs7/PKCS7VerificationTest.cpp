@@ -272,6 +272,40 @@ Pkcs7Handle withEmbedded(CertificateAndKey const& by, CertificateAndKey const& f
     return makeSignedData("content", by, {further.certificate});
 }
 
+/// A root whose names differ in case. OpenSSL ignores case in names and so takes it as self-signed.
+CertificateAndKey const& disguisedRoot()
+{
+    static auto const made =
+        makeRoot("Disguised", [](CertificateSpec& spec) { spec.issuer = commonName("disguised"); });
+    return made;
+}
+
+CertificateAndKey leafFor(std::string const& purpose, CertificateAndKey const& issuer)
+{
+    return makeLeaf(
+        issuer, purpose, [&](CertificateSpec& spec) { spec.setExtension("extendedKeyUsage", purpose); });
+}
+
+/// Checks signed data as a program for signed code does: the signatures first, and then every signer. The
+/// embedded certificates help to build the chains and are not trusted.
+bool acceptsSigners(PKCS7Certificate const& loaded, TrustStore const& trusted)
+{
+    CleanErrorQueue const clean;
+    X509CertificateChain embedded;
+    for (auto const& certificate : loaded.getCertificates()) {
+        embedded.addCertificate(certificate);
+    }
+    auto const results = loaded.verifySignature(X509CertificateChain(), trusted, ByteArray());
+    auto const signers = loaded.getSignerCerts().getCertificates();
+    bool accepted = results.getSignatureVerificationStatus() && !signers.empty();
+    for (auto const& certificate : signers) {
+        auto const chain = certificate.validateCertificate(embedded, CertificateValidationOptions(), trusted);
+        accepted = accepted && chain.getCertificateChainStatus() == Status::Valid &&
+                   certificate.isValidForDigitalSigning();
+    }
+    return accepted;
+}
+
 std::vector<Case> validCases()
 {
     return {
@@ -334,9 +368,7 @@ std::vector<Case> failedChains()
         root(), "expired", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(hours(-1)); });
     auto const early = makeLeaf(
         root(), "early", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(hours(1)); });
-    auto const codeSigner = makeLeaf(intermediate(), "code signer", [](CertificateSpec& spec) {
-        spec.setExtension("extendedKeyUsage", "codeSigning");
-    });
+    auto const codeSigner = leafFor("codeSigning", intermediate());
     auto const expiredText = validated(expired, {root()}).getValidationErrorString();
     auto const earlyText = validated(early, {root()}).getValidationErrorString();
     return {
@@ -357,7 +389,7 @@ std::vector<Case> failedChains()
             .trusting({otherRoot()})
             .hasChain(Status::SelfSigned, ""),
         Case("restricted to code signing, intermediate embedded", withEmbedded(codeSigner, intermediate()))
-            .hasChain(Status::Untrusted, untrustedText("CN=code signer")),
+            .hasChain(Status::Untrusted, untrustedText("CN=codeSigning")),
         Case("restricted to code signing, intermediate given", withEmbedded(codeSigner, intermediate()))
             .withIntermediates({intermediate()})
             .hasChain(Status::Valid, "certificate verify error"),
@@ -490,6 +522,50 @@ TEST_F(PKCS7Verification, EverySignatureMustBeValid)
     auto const results =
         load(both).verifySignature(chainOf({intermediate()}), storeOf({root()}), ByteArray());
     expectResult(results, false, Status::Failed, signatureReasonOf(both));
+}
+
+TEST_F(PKCS7Verification, SeparateValidationOfSignersTrustsNoEmbeddedCertificate)
+{
+    ASSERT_FALSE(X509Certificate(disguisedRoot().der()).isSelfSigned());
+    auto const attacker = makeRoot("attacker");
+    auto const codeSigner = leafFor("codeSigning", intermediate());
+    struct SignersRow
+    {
+        char const* name;
+        Pkcs7Handle data;
+        bool accepted;
+    };
+    std::vector<SignersRow> const rows{
+        {"code signer below an embedded intermediate", withEmbedded(codeSigner, intermediate()), true},
+        {"server below an embedded intermediate",
+         withEmbedded(leafFor("serverAuth", intermediate()), intermediate()), false},
+        {"changed content", withTamperedContent(withEmbedded(codeSigner, intermediate())), false},
+        {"signer below an embedded root", withEmbedded(makeLeaf(attacker, "signer"), attacker), false},
+        {"code signer below an embedded root", withEmbedded(leafFor("codeSigning", attacker), attacker),
+         false},
+        {"signer below an embedded disguised root",
+         withEmbedded(makeLeaf(disguisedRoot(), "signer"), disguisedRoot()), false},
+        {"code signer below an embedded disguised root",
+         withEmbedded(leafFor("codeSigning", disguisedRoot()), disguisedRoot()), false},
+        {"trusted and untrusted code signer",
+         signedBy({leafFor("codeSigning", root()), leafFor("codeSigning", attacker)}), false},
+        {"signer's certificate missing", withoutCertificates(signer()), false},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(acceptsSigners(load(row.data), storeOf({root()})), row.accepted);
+    }
+}
+
+TEST_F(PKCS7Verification, DisguisedRootAmongTheIntermediatesIsTrusted)
+{
+    auto const loaded = load(withEmbedded(makeLeaf(disguisedRoot(), "signer"), disguisedRoot()));
+    auto const trusted = storeOf({root()});
+    expectResult(
+        loaded.verifySignature(chainOf({disguisedRoot()}), trusted, ByteArray()), true, Status::Valid, "");
+    expectResult(
+        loaded.verifySignature(X509CertificateChain(), trusted, ByteArray()), true, Status::Untrusted,
+        untrustedText("CN=signer"));
 }
 
 // The trust store

@@ -120,7 +120,9 @@ public:
     /// (`PKCS7_verify`).
     ///
     /// @param intermediates certificates that help to build the chain; may be empty. Pass only certificates
-    ///     that you trust: a self-signed one counts as a root in OpenSSL's own check
+    ///     that you trust, and no embedded ones: a self-signed one counts as a root in OpenSSL's own check.
+    ///     X509Certificate::isSelfSigned() does not find all of them, because OpenSSL ignores case and
+    ///     repeated blanks in names
     /// @param trustStore the trusted roots; the operating system's if it is empty. Never modified
     /// @param data the detached content; empty for embedded content. If the content is embedded and given,
     ///     the given bytes are verified and the embedded ones are not
