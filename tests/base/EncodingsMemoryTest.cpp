@@ -1,4 +1,3 @@
-#include "support/Text.hpp"
 #include "support/allocation/AllocationFailure.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -14,21 +13,7 @@ namespace {
 
 using namespace certificates;
 
-/// The same content as bytes and as either kind of text.
-struct Input : Unchanging
-{
-    ByteArray bytes;
-    std::string base64;
-    std::string hex;
-};
-
-Input input()
-{
-    auto const bytes = asBytes("longer than what a string holds without memory");
-    return {{}, bytes, base64Encode(bytes), hexEncode(bytes)};
-}
-
-/// The text of the exception that the work ends with.
+/// Returns the text of the exception that the work throws.
 template <class Exception, class Work>
 std::string refusalOf(Work const& work)
 {
@@ -40,52 +25,55 @@ std::string refusalOf(Work const& work)
     return "none";
 }
 
-/// A stream that finds no memory loses what is written to it.
-Shortcomings const lost{{}, beginning};
+/// Returns what the input contains; no operation changes it.
+std::string contentOf(Encoded const& input)
+{
+    return input.base64 + input.hex;
+}
 
-std::vector<OperationOn<Input>> encodings()
+struct Refused : Unchanging
+{
+    Encoded input = makeEncoded();
+};
+
+std::vector<OperationOn<Refused>> refusals()
 {
     return {
-        {"base64Encode", [](auto& i) { return base64Encode(i.bytes); }},
-        {"base64Decode", [](auto& i) { return base64Decode(i.base64); }},
         {"base64Decode of another character",
-         [](auto& i) {
+         [](auto& r) {
              return refusalOf<boost::archive::iterators::dataflow_exception>(
-                 [&] { base64Decode(i.base64 + "\n"); });
+                 [&] { base64Decode(r.input.base64 + "\n"); });
          }},
-        {"hexEncode", [](auto& i) { return hexEncode(i.bytes); }},
-        {"hexDecode", [](auto& i) { return hexDecode(i.hex); }},
         {"hexDecode of another character",
-         [](auto& i) { return refusalOf<InvalidArgument>([&] { hexDecode(i.hex + "0x"); }); }},
+         [](auto& r) { return refusalOf<InvalidArgument>([&] { hexDecode(r.input.hex + "0x"); }); }},
         {"hexDecode of half a byte",
-         [](auto& i) { return refusalOf<InvalidArgument>([&] { hexDecode(i.hex + "0"); }); }},
-        {"prettyPrintBytes",
-         [](auto& i) {
+         [](auto& r) { return refusalOf<InvalidArgument>([&] { hexDecode(r.input.hex + "0"); }); }},
+        {"prettyPrintBytes with flags set",
+         [](auto& r) {
              std::ostringstream out;
              out << std::showbase;
-             prettyPrintBytes(i.bytes, "a label for the bytes", out);
-             // The state of the stream's format is as before, also where what was written is lost.
-             auto const format = out.flags();
-             return out.str() +
-                    ((format & std::ios::hex) == 0 && (format & std::ios::showbase) != 0 ? "" : "changed");
-         },
-         {},
-         lost},
+             prettyPrintBytes(r.input.bytes, "a label for the bytes", out);
+             auto const flags = out.flags();
+             bool const areFlagsKept = (flags & std::ios::hex) == 0 && (flags & std::ios::showbase) != 0;
+             return std::string(areFlagsKept ? "kept" : "changed");
+         }},
     };
 }
 
-std::vector<OperationOn<Unchanging>> places()
+FOUNDATION_TEST_ALLOCATION_FAILURE(Encodings, tableOn<Encoded>(makeEncoded, encodingOperations(), contentOf));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Refusals, operationsOn<Refused>(
+                  "", [] { return Refused(); }, refusals()));
+
+/// Returns what the values say; the setters replace two of them.
+std::string contentOfValues(Values const& values)
 {
-    return {
-        {"getSystemCertificatesFile", [](auto&) { return getSystemCertificatesFile(); }},
-        {"getSystemCertificatesFolder", [](auto&) { return getSystemCertificatesFolder(); }},
-    };
+    return rendered(values.rsaKey) + rendered(values.eccKey) + rendered(values.rsaPrivateKey) +
+           rendered(values.eccPrivateKey) + rendered(values.revocation) + rendered(values.validation) +
+           rendered(values.verification);
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(Encodings, operationsOn<Input>("", input, encodings()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
-    Places, operationsOn<Unchanging>(
-                "", [] { return Unchanging(); }, places()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Values, tableOn<Values>(makeValues, valueOperations(), contentOfValues));
 
 } // namespace
 

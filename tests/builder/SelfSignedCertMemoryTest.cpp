@@ -6,26 +6,23 @@
 
 #include <openssl/x509.h>
 
-#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
 
 namespace {
 
-/// Where OpenSSL allocates when it decodes ASN.1.
+/// The source files in which OpenSSL allocates while it decodes ASN.1.
 foundation::test::SparedSources::Files const decoder{"a_object.c", "asn1_lib.c", "tasn_dec.c", "tasn_new.c"};
 
 } // namespace
 
-/// Takes the place of OpenSSL's function, and calls that with memory for all that it decodes.
+/// Replaces OpenSSL's function: calls it and exempts the decoder's allocations from the shortage.
 ///
-/// ASN1_item_sign_ctx has d2i_X509_ALGOR fill the two algorithm identifiers of the certificate with what the
-/// provider has encoded. A decoder that fails releases the object that it was to fill, and these two are
-/// parts of the X509: if one of the decoder's allocations is refused, OpenSSL hands free() a pointer that
-/// malloc() has never returned.
+/// ASN1_item_sign_ctx calls d2i_X509_ALGOR to fill the two algorithm identifiers of the certificate. A
+/// decoder that fails frees the object that it was to fill, but these two are members of the X509. If one of
+/// the decoder's allocations is refused, OpenSSL passes free() a pointer that malloc() never returned.
 int X509_sign_ctx(X509* certificate, EVP_MD_CTX* context)
 {
     static auto* const original =
@@ -40,86 +37,50 @@ namespace {
 
 using namespace certificates;
 
-struct Builder : Unchanging
+SelfSignedCertBuilder builder()
 {
-    SelfSignedCertBuilder builder;
-};
-
-Builder builder()
-{
-    Builder made{{}, fastBuilder()};
-    made.builder.withSerialNumber(7).withCommonName("build.example");
+    auto made = fastBuilder();
+    made.withSerialNumber(7).withCommonName("build.example");
     return made;
 }
 
-Builder builderWithPassphrase()
+SelfSignedCertBuilder builderWithPassphrase()
 {
     auto made = builder();
-    made.builder.withPrivateKeyPassphrase("secret");
+    made.withPrivateKeyPassphrase("secret");
     return made;
 }
 
-struct Built
+/// A builder shows its state only by what it builds.
+std::string nothingOf(SelfSignedCertBuilder const& /*builder*/)
 {
-    X509Certificate certificate;
-    bool hasKey;
-};
-
-template <class Key>
-Built built(std::pair<X509Certificate, Key>&& made)
-{
-    return {std::move(made.first), !made.second.empty()};
+    return "";
 }
 
-/// What all certificates of this builder have in common: the key is another one each time.
-std::string rendered(Built const& made)
+std::vector<Operation<SelfSignedCertBuilder>> buildsWithStride(std::size_t stride)
 {
-    return made.certificate.getSubjectName() + "\n" +
-           test::rendered(made.certificate.getExtendedKeyUsages()) + (made.hasKey ? "key" : "");
+    std::vector<Operation<SelfSignedCertBuilder>> builds;
+    for (auto build : builderOperations()) {
+        if (build.isCostly) {
+            build.openSSL.stride = stride;
+            build.isCostly = false;
+            builds.push_back(build);
+        }
+    }
+    return builds;
 }
 
-/// Whatever OpenSSL finds no memory for, while a certificate and a key are made or the certificate is loaded.
-Shortcomings unmade(std::size_t stride)
-{
-    return failsWith(
-        Failures{
-            failureBeginning<std::runtime_error>("Failed to generate a certificate: "),
-            failure<InvalidArgument>("The input certificate has no content."),
-            failure<X509CertificateException>(
-                "Internal error: The given certificate data could not be written to a buffer."),
-            failureBeginning<X509CertificateException>("Error: Loading a certificate failed. Reason="),
-            failure<CertificateException>("Failed to sanity check EVP_PKEY. Argument is nullptr"),
-            failure<X509CertificateException>("Failed to get the modulus for the public key"),
-            failure<X509CertificateException>("Failed to get the public exponent for the public key"),
-            failure<X509CertificateException>(
-                "RSA key size does not meet minimum cryptographic requirements"),
-            failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions."),
-        },
-        stride);
-}
+/// Most allocations of an encryption belong to the thousands of rounds that derive a key from the passphrase.
+constexpr std::size_t encryptedStride = 701;
+constexpr std::size_t plainStride = 53;
 
-Shortcomings const notLoaded = failsWith(
-    failure<InvalidArgument>("The input certificate data string is invalid. Reason:std::bad_alloc"));
-
-std::vector<OperationOn<Builder>> plainBuilds()
-{
-    return {{"build", [](auto& b) { return built(b.builder.build()); }, unmade(23), notLoaded}};
-}
-
-/// Most of what these allocate goes into the thousands of rounds that make a key of the passphrase.
-std::vector<OperationOn<Builder>> encryptedBuilds()
-{
-    constexpr std::size_t stride = 307;
-    return {
-        {"build", [](auto& b) { return built(b.builder.build()); }, unmade(stride), notLoaded},
-        {"buildAndGetKeyBytesInPKCS12",
-         [](auto& b) { return built(b.builder.buildAndGetKeyBytesInPKCS12()); }, unmade(stride), notLoaded},
-    };
-}
-
-FOUNDATION_TEST_WITHOUT_MEMORY(Plain, operationsOn<Builder>("", builder, plainBuilds()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
-    Encrypted, operationsOn<Builder>("", builderWithPassphrase, encryptedBuilds()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Setters, tableOn<SelfSignedCertBuilder>(builder, builderOperations(), nothingOf));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Plain, tableOn<SelfSignedCertBuilder>(builder, buildsWithStride(plainStride), nothingOf));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Encrypted,
+    tableOn<SelfSignedCertBuilder>(builderWithPassphrase, buildsWithStride(encryptedStride), nothingOf));
 
 } // namespace
 

@@ -1,13 +1,10 @@
 #include "support/assertions/HandleConformance.hpp"
-#include "support/operations/CertificateQueries.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 
-#include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/Exceptions.hpp>
-#include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
-#include <foundation/certificates/X509CertificateChain.hpp>
 
 #include <map>
 #include <string>
@@ -24,7 +21,6 @@ struct X509CertificateTraits
     using Handle = X509Certificate;
     using Failure = certificates::X509CertificateException;
     static constexpr char const* uninitializedText = "Error: X509Certificate is uninitialized.";
-    static constexpr char const* noContentText = "Error: X509Certificate has no content.";
 
     static X509Certificate loaded(std::string const& name)
     {
@@ -41,28 +37,7 @@ struct X509CertificateTraits
         return certificate.empty() ? "" : certificate.getSHA256Fingerprint();
     }
 
-    static std::vector<Operation<X509Certificate>> operations()
-    {
-        using certificates::CertificateValidationOptions;
-        auto operations = certificateQueries();
-        operations.push_back({"validateCertificate", [](X509Certificate& certificate) {
-                                  certificate.validateCertificate(
-                                      certificates::X509CertificateChain(), CertificateValidationOptions(),
-                                      trustStore());
-                              }});
-        operations.push_back({"getRootCACertificate", [](X509Certificate& certificate) {
-                                  certificate.getRootCACertificate(
-                                      certificates::X509CertificateChain(), trustStore());
-                              }});
-        return operations;
-    }
-
-    static certificates::TrustStore trustStore()
-    {
-        certificates::TrustStore store;
-        store.addCertificate(loaded("a"));
-        return store;
-    }
+    static std::vector<Operation<X509Certificate>> const& operations() { return certificateOperations(); }
 };
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
-#include "support/operations/CertificateQueries.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 
@@ -30,6 +30,20 @@ CertificateAndKey witness(KeyHandle const& key)
     });
 }
 
+/// Expects that every query answers or throws an exception of the library's family.
+void expectAnswersOrCleanFailures(X509Certificate& certificate)
+{
+    for (auto const& query : operationsWithoutOthers(certificateOperations())) {
+        try {
+            query.answer(certificate, sharedObjects());
+        } catch (CertificateException const& /*failure*/) {
+            continue;
+        } catch (std::exception const& other) {
+            ADD_FAILURE() << query.name << ": " << other.what();
+        }
+    }
+}
+
 /// Loads what may be damaged. The outcome is a certificate that answers, or an exception of the family and an
 /// empty queue.
 template <class Data>
@@ -44,7 +58,7 @@ void expectCleanOutcome(Data const& data)
         return;
     }
     EXPECT_TRUE(queueIsEmpty());
-    expectEveryQueryAnswersOrFailsCleanly(*certificate);
+    expectAnswersOrCleanFailures(*certificate);
     drainErrorQueue();
 }
 

@@ -1,4 +1,4 @@
-#include "support/operations/CertificateQueries.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/InParallel.hpp"
@@ -18,9 +18,9 @@ namespace {
 constexpr int numThreads = 8;
 constexpr int numRounds = 20;
 
-X509Certificate loadWitness()
+X509Certificate loadCertificate()
 {
-    return X509Certificate(makeRoot("witness", [](CertificateSpec& spec) {
+    return X509Certificate(makeRoot("subject", [](CertificateSpec& spec) {
                                spec.key = rsaKey(1024);
                                spec.setExtension("extendedKeyUsage", "codeSigning");
                                spec.setExtension("certificatePolicies", "1.2.3.4");
@@ -29,17 +29,17 @@ X509Certificate loadWitness()
 
 void runEveryQuery(X509Certificate& certificate)
 {
-    for (auto const& query : certificateQueries()) {
-        EXPECT_NO_THROW(query.run(certificate)) << query.name;
+    for (auto const& query : operationsWithoutOthers(certificateOperations())) {
+        EXPECT_NO_THROW(query.answer(certificate, sharedObjects())) << query.name;
     }
 }
 
 } // namespace
 
-TEST(X509CertificateThreads, CopiesOfOneCertificateAreQueriedAtOnce)
+TEST(X509CertificateThreads, CopiesAnswerConcurrentQueries)
 {
-    // The first queries of all come from the threads: what OpenSSL works out on demand is worked out there.
-    auto const certificate = loadWitness();
+    // OpenSSL computes some values on first use. Here the threads are the first users.
+    auto const certificate = loadCertificate();
     inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             auto copy = certificate;
@@ -48,9 +48,9 @@ TEST(X509CertificateThreads, CopiesOfOneCertificateAreQueriedAtOnce)
     });
 }
 
-TEST(X509CertificateThreads, OneCertificateIsQueriedAndCopiedAtOnce)
+TEST(X509CertificateThreads, OneObjectAnswersConcurrentQueriesAndCopies)
 {
-    auto certificate = loadWitness();
+    auto certificate = loadCertificate();
     auto const fingerprint = certificate.getSHA256Fingerprint();
     inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
@@ -65,10 +65,10 @@ TEST(X509CertificateThreads, OneCertificateIsQueriedAndCopiedAtOnce)
     });
 }
 
-TEST(X509CertificateThreads, TwoCertificatesAreComparedBothWaysAtOnce)
+TEST(X509CertificateThreads, ComparisonsInBothDirectionsDoNotDeadlock)
 {
-    // Were both locks held at once, these comparisons would lock each other out sooner or later.
-    auto const left = loadWitness();
+    // If a comparison held both locks at once, these comparisons would deadlock sooner or later.
+    auto const left = loadCertificate();
     auto const right = left;
     inParallel(numThreads, [&](int) {
         for (int round = 0; round < 10 * numRounds; ++round) {
@@ -79,9 +79,9 @@ TEST(X509CertificateThreads, TwoCertificatesAreComparedBothWaysAtOnce)
     });
 }
 
-TEST(X509CertificateThreads, CertificatesAreLoadedAtOnce)
+TEST(X509CertificateThreads, ConcurrentLoadsSucceed)
 {
-    auto const pem = loadWitness().getAsPEMString();
+    auto const pem = loadCertificate().getAsPEMString();
     inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
             EXPECT_FALSE(X509Certificate(pem).empty());

@@ -26,19 +26,7 @@ struct Input : Unchanging
     std::string pem;
 };
 
-/// A chain, and a certificate that is no part of it.
-struct Subject
-{
-    X509CertificateChain chain;
-    X509Certificate stranger;
-};
-
-std::string rendered(Subject const& subject)
-{
-    return test::rendered(subject.chain);
-}
-
-/// Two implementations, of which one is assigned to the other.
+/// Two implementations; the source is assigned to the target.
 struct Implementations
 {
     X509CertificateChainImpl source;
@@ -51,60 +39,39 @@ std::string rendered(Implementations const& pair)
            test::rendered(pair.target.getCertificates());
 }
 
-Shortcomings const unloaded = failsWith(
+AllowedOutcomes const notLoaded = failsWith(
     Failures{
         failureBeginning<X509CertificateChainException>("Error: Loading a certificate chain failed. Reason="),
         failureBeginning<X509CertificateChainException>(
             "Error: Unable to parse X509 certificate inside X509 certificate chain.")},
     7);
-Shortcomings const noStream = failsWith(failure<InvalidArgument>(
+AllowedOutcomes const noStream = failsWith(failure<InvalidArgument>(
     "The input X509 certificate chain data stream is invalid. Reason:std::bad_alloc"));
-Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
-Shortcomings const notWritten = failsWith(certificateUnwritten());
-
 std::vector<OperationOn<Input>> loads()
 {
     return {
-        {"text", [](auto& input) { return X509CertificateChain(input.pem); }, unloaded},
+        {"text", [](auto& input) { return X509CertificateChain(input.pem); }, notLoaded},
         {"a stream",
          [](auto& input) {
              std::istringstream stream(input.pem);
              return X509CertificateChain(stream);
          },
-         unloaded, noStream},
+         notLoaded, noStream},
     };
 }
 
-std::vector<OperationOn<Subject>> operations()
+std::vector<OperationOn<X509CertificateChain>> revivals()
 {
     return {
-        {"empty", [](auto& s) { return s.chain.empty(); }},
-        {"getNumCertificates", [](auto& s) { return s.chain.getNumCertificates(); }},
-        {"getCertificates", [](auto& s) { return s.chain.getCertificates(); }},
-        {"getAsString", [](auto& s) { return s.chain.getAsString(); }, notWritten},
-        {"print",
-         [](auto& s) { return printed(s.chain); },
-         {noFingerprint.failures, asManyLines},
-         {{}, shorter}},
-        {"equality", [](auto& s) { return s.chain == s.chain; }, noFingerprint},
-        {"inequality", [](auto& s) { return s.chain != s.chain; }, noFingerprint},
-        {"copy", [](auto& s) { return X509CertificateChain(s.chain); }},
-        {"assignment", [](auto& s) { return assigned(s.chain); }},
-        {"addCertificate",
-         [](auto& s) {
-             s.chain.addCertificate(s.stranger);
-             return true;
-         }},
         {"addCertificate to a chain that was moved from",
-         [](auto& s) {
-             X509CertificateChain const taken(std::move(s.chain));
-             s.chain.addCertificate(s.stranger);
+         [](auto& chain) {
+             X509CertificateChain const taken(std::move(chain));
+             chain.addCertificate(sharedObjects().certificate);
              return true;
          },
          {},
          {},
          Effect::Partial},
-        {"popLeafCertificate", [](auto& s) { return s.chain.popLeafCertificate(); }},
     };
 }
 
@@ -129,10 +96,9 @@ std::string bundle(std::vector<std::string> const& names)
     return pki().pemBundle(names);
 }
 
-Subject subject()
+X509CertificateChain chain()
 {
-    static auto const stranger = makeRoot("stranger").der();
-    return {X509CertificateChain(bundle({"root", "ca", "leaf"})), X509Certificate(stranger)};
+    return X509CertificateChain(bundle({"root", "ca", "leaf"}));
 }
 
 Implementations implementations()
@@ -141,15 +107,16 @@ Implementations implementations()
         X509CertificateChainImpl(bundle({"root", "ca"})), X509CertificateChainImpl(bundle({"leaf", "root"}))};
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Loads, operationsOn<Input>(
                "from ",
                [] {
                    return Input{{}, bundle({"leaf", "ca"})};
                },
                loads()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Operations, operationsOn<Subject>("", subject, operations()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<X509CertificateChain>(chain, chainOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Revivals, operationsOn<X509CertificateChain>("", chain, revivals()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Assignments, operationsOn<Implementations>("", implementations, assignments()));
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "support/operations/ReadOperations.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/system/InParallel.hpp"
 
@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-// Everything that reads, in eight threads at once: what each gets is what one alone would get.
+// Eight threads run all read operations at once. Each gets the answers that a single thread gets.
 
 namespace {
 
@@ -22,8 +22,9 @@ using namespace foundation::test;
 
 constexpr int numThreads = 8;
 
-/// Runs all operations, each thread beginning with another one, and gives their answers in the table's order.
-std::vector<std::string> answersOf(Objects const& objects, int number)
+/// Runs all operations, beginning with another one on each thread. Returns the answers in the order of the
+/// table.
+std::vector<std::string> answersOf(Objects& objects, int number)
 {
     auto const& operations = readOperations();
     std::vector<std::string> answers(operations.size());
@@ -35,7 +36,7 @@ std::vector<std::string> answersOf(Objects const& objects, int number)
     return answers;
 }
 
-/// What the threads answer; there is to be one set of answers.
+/// The different sets of answers that the threads got.
 class Answers
 {
 public:
@@ -55,10 +56,10 @@ private:
     std::set<std::vector<std::string>> different;
 };
 
-TEST(ReadOperationsThreads, ReadOneSetOfObjects)
+TEST(ReadOperationsThreads, AnswerAlikeOnSharedObjects)
 {
-    // The first reads of all come from the threads: what OpenSSL works out on demand is worked out there.
-    auto const shared = makeObjects();
+    // OpenSSL computes some values on first use. Here the threads are the first users.
+    auto shared = makeObjects();
     Answers answers;
     inParallel(numThreads, [&](int number) {
         answers.add(answersOf(shared, number));
@@ -67,10 +68,10 @@ TEST(ReadOperationsThreads, ReadOneSetOfObjects)
     answers.expectAllLike(answersOf(shared, 0));
 }
 
-TEST(ReadOperationsThreads, ReadCopiesOfOneSetOfObjects)
+TEST(ReadOperationsThreads, AnswerAlikeOnCopies)
 {
-    auto const original = makeObjects();
-    std::vector<Objects> const own(numThreads, original);
+    auto original = makeObjects();
+    std::vector<Objects> own(numThreads, original);
     Answers answers;
     inParallel(numThreads, [&](int number) {
         answers.add(answersOf(own[static_cast<std::size_t>(number)], number));
@@ -78,9 +79,9 @@ TEST(ReadOperationsThreads, ReadCopiesOfOneSetOfObjects)
     answers.expectAllLike(answersOf(original, 0));
 }
 
-TEST(ReadOperationsThreads, CopyAndMoveTheirCopiesWhileOthersRead)
+TEST(ReadOperationsThreads, AnswerAlikeWhileOthersCopyAndMove)
 {
-    auto const shared = makeObjects();
+    auto shared = makeObjects();
     std::atomic<int> numReading{numThreads / 2};
     Answers answers;
     inParallel(numThreads, [&](int number) {
@@ -89,7 +90,7 @@ TEST(ReadOperationsThreads, CopyAndMoveTheirCopiesWhileOthersRead)
             --numReading;
             return;
         }
-        // The others keep at it as long as one reads.
+        // The other threads continue as long as one reads.
         do {
             Objects copy(shared);
             Objects moved(std::move(copy));
@@ -101,7 +102,7 @@ TEST(ReadOperationsThreads, CopyAndMoveTheirCopiesWhileOthersRead)
     answers.expectAllLike(answersOf(shared, 0));
 }
 
-TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
+TEST(ReadOperationsThreads, AnswerWhileOthersAddToContainers)
 {
     auto shared = makeObjects();
     std::atomic<int> numReading{numThreads / 2};
@@ -109,13 +110,13 @@ TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
     inParallel(numThreads, [&](int number) {
         if (number % 2 == 0) {
             for (auto const& operation : readOperations()) {
-                wrong += operation.answer(shared).empty() ? 1 : 0;
+                wrong += !operation.answer(shared).empty() ? 0 : 1;
             }
             --numReading;
             return;
         }
-        // The very certificate that others validate: were it locked within the container's lock, all would
-        // stop.
+        // The others validate the same certificate. If the container locked it under its own lock, the
+        // threads would deadlock.
         while (numReading > 0) {
             shared.store.addCertificate(shared.certificate);
             shared.store.addCertificates(shared.chain);
@@ -128,7 +129,7 @@ TEST(ReadOperationsThreads, ReadWhileOthersAddToTheContainers)
     EXPECT_EQ(shared.chain.getNumCertificates(), 2U);
 }
 
-TEST(ReadOperationsThreads, BuildCertificatesWithOneBuilder)
+TEST(ReadOperationsThreads, OneBuilderBuildsDifferentCertificates)
 {
     auto const builder = fastBuilder();
     std::mutex mutex;
@@ -141,7 +142,7 @@ TEST(ReadOperationsThreads, BuildCertificatesWithOneBuilder)
     EXPECT_EQ(fingerprints.size(), std::size_t{numThreads});
 }
 
-TEST(ReadOperationsThreads, EncodeAndDecode)
+TEST(ReadOperationsThreads, EncodingsRoundTrip)
 {
     ByteArray bytes(1000);
     for (std::size_t index = 0; index < bytes.size(); ++index) {

@@ -43,18 +43,18 @@ OperationOn<Key> sanityCheck()
     return {"sanityCheckEVPKey", [](Key& k) { return static_cast<int>(sanityCheckEVPKey(k.key.get())); }};
 }
 
-OperationOn<Key> curve(Shortcomings const& shortcomings)
+OperationOn<Key> curve(AllowedOutcomes const& outcomes)
 {
     return {
         "getECCCurveFromEVPKey", [](Key& k) { return static_cast<int>(getECCCurveFromEVPKey(k.key.get())); },
-        shortcomings};
+        outcomes};
 }
 
-OperationOn<Key> privateInteger(Shortcomings const& shortcomings)
+OperationOn<Key> privateInteger(AllowedOutcomes const& outcomes)
 {
     return {
         "getECCPrivateIntegerFromEVPKey", [](Key& k) { return getECCPrivateIntegerFromEVPKey(k.key.get()); },
-        shortcomings};
+        outcomes};
 }
 
 Failure const noParameters =
@@ -92,23 +92,23 @@ std::vector<OperationOn<Curve>> conversions()
     };
 }
 
-std::vector<OperationWithoutMemory> withKey(KeyHandle const& key, std::vector<OperationOn<Key>> const& table)
+std::vector<SweptOperation> withKey(KeyHandle const& key, std::vector<OperationOn<Key>> const& table)
 {
     return operationsOn<Key>(
         "", [der = privateKeyDer(key)] { return read(der); }, table);
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     P256,
     withKey(
         p256Key(), {sanityCheck(), curve(failsWith(Failures{noPublicKey, noParameters})),
                     privateInteger(failsWith(Failures{noPrivateKey, noPublicKey, noParameters, noNumber}))}));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Ed25519, withKey(
                  ed25519Key(), {sanityCheck(), curve({}),
                                 privateInteger(failsWith(Failures{noPrivateKey, noParameters}))}));
-FOUNDATION_TEST_WITHOUT_MEMORY(RSA, withKey(rsaKey(), {sanityCheck()}));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, withKey(rsaKey(), {sanityCheck()}));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Conversions, operationsOn<Curve>(
                      "", [] { return Curve(); }, conversions()));
 

@@ -1,4 +1,5 @@
 #include "support/assertions/HandleConformance.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"
 
@@ -16,15 +17,11 @@ namespace {
 
 using certificates::PKCS12Certificate;
 
-/// Printing and comparing are not among the operations: without a certificate they fail as the certificate
-/// does.
 struct PKCS12CertificateTraits
 {
     using Handle = PKCS12Certificate;
     using Failure = certificates::PKCS12CertificateException;
     static constexpr char const* uninitializedText = "Error: PKCS12Certificate is uninitialized.";
-    /// No operation needs it: an object without a bundle answers all of them.
-    static constexpr char const* noContentText = "PKCS12Certificate has no content.";
 
     static PKCS12Certificate loaded(std::string const& name)
     {
@@ -43,18 +40,7 @@ struct PKCS12CertificateTraits
         return certificates::hexEncode(bundle.getAsBytes());
     }
 
-    static std::vector<Operation<PKCS12Certificate>> operations()
-    {
-        auto const answers = OnDefaultObject::Answers;
-        return {
-            {"empty", [](PKCS12Certificate& bundle) { bundle.empty(); }, answers},
-            {"getAsBytes", [](PKCS12Certificate& bundle) { bundle.getAsBytes(); }, answers},
-            {"getCertificate", [](PKCS12Certificate& bundle) { bundle.getCertificate(); }, answers},
-            {"getCAChain", [](PKCS12Certificate& bundle) { bundle.getCAChain(); }, answers},
-            {"getPrivateExponent", [](PKCS12Certificate& bundle) { bundle.getPrivateExponent(); }, answers},
-            {"getPrivateKeyInfo", [](PKCS12Certificate& bundle) { bundle.getPrivateKeyInfo(); }, answers},
-        };
-    }
+    static std::vector<Operation<PKCS12Certificate>> const& operations() { return bundleOperations(); }
 };
 
 } // namespace

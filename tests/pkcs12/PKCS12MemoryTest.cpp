@@ -35,7 +35,7 @@ Bytes bundleWith(KeyHandle const& key)
 
 constexpr std::size_t loadStride = 29;
 
-Shortcomings const unopened = failsWith(
+AllowedOutcomes const unopened = failsWith(
     Failures{
         failure<PKCS12CertificateException>(
             "Internal error: The given certificate data could not be written to a buffer."),
@@ -45,6 +45,7 @@ Shortcomings const unopened = failsWith(
         failureBeginning<PKCS12CertificateException>("Error: Parsing PKSC12 certificate failed."),
         failureBeginning<PKCS12CertificateException>(
             "Error: Unable to parse X509 certificate(s) inside PKCS12 certificate."),
+        failure<PKCS12CertificateException>("RSA key size does not meet minimum cryptographic requirements"),
         failure<PKCS12CertificateException>("Failed to get the private exponent for the private key"),
         failure<CertificateException>("Failed to extract information from private EVP_PKEY."),
         failure<CertificateException>("Could not extract public key information from EVP_PKEY"),
@@ -52,10 +53,8 @@ Shortcomings const unopened = failsWith(
         failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"),
     },
     loadStride);
-Shortcomings const noStream = failsWith(
+AllowedOutcomes const noStream = failsWith(
     failure<InvalidArgument>("The input PKCS12 certificate data stream is invalid. Reason:std::bad_alloc"));
-Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
-
 std::vector<OperationOn<Input>> loads()
 {
     return {
@@ -69,25 +68,7 @@ std::vector<OperationOn<Input>> loads()
     };
 }
 
-std::vector<OperationOn<PKCS12Certificate>> queries()
-{
-    return {
-        {"empty", [](auto& b) { return b.empty(); }},
-        {"getAsBytes", [](auto& b) { return b.getAsBytes(); },
-         failsWith(failure<PKCS12CertificateException>("Unable to write out PKCS12 bytes."))},
-        {"getCertificate", [](auto& b) { return b.getCertificate(); }},
-        {"getCAChain", [](auto& b) { return b.getCAChain(); }},
-        {"getPrivateExponent", [](auto& b) { return b.getPrivateExponent(); }},
-        {"getPrivateKeyInfo", [](auto& b) { return b.getPrivateKeyInfo(); }},
-        {"print", [](auto& b) { return printed(b); }, {noFingerprint.failures, asManyLines}, {{}, shorter}},
-        {"equality", [](auto& b) { return b == b; }, noFingerprint},
-        {"inequality", [](auto& b) { return b != b; }, noFingerprint},
-        {"copy", [](auto& b) { return PKCS12Certificate(b); }},
-        {"assignment", [](auto& b) { return assigned(b); }},
-    };
-}
-
-std::vector<OperationWithoutMemory> loadsWith(KeyHandle const& key)
+std::vector<SweptOperation> loadsWith(KeyHandle const& key)
 {
     return operationsOn<Input>(
         "from ", [input = Input{{}, bundleWith(key)}] { return input; }, loads());
@@ -99,10 +80,10 @@ PKCS12Certificate bundle()
     return opened;
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(LoadsRSA, loadsWith(rsaKey()));
-FOUNDATION_TEST_WITHOUT_MEMORY(LoadsP256, loadsWith(p256Key()));
-FOUNDATION_TEST_WITHOUT_MEMORY(LoadsEd25519, loadsWith(ed25519Key()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Queries, operationsOn<PKCS12Certificate>("", bundle, queries()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsRSA, loadsWith(rsaKey()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsP256, loadsWith(p256Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsEd25519, loadsWith(ed25519Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<PKCS12Certificate>(bundle, bundleOperations()));
 
 } // namespace
 

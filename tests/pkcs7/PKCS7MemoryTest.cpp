@@ -37,13 +37,12 @@ struct Input : Unchanging
     std::string pem;
 };
 
-/// Signed data, and all that its verification asks for.
+/// Signed data and the input of its verification.
 struct Subject
 {
     PKCS7Certificate data;
     X509CertificateChain intermediates;
     TrustStore trusted;
-    X509Certificate stranger;
 };
 
 std::string rendered(Subject const& subject)
@@ -56,8 +55,13 @@ Subject subjectWith(PKCS7Certificate const& data)
 {
     static auto const chain = chainOf({pki().ca});
     static auto const store = storeOf({pki().root});
-    static auto const stranger = load(pki().root);
-    return {data, chain, store, stranger};
+    return {data, chain, store};
+}
+
+PKCS7Certificate signedData()
+{
+    static PKCS7Certificate const loaded(sharedObjects().signedData.getAsBytes());
+    return loaded;
 }
 
 struct Implementations
@@ -79,93 +83,53 @@ std::string verdict(Subject const& subject, ByteArray const& content)
            std::to_string(static_cast<int>(results.getCertificateChainStatus()));
 }
 
-Shortcomings const unloaded = failsWith(
+AllowedOutcomes const notLoaded = failsWith(
     {failure<PKCS7CertificateException>(
          "Internal error: The given certificate data could not be written to a buffer."),
      failureBeginning<PKCS7CertificateException>("Error: Loading a certificate failed. Reason="),
      failureBeginning<PKCS7CertificateException>(
          "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.")},
     7);
-Shortcomings const noText = failsWith(
+AllowedOutcomes const noText = failsWith(
     failure<InvalidArgument>("The input PKCS7 certificate data string is invalid. Reason:std::bad_alloc"));
-Shortcomings const noStream = failsWith(
+AllowedOutcomes const noStream = failsWith(
     failure<InvalidArgument>("The input PKCS7 certificate data stream is invalid. Reason:std::bad_alloc"));
 
 std::vector<OperationOn<Input>> loads()
 {
     return {
-        {"DER bytes", [](auto& input) { return PKCS7Certificate(input.der); }, unloaded},
-        {"PEM bytes", [](auto& input) { return PKCS7Certificate(asBytes(input.pem)); }, unloaded},
-        {"PEM text", [](auto& input) { return PKCS7Certificate(input.pem); }, unloaded, noText},
+        {"DER bytes", [](auto& input) { return PKCS7Certificate(input.der); }, notLoaded},
+        {"PEM bytes", [](auto& input) { return PKCS7Certificate(asBytes(input.pem)); }, notLoaded},
+        {"PEM text", [](auto& input) { return PKCS7Certificate(input.pem); }, notLoaded, noText},
         {"a stream",
          [](auto& input) {
              std::istringstream stream(input.pem);
              return PKCS7Certificate(stream);
          },
-         unloaded, noStream},
+         notLoaded, noStream},
     };
 }
 
-Shortcomings const noFingerprint = failsWith(fingerprintUnknown());
-Shortcomings const notCopied = failsWith(
+AllowedOutcomes const notCopied = failsWith(
     {failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied.")}, 3);
-Shortcomings const notWritten =
-    failsWith(failure<PKCS7CertificateException>("Unable to write out the PKCS7 data"));
-Failures const noSigners = certificateUntaken() + notCopied.failures;
-
-/// Any verdict but the one that the signature and its chain are sound.
-bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
+/// Accepts every verdict except that of a valid signature under a trusted chain.
+bool isNotTrusted(std::string const& answer, std::string const& /*answerAtRest*/)
 {
     return answer != "10";
 }
 
-/// Where memory runs out, a signature cannot be checked, or trust cannot be had.
-bool isUnchecked(std::string const& answer, std::string const& /*rightAnswer*/)
+AllowedOutcomes notVerified(std::size_t stride)
 {
-    return answer == "07" || answer == "11";
+    return {validationUnfinished() + notCopied.failures, isNotTrusted, stride, true};
 }
 
-Shortcomings unverified(Concession concession, std::size_t stride)
-{
-    return {validationUnfinished() + notCopied.failures, std::move(concession), stride, true};
-}
-
-std::vector<OperationOn<Subject>> operations()
-{
-    return {
-        {"empty", [](auto& s) { return s.data.empty(); }},
-        {"getCertificates", [](auto& s) { return s.data.getCertificates(); }},
-        {"getNumCertificates", [](auto& s) { return s.data.getNumCertificates(); }},
-        {"getSignedData", [](auto& s) { return s.data.getSignedData(); }, {{}, shorter, 3}},
-        {"getSignerCerts", [](auto& s) { return s.data.getSignerCerts(); }, {noSigners, shorter, 3}},
-        {"getAsBytes", [](auto& s) { return s.data.getAsBytes(); }, notWritten},
-        {"getAsString", [](auto& s) { return s.data.getAsString(); }, notWritten},
-        {"print",
-         [](auto& s) { return printed(s.data); },
-         {noFingerprint.failures, asManyLines},
-         {{}, shorter}},
-        {"equality", [](auto& s) { return s.data == s.data; }, noFingerprint},
-        {"inequality", [](auto& s) { return s.data != s.data; }, noFingerprint},
-        {"copy", [](auto& s) { return PKCS7Certificate(s.data); }, notCopied},
-        {"assignment", [](auto& s) { return assigned(s.data); }, notCopied},
-        {"addCertificate",
-         [](auto& s) {
-             s.data.addCertificate(s.stranger);
-             return true;
-         }},
-        {"verifySignature", [](auto& s) { return verdict(s, {}); }, unverified(isUnchecked, 41)},
-    };
-}
-
-/// What must never be found to be sound and trusted.
+/// For signed data that must never get the verdict of a valid signature under a trusted chain.
 std::vector<OperationOn<Subject>> refusals()
 {
-    return {
-        {"verifySignature", [](auto& s) { return verdict(s, {}); }, unverified(isNoTrust, 97),
-         withStride(3)}};
+    return {{"verifySignature", [](auto& s) { return verdict(s, {}); }, notVerified(97), withStride(3)}};
 }
 
-/// With a structure, OpenSSL would lose some of its own memory over content that lies apart.
+/// The object has no structure: with one, OpenSSL leaks its own memory over detached content.
 std::vector<OperationOn<Subject>> detached()
 {
     return {
@@ -177,7 +141,7 @@ std::vector<OperationOn<Subject>> detached()
              {failure<PKCS7CertificateException>(
                   "Internal error: The given input data bytes could not be written to a buffer."),
               failure<TrustStoreException>("Failed to create X509_STORE"),
-              failure<TrustStoreException>("Failed to add certificate to store, CN: root"),
+              failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "),
               failure<X509CertificateException>("Error: X509Certificate has no content."),
               failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate.")},
              7)}};
@@ -205,31 +169,31 @@ Implementations implementations()
     return {PKCS7CertificateImpl(toDer(pki().signedData)), PKCS7CertificateImpl(toDer(other))};
 }
 
-std::vector<OperationWithoutMemory>
+std::vector<SweptOperation>
 on(std::string const& name, Pkcs7Handle const& data, std::vector<OperationOn<Subject>> const& table)
 {
     return operationsOn<Subject>(
         name, [loaded = PKCS7Certificate(toDer(data))] { return subjectWith(loaded); }, table);
 }
 
-Pkcs7Handle strangersData()
+Pkcs7Handle untrustedData()
 {
-    return makeSignedData("content", makeLeaf(makeRoot("other root"), "stranger"));
+    return makeSignedData("content", makeLeaf(makeRoot("other root"), "signer"));
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Loads, operationsOn<Input>(
                "from ",
                [] {
                    return Input{{}, toDer(pki().signedData), toPem(pki().signedData)};
                },
                loads()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Operations, on("", pki().signedData, operations()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Tampered, on("", withTamperedContent(pki().signedData), refusals()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Damaged, on("", withDamagedSignature(pki().signedData), refusals()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Stranger, on("", strangersData(), refusals()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Detached, operationsOn<Subject>("", withoutStructure, detached()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<PKCS7Certificate>(signedData, signedDataOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Tampered, on("", withTamperedContent(pki().signedData), refusals()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, on("", withDamagedSignature(pki().signedData), refusals()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Untrusted, on("", untrustedData(), refusals()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Detached, operationsOn<Subject>("", withoutStructure, detached()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     Assignments, operationsOn<Implementations>("", implementations, assignments()));
 
 } // namespace

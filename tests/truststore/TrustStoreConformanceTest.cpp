@@ -1,4 +1,5 @@
 #include "support/assertions/HandleConformance.hpp"
+#include "support/operations/OperationTable.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -19,7 +20,6 @@ struct TrustStoreTraits
     using Handle = TrustStore;
     using Failure = certificates::TrustStoreException;
     static constexpr char const* uninitializedText = "Error: TrustStore is uninitialized.";
-    static constexpr char const* noContentText = "";
 
     static TrustStore loaded(std::string const& name)
     {
@@ -42,8 +42,7 @@ struct TrustStoreTraits
         return text;
     }
 
-    /// None refuses an object that was moved from: it reads as an empty store, and can be added to.
-    static std::vector<Operation<TrustStore>> operations() { return {}; }
+    static std::vector<Operation<TrustStore>> const& operations() { return storeOperations(); }
 };
 
 } // namespace

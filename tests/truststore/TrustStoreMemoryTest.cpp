@@ -12,8 +12,6 @@
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 
-#include <openssl/ssl.h>
-
 #include <memory>
 #include <utility>
 
@@ -32,13 +30,10 @@ CertificateAndKey const& root()
     return made;
 }
 
-/// A trust store, what is to be added to it, and where it can be attached.
+/// A trust store, and the log of what is added to it.
 struct Subject
 {
     TrustStore store;
-    X509Certificate stranger;
-    X509CertificateChain strangers;
-    std::shared_ptr<SSL_CTX> context;
     std::shared_ptr<LogCapture> log;
 };
 
@@ -47,86 +42,23 @@ std::string rendered(Subject const& subject)
     return test::rendered(subject.store);
 }
 
-Subject withCertificate()
-{
-    static auto const strangers =
-        chainOf({makeRoot("first"), makeRoot("second"), makeSelfSignedLeaf("no CA")});
-    static auto const store = storeOf({root()});
-    static std::shared_ptr<SSL_CTX> const context(SSL_CTX_new(TLS_method()), SSL_CTX_free);
-    return {store, strangers.getCertificates().front(), strangers, context, nullptr};
-}
+AllowedOutcomes const noStore = failsWith(failure<TrustStoreException>("Failed to create X509_STORE"));
 
-Subject withCrl()
-{
-    static auto const crl = makeCrl(root());
-    auto subject = withCertificate();
-    addCrl(subject.store, crl);
-    return subject;
-}
-
-Shortcomings const noStore = failsWith(failure<TrustStoreException>("Failed to create X509_STORE"));
-Shortcomings const noCopy = failsWith(
-    Failures{
-        failure<TrustStoreException>("Failed to create X509_STORE"),
-        failure<TrustStoreException>("Failed to add CRL to store"),
-        failure<TrustStoreException>("Failed to add certificate to store, CN: root")},
-    3);
-Shortcomings const noOpenSSLCopy{
-    {failure<TrustStoreException>("Failed to add CRL to store"),
-     failure<TrustStoreException>("Failed to add certificate to store, CN: root")},
-    [](std::string const& answer, std::string const&) { return answer == "null"; },
-    3};
-Shortcomings const notAdded = failsWith(Failures{
-    failure<TrustStoreException>("Failed to add certificate to store"),
-    failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate.")});
-
-std::vector<OperationOn<Subject>> operations()
+std::vector<OperationOn<Unchanging>> constructions()
 {
     return {
         {"construction", [](auto&) { return TrustStore(); }, noStore},
         {"construction with an adder",
          [](auto&) { return TrustStore(std::make_unique<posix::SystemCertificateAdder>()); }, noStore},
-        {"empty", [](auto& s) { return s.store.empty(); }},
-        {"size", [](auto& s) { return s.store.size(); }},
-        {"copy", [](auto& s) { return TrustStore(s.store); }, noCopy},
-        {"assignment", [](auto& s) { return assigned(s.store); }, noCopy},
-        {"addCertificate",
-         [](auto& s) {
-             s.store.addCertificate(s.stranger);
-             return true;
-         },
-         notAdded},
-        {"addCertificates",
-         [](auto& s) {
-             s.store.addCertificates(s.strangers);
-             return true;
-         },
-         withStride(7, notAdded),
-         {},
-         Effect::Partial},
-        {"copyOpenSSLStore",
-         [](auto& s) {
-             auto const copy = copyOpenSSLStore(s.store);
-             return std::string(copy == nullptr ? "null" : "copy");
-         },
-         noOpenSSLCopy},
-        {"getOpenSSLStore", [](auto& s) { return getOpenSSLStore(s.store) != nullptr; }},
-        {"attachTrustStoreToSSLCTX",
-         [](auto& s) {
-             attachTrustStoreToSSLCTX(s.store, s.context.get());
-             return SSL_CTX_get_cert_store(s.context.get()) == getOpenSSLStore(s.store).get();
-         }},
     };
 }
 
-std::vector<OperationOn<Subject>> outputs()
+TrustStore storeWithCrl()
 {
-    return {
-        {"getCertificates", [](auto& s) { return s.store.getCertificates(); },
-         failsWith(certificateUntaken(), 3)},
-        {"getPEMStrings", [](auto& s) { return s.store.getPEMStrings(); },
-         failsWith(failure<TrustStoreException>("Failed to convert X509 to PEM"))},
-    };
+    static auto const crl = makeCrl(root());
+    auto const store = storeOf({root()});
+    addCrl(store, crl);
+    return store;
 }
 
 CertificateAndKey expiredRoot()
@@ -134,7 +66,7 @@ CertificateAndKey expiredRoot()
     return makeRoot("expired", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); });
 }
 
-/// Fit for neither usage: what it may do is agree on keys.
+/// A root that is unsuitable for both usages: it may only agree on keys.
 CertificateAndKey unfitRoot()
 {
     return makeRoot("unfit", [](CertificateSpec& spec) {
@@ -143,7 +75,7 @@ CertificateAndKey unfitRoot()
     });
 }
 
-/// What an operating system has, as one file and as a folder of files.
+/// An operating system's roots, as one file and as a folder of files.
 struct SystemRoots
 {
     TemporaryFolder folder;
@@ -160,15 +92,13 @@ SystemRoots const& systemRoots()
     return made;
 }
 
-/// With a sink of the test's own for what is logged, so that nothing of it is printed.
+/// The subject captures the log, so that the test prints none of it.
 Subject withSystem(posix::SystemCertificateLocations locations)
 {
     static auto const log = std::make_shared<LogCapture>(LogCapture::everySeverity);
     static auto const certificate = load(root());
-    auto subject = withCertificate();
-    subject.store = TrustStore(std::make_unique<posix::SystemCertificateAdder>(std::move(locations)));
+    Subject subject{TrustStore(std::make_unique<posix::SystemCertificateAdder>(std::move(locations))), log};
     subject.store.addCertificate(certificate);
-    subject.log = log;
     return subject;
 }
 
@@ -180,13 +110,13 @@ std::function<std::string(Subject&)> adding(Usage usage, bool rethrowOnFailure)
     };
 }
 
-/// A file holds several certificates, which are read in ever the same steps.
+/// A file holds several certificates, and the same steps read each of them.
 constexpr std::size_t systemStride = 61;
 
-/// Where failures are not rethrown, a certificate that cannot be had is left out.
+/// Unless failures are rethrown, a certificate that cannot be read is left out.
 std::vector<OperationOn<Subject>> tolerantAdditions()
 {
-    Shortcomings const unread = failsWith(
+    AllowedOutcomes const unread = failsWith(
         {failure<X509CertificateException>("Internal error: Unable to read the certificate's extensions.")},
         systemStride);
     return {
@@ -221,23 +151,25 @@ std::vector<OperationOn<Subject>> strictAdditions()
     };
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(Operations, operationsOn<Subject>("", withCrl, operations()));
-FOUNDATION_TEST_WITHOUT_MEMORY(Outputs, operationsOn<Subject>("", withCertificate, outputs()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<TrustStore>(storeWithCrl, storeOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Constructions, operationsOn<Unchanging>(
+                       "", [] { return Unchanging(); }, constructions()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     SystemFileWithDamage, operationsOn<Subject>(
                               "",
                               [] {
                                   return withSystem({{systemRoots().mixedFile}, {}});
                               },
                               tolerantAdditions()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     SystemFolderWithDamage, operationsOn<Subject>(
                                 "",
                                 [] {
                                     return withSystem({{}, {systemRoots().mixed.path().string()}});
                                 },
                                 tolerantAdditions()));
-FOUNDATION_TEST_WITHOUT_MEMORY(
+FOUNDATION_TEST_ALLOCATION_FAILURE(
     SoundSystemFile, operationsOn<Subject>(
                          "",
                          [] {

@@ -91,13 +91,13 @@ Failures const unfinished =
     };
 
 /// OpenSSL 3.0 loses a certificate of the untrusted set if memory runs out while it builds a chain.
-Shortcomings unverified(std::size_t stride)
+AllowedOutcomes unverified(std::size_t stride)
 {
     return {unfinished, isNoTrust, stride, true};
 }
 
 /// A download that fails is one that brought nothing.
-Shortcomings notDownloaded(std::size_t stride)
+AllowedOutcomes notDownloaded(std::size_t stride)
 {
     return {{failureBeginning<X509CertificateException>("CRL Download Error: ")}, {}, stride};
 }
@@ -148,7 +148,7 @@ CertificateAndKey leafWith(Mutation const& mutate)
     });
 }
 
-std::vector<OperationWithoutMemory> sound()
+std::vector<SweptOperation> sound()
 {
     static auto const ca = makeIntermediate(root(), "ca", withCheapKey);
     return operationsOn<Subject>(
@@ -156,7 +156,7 @@ std::vector<OperationWithoutMemory> sound()
 }
 
 /// The first store knows no way to the root, the second one does.
-std::vector<OperationWithoutMemory> soundByFallback()
+std::vector<SweptOperation> soundByFallback()
 {
     auto const fallback = std::make_shared<TrustStore const>(storeOf({root()}));
     auto const options = optionsWith({}, CheckCRL::None, DownloadCRL::None, fallback);
@@ -165,7 +165,7 @@ std::vector<OperationWithoutMemory> soundByFallback()
         "", makerOf(leaf, {}, makeRoot("other", withCheapKey), options), refusals(11));
 }
 
-std::vector<OperationWithoutMemory> undeserving(std::string const& name, CertificateAndKey const& leaf)
+std::vector<SweptOperation> undeserving(std::string const& name, CertificateAndKey const& leaf)
 {
     return operationsOn<Subject>(name, makerOf(leaf, {}, root()), refusals(13));
 }
@@ -195,7 +195,7 @@ std::function<Subject()> makerWithCrls(CertificateAndKey const& leaf, DownloadCR
     };
 }
 
-std::vector<OperationWithoutMemory>
+std::vector<SweptOperation>
 withRequiredCrls(CertificateAndKey const& leaf, std::size_t stride, std::size_t heapStride)
 {
     return operationsOn<Subject>(
@@ -206,10 +206,11 @@ withRequiredCrls(CertificateAndKey const& leaf, std::size_t stride, std::size_t 
 
 /// Where a CRL need not be had, one that there is no memory for is not missed: the verdict may be the one
 /// without it.
-std::vector<OperationWithoutMemory> withOptionalCrls(CertificateAndKey const& leaf)
+std::vector<SweptOperation> withOptionalCrls(CertificateAndKey const& leaf)
 {
     auto const withoutCrls = rendered(validated(makerOf(leaf, {pki().ca}, pki().root)()));
-    Concession const isVerdictWithoutCrls = [=](std::string const& answer, std::string const& rightAnswer) {
+    AnswerMatcher const isVerdictWithoutCrls = [=](std::string const& answer,
+                                                   std::string const& rightAnswer) {
         return isNoTrust(answer, rightAnswer) || answer == withoutCrls;
     };
     return operationsOn<Subject>(
@@ -220,23 +221,23 @@ std::vector<OperationWithoutMemory> withOptionalCrls(CertificateAndKey const& le
           {{}, isVerdictWithoutCrls, 19}}});
 }
 
-FOUNDATION_TEST_WITHOUT_MEMORY(Sound, sound());
-FOUNDATION_TEST_WITHOUT_MEMORY(SoundByFallback, soundByFallback());
-FOUNDATION_TEST_WITHOUT_MEMORY(Damaged, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                        spec.damagedSignature = true;
-                                                    })));
-FOUNDATION_TEST_WITHOUT_MEMORY(Expired, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                        spec.notAfter = TimeSpec::fromNow(-1h);
-                                                    })));
-FOUNDATION_TEST_WITHOUT_MEMORY(NotYetValid, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                            spec.notBefore = TimeSpec::fromNow(1h);
+FOUNDATION_TEST_ALLOCATION_FAILURE(Sound, sound());
+FOUNDATION_TEST_ALLOCATION_FAILURE(SoundByFallback, soundByFallback());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                            spec.damagedSignature = true;
                                                         })));
-FOUNDATION_TEST_WITHOUT_MEMORY(Stranger, undeserving("", makeLeaf(makeRoot("other"), "leaf")));
-FOUNDATION_TEST_WITHOUT_MEMORY(SelfSigned, undeserving("", makeSelfSignedLeaf("leaf")));
-FOUNDATION_TEST_WITHOUT_MEMORY(RequiredCrls, withRequiredCrls(pki().leaf, 41, 5));
-FOUNDATION_TEST_WITHOUT_MEMORY(RequiredCrlsAndRevoked, withRequiredCrls(revokedLeaf(), 163, 19));
-FOUNDATION_TEST_WITHOUT_MEMORY(OptionalCrls, withOptionalCrls(pki().leaf));
-FOUNDATION_TEST_WITHOUT_MEMORY(OptionalCrlsAndRevoked, withOptionalCrls(revokedLeaf()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Expired, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                            spec.notAfter = TimeSpec::fromNow(-1h);
+                                                        })));
+FOUNDATION_TEST_ALLOCATION_FAILURE(NotYetValid, undeserving("", leafWith([](CertificateSpec& spec) {
+                                                                spec.notBefore = TimeSpec::fromNow(1h);
+                                                            })));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Stranger, undeserving("", makeLeaf(makeRoot("other"), "leaf")));
+FOUNDATION_TEST_ALLOCATION_FAILURE(SelfSigned, undeserving("", makeSelfSignedLeaf("leaf")));
+FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrls, withRequiredCrls(pki().leaf, 41, 5));
+FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrlsAndRevoked, withRequiredCrls(revokedLeaf(), 163, 19));
+FOUNDATION_TEST_ALLOCATION_FAILURE(OptionalCrls, withOptionalCrls(pki().leaf));
+FOUNDATION_TEST_ALLOCATION_FAILURE(OptionalCrlsAndRevoked, withOptionalCrls(revokedLeaf()));
 
 } // namespace
 

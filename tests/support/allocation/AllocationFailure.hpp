@@ -1,8 +1,8 @@
 #pragma once
 
 #include "support/allocation/Shortage.hpp"
-#include "support/assertions/Failures.hpp"
-#include "support/operations/Rendering.hpp"
+#include "support/operations/AllowedOutcomes.hpp"
+#include "support/operations/OperationTable.hpp"
 
 #include <gtest/gtest.h>
 
@@ -17,69 +17,16 @@
 #include <vector>
 
 /// @file
-/// What becomes of each operation when memory runs out, at each of the allocations that it makes.
+/// Sweeps an operation: runs it again and again, each time on a new object, and refuses 1, 2, 4, 8 or 16
+/// consecutive allocations, beginning with each allocation that it makes.
 ///
-/// A test program lists its operations in a table and instantiates the suite `WithoutMemory` with it. Each
-/// operation is run again and again, every time on a new object and with another allocation that fails,
-/// until it makes no more. What comes out must be the right answer, one that the table allows instead, or an
-/// exception that the table lists; the object is as before; and once there is memory again, the operation
-/// answers as if nothing had been. Nothing may be lost, which is for LeakSanitizer to say.
+/// The outcome must be the one at rest, another answer that the operation allows, or an exception that it
+/// lists. The object must be unchanged, and a repetition with enough memory must give the outcome at rest.
+/// LeakSanitizer checks that nothing leaks.
 
 namespace foundation::test {
 
-/// Whether an answer will do in place of the right one.
-using Concession = std::function<bool(std::string const& answer, std::string const& rightAnswer)>;
-
-/// What the right answer begins with.
-bool beginning(std::string const& answer, std::string const& rightAnswer);
-/// Some of the right answer's lines.
-bool someLines(std::string const& answer, std::string const& rightAnswer);
-/// As many lines as the right answer has, whatever they say: a name that cannot be printed is missing.
-bool asManyLines(std::string const& answer, std::string const& rightAnswer);
-/// A shorter text: what is written to a stream that finds no memory is lost without an exception.
-bool shorter(std::string const& answer, std::string const& rightAnswer);
-
-/// What may come out of an operation beside the right answer, for want of one kind of memory. Where that is
-/// C++'s, it goes without saying that `std::bad_alloc` may.
-struct Shortcomings
-{
-    Failures failures{};
-    Concession concession{};
-    /// Only every allocation of that distance fails. With more than 1, not every failure need be seen.
-    std::size_t stride = 1;
-    /// OpenSSL loses some of its own memory here if it can get no more. A program with nothing but OpenSSL in
-    /// it shows the same.
-    bool isLossy = false;
-};
-
-/// What an operation may leave behind that came to no end.
-enum class Effect
-{
-    WholeOrNone,
-    /// Part of what is there after the operation as a rule; what came to an end may be a part, too. Whoever
-    /// repeats it gets the whole.
-    Partial
-};
-
-/// For operations that fail in these ways and give no answer but the right one.
-inline Shortcomings failsWith(Failures failures, std::size_t stride = 1)
-{
-    return {std::move(failures), {}, stride};
-}
-
-inline Shortcomings failsWith(Failure failure)
-{
-    return failsWith(Failures{std::move(failure)});
-}
-
-/// For operations that are too long to have each of their allocations fail.
-inline Shortcomings withStride(std::size_t stride, Shortcomings shortcomings = {})
-{
-    shortcomings.stride = stride;
-    return shortcomings;
-}
-
-/// An object, what is to be done with it, what came of that, and what an observer sees of the object.
+/// An object, an operation on it, the operation's answer, and a rendering of the object's state.
 struct Trial
 {
     std::function<void()> operate;
@@ -87,25 +34,26 @@ struct Trial
     std::function<std::string()> observe;
 };
 
-struct OperationWithoutMemory
+/// An operation with the outcomes that it may have under shortage.
+struct SweptOperation
 {
     std::string name;
     std::function<Trial()> begin;
-    Shortcomings openSSL;
-    Shortcomings heap;
+    AllowedOutcomes openSSL;
+    AllowedOutcomes heap;
     Effect effect;
 };
 
-inline void PrintTo(OperationWithoutMemory const& operation, std::ostream* out)
+inline void PrintTo(SweptOperation const& operation, std::ostream* out)
 {
     *out << operation.name;
 }
 
-/// A trial that keeps what the operation returns and renders it only when there is memory again.
-template <class Object, class Operation>
-Trial trialOf(Object&& made, Operation const& operation)
+/// Returns a trial that renders the operation's result only after the shortage.
+template <class Object, class Function>
+Trial trialOf(Object&& made, Function const& operation)
 {
-    using Answer = std::decay_t<std::invoke_result_t<Operation, Object&>>;
+    using Answer = std::decay_t<std::invoke_result_t<Function, Object&>>;
     struct State
     {
         Object object;
@@ -117,7 +65,7 @@ Trial trialOf(Object&& made, Operation const& operation)
         [=] { return rendered(std::as_const(state->object)); }};
 }
 
-/// For objects that no operation of a table can change: there is nothing to observe.
+/// Base of objects that no operation of a suite can change: there is nothing to observe.
 struct Unchanging
 {};
 
@@ -126,24 +74,14 @@ inline std::string rendered(Unchanging const& /*object*/)
     return "";
 }
 
-/// An object that the source has been assigned to.
-template <class Object>
-Object assigned(Object const& source)
-{
-    Object target;
-    target = source;
-    return target;
-}
-
-/// One row of a table of operations on objects of one class. An operation returns its answer, or whatever
-/// shows what it did.
+/// One operation on objects of one class, for operations that are no rows of the table of public operations.
 template <class Object>
 struct OperationOn
 {
-    template <class Operation>
+    template <class Function>
     OperationOn(
-        std::string theName, Operation operation, Shortcomings theOpenSSL = {}, Shortcomings theHeap = {},
-        Effect theEffect = Effect::WholeOrNone)
+        std::string theName, Function operation, AllowedOutcomes theOpenSSL = {},
+        AllowedOutcomes theHeap = {}, Effect theEffect = Effect::WholeOrNone)
         : name(std::move(theName)),
           begin([=](Object&& object) { return trialOf(std::move(object), operation); }),
           openSSL(std::move(theOpenSSL)),
@@ -153,27 +91,52 @@ struct OperationOn
 
     std::string name;
     std::function<Trial(Object&&)> begin;
-    Shortcomings openSSL;
-    Shortcomings heap;
+    AllowedOutcomes openSSL;
+    AllowedOutcomes heap;
     Effect effect;
 };
 
-/// The table as the suite takes it, with the maker of the objects, which are new for each run.
+/// Returns the operations, each on a new object for every run.
 template <class Object>
-std::vector<OperationWithoutMemory> operationsOn(
-    std::string const& objectName, std::function<Object()> const& make,
-    std::vector<OperationOn<Object>> const& table)
+std::vector<SweptOperation> operationsOn(
+    std::string const& prefix, std::function<Object()> const& make,
+    std::vector<OperationOn<Object>> const& operations)
 {
-    std::vector<OperationWithoutMemory> operations;
-    for (auto const& row : table) {
-        operations.push_back(
-            {objectName + row.name, [make, begin = row.begin] { return begin(make()); }, row.openSSL,
-             row.heap, row.effect});
+    std::vector<SweptOperation> swept;
+    for (auto const& operation : operations) {
+        swept.push_back(
+            {prefix + operation.name, [make, begin = operation.begin] { return begin(make()); },
+             operation.openSSL, operation.heap, operation.effect});
     }
-    return operations;
+    return swept;
 }
 
-class WithoutMemory : public testing::TestWithParam<std::tuple<OperationWithoutMemory, Memory>>
+/// Returns the fast rows of the table of public operations, each on a new object for every run.
+template <class Object>
+std::vector<SweptOperation> tableOn(
+    std::function<Object()> const& make, std::vector<Operation<Object>> const& table,
+    std::function<std::string(Object const&)> const& observe = [](Object const& object) {
+        return rendered(object);
+    })
+{
+    std::vector<SweptOperation> swept;
+    for (auto const& operation : table) {
+        if (operation.isCostly) {
+            continue;
+        }
+        auto const begin = [make, observe, makeCall = operation.makeCall]() -> Trial {
+            auto const object = std::make_shared<Object>(make());
+            std::shared_ptr<Call<Object>> const call = makeCall();
+            return {
+                [=] { call->run(*object, sharedObjects()); }, [=] { return call->answer(); },
+                [=] { return observe(*object); }};
+        };
+        swept.push_back({operation.name, begin, operation.openSSL, operation.heap, operation.effect});
+    }
+    return swept;
+}
+
+class AllocationFailure : public testing::TestWithParam<std::tuple<SweptOperation, Memory>>
 {
 public:
     static std::string nameOf(testing::TestParamInfo<ParamType> const& info);
@@ -181,9 +144,9 @@ public:
 
 } // namespace foundation::test
 
-/// Runs the suite with the operations of the table, and with either kind of memory.
-#define FOUNDATION_TEST_WITHOUT_MEMORY(name, operations)                                                     \
+/// Sweeps the operations with each kind of memory.
+#define FOUNDATION_TEST_ALLOCATION_FAILURE(name, operations)                                                 \
     INSTANTIATE_TEST_SUITE_P(                                                                                \
-        name, WithoutMemory,                                                                                 \
+        name, AllocationFailure,                                                                             \
         testing::Combine(testing::ValuesIn(operations), testing::Values(Memory::OpenSSL, Memory::Heap)),     \
-        WithoutMemory::nameOf)
+        AllocationFailure::nameOf)

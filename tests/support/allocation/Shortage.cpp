@@ -3,7 +3,6 @@
 #include <openssl/crypto.h>
 
 #include <cstdlib>
-#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string_view>
@@ -18,17 +17,15 @@ struct Countdown
     bool isRunning = false;
     Memory memory = Memory::OpenSSL;
     std::size_t allocationsLeft = 0;
-    std::size_t refusalsLeft = 1;
-    bool hasEnded = false;
+    std::size_t refusalsLeft = 0;
+    bool hasRefused = false;
 };
-
-constexpr std::size_t lasting = std::numeric_limits<std::size_t>::max();
 
 thread_local Countdown countdown;
 
 thread_local SparedSources::Files const* sparedFiles = nullptr;
 
-/// Some of OpenSSL's functions allocate in no file's name.
+/// Some of OpenSSL's functions allocate with an empty file name.
 bool isSpared(char const* file)
 {
     if (sparedFiles == nullptr || file == nullptr) {
@@ -47,11 +44,11 @@ bool isOut(Memory memory)
         --countdown.allocationsLeft;
         return false;
     }
-    if (countdown.refusalsLeft != lasting) {
+    countdown.hasRefused = true;
+    if (countdown.refusalsLeft != foundation::test::unlimited) {
         --countdown.refusalsLeft;
     }
     countdown.isRunning = countdown.refusalsLeft > 0;
-    countdown.hasEnded = true;
     return true;
 }
 
@@ -75,8 +72,8 @@ void releaseForOpenSSL(void* memory, char const* /*file*/, int /*line*/)
     std::free(memory);
 }
 
-/// OpenSSL takes other functions only before it has allocated anything.
-bool const isInCharge =
+/// OpenSSL accepts other functions only before its first allocation.
+bool const hasReplacedFunctions =
     CRYPTO_set_mem_functions(allocateForOpenSSL, reallocateForOpenSSL, releaseForOpenSSL) == 1;
 
 void* allocate(std::size_t size) noexcept
@@ -103,16 +100,12 @@ void* orThrow(void* memory)
 
 namespace foundation::test {
 
-Shortage::Shortage(Memory memory, std::size_t allocation, Length length)
-    : Shortage(memory, allocation, length == Length::Lasting ? lasting : 1)
-{}
-
-Shortage::Shortage(Memory memory, std::size_t allocation, std::size_t refusals)
+Shortage::Shortage(Memory memory, std::size_t firstRefused, std::size_t numRefused)
 {
-    if (!isInCharge) {
-        throw std::logic_error("OpenSSL had allocated memory before the test took charge of it");
+    if (!hasReplacedFunctions) {
+        throw std::logic_error("OpenSSL allocated memory before the test replaced its memory functions");
     }
-    countdown = {true, memory, allocation, refusals, false};
+    countdown = {true, memory, firstRefused, numRefused, false};
 }
 
 Shortage::~Shortage()
@@ -122,7 +115,7 @@ Shortage::~Shortage()
 
 bool Shortage::hasOccurred()
 {
-    return countdown.hasEnded;
+    return countdown.hasRefused;
 }
 
 SparedSources::SparedSources(Files const& files)
@@ -137,7 +130,7 @@ SparedSources::~SparedSources()
 
 } // namespace foundation::test
 
-// All forms, since what one of them hands out must not be released by another library's.
+// All forms: memory from one of these operators must not reach another library's `operator delete`.
 
 void* operator new(std::size_t size)
 {

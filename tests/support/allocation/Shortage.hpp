@@ -2,56 +2,49 @@
 
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <set>
 #include <string>
 
 namespace foundation::test {
 
-/// Where memory comes from that a test can have run out.
+/// The allocator that runs out of memory.
 enum class Memory
 {
-    /// What OpenSSL allocates: where there is none, it gets a null pointer.
+    /// OpenSSL's. A refused allocation returns a null pointer.
     OpenSSL,
-    /// What C++ allocates: where there is none, `operator new` throws `std::bad_alloc`.
+    /// C++'s. A refused allocation throws `std::bad_alloc`.
     Heap
 };
 
-/// How long memory stays away.
-enum class Length
-{
-    OneAllocation,
-    /// Until the shortage itself ends.
-    Lasting
-};
+/// For a shortage that refuses every allocation to its end.
+constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 
-/// While it lives, the allocation of that number, counted from 0, finds no memory. Those before it do, those
-/// behind it unless the shortage is a lasting one, and so do all other threads.
+/// Refuses consecutive allocations of the thread that makes it. The first refused allocation is given by its
+/// number, counted from 0. Earlier and later allocations succeed, and so do those of other threads.
 ///
-/// A test program that links this has memory functions of its own for OpenSSL, and operators new and delete
-/// of its own.
+/// A test program that links this replaces OpenSSL's memory functions and the operators new and delete.
 class Shortage
 {
 public:
-    Shortage(Memory memory, std::size_t allocation, Length length = Length::OneAllocation);
-    /// Refuses that many consecutive allocations from the given one on.
-    Shortage(Memory memory, std::size_t allocation, std::size_t refusals);
+    Shortage(Memory memory, std::size_t firstRefused, std::size_t numRefused = 1);
     ~Shortage();
     Shortage(Shortage const&) = delete;
     Shortage& operator=(Shortage const&) = delete;
 
-    /// Whether the calling thread has reached that allocation since the last shortage began.
+    /// Whether the calling thread has reached the first refused allocation since the last shortage began.
     static bool hasOccurred();
 };
 
-/// While it lives, no shortage hits what the calling thread's OpenSSL allocates in those of its source files,
-/// which are named without a folder. Those allocations do not count. An OpenSSL that was built to name no
-/// files is spared altogether.
+/// Exempts allocations of the calling thread's OpenSSL from every shortage if they come from the given source
+/// files, which are named without a folder. Exempt allocations do not count. An OpenSSL that was built
+/// without file names is exempt altogether.
 class SparedSources
 {
 public:
     using Files = std::set<std::string, std::less<>>;
 
-    /// They outlive it.
+    /// The files must outlive the object.
     explicit SparedSources(Files const& files);
     explicit SparedSources(Files&& files) = delete;
     ~SparedSources();

@@ -8,11 +8,11 @@
 #include <vector>
 
 /// @file
-/// Exceptions that may come of an operation, and those that operations of several classes share.
+/// Exceptions that an operation may throw, and those that operations of several classes share.
 
 namespace foundation::test {
 
-/// An exception of exactly that class. Its text is the given one, or begins with it.
+/// An exception of exactly that class. Its text equals the given one, or begins with it.
 struct Failure
 {
     std::type_index type;
@@ -38,20 +38,27 @@ Failure failureBeginning(std::string text)
 
 Failures operator+(Failures all, Failures const& more);
 
-/// Class and text, as a test's message shows them.
+/// Returns class and text for the message of a test.
 std::string describe(std::type_index type, std::string const& text);
 
-// What comes of a want of OpenSSL's memory
+/// What every query of a certificate throws on a default object.
+Failure certificateWithoutContent();
 
-/// No key, or only a part of it.
-Failures keyUnread();
-/// No certificate where OpenSSL's object for one is taken over.
-Failures certificateUntaken();
-/// A certificate with all that its loading wants to know of it. The reason of OpenSSL's is its own.
-Failures certificateUnloaded();
+// What operations throw when OpenSSL is out of memory
+
+Failure nameUnread();
+Failure extensionsUnread();
+Failure modulusUnread();
+Failure exponentUnread();
 Failure fingerprintUnknown();
 Failure certificateUnwritten();
-/// A validation that came to no verdict.
+/// A key was read in part or not at all.
+Failures keyUnread();
+/// The library could not take over OpenSSL's object for a certificate.
+Failures certificateUntaken();
+/// A certificate could not be loaded. The reason is OpenSSL's text.
+Failures certificateUnloaded();
+/// A validation ended without a verdict.
 Failures validationUnfinished();
 
 } // namespace foundation::test

@@ -1,18 +1,17 @@
 #pragma once
 
-#include "support/pki/TestPki.hpp"
-
-#include <foundation/certificates/FreeFunctions.hpp>
+#include <foundation/certificates/ByteArray.hpp>
+#include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/KeyInfo.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/SelfSignedCertBuilder.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
-#include <map>
 #include <optional>
-#include <set>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
@@ -20,63 +19,44 @@
 #include <vector>
 
 /// @file
-/// Values as texts that are equal where the values are. Lists have a line for each member.
+/// Renders values as texts that are equal exactly where the values are. A list has a line for each member.
 
 namespace foundation::test {
 
-inline std::string rendered(std::string text)
-{
-    return text;
-}
+std::string rendered(std::string text);
+std::string rendered(bool value);
+std::string rendered(certificates::ByteArray const& bytes);
+std::string rendered(certificates::X509Certificate::TimePoint time);
+std::string rendered(std::unordered_map<std::string, std::string> const& attributes);
+std::string rendered(certificates::PublicKeyInfo const& key);
+std::string rendered(certificates::PrivateKeyInfo const& key);
+/// The encoding, and what OpenSSL caches of the key and the extensions.
+std::string rendered(certificates::X509Certificate const& certificate);
+std::string rendered(certificates::X509CertificateChain const& chain);
+/// The encodings of all entries, sorted, since OpenSSL keeps them in an order of its own.
+std::string rendered(certificates::TrustStore const& store);
+std::string rendered(certificates::PKCS7Certificate const& data);
+std::string rendered(certificates::PKCS12Certificate const& bundle);
+std::string rendered(certificates::CertificateRevocationResults const& results);
+std::string rendered(certificates::CertificateValidationResults const& results);
+std::string rendered(certificates::PKCS7CertificateValidationResults const& results);
 
-template <class Number, class = std::enable_if_t<std::is_arithmetic_v<Number>>>
-std::string rendered(Number number)
+template <class Value, class = std::enable_if_t<std::is_arithmetic_v<Value> || std::is_enum_v<Value>>>
+std::string rendered(Value value)
 {
-    return std::to_string(number);
-}
-
-inline std::string rendered(certificates::ByteArray const& bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
-
-inline std::string rendered(certificates::X509Certificate::TimePoint time)
-{
-    return std::to_string(time.time_since_epoch().count());
-}
-
-inline std::string rendered(std::unordered_map<std::string, std::string> const& attributes)
-{
-    std::string text;
-    for (auto const& [key, value] :
-         std::map<std::string, std::string>(attributes.begin(), attributes.end())) {
-        text += key + "=" + value + "\n";
+    if constexpr (std::is_enum_v<Value>) {
+        return std::to_string(static_cast<std::underlying_type_t<Value>>(value));
+    } else {
+        return std::to_string(value);
     }
-    return text;
 }
 
-inline std::string rendered(certificates::PublicKeyInfo const& key)
-{
-    return std::to_string(key.getKeySize()) + " bits\n" +
-           (key.getType() == certificates::KeyType::RSA
-                ? rendered(key.getRSAPublicExponent()) + rendered(key.getRSAModulus())
-                : rendered(key.getECCPublicPoint()) + std::to_string(static_cast<int>(key.getECCCurve())));
-}
-
-inline std::string rendered(certificates::PrivateKeyInfo const& key)
-{
-    return key.getType() == certificates::KeyType::RSA
-               ? rendered(key.getRSAPrivateExponent())
-               : rendered(key.getECCPrivateInteger()) + std::to_string(static_cast<int>(key.getECCCurve()));
-}
-
-/// Not the encoding alone: OpenSSL keeps in memory what it has made of the key and the extensions.
-inline std::string rendered(certificates::X509Certificate const& certificate)
-{
-    return certificate.empty() ? "none"
-                               : certificate.getAsString() + " " + std::to_string(certificate.getKeySize()) +
-                                     " bits" + (certificate.isCACertificate() ? " CA" : "");
-}
+template <class Value>
+std::string rendered(std::vector<Value> const& values);
+template <class Value>
+std::string rendered(std::optional<Value> const& value);
+template <class First, class Second>
+std::string rendered(std::pair<First, Second> const& pair);
 
 template <class Value>
 std::string rendered(std::vector<Value> const& values)
@@ -86,11 +66,6 @@ std::string rendered(std::vector<Value> const& values)
         text += rendered(value) + "\n";
     }
     return text;
-}
-
-inline std::string rendered(certificates::X509CertificateChain const& chain)
-{
-    return rendered(chain.getCertificates());
 }
 
 template <class Value>
@@ -105,31 +80,16 @@ std::string rendered(std::pair<First, Second> const& pair)
     return rendered(pair.first) + rendered(pair.second);
 }
 
-/// The encodings of all entries, which OpenSSL keeps in an order of its own.
-inline std::string rendered(certificates::TrustStore const& store)
-{
-    auto const openSSLStore = certificates::getOpenSSLStore(store);
-    auto* const entries = openSSLStore == nullptr ? nullptr : X509_STORE_get0_objects(openSSLStore.get());
-    std::set<std::string> lines;
-    for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
-        X509_OBJECT* const entry = sk_X509_OBJECT_value(entries, index);
-        auto* const crl = X509_OBJECT_get0_X509_CRL(entry);
-        lines.insert(certificates::hexEncode(
-            crl == nullptr ? toDer(share(X509_OBJECT_get0_X509(entry)))
-                           : certificates::ByteArray{'C', 'R', 'L'}));
-    }
-    return rendered(std::vector<std::string>(lines.begin(), lines.end()));
-}
+/// Ends the text of a stream that reports a failure: it may have lost what was written last.
+constexpr char const streamFailed[] = "[stream failed]";
 
-inline std::string rendered(certificates::PKCS7Certificate const& data)
+/// The text that the function writes to a stream.
+template <class Write>
+std::string writtenBy(Write const& write)
 {
-    return data.getAsString() + rendered(data.getCertificates());
-}
-
-inline std::string rendered(certificates::PKCS12Certificate const& bundle)
-{
-    return rendered(bundle.getAsBytes()) + rendered(bundle.getCertificate()) + rendered(bundle.getCAChain()) +
-           rendered(bundle.getPrivateKeyInfo());
+    std::ostringstream out;
+    write(out);
+    return out.str() + (out ? "" : streamFailed);
 }
 
 } // namespace foundation::test
