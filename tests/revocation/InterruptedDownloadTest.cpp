@@ -2,7 +2,8 @@
 #include "revocation/SocketBuffer.hpp"
 
 #include "support/assertions/LeavesNoTrace.hpp"
-#include "support/openssl/ReferenceVerifier.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
+#include "support/operations/Loading.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/ScriptedServer.hpp"
