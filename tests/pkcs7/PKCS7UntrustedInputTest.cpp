@@ -477,8 +477,8 @@ TEST(PKCS7UntrustedInput, MistypedMessageDigestIsReportedInSignerOrder)
         std::vector<int> reasons;
     };
     std::vector<SignersRow> const rows{
-        {"first mistyped, second sound", mistypeDigest, leaveSigner, digestNotFound()},
-        {"first sound, second mistyped", leaveSigner, mistypeDigest, digestNotFound()},
+        {"first mistyped, second valid", mistypeDigest, leaveSigner, digestNotFound()},
+        {"first valid, second mistyped", leaveSigner, mistypeDigest, digestNotFound()},
         {"both mistyped", mistypeDigest, mistypeDigest, digestNotFound()},
         {"first with another digest, second mistyped", changeDigest, mistypeDigest,
          reasons({PKCS7_R_DIGEST_FAILURE, PKCS7_R_SIGNATURE_FAILURE})},

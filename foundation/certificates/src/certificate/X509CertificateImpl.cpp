@@ -2,6 +2,7 @@
 
 #include "certificate/Extensions.hpp"
 #include "keys/KeyExtraction.hpp"
+#include "keys/RSAKeySize.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLCleanup.hpp"
@@ -27,12 +28,10 @@ constexpr std::string_view pemHeader = "-----BEGIN CERTIFICATE-----";
 constexpr std::string_view pemFooter = "-----END CERTIFICATE-----";
 constexpr StructureFunctions<X509> certificateFunctions = {PEM_read_bio_X509, d2i_X509_bio, X509_free};
 constexpr std::size_t pemLineLength = 63;
-constexpr std::uint64_t minimumRSAKeySize = 1024;
 
 constexpr char const noNotBeforeText[] =
     "Error: Certificate does not have validNotBefore field correctly set.";
 constexpr char const noNotAfterText[] = "Error: Certificate does not have validNotAfter field correctly set.";
-constexpr char const weakKeyText[] = "RSA key size does not meet minimum cryptographic requirements";
 
 template <typename ObjectAt>
 std::vector<std::string> oidTexts(int count, ObjectAt const& objectAt)
@@ -320,9 +319,7 @@ void X509CertificateImpl::throwIfKeyTooWeak() const
     auto const key = getPublicKeyInfo();
     switch (key.getType()) {
     case KeyType::RSA:
-        if (key.getKeySize() < minimumRSAKeySize) {
-            throw X509CertificateException(weakKeyText);
-        }
+        throwIfWeakRSAKey<X509CertificateException>(key.getKeySize());
         return;
     case KeyType::ECC:
         return;

@@ -2,6 +2,7 @@
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "keys/KeyExtraction.hpp"
+#include "keys/RSAKeySize.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLCleanup.hpp"
@@ -15,13 +16,12 @@
 #include <openssl/provider.h>
 
 #include <atomic>
+#include <cstdint>
 #include <ostream>
 
 namespace foundation::certificates {
 
 namespace {
-
-constexpr int minimumRSAKeySize = 1024;
 
 /// The parts of a bundle. Each part can be null.
 struct BundleContents
@@ -106,9 +106,7 @@ PrivateKeyInfo rsaPrivateKey(EVP_PKEY* key, RAIIOpenSSLErrorRemover& errors)
             "Error: Unable to read private key from PKCS12 certificate." + errors.getErrorString());
     }
     PrivateKeyInfo record(bytes);
-    if (EVP_PKEY_get_bits(key) < minimumRSAKeySize) {
-        throw PKCS12CertificateException("RSA key size does not meet minimum cryptographic requirements");
-    }
+    throwIfWeakRSAKey<PKCS12CertificateException>(static_cast<std::uint64_t>(EVP_PKEY_get_bits(key)));
     return record;
 }
 

@@ -1,0 +1,23 @@
+#pragma once
+
+/// @file
+/// The smallest RSA key that the library accepts. Certificates and PKCS#12 bundles refuse a smaller one with
+/// the same text and with their own exceptions.
+
+#include <cstdint>
+
+namespace foundation::certificates {
+
+constexpr std::uint64_t minimumRSAKeySize = 1024; ///< bits of the modulus
+
+/// @throws Exception "RSA key size does not meet minimum cryptographic requirements" for a modulus of fewer
+/// bits
+template <typename Exception>
+void throwIfWeakRSAKey(std::uint64_t bits)
+{
+    if (bits < minimumRSAKeySize) {
+        throw Exception("RSA key size does not meet minimum cryptographic requirements");
+    }
+}
+
+} // namespace foundation::certificates
