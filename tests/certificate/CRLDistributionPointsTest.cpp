@@ -60,7 +60,7 @@ URIs distributionPointsOf(Mutation const& mutate)
     return X509CertificateImpl().getCRLDistributionPoints(X509Certificate(certificate.der()));
 }
 
-TEST(CRLDistributionPoints, AreAllURIsInTheCertificatesOrder)
+TEST(CRLDistributionPoints, AreAllURIsInOrderOfCertificate)
 {
     auto const mutate = [](CertificateSpec& spec) {
         spec.setRawExtension(
@@ -70,7 +70,7 @@ TEST(CRLDistributionPoints, AreAllURIsInTheCertificatesOrder)
     EXPECT_EQ(distributionPointsOf(mutate), (URIs{"ldap://a/b", "http://c/d", "https://e", "http://f/g"}));
 }
 
-TEST(CRLDistributionPoints, AreNoneWithoutAReadableExtension)
+TEST(CRLDistributionPoints, AreEmptyWithoutReadableExtension)
 {
     struct
     {
@@ -94,7 +94,7 @@ TEST(CRLDistributionPoints, AreNoneWithoutAReadableExtension)
     }
 }
 
-TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
+TEST(CRLDistributionPoints, SkipOtherNamesThanURIs)
 {
     struct
     {
@@ -103,10 +103,10 @@ TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
         URIs expected;
     } const rows[] = {
         {"point without any content", der(sequenceTag, ""), {}},
-        {"point with reasons alone",
+        {"point with reasons only",
          der(sequenceTag, der(test::pointReasonsTag, std::string("\x01\x40", 2))),
          {}},
-        {"point with an issuer alone", der(sequenceTag, der(test::pointIssuerTag, der(dnsTag, "a"))), {}},
+        {"point with an issuer only", der(sequenceTag, der(test::pointIssuerTag, der(dnsTag, "a"))), {}},
         {"full name without names", fullName(""), {}},
         {"DNS name", fullName(der(dnsTag, "a.example")), {}},
         {"DNS name before URI", fullName(der(dnsTag, "a") + der(uriTag, "http://a/b")), {"http://a/b"}},
@@ -126,7 +126,7 @@ TEST(CRLDistributionPoints, PassOverWhatIsNoURI)
     }
 }
 
-TEST(CRLDistributionPoints, ContainTheValuesOfRelativeNames)
+TEST(CRLDistributionPoints, IncludeValuesOfRelativeNames)
 {
     auto const relative = [](std::string const& attributes) {
         return point(test::relativeNameTag, attributes);
@@ -155,7 +155,7 @@ TEST(CRLDistributionPoints, MayBeVeryMany)
     EXPECT_EQ(distributionPointsOf([&](CertificateSpec& spec) { spec.setDistributionPoints(uris); }), uris);
 }
 
-TEST(CRLDistributionPoints, AreNotToBeHadWithoutACertificate)
+TEST(CRLDistributionPoints, FailWithoutCertificate)
 {
     X509CertificateImpl const implementation;
     X509Certificate const empty;

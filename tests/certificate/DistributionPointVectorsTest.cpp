@@ -11,9 +11,8 @@
 #include <string>
 #include <vector>
 
-// The distribution points of NIST's path validation suite lie in directories, of which the library knows
-// nothing: whoever requires CRLs is told so, and whoever asks for the best that can be done gets a validation
-// without them.
+// NIST's path validation suite names its CRLs in LDAP directories, which the library does not read. A
+// validation that requires CRLs fails for that reason. A best effort validates without CRLs.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -24,7 +23,7 @@ namespace {
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 
-/// These alone name their point by an attribute below the issuer's name, which is read like a URL.
+/// The only cases that name their point relative to the issuer. The library reads that attribute like a URL.
 std::map<std::string, std::string> const relativeNames = {
     {"4.14.4", "CRL1 of distributionPoint1 CA"},
     {"4.14.5", "CRL1 of distributionPoint2 CA"},
@@ -84,7 +83,7 @@ protected:
 
 } // namespace
 
-TEST_F(DistributionPointVectors, GiveOutNoNamesOfDirectories)
+TEST_F(DistributionPointVectors, YieldNoDirectoryNames)
 {
     forEachPath([](Case const& test, Path const& path) {
         auto const relativeName = relativeNames.find(test.number);
@@ -95,7 +94,7 @@ TEST_F(DistributionPointVectors, GiveOutNoNamesOfDirectories)
     });
 }
 
-TEST_F(DistributionPointVectors, AreNotEnoughForWhoRequiresCrls)
+TEST_F(DistributionPointVectors, FailValidationThatRequiresCrls)
 {
     forEachPath([](Case const& test, Path const& path) {
         auto const* const text = !path.hasRoot()                        ? noRootText
@@ -106,7 +105,7 @@ TEST_F(DistributionPointVectors, AreNotEnoughForWhoRequiresCrls)
     });
 }
 
-TEST_F(DistributionPointVectors, AreNothingToWhoAsksForTheBest)
+TEST_F(DistributionPointVectors, DoNotChangeVerdictOfBestEffort)
 {
     forEachPath([](Case const& /*test*/, Path const& path) {
         auto const best = path.validate(CheckCRL::WholeChain, DownloadCRL::BestEffort);

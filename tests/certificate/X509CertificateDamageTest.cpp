@@ -18,13 +18,13 @@ using namespace foundation::test;
 
 namespace {
 
-/// A certificate in which every query has something to read.
-CertificateAndKey witness(KeyHandle const& key)
+/// Returns a certificate with content for every query.
+CertificateAndKey sample(KeyHandle const& key)
 {
-    return makeRoot("witness", [&](CertificateSpec& spec) {
+    return makeRoot("sample", [&](CertificateSpec& spec) {
         spec.key = key;
         spec.subject = {
-            {"C", "DE", V_ASN1_PRINTABLESTRING}, {"OU", "eins"}, {"OU", "zwei"}, {"CN", "witness"}};
+            {"C", "DE", V_ASN1_PRINTABLESTRING}, {"OU", "eins"}, {"OU", "zwei"}, {"CN", "sample"}};
         spec.setExtension("extendedKeyUsage", "serverAuth,codeSigning");
         spec.setExtension("certificatePolicies", "1.2.3.4,2.5.29.32.0");
     });
@@ -44,8 +44,8 @@ void expectAnswersOrCleanFailures(X509Certificate& certificate)
     }
 }
 
-/// Loads what may be damaged. The outcome is a certificate that answers, or an exception of the family and an
-/// empty queue.
+/// Expects that the data loads as a certificate whose queries answer, or fails with an exception of the
+/// library and an empty queue.
 template <class Data>
 void expectCleanOutcome(Data const& data)
 {
@@ -84,7 +84,7 @@ void expectCleanOutcomeOfEveryDamagedByte(Data const& data, std::initializer_lis
     }
 }
 
-/// The content behind its tag and its length in DER.
+/// Returns the DER element: tag, length, content.
 Bytes asn1(unsigned char tag, Bytes const& content)
 {
     auto const lengthByte = [&](unsigned shift) {
@@ -104,11 +104,11 @@ Bytes rsaPublicKey(Bytes const& modulus, Bytes const& exponent)
     return asn1(V_ASN1_SEQUENCE | V_ASN1_CONSTRUCTED, numbers);
 }
 
-/// A certificate with these bytes for its public key.
+/// Returns a certificate with these bytes as its public key.
 Bytes withPublicKey(int algorithm, int parameterType, Bytes const& bits)
 {
     return makeRoot(
-               "witness",
+               "sample",
                [&](CertificateSpec& spec) {
                    spec.beforeSigning = [&](X509* certificate) {
                        void* const parameter =
@@ -130,30 +130,30 @@ class DamagedX509Certificate : public testing::Test
 
 } // namespace
 
-TEST_F(DamagedX509Certificate, InDerFailsCleanlyAtEveryTruncation)
+TEST_F(DamagedX509Certificate, FailsCleanlyAtEveryTruncationOfDer)
 {
-    expectCleanOutcomeOfEveryTruncation(witness(p256Key()).der());
-    expectCleanOutcomeOfEveryTruncation(witness(rsaKey(1024)).der());
+    expectCleanOutcomeOfEveryTruncation(sample(p256Key()).der());
+    expectCleanOutcomeOfEveryTruncation(sample(rsaKey(1024)).der());
 }
 
-TEST_F(DamagedX509Certificate, InPemFailsCleanlyAtEveryTruncation)
+TEST_F(DamagedX509Certificate, FailsCleanlyAtEveryTruncationOfPem)
 {
-    expectCleanOutcomeOfEveryTruncation(witness(p256Key()).pem());
+    expectCleanOutcomeOfEveryTruncation(sample(p256Key()).pem());
 }
 
-TEST_F(DamagedX509Certificate, InDerFailsCleanlyWithEveryDamagedByte)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithEveryDamagedByteOfDer)
 {
-    expectCleanOutcomeOfEveryDamagedByte(witness(p256Key()).der(), {0x01, 0x04, 0x80, 0xFF});
-    expectCleanOutcomeOfEveryDamagedByte(witness(ed25519Key()).der(), {0x20, 0x7F});
-    expectCleanOutcomeOfEveryDamagedByte(witness(rsaKey(1024)).der(), {0x02, 0x80});
+    expectCleanOutcomeOfEveryDamagedByte(sample(p256Key()).der(), {0x01, 0x04, 0x80, 0xFF});
+    expectCleanOutcomeOfEveryDamagedByte(sample(ed25519Key()).der(), {0x20, 0x7F});
+    expectCleanOutcomeOfEveryDamagedByte(sample(rsaKey(1024)).der(), {0x02, 0x80});
 }
 
-TEST_F(DamagedX509Certificate, InPemFailsCleanlyWithEveryDamagedByte)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithEveryDamagedByteOfPem)
 {
-    expectCleanOutcomeOfEveryDamagedByte(witness(p256Key()).pem(), {0x01, 0x80});
+    expectCleanOutcomeOfEveryDamagedByte(sample(p256Key()).pem(), {0x01, 0x80});
 }
 
-TEST_F(DamagedX509Certificate, MayHaveLostEveryByte)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithoutAnyValidByte)
 {
     expectCleanOutcome(ByteArray(1, 0));
     expectCleanOutcome(ByteArray(1000, 0));
@@ -164,9 +164,9 @@ TEST_F(DamagedX509Certificate, MayHaveLostEveryByte)
     expectCleanOutcome(ByteArray{0x30, 0x80, 0, 0});
 }
 
-TEST_F(DamagedX509Certificate, MayNestDeeply)
+TEST_F(DamagedX509Certificate, FailsCleanlyIfNestedDeeply)
 {
-    // Indefinite lengths within each other, a hundred thousand deep.
+    // Nested elements of indefinite length.
     ByteArray nested;
     for (int depth = 0; depth < 100000; ++depth) {
         nested.push_back(0x30);
@@ -175,7 +175,7 @@ TEST_F(DamagedX509Certificate, MayNestDeeply)
     expectCleanOutcome(nested);
 }
 
-TEST_F(DamagedX509Certificate, MayHaveOneBrokenExtension)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithBrokenExtension)
 {
     for (char const* extension :
          {"keyUsage", "extendedKeyUsage", "certificatePolicies", "basicConstraints", "subjectKeyIdentifier",
@@ -184,7 +184,7 @@ TEST_F(DamagedX509Certificate, MayHaveOneBrokenExtension)
              {Bytes{}, Bytes{0x00}, Bytes{0x30, 0x05}, Bytes{0x05, 0x00}, Bytes(8, 0xFF)}) {
             SCOPED_TRACE(extension);
             for (bool const critical : {false, true}) {
-                expectCleanOutcome(makeRoot("witness", [&](CertificateSpec& spec) {
+                expectCleanOutcome(makeRoot("sample", [&](CertificateSpec& spec) {
                                        spec.setRawExtension(extension, content, critical);
                                    }).der());
             }
@@ -192,7 +192,7 @@ TEST_F(DamagedX509Certificate, MayHaveOneBrokenExtension)
     }
 }
 
-TEST_F(DamagedX509Certificate, MayHaveAnRsaKeyWithoutNumbers)
+TEST_F(DamagedX509Certificate, IsRefusedIfItsRsaKeyHasZeroAsNumber)
 {
     Bytes const modulus(129, 0x7F);
     Bytes const exponent{1, 0, 1};
@@ -206,7 +206,7 @@ TEST_F(DamagedX509Certificate, MayHaveAnRsaKeyWithoutNumbers)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(DamagedX509Certificate, MayHaveAnOddRsaKey)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithOddRsaKey)
 {
     Bytes const exponent{1, 0, 1};
     for (Bytes const& modulus :
@@ -217,7 +217,7 @@ TEST_F(DamagedX509Certificate, MayHaveAnOddRsaKey)
     }
 }
 
-TEST_F(DamagedX509Certificate, MayHaveAnOddPointForAKey)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithOddPoint)
 {
     auto const whole = publicKeyDer(p256Key());
     Bytes const point(whole.end() - 65, whole.end());
@@ -231,7 +231,7 @@ TEST_F(DamagedX509Certificate, MayHaveAnOddPointForAKey)
     }
 }
 
-TEST_F(DamagedX509Certificate, MayHaveAnEd25519KeyOfAnyLength)
+TEST_F(DamagedX509Certificate, FailsCleanlyWithEd25519KeyOfAnyLength)
 {
     for (std::size_t const size : {1U, 31U, 32U, 33U, 57U}) {
         expectCleanOutcome(withPublicKey(NID_ED25519, V_ASN1_UNDEF, Bytes(size, 9)));

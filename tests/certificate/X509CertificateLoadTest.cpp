@@ -44,7 +44,7 @@ std::string replaced(std::string text, std::string const& from, std::string cons
     return text;
 }
 
-/// The reason that OpenSSL queues first when it reads the data by itself.
+/// Returns the reason that OpenSSL queues first when it reads the data alone.
 std::string reasonOf(std::string const& data)
 {
     CleanErrorQueue const clean;
@@ -57,9 +57,9 @@ std::string reasonOf(std::string const& data)
     return oldestReasonText();
 }
 
-CertificateAndKey const& witness()
+CertificateAndKey const& sample()
 {
-    static auto const made = makeRoot("witness");
+    static auto const made = makeRoot("sample");
     return made;
 }
 
@@ -67,12 +67,12 @@ CertificateAndKey withKey(KeyHandle const& key)
 {
     return makeRoot("root", [&](CertificateSpec& spec) {
         spec.key = key;
-        spec.signer = witness();
+        spec.signer = sample();
     });
 }
 
-/// With and without a stranger's entry in OpenSSL's queue. Whatever happened to a load that got at any bytes,
-/// the queue is empty afterwards.
+/// Runs each test with an empty error queue and with an entry of the caller in it. A load that read any bytes
+/// leaves the queue empty.
 class X509CertificateLoad : public testing::TestWithParam<bool>
 {
 protected:
@@ -86,7 +86,7 @@ protected:
     void expectEmptyQueue() const { EXPECT_TRUE(queueIsEmpty()); }
     void expectUntouchedQueue() const { EXPECT_EQ(oldestError(), foreignError); }
 
-    /// Loads in all three forms; each must give this certificate.
+    /// Expects this certificate from all three forms of input.
     void expectLoads(std::string const& data, X509Handle const& expected)
     {
         auto const der = toDer(expected);
@@ -98,7 +98,7 @@ protected:
         expectEmptyQueue();
     }
 
-    /// Loads in all three forms; each must fail so.
+    /// Expects this failure of all three forms of input.
     template <class Exception>
     void expectRefused(std::string const& data, std::string const& text)
     {
@@ -121,43 +121,42 @@ INSTANTIATE_TEST_SUITE_P(WithForeignError, X509CertificateLoad, testing::Bool())
 
 TEST_P(X509CertificateLoad, ReadsDer)
 {
-    expectLoads(asText(witness().der()), witness().certificate);
+    expectLoads(asText(sample().der()), sample().certificate);
 }
 
 TEST_P(X509CertificateLoad, ReadsPem)
 {
-    expectLoads(witness().pem(), witness().certificate);
+    expectLoads(sample().pem(), sample().certificate);
 }
 
 TEST_P(X509CertificateLoad, ReadsPemWithDosLineEnds)
 {
-    expectLoads(replaced(witness().pem(), "\n", "\r\n"), witness().certificate);
+    expectLoads(replaced(sample().pem(), "\n", "\r\n"), sample().certificate);
 }
 
-TEST_P(X509CertificateLoad, FindsPemBehindCommentLines)
+TEST_P(X509CertificateLoad, FindsPemAfterCommentLines)
 {
-    expectLoads(
-        "Bag Attributes\n    friendlyName: x\n\n# comment\n" + witness().pem(), witness().certificate);
+    expectLoads("Bag Attributes\n    friendlyName: x\n\n# comment\n" + sample().pem(), sample().certificate);
 }
 
-TEST_P(X509CertificateLoad, PassesOverBlocksWithOtherLabels)
+TEST_P(X509CertificateLoad, SkipsBlocksWithOtherLabels)
 {
-    expectLoads(toPem(p256Key(), "a passphrase") + toPem(p256Key()) + witness().pem(), witness().certificate);
+    expectLoads(toPem(p256Key(), "a passphrase") + toPem(p256Key()) + sample().pem(), sample().certificate);
 }
 
-TEST_P(X509CertificateLoad, ReadsTheFirstOfSeveralCertificates)
+TEST_P(X509CertificateLoad, ReadsFirstOfSeveralCertificates)
 {
     auto const other = makeRoot("other");
-    expectLoads(witness().pem() + other.pem(), witness().certificate);
-    expectLoads(other.pem() + witness().pem(), other.certificate);
-    expectLoads(asText(witness().der()) + asText(other.der()), witness().certificate);
+    expectLoads(sample().pem() + other.pem(), sample().certificate);
+    expectLoads(other.pem() + sample().pem(), other.certificate);
+    expectLoads(asText(sample().der()) + asText(other.der()), sample().certificate);
 }
 
-TEST_P(X509CertificateLoad, IgnoresWhateverFollowsTheCertificate)
+TEST_P(X509CertificateLoad, IgnoresWhatFollowsCertificate)
 {
-    expectLoads(asText(witness().der()) + "trailing bytes", witness().certificate);
-    expectLoads(witness().pem() + "-----BEGIN CERTIFICATE-----\nbroken", witness().certificate);
-    expectLoads(asText(witness().der()) + std::string(1 << 22, '\0'), witness().certificate);
+    expectLoads(asText(sample().der()) + "trailing bytes", sample().certificate);
+    expectLoads(sample().pem() + "-----BEGIN CERTIFICATE-----\nbroken", sample().certificate);
+    expectLoads(asText(sample().der()) + std::string(1 << 22, '\0'), sample().certificate);
 }
 
 TEST_P(X509CertificateLoad, RefusesEmptyInput)
@@ -169,10 +168,10 @@ TEST_P(X509CertificateLoad, RefusesEmptyInput)
     expectUntouchedQueue();
 }
 
-TEST_P(X509CertificateLoad, ReadsNothingFromAStreamThatIsNotGood)
+TEST_P(X509CertificateLoad, ReadsNothingFromFailedStream)
 {
     for (auto const state : {std::ios::failbit, std::ios::eofbit, std::ios::badbit}) {
-        std::istringstream stream(witness().pem());
+        std::istringstream stream(sample().pem());
         stream.setstate(state);
         EXPECT_THROWS_EXACTLY(InvalidArgument, badStream, X509Certificate(stream));
         stream.clear();
@@ -181,14 +180,14 @@ TEST_P(X509CertificateLoad, ReadsNothingFromAStreamThatIsNotGood)
     expectUntouchedQueue();
 }
 
-TEST_P(X509CertificateLoad, RefusesAStreamWithoutABuffer)
+TEST_P(X509CertificateLoad, RefusesStreamWithoutBuffer)
 {
     std::istream stream(nullptr);
     EXPECT_THROWS_EXACTLY(InvalidArgument, badStream, X509Certificate(stream));
     expectUntouchedQueue();
 }
 
-TEST_P(X509CertificateLoad, WrapsWhatAStreamBufferThrows)
+TEST_P(X509CertificateLoad, ReportsExceptionOfStreamBuffer)
 {
     BrokenBuffer buffer("the disc is broken");
     std::istream stream(&buffer);
@@ -198,40 +197,40 @@ TEST_P(X509CertificateLoad, WrapsWhatAStreamBufferThrows)
     expectUntouchedQueue();
 }
 
-TEST_P(X509CertificateLoad, ReadsTheRestOfAStreamAndLeavesItsFlagsAlone)
+TEST_P(X509CertificateLoad, ReadsRestOfStreamAndKeepsItsFlags)
 {
-    std::istringstream stream("skip" + asText(witness().der()));
+    std::istringstream stream("skip" + asText(sample().der()));
     stream.ignore(4);
-    EXPECT_EQ(X509Certificate(stream).getAsBytes(), witness().der());
+    EXPECT_EQ(X509Certificate(stream).getAsBytes(), sample().der());
     EXPECT_TRUE(stream.good());
     EXPECT_EQ(stream.rdbuf()->in_avail(), 0);
     EXPECT_THROWS_EXACTLY(InvalidArgument, noContent, X509Certificate(stream));
 }
 
-TEST_P(X509CertificateLoad, SkipsNoWhiteSpaceOfAStream)
+TEST_P(X509CertificateLoad, KeepsWhiteSpaceOfStream)
 {
-    // Read as DER, a blank in front is a wrong first byte.
-    std::istringstream stream(" " + asText(witness().der()));
+    // Without the PEM marker the data is DER, and a blank is the wrong first byte.
+    std::istringstream stream(" " + asText(sample().der()));
     EXPECT_THROWS_EXACTLY(InvalidArgument, notDer, X509Certificate(stream));
     expectEmptyQueue();
 }
 
-TEST_P(X509CertificateLoad, RefusesBytesWithAWrongTagAsNoDer)
+TEST_P(X509CertificateLoad, RefusesWrongTagAsNotDer)
 {
     for (char const* data : {"\x04\x01x", "\x31\x03\x02\x01\x05", "\x30\x03\x02\x01\x05"}) {
         expectRefused<InvalidArgument>(data, notDer);
     }
 }
 
-TEST_P(X509CertificateLoad, TakesPemBlocksWithOtherLabelsForDer)
+TEST_P(X509CertificateLoad, ReadsPemBlocksWithOtherLabelsAsDer)
 {
     for (char const* label : {"TRUSTED CERTIFICATE", "X509 CERTIFICATE", "PRIVATE KEY", "PKCS7"}) {
-        auto const data = replaced(witness().pem(), "CERTIFICATE", label);
+        auto const data = replaced(sample().pem(), "CERTIFICATE", label);
         expectRefused<InvalidArgument>(data, notDer);
     }
 }
 
-TEST_P(X509CertificateLoad, TakesInputShorterThanTheMarkerForDer)
+TEST_P(X509CertificateLoad, ReadsInputShorterThanMarkerAsDer)
 {
     for (std::size_t size = 1; size < beginMarker.size(); ++size) {
         auto const data = beginMarker.substr(0, size);
@@ -240,9 +239,9 @@ TEST_P(X509CertificateLoad, TakesInputShorterThanTheMarkerForDer)
     }
 }
 
-TEST_P(X509CertificateLoad, RefusesTruncatedDerWithTheReason)
+TEST_P(X509CertificateLoad, ReportsOpenSSLsReasonForTruncatedDer)
 {
-    auto const data = asText(witness().der());
+    auto const data = asText(sample().der());
     for (std::size_t const size : {std::size_t(1), std::size_t(2), std::size_t(10), data.size() - 1}) {
         auto const truncated = data.substr(0, size);
         ASSERT_NE(reasonOf(truncated), "");
@@ -250,15 +249,15 @@ TEST_P(X509CertificateLoad, RefusesTruncatedDerWithTheReason)
     }
 }
 
-TEST_P(X509CertificateLoad, RefusesAMarkerThatStartsNoLineAsNoPem)
+TEST_P(X509CertificateLoad, RefusesMarkerInsideLineAsNotPem)
 {
-    auto const pem = witness().pem();
+    auto const pem = sample().pem();
     for (std::string const& data : {"text " + pem, "x" + beginMarker + "\n", " " + pem}) {
         expectRefused<InvalidArgument>(data, notPem);
     }
 }
 
-TEST_P(X509CertificateLoad, TakesDerThatHoldsTheMarkerForPem)
+TEST_P(X509CertificateLoad, ReadsDerThatContainsMarkerAsPem)
 {
     auto const certificate = makeRoot("root", [](CertificateSpec& spec) {
         spec.subject = {{"CN", "root"}, {"O", beginMarker}};
@@ -266,17 +265,17 @@ TEST_P(X509CertificateLoad, TakesDerThatHoldsTheMarkerForPem)
     expectRefused<InvalidArgument>(asText(certificate.der()), notPem);
 }
 
-TEST_P(X509CertificateLoad, RefusesBrokenBase64WithTheReason)
+TEST_P(X509CertificateLoad, ReportsOpenSSLsReasonForBrokenBase64)
 {
-    auto data = witness().pem();
+    auto data = sample().pem();
     data[beginMarker.size() + 20] = '!';
     ASSERT_NE(reasonOf(data), "");
     expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
 }
 
-TEST_P(X509CertificateLoad, RefusesPemWithoutContentOrEndWithTheReason)
+TEST_P(X509CertificateLoad, ReportsOpenSSLsReasonForIncompletePem)
 {
-    auto const pem = witness().pem();
+    auto const pem = sample().pem();
     for (std::string const& data :
          {beginMarker + "\n-----END CERTIFICATE-----\n", beginMarker + "\n", beginMarker,
           pem.substr(0, pem.size() / 2), replaced(pem, "END CERTIFICATE", "END X509 CRL")}) {
@@ -284,22 +283,22 @@ TEST_P(X509CertificateLoad, RefusesPemWithoutContentOrEndWithTheReason)
     }
 }
 
-TEST_P(X509CertificateLoad, RefusesPemOfSomethingElseWithTheReason)
+TEST_P(X509CertificateLoad, ReportsOpenSSLsReasonForOtherContent)
 {
     auto const data = replaced(toPem(p256Key()), "PRIVATE KEY", "CERTIFICATE");
     ASSERT_NE(reasonOf(data), "");
     expectRefused<X509CertificateException>(data, loadingFailed + reasonOf(data));
 }
 
-TEST_P(X509CertificateLoad, RefusesAnEncryptedBlockAsAnyOtherThatCannotBeRead)
+TEST_P(X509CertificateLoad, RefusesEncryptedBlockLikeUnreadableOne)
 {
-    auto const data = toEncryptedPem(witness().certificate);
+    auto const data = toEncryptedPem(sample().certificate);
     ASSERT_NE(data.find("Proc-Type: 4,ENCRYPTED"), std::string::npos);
     expectRefused<X509CertificateException>(
         data, loadingFailed + reasonText(ERR_LIB_PEM, PEM_R_BAD_PASSWORD_READ));
 }
 
-TEST_P(X509CertificateLoad, AcceptsTheClosedListOfKeys)
+TEST_P(X509CertificateLoad, AcceptsSupportedKeys)
 {
     for (auto const& key : {rsaKey(1024), rsaKey(2048), p256Key(), explicitP256Key(), ed25519Key()}) {
         auto const made = withKey(key);
@@ -313,7 +312,7 @@ TEST_P(X509CertificateLoad, RefusesRsaKeysBelow1024Bits)
     expectRefused<X509CertificateException>(asText(withKey(rsaKey(512)).der()), weakKey);
 }
 
-TEST_P(X509CertificateLoad, RefusesOtherCurvesByName)
+TEST_P(X509CertificateLoad, NamesUnsupportedCurve)
 {
     std::string const text = "ECC-based key is not using supported ECC Curve. Curve: ";
     expectRefused<UnsupportedEllipticCurve>(withKey(p384Key()).pem(), text + "secp384r1");
@@ -323,14 +322,14 @@ TEST_P(X509CertificateLoad, RefusesOtherCurvesByName)
         withKey(ed448Key()).pem(), "Key uses Ed448, which is not currently supported");
 }
 
-TEST_P(X509CertificateLoad, RefusesACurveWithoutAName)
+TEST_P(X509CertificateLoad, RefusesCurveWithoutName)
 {
     expectRefused<CertificateException>(
         withKey(namelessCurveKey()).pem(),
         "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC");
 }
 
-TEST_P(X509CertificateLoad, RefusesOtherKindsOfKeyByNumber)
+TEST_P(X509CertificateLoad, NumbersUnsupportedKeyType)
 {
     std::string const text = "Key is not currently supported. OpenSSL type id: ";
     expectRefused<UnsupportedKeyType>(withKey(dsaKey()).pem(), text + "116");
@@ -338,7 +337,7 @@ TEST_P(X509CertificateLoad, RefusesOtherKindsOfKeyByNumber)
     expectRefused<UnsupportedKeyType>(withKey(rsaPssKey(1024)).pem(), text + "912");
 }
 
-TEST_P(X509CertificateLoad, RefusesAKeyThatCannotBeDecoded)
+TEST_P(X509CertificateLoad, RefusesUndecodableKey)
 {
     for (auto const& key : {rsaKey(1024), p256Key(), ed25519Key()}) {
         for (auto const fault : {PublicKeyFault::Undecodable, PublicKeyFault::UnknownType}) {
@@ -365,7 +364,7 @@ TEST_P(X509CertificateLoad, AcceptsExtensionsInVersion1)
     EXPECT_EQ(certificate.getAsBytes(), made.der());
 }
 
-TEST_P(X509CertificateLoad, LooksAtNeitherDatesNorSignature)
+TEST_P(X509CertificateLoad, ChecksNeitherDatesNorSignature)
 {
     auto const made = makeRoot("root", [](CertificateSpec& spec) {
         spec.notAfter = TimeSpec::fromNow(std::chrono::hours(-1));
@@ -374,15 +373,15 @@ TEST_P(X509CertificateLoad, LooksAtNeitherDatesNorSignature)
     expectLoads(made.pem(), made.certificate);
 }
 
-TEST(X509CertificateImplFromX509, DuplicatesTheCertificate)
+TEST(X509CertificateImplFromX509, DuplicatesCertificate)
 {
-    X509CertificateImpl const implementation(witness().certificate.get());
+    X509CertificateImpl const implementation(sample().certificate.get());
     auto const duplicate = own(implementation.duplicateX509());
-    EXPECT_NE(duplicate, witness().certificate);
-    EXPECT_EQ(toDer(duplicate), witness().der());
+    EXPECT_NE(duplicate, sample().certificate);
+    EXPECT_EQ(toDer(duplicate), sample().der());
 }
 
-TEST(X509CertificateImplFromX509, RefusesAnUnfitKeyAndNull)
+TEST(X509CertificateImplFromX509, RefusesUnsupportedKeyAndNull)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, weakKey, X509CertificateImpl(withKey(rsaKey(512)).certificate.get()));
@@ -394,7 +393,7 @@ TEST(X509CertificateImplFromX509, RefusesAnUnfitKeyAndNull)
         X509CertificateImpl(static_cast<X509*>(nullptr)));
 }
 
-TEST(X509CertificateImplFromX509, GivesNoDuplicateWithoutContent)
+TEST(X509CertificateImplFromX509, HasNoDuplicateWithoutContent)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: X509Certificate has no content.",

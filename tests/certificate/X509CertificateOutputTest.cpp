@@ -26,7 +26,7 @@ constexpr char const noContent[] = "Error: X509Certificate has no content.";
 std::string const pemHeader = "-----BEGIN CERTIFICATE-----\n";
 std::string const pemFooter = "-----END CERTIFICATE-----\n";
 
-/// The lines between the markers, without their line feeds.
+/// Returns the lines between the markers, without their line feeds.
 std::vector<std::string> base64Lines(std::string const& pem)
 {
     std::istringstream body(pem.substr(pemHeader.size(), pem.size() - pemHeader.size() - pemFooter.size()));
@@ -37,7 +37,7 @@ std::vector<std::string> base64Lines(std::string const& pem)
     return lines;
 }
 
-/// Certificates whose encodings differ in length by one byte each. The signature has a fixed length.
+/// Returns a certificate whose encoding grows by one byte with the length: the signature has a fixed length.
 X509Certificate withOrganizationOf(std::size_t length)
 {
     return X509Certificate(makeRoot("root", [&](CertificateSpec& spec) {
@@ -49,14 +49,14 @@ X509Certificate withOrganizationOf(std::size_t length)
 
 } // namespace
 
-TEST(X509CertificateOutput, GivesTheDerForm)
+TEST(X509CertificateOutput, WritesDer)
 {
     auto const made = makeRoot("root");
     EXPECT_EQ(X509Certificate(made.der()).getAsBytes(), made.der());
     EXPECT_EQ(X509Certificate(made.pem()).getAsBytes(), made.der());
 }
 
-TEST(X509CertificateOutput, GivesTheDerFormInBase64OnOneLine)
+TEST(X509CertificateOutput, WritesBase64OnOneLine)
 {
     X509Certificate const certificate(makeRoot("root").der());
     auto const text = certificate.getAsString();
@@ -65,7 +65,7 @@ TEST(X509CertificateOutput, GivesTheDerFormInBase64OnOneLine)
     EXPECT_EQ(base64Decode(text), certificate.getAsBytes());
 }
 
-TEST(X509CertificateOutput, IsReadBackInEveryForm)
+TEST(X509CertificateOutput, LoadsAgainInEveryForm)
 {
     for (auto const& key : {p256Key(), rsaKey(), ed25519Key()}) {
         X509Certificate const certificate(
@@ -110,7 +110,7 @@ TEST(X509CertificateOutput, WritesPemThatOpenSSLReads)
     EXPECT_EQ(pem.find('\r'), std::string::npos);
 }
 
-TEST(X509CertificateOutput, PrintsTheReport)
+TEST(X509CertificateOutput, PrintsReport)
 {
     X509Certificate const root(makeRoot("root", [](CertificateSpec& spec) {
                                    spec.subject = {{"O", "Example"}, {"CN", "root"}};
@@ -141,7 +141,7 @@ TEST(X509CertificateOutput, PrintsTheReport)
                            "\n");
 }
 
-TEST(X509CertificateOutput, PrintsAlikeOnAStreamOfAnyFormat)
+TEST(X509CertificateOutput, IgnoresFormatFlagsOfStream)
 {
     X509Certificate const certificate(makeRoot("root").der());
     std::ostringstream out;
@@ -150,7 +150,7 @@ TEST(X509CertificateOutput, PrintsAlikeOnAStreamOfAnyFormat)
     EXPECT_EQ(out.str(), printed(certificate));
 }
 
-TEST(X509CertificateOutput, FlushesTheStreamAtTheEndOfTheReport)
+TEST(X509CertificateOutput, FlushesStreamAfterReport)
 {
     FlushCountingBuffer buffer;
     std::ostream out(&buffer);
@@ -158,7 +158,7 @@ TEST(X509CertificateOutput, FlushesTheStreamAtTheEndOfTheReport)
     EXPECT_EQ(buffer.flushes(), 1);
 }
 
-TEST(X509CertificateOutput, PrintsNothingOfACertificateWithoutContent)
+TEST(X509CertificateOutput, PrintsNothingWithoutContent)
 {
     X509Certificate empty;
     std::ostringstream out;
@@ -171,7 +171,7 @@ TEST(X509CertificateOutput, PrintsNothingOfACertificateWithoutContent)
     EXPECT_EQ(out.str(), "");
 }
 
-TEST(X509CertificateOutput, HasAnInsertionOperatorThatReturnsTheStream)
+TEST(X509CertificateOutput, InsertionReturnsStream)
 {
     X509Certificate const certificate(makeRoot("root").der());
     std::ostringstream out;
@@ -181,7 +181,7 @@ TEST(X509CertificateOutput, HasAnInsertionOperatorThatReturnsTheStream)
     EXPECT_EQ(out.str(), "before " + printed(certificate) + "after");
 }
 
-TEST(X509CertificateOutput, NeedsContentInEveryForm)
+TEST(X509CertificateOutput, FailsWithoutContentInEveryForm)
 {
     X509Certificate const empty;
     EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty.getAsBytes());

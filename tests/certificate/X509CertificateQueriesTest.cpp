@@ -77,14 +77,14 @@ Bytes numberOf(KeyHandle const& key, char const* parameter)
     return bytes;
 }
 
-/// The encoded point or the raw key: the end of the key's SubjectPublicKeyInfo.
+/// Returns the end of the key's SubjectPublicKeyInfo: the encoded point or the raw key.
 Bytes endOfPublicKey(KeyHandle const& key, std::size_t size)
 {
     auto const der = publicKeyDer(key);
     return Bytes(der.end() - static_cast<std::ptrdiff_t>(size), der.end());
 }
 
-/// An extended key usage extension with one object identifier of the given content.
+/// Returns an extended key usage extension with one object identifier of the given content.
 Bytes usageOf(Bytes const& oidContent)
 {
     auto const lengthOf = [](std::size_t size) {
@@ -107,14 +107,14 @@ Bytes usageOf(Bytes const& oidContent)
 
 // Names
 
-TEST(X509CertificateNames, AreWrittenMostSpecificFirstWithCommasAndNoBlanks)
+TEST(X509CertificateNames, StartWithMostSpecificAndHaveNoBlanks)
 {
     auto const certificate = withSubject({{"C", "US", V_ASN1_PRINTABLESTRING}, {"O", "b"}, {"CN", "a"}});
     EXPECT_EQ(certificate.getSubjectName(), "CN=a,O=b,C=US");
     EXPECT_EQ(certificate.getIssuerName(), "CN=a,O=b,C=US");
 }
 
-TEST(X509CertificateNames, OfSubjectAndIssuerAreNotMixedUp)
+TEST(X509CertificateNames, DifferForSubjectAndIssuer)
 {
     auto const certificate = withIssuer({{"O", "issuer"}, {"CN", "authority"}});
     EXPECT_EQ(certificate.getSubjectName(), "CN=root");
@@ -125,7 +125,7 @@ TEST(X509CertificateNames, OfSubjectAndIssuerAreNotMixedUp)
     EXPECT_EQ(certificate.getIssuerCommonName(), "authority");
 }
 
-TEST(X509CertificateNames, EscapeWhatTheStandardWants)
+TEST(X509CertificateNames, EscapeSpecialCharacters)
 {
     EXPECT_EQ(
         withSubject(commonName(" a,b+c\"d\\e<f>g;h ")).getSubjectName(), R"(CN=\ a\,b\+c\"d\\e\<f\>g\;h\ )");
@@ -133,14 +133,14 @@ TEST(X509CertificateNames, EscapeWhatTheStandardWants)
     EXPECT_EQ(withSubject(commonName("a\nb")).getSubjectName(), R"(CN=a\0Ab)");
 }
 
-TEST(X509CertificateNames, GiveUtf8AsItIsInTheMapAndEscapedInTheText)
+TEST(X509CertificateNames, ContainUtf8InMapAndEscapesInText)
 {
     auto const certificate = withSubject(commonName("J\xC3\xBCrgen"));
     EXPECT_EQ(certificate.getSubjectCommonName(), "J\xC3\xBCrgen");
     EXPECT_EQ(certificate.getSubjectName(), R"(CN=J\C3\BCrgen)");
 }
 
-TEST(X509CertificateNames, ConvertOtherStringTypesToUtf8)
+TEST(X509CertificateNames, AreConvertedToUtf8)
 {
     auto const wide = withSubject({{"CN", std::string("\0\xFC\x20\xAC", 4), V_ASN1_BMPSTRING}});
     EXPECT_EQ(wide.getSubjectCommonName(), "\xC3\xBC\xE2\x82\xAC");
@@ -148,7 +148,7 @@ TEST(X509CertificateNames, ConvertOtherStringTypesToUtf8)
     EXPECT_EQ(latin.getSubjectCommonName(), "\xC3\xBC");
 }
 
-TEST(X509CertificateNames, KeepOnlyTheLastOfSeveralAttributesInTheMap)
+TEST(X509CertificateNames, KeepLastOfEqualAttributesInMap)
 {
     auto const certificate = withSubject({{"OU", "first"}, {"OU", "second"}, {"CN", "one"}, {"CN", "two"}});
     EXPECT_EQ(certificate.getSubjectNameAsRDNs(), (Attributes{{"OU", "second"}, {"CN", "two"}}));
@@ -156,7 +156,7 @@ TEST(X509CertificateNames, KeepOnlyTheLastOfSeveralAttributesInTheMap)
     EXPECT_EQ(certificate.getSubjectName(), "CN=two,CN=one,OU=second,OU=first");
 }
 
-TEST(X509CertificateNames, KeepTheWholeOfAnAttributeWithAnEmbeddedNul)
+TEST(X509CertificateNames, KeepEmbeddedNul)
 {
     std::string const deceptive("www.good.example\0.evil.example", 30);
     auto const certificate = withSubject(commonName(deceptive));
@@ -164,7 +164,7 @@ TEST(X509CertificateNames, KeepTheWholeOfAnAttributeWithAnEmbeddedNul)
     EXPECT_EQ(certificate.getSubjectName(), R"(CN=www.good.example\00.evil.example)");
 }
 
-TEST(X509CertificateNames, PassOverAttributesThatCannotBecomeUtf8)
+TEST(X509CertificateNames, SkipAttributesWithoutUtf8FormInMap)
 {
     auto const certificate =
         withSubject({{"CN", "a"}, {"x500UniqueIdentifier", "\x01\x02", V_ASN1_BIT_STRING}});
@@ -172,7 +172,7 @@ TEST(X509CertificateNames, PassOverAttributesThatCannotBecomeUtf8)
     EXPECT_NE(certificate.getSubjectName().find("x500UniqueIdentifier="), std::string::npos);
 }
 
-TEST(X509CertificateNames, PassOverACommonNameThatIsNoText)
+TEST(X509CertificateNames, SkipCommonNameThatIsNoText)
 {
     auto const certificate = withSubject({{"CN", "a"}, {"CN", "\x01", V_ASN1_BIT_STRING}});
     EXPECT_EQ(certificate.getSubjectCommonName(), "a");
@@ -181,14 +181,14 @@ TEST(X509CertificateNames, PassOverACommonNameThatIsNoText)
         withSubject({{"CN", "\x01", V_ASN1_BIT_STRING}}).getSubjectCommonName());
 }
 
-TEST(X509CertificateNames, PutAllUnknownAttributesUnderOneKey)
+TEST(X509CertificateNames, ShareOneKeyForUnknownAttributes)
 {
     auto const certificate =
         withSubject({{"1.3.6.1.4.1.99999.1", "x"}, {"1.3.6.1.4.1.99999.2", "y"}, {"CN", "a"}});
     EXPECT_EQ(certificate.getSubjectNameAsRDNs(), (Attributes{{"UNDEF", "y"}, {"CN", "a"}}));
 }
 
-TEST(X509CertificateNames, KnowAnEmptyAttribute)
+TEST(X509CertificateNames, KeepEmptyAttribute)
 {
     auto const certificate = withSubject({{"CN", ""}, {"O", "a"}});
     EXPECT_EQ(certificate.getSubjectNameAsRDNs(), (Attributes{{"CN", ""}, {"O", "a"}}));
@@ -196,7 +196,7 @@ TEST(X509CertificateNames, KnowAnEmptyAttribute)
     EXPECT_EQ(certificate.getSubjectName(), "O=a,CN=");
 }
 
-TEST(X509CertificateNames, FindEveryAttributeOfAMultiValuedOne)
+TEST(X509CertificateNames, ContainEveryAttributeOfMultiValuedRdn)
 {
     auto const certificate = load([](CertificateSpec& spec) {
         spec.beforeSigning = [](X509* made) {
@@ -221,7 +221,7 @@ TEST(X509CertificateNames, MayBeEmpty)
     EXPECT_THROWS_EXACTLY(InvalidArgument, noIssuerName, certificate.getIssuerCommonName());
 }
 
-TEST(X509CertificateNames, MayLackACommonName)
+TEST(X509CertificateNames, FailWithoutCommonName)
 {
     EXPECT_THROWS_EXACTLY(InvalidArgument, noSubjectName, withSubject({{"O", "a"}}).getSubjectCommonName());
     EXPECT_THROWS_EXACTLY(InvalidArgument, noIssuerName, withIssuer({{"O", "a"}}).getIssuerCommonName());
@@ -258,14 +258,14 @@ TEST(X509CertificateSerialNumber, IsDecimal)
     }
 }
 
-TEST(X509CertificateSerialNumber, MustBeAnInteger)
+TEST(X509CertificateSerialNumber, FailsForAnythingButAnInteger)
 {
     EXPECT_THROWS_EXACTLY(X509CertificateException, noSerial, serialToDecimalString(nullptr));
     auto const text = own(ASN1_STRING_type_new(V_ASN1_OCTET_STRING));
     EXPECT_THROWS_EXACTLY(X509CertificateException, noSerial, serialToDecimalString(text.get()));
 }
 
-TEST(X509CertificateFingerprint, IsTheDigestOfTheDerForm)
+TEST(X509CertificateFingerprint, IsDigestOfDerForm)
 {
     auto const made = makeRoot("root");
     unsigned char digest[EVP_MAX_MD_SIZE];
@@ -297,7 +297,7 @@ TEST(X509CertificateSignatureAlgorithm, IsOpenSSLsShortName)
         "RSASSA-PSS");
 }
 
-TEST(X509CertificateSignatureAlgorithm, IsUndefinedIfOpenSSLDoesNotKnowIt)
+TEST(X509CertificateSignatureAlgorithm, IsUndefForUnknownAlgorithm)
 {
     auto der = makeRoot("root").der();
     // ecdsa-with-SHA256 becomes a number next to it, in the signed part and outside of it
@@ -312,7 +312,7 @@ TEST(X509CertificateSignatureAlgorithm, IsUndefinedIfOpenSSLDoesNotKnowIt)
 
 // Validity
 
-TEST(X509CertificateValidity, IsGivenAsTextAndAsTimePoint)
+TEST(X509CertificateValidity, ReadsAsTextAndAsTimePoint)
 {
     struct Row
     {
@@ -334,13 +334,13 @@ TEST(X509CertificateValidity, IsGivenAsTextAndAsTimePoint)
     }
 }
 
-TEST(X509CertificateValidity, CountsTicksOfAHundredNanoseconds)
+TEST(X509CertificateValidity, CountsTicksOf100Nanoseconds)
 {
     EXPECT_EQ(X509Certificate::TimePoint::duration(10), std::chrono::microseconds(1));
     EXPECT_TRUE((std::is_same_v<X509Certificate::TimePoint::clock, std::chrono::system_clock>));
 }
 
-TEST(X509CertificateValidity, ThatCannotBeReadFailsInEachForm)
+TEST(X509CertificateValidity, FailsInBothFormsIfUnreadable)
 {
     struct Row
     {
@@ -364,7 +364,7 @@ TEST(X509CertificateValidity, ThatCannotBeReadFailsInEachForm)
 }
 
 // A certificate with such a time does not load with OpenSSL 3.5.
-TEST(X509CertificateValidity, ThatBreaksOffFailsInEachForm)
+TEST(X509CertificateValidity, FailsInBothFormsIfTruncated)
 {
     for (auto const& [type, text] :
          {std::pair(V_ASN1_UTCTIME, ""), std::pair(V_ASN1_UTCTIME, "garbage"),
@@ -376,7 +376,7 @@ TEST(X509CertificateValidity, ThatBreaksOffFailsInEachForm)
     }
 }
 
-TEST(X509CertificateValidity, FailsForNoTimeAtAll)
+TEST(X509CertificateValidity, FailsForNullTime)
 {
     EXPECT_THROWS_EXACTLY(X509CertificateException, unprintableTime, asn1TimeToString(nullptr));
     EXPECT_THROWS_EXACTLY(X509CertificateException, invalidTime, asn1TimeToTimePoint(nullptr));
@@ -384,7 +384,7 @@ TEST(X509CertificateValidity, FailsForNoTimeAtAll)
 
 // Keys
 
-TEST(X509CertificateKey, OfRsaGivesItsNumbers)
+TEST(X509CertificateKey, HasModulusAndExponentIfRsa)
 {
     auto const key = rsaKey();
     auto const certificate = withKey(key);
@@ -397,7 +397,7 @@ TEST(X509CertificateKey, OfRsaGivesItsNumbers)
         PublicKeyInfo(2048, ByteArray{1, 0, 1}, numberOf(key, OSSL_PKEY_PARAM_RSA_N)));
 }
 
-TEST(X509CertificateKey, OnPrime256v1GivesItsPoint)
+TEST(X509CertificateKey, HasPointIfPrime256v1)
 {
     auto const key = p256Key();
     auto const point = endOfPublicKey(key, 65);
@@ -406,7 +406,7 @@ TEST(X509CertificateKey, OnPrime256v1GivesItsPoint)
     EXPECT_EQ(withKey(key).getPublicKeyInfo(), PublicKeyInfo(256, point, EllipticCurve::Prime256v1));
 }
 
-TEST(X509CertificateKey, OfEd25519GivesItsRawKey)
+TEST(X509CertificateKey, HasRawKeyIfEd25519)
 {
     auto const key = ed25519Key();
     auto const bits = static_cast<std::uint64_t>(EVP_PKEY_get_bits(key.get()));
@@ -417,7 +417,7 @@ TEST(X509CertificateKey, OfEd25519GivesItsRawKey)
         PublicKeyInfo(bits, endOfPublicKey(key, 32), EllipticCurve::Ed25519));
 }
 
-TEST(X509CertificateKey, ThatIsNotRsaHasNeitherModulusNorExponent)
+TEST(X509CertificateKey, HasNoModulusOrExponentUnlessRsa)
 {
     for (auto const& key : {p256Key(), ed25519Key()}) {
         auto const certificate = withKey(key);
@@ -430,7 +430,7 @@ TEST(X509CertificateKey, ThatIsNotRsaHasNeitherModulusNorExponent)
     }
 }
 
-TEST(X509CertificateImplKey, AnswersEachQuestionByItself)
+TEST(X509CertificateImplKey, AnswersEachQueryAlone)
 {
     auto const rsa = implementationWithKey(rsaKey());
     EXPECT_EQ(rsa.getKeySize(), 2048U);
@@ -443,7 +443,7 @@ TEST(X509CertificateImplKey, AnswersEachQuestionByItself)
     EXPECT_NO_THROW(ecc.throwIfKeyTooWeak());
 }
 
-TEST(X509CertificateImplKey, RefusesTheQuestionsOfTheOtherKind)
+TEST(X509CertificateImplKey, RefusesQueriesOfOtherKeyKind)
 {
     auto const rsa = implementationWithKey(rsaKey());
     auto const ecc = implementationWithKey(p256Key());
@@ -460,7 +460,7 @@ TEST(X509CertificateImplKey, RefusesTheQuestionsOfTheOtherKind)
         CertificateException, "Expected the EVP_PKEY to be ECC-based. It is not.", rsa.getECCCurve());
 }
 
-TEST(X509CertificateImplKey, NeedsContentForEveryQuestion)
+TEST(X509CertificateImplKey, FailsWithoutContent)
 {
     X509CertificateImpl const empty;
     EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty.getPublicKeyInfo());
@@ -474,7 +474,7 @@ TEST(X509CertificateImplKey, NeedsContentForEveryQuestion)
 
 // Extensions
 
-TEST(X509CertificateExtendedKeyUsages, AreDottedOidsInTheExtensionsOrder)
+TEST(X509CertificateExtendedKeyUsages, AreDottedOidsInOrderOfExtension)
 {
     auto const usagesOf = [](char const* text) {
         return load([&](CertificateSpec& spec) { spec.setExtension("extendedKeyUsage", text); })
@@ -485,7 +485,7 @@ TEST(X509CertificateExtendedKeyUsages, AreDottedOidsInTheExtensionsOrder)
     EXPECT_EQ(usagesOf("1.2.3.4.5"), (Texts{"1.2.3.4.5"}));
 }
 
-TEST(X509CertificateExtendedKeyUsages, AreEmptyWithoutAReadableExtension)
+TEST(X509CertificateExtendedKeyUsages, AreEmptyWithoutReadableExtension)
 {
     EXPECT_EQ(load().getExtendedKeyUsages(), Texts());
     for (Bytes const& content : {Bytes{}, Bytes{0x30, 0x05}, Bytes{0x05, 0x00}, Bytes(4, 0xFF)}) {
@@ -496,7 +496,7 @@ TEST(X509CertificateExtendedKeyUsages, AreEmptyWithoutAReadableExtension)
     }
 }
 
-TEST(X509CertificateExtendedKeyUsages, AreEmptyIfTheExtensionIsThereTwice)
+TEST(X509CertificateExtendedKeyUsages, AreEmptyIfExtensionIsDuplicated)
 {
     auto const certificate = load([](CertificateSpec& spec) {
         spec.extensions.push_back({"extendedKeyUsage", "serverAuth", std::nullopt, false});
@@ -505,7 +505,7 @@ TEST(X509CertificateExtendedKeyUsages, AreEmptyIfTheExtensionIsThereTwice)
     EXPECT_EQ(certificate.getExtendedKeyUsages(), Texts());
 }
 
-TEST(X509CertificateExtendedKeyUsages, FailCleanlyOnAnOidThatOpenSSLCannotWrite)
+TEST(X509CertificateExtendedKeyUsages, FailCleanlyForUnprintableOid)
 {
     CleanErrorQueue const clean;
     Bytes endless(700, 0xFF); // one number of 700 groups of seven bits
@@ -517,7 +517,7 @@ TEST(X509CertificateExtendedKeyUsages, FailCleanlyOnAnOidThatOpenSSLCannotWrite)
         X509CertificateException, "OID has invalid length: -1", certificate.getExtendedKeyUsages());
 }
 
-TEST(X509CertificatePolicies, AreDottedOidsInTheExtensionsOrder)
+TEST(X509CertificatePolicies, AreDottedOidsInOrderOfExtension)
 {
     auto const certificate = load([](CertificateSpec& spec) {
         spec.setExtension("certificatePolicies", "2.5.29.32.0,1.2.3.4,@qualified");
@@ -526,7 +526,7 @@ TEST(X509CertificatePolicies, AreDottedOidsInTheExtensionsOrder)
     EXPECT_EQ(certificate.getPolicies(), (Texts{"2.5.29.32.0", "1.2.3.4", "1.3.5.8"}));
 }
 
-TEST(X509CertificatePolicies, AreEmptyWithoutAReadableExtension)
+TEST(X509CertificatePolicies, AreEmptyWithoutReadableExtension)
 {
     EXPECT_EQ(load().getPolicies(), Texts());
     CleanErrorQueue const clean;
@@ -544,19 +544,19 @@ TEST(OidToString, WritesDigitsAndNeverAName)
     EXPECT_EQ(oidToString(own(OBJ_txt2obj(longOid, 1)).get()), longOid);
 }
 
-TEST(OidToString, RefusesAnObjectWithoutNumbers)
+TEST(OidToString, RefusesObjectWithoutNumbers)
 {
     EXPECT_THROWS_EXACTLY(X509CertificateException, "OID has invalid length: 0", oidToString(nullptr));
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "OID has invalid length: 0", oidToString(OBJ_nid2obj(NID_undef)));
 }
 
-TEST(X509CertificateIsCA, FollowsOpenSSLsTest)
+TEST(X509CertificateIsCA, AgreesWithOpenSSL)
 {
     EXPECT_TRUE(load().isCACertificate());
     EXPECT_FALSE(X509Certificate(makeSelfSignedLeaf("leaf").der()).isCACertificate());
     auto const isCA = [](Mutation const& mutate) { return load(mutate).isCACertificate(); };
-    // Self-signed of version 1, as roots once were
+    // Self-signed of version 1, as old roots are
     EXPECT_TRUE(isCA([](CertificateSpec& spec) {
         spec.version = X509_VERSION_1;
         spec.extensions.clear();
@@ -569,12 +569,12 @@ TEST(X509CertificateIsCA, FollowsOpenSSLsTest)
     EXPECT_FALSE(isCA([](CertificateSpec& spec) { spec.setRawExtension("basicConstraints", {0x30, 0x05}); }));
 }
 
-TEST(X509CertificateIsSelfSigned, ComparesNamesAndNothingElse)
+TEST(X509CertificateIsSelfSigned, ComparesOnlyNames)
 {
     EXPECT_TRUE(load().isSelfSigned());
     EXPECT_FALSE(withIssuer(commonName("other")).isSelfSigned());
     EXPECT_FALSE(X509Certificate(makeIntermediate(makeRoot("root"), "ca").der()).isSelfSigned());
-    // Issued by a stranger of the same name
+    // Issued by another CA with the same name
     EXPECT_TRUE(X509Certificate(makeIntermediate(
                                     makeRoot("root"), "root",
                                     [](CertificateSpec& spec) { spec.key = p256Key("another"); })
@@ -585,20 +585,32 @@ TEST(X509CertificateIsSelfSigned, ComparesNamesAndNothingElse)
     EXPECT_TRUE(withIssuer({{"CN", "root", V_ASN1_PRINTABLESTRING}}).isSelfSigned());
 }
 
-TEST(X509CertificateIsValidForDigitalSigning, LooksAtBothUsages)
+TEST(X509CertificateIsValidForDigitalSigning, DependsOnBothUsages)
 {
+    enum class Signing
+    {
+        Allowed,
+        Refused
+    };
     struct Row
     {
         char const* keyUsage;
         char const* extendedKeyUsage;
-        bool valid;
+        Signing expected;
     };
-    for (Row const& row :
-         {Row{"digitalSignature", "", true}, Row{"critical,digitalSignature,keyEncipherment", "", true},
-          Row{"digitalSignature", "serverAuth", false}, Row{"digitalSignature", "codeSigning", true},
-          Row{"digitalSignature", "serverAuth,codeSigning,clientAuth", true},
-          Row{"digitalSignature", "anyExtendedKeyUsage", false}, Row{"nonRepudiation", "", false},
-          Row{"nonRepudiation", "codeSigning", false}, Row{"", "", false}, Row{"", "codeSigning", false}}) {
+    constexpr char const absent[] = "";
+    for (Row const& row : {
+             Row{"digitalSignature", absent, Signing::Allowed},
+             Row{"critical,digitalSignature,keyEncipherment", absent, Signing::Allowed},
+             Row{"digitalSignature", "codeSigning", Signing::Allowed},
+             Row{"digitalSignature", "serverAuth,codeSigning,clientAuth", Signing::Allowed},
+             Row{"digitalSignature", "serverAuth", Signing::Refused},
+             Row{"digitalSignature", "anyExtendedKeyUsage", Signing::Refused},
+             Row{"nonRepudiation", absent, Signing::Refused},
+             Row{"nonRepudiation", "codeSigning", Signing::Refused},
+             Row{absent, absent, Signing::Refused},
+             Row{absent, "codeSigning", Signing::Refused},
+         }) {
         auto const certificate = load([&](CertificateSpec& spec) {
             spec.removeExtension("keyUsage");
             if (*row.keyUsage != '\0') {
@@ -608,12 +620,12 @@ TEST(X509CertificateIsValidForDigitalSigning, LooksAtBothUsages)
                 spec.setExtension("extendedKeyUsage", row.extendedKeyUsage);
             }
         });
-        EXPECT_EQ(certificate.isValidForDigitalSigning(), row.valid)
+        EXPECT_EQ(certificate.isValidForDigitalSigning(), row.expected == Signing::Allowed)
             << row.keyUsage << '/' << row.extendedKeyUsage;
     }
 }
 
-TEST(X509CertificateIsValidForDigitalSigning, TakesADamagedExtensionForNone)
+TEST(X509CertificateIsValidForDigitalSigning, TreatsDamagedExtensionAsAbsent)
 {
     CleanErrorQueue const clean;
     EXPECT_FALSE(load([](CertificateSpec& spec) {
@@ -627,7 +639,7 @@ TEST(X509CertificateIsValidForDigitalSigning, TakesADamagedExtensionForNone)
 
 // The error queue
 
-TEST(X509CertificateQueries, LeaveAStrangersErrorInTheQueue)
+TEST(X509CertificateQueries, KeepErrorsOfCallerInQueue)
 {
     auto const& others = sharedObjects();
     CleanErrorQueue const clean;
@@ -643,7 +655,7 @@ TEST(X509CertificateQueries, LeaveAStrangersErrorInTheQueue)
     }
 }
 
-TEST(X509CertificateQueries, FailAlikeWithAStrangersErrorInTheQueue)
+TEST(X509CertificateQueries, FailTheSameWithErrorsOfCallerInQueue)
 {
     CleanErrorQueue const clean;
     auto const foreign = queueForeignError();

@@ -21,15 +21,15 @@ namespace {
 constexpr char const uninitialized[] = "Error: X509Certificate is uninitialized.";
 constexpr char const noContent[] = "Error: X509Certificate has no content.";
 
-CertificateAndKey const& witness()
+CertificateAndKey const& sample()
 {
-    static auto const made = makeRoot("witness");
+    static auto const made = makeRoot("sample");
     return made;
 }
 
 } // namespace
 
-TEST(X509CertificateValue, IsEmptyWhenDefaultConstructedAndThrowsWhenMovedFrom)
+TEST(X509CertificateValue, IsEmptyByDefaultAndUninitializedAfterMove)
 {
     X509Certificate a;
     EXPECT_TRUE(a.empty());
@@ -41,31 +41,30 @@ TEST(X509CertificateValue, IsEmptyWhenDefaultConstructedAndThrowsWhenMovedFrom)
 
 TEST(X509CertificateValue, IsNotEmptyWhenLoaded)
 {
-    EXPECT_FALSE(X509Certificate(witness().der()).empty());
+    EXPECT_FALSE(X509Certificate(sample().der()).empty());
 }
 
-TEST(X509CertificateValue, LeavesTheFormerContentInTheSourceOfAMoveAssignment)
+TEST(X509CertificateValue, ExchangesContentOnMoveAssignment)
 {
-    X509Certificate a(witness().der());
+    X509Certificate a(sample().der());
     X509Certificate b(makeRoot("other").der());
     a = std::move(b);
     EXPECT_EQ(a.getSubjectName(), "CN=other");
-    EXPECT_EQ(
-        b.getSubjectName(), "CN=witness"); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_EQ(b.getSubjectName(), "CN=sample"); // NOLINT(bugprone-use-after-move): the state is documented
 }
 
-TEST(X509CertificateValue, PassesOnTheUninitializedStateByMoveConstruction)
+TEST(X509CertificateValue, StaysUninitializedWhenMovedAgain)
 {
-    X509Certificate a(witness().der());
+    X509Certificate a(sample().der());
     X509Certificate const b(std::move(a));
-    X509Certificate const c(std::move(a)); // NOLINT(bugprone-use-after-move): what is left is documented
+    X509Certificate const c(std::move(a)); // NOLINT(bugprone-use-after-move): the state is documented
     EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, c.getSubjectName());
-    EXPECT_EQ(b.getSubjectName(), "CN=witness");
+    EXPECT_EQ(b.getSubjectName(), "CN=sample");
 }
 
-TEST(X509CertificateValue, RefusesToBeComparedWhenMovedFromOrEmpty)
+TEST(X509CertificateValue, RefusesComparisonIfUninitializedOrEmpty)
 {
-    X509Certificate const loaded(witness().der());
+    X509Certificate const loaded(sample().der());
     X509Certificate const empty;
     X509Certificate moved;
     X509Certificate const sink(std::move(moved));
@@ -76,16 +75,16 @@ TEST(X509CertificateValue, RefusesToBeComparedWhenMovedFromOrEmpty)
     EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, empty != X509Certificate());
     EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, loaded == moved);
     EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, moved == loaded);
-    // The argument is asked first.
+    // The argument is read first.
     EXPECT_THROWS_EXACTLY(X509CertificateException, noContent, moved == empty);
     EXPECT_THROWS_EXACTLY(X509CertificateException, uninitialized, empty == moved);
 }
 
-TEST(X509CertificateValue, ComparesTheWholeContent)
+TEST(X509CertificateValue, ComparesWholeContent)
 {
-    X509Certificate const a(witness().der());
-    X509Certificate const again(witness().pem());
-    X509Certificate const other(makeRoot("witness").der()); // another serial number
+    X509Certificate const a(sample().der());
+    X509Certificate const again(sample().pem());
+    X509Certificate const other(makeRoot("sample").der()); // another serial number
     EXPECT_TRUE(a == X509Certificate(a));
     EXPECT_TRUE(a == a);
     EXPECT_TRUE(a == again);
@@ -94,40 +93,40 @@ TEST(X509CertificateValue, ComparesTheWholeContent)
     EXPECT_TRUE(a != other);
 }
 
-TEST(X509CertificateValue, TakesACopyOfAnImplementation)
+TEST(X509CertificateValue, SharesContentOfImplementation)
 {
-    X509CertificateImpl implementation(witness().der());
+    X509CertificateImpl implementation(sample().der());
     X509Certificate const certificate(implementation);
-    EXPECT_EQ(certificate.getSubjectName(), "CN=witness");
+    EXPECT_EQ(certificate.getSubjectName(), "CN=sample");
     EXPECT_FALSE(implementation.empty());
 }
 
-TEST(X509CertificateValue, TakesTheContentOfAnImplementationThatItMayMoveFrom)
+TEST(X509CertificateValue, TakesContentOfMovedImplementation)
 {
-    X509CertificateImpl implementation(witness().der());
+    X509CertificateImpl implementation(sample().der());
     X509Certificate const certificate(std::move(implementation));
-    EXPECT_EQ(certificate.getSubjectName(), "CN=witness");
-    EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_EQ(certificate.getSubjectName(), "CN=sample");
+    EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): the state is documented
 }
 
-TEST(X509CertificateValue, LetsAnImplementationTakeTheContentOfAnother)
+TEST(X509CertificateValue, MovesContentBetweenImplementations)
 {
-    X509CertificateImpl source(witness().der());
+    X509CertificateImpl source(sample().der());
     X509CertificateImpl target;
     target = std::move(source);
-    EXPECT_EQ(target.getSubjectName(), "CN=witness");
-    EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_EQ(target.getSubjectName(), "CN=sample");
+    EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move): the state is documented
 }
 
-TEST(X509CertificateValue, SharesTheParsedCertificateAmongCopies)
+TEST(X509CertificateValue, KeepsContentOfCopyWhenSourceIsDestroyed)
 {
     std::mutex mutex;
     std::lock_guard<std::mutex> const lock(mutex);
-    auto source = std::make_unique<X509CertificateImpl>(witness().der());
+    auto source = std::make_unique<X509CertificateImpl>(sample().der());
     X509CertificateImpl const copy(*source, lock);
-    EXPECT_EQ(copy.getSubjectName(), "CN=witness");
+    EXPECT_EQ(copy.getSubjectName(), "CN=sample");
     source.reset();
-    EXPECT_EQ(copy.getSubjectName(), "CN=witness");
+    EXPECT_EQ(copy.getSubjectName(), "CN=sample");
 }
 
 TEST(X509CertificateValue, MovesWithoutThrowing)
@@ -137,7 +136,7 @@ TEST(X509CertificateValue, MovesWithoutThrowing)
     EXPECT_FALSE(std::is_polymorphic_v<X509Certificate>);
 }
 
-TEST(X509CertificateValue, NamesTheBitsOfTheKeyUsage)
+TEST(X509CertificateValue, NumbersBitsOfKeyUsage)
 {
     using KeyUsage = X509Certificate::KeyUsage;
     EXPECT_EQ(static_cast<int>(KeyUsage::DigitalSignature), 0);

@@ -14,7 +14,7 @@
 using namespace foundation::certificates;
 using namespace foundation::test;
 
-TEST(X509Stack, HoldsDuplicatesInTheGivenOrder)
+TEST(X509Stack, HoldsDuplicatesInGivenOrder)
 {
     auto const one = makeRoot("one");
     auto const two = makeRoot("two");
@@ -24,14 +24,14 @@ TEST(X509Stack, HoldsDuplicatesInTheGivenOrder)
     EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 1), one.certificate.get()), 0);
 }
 
-TEST(X509Stack, OfNothingIsAnEmptyStack)
+TEST(X509Stack, IsEmptyForNoCertificates)
 {
     auto const stack = stackOf({});
     ASSERT_NE(stack, nullptr);
     EXPECT_EQ(sk_X509_num(stack.get()), 0);
 }
 
-TEST(X509Stack, RefusesACertificateWithoutContent)
+TEST(X509Stack, RefusesCertificateWithoutContent)
 {
     std::vector<X509Certificate> certificates{X509Certificate(makeRoot("root").der()), X509Certificate()};
     EXPECT_THROWS_EXACTLY(
@@ -41,7 +41,7 @@ TEST(X509Stack, RefusesACertificateWithoutContent)
         X509CertificateException, "Error: X509Certificate is uninitialized.", stackOf(certificates));
 }
 
-TEST(X509Stack, LeavesTheErrorQueueAsItWas)
+TEST(X509Stack, LeavesErrorQueueUnchanged)
 {
     X509Certificate const certificate(makeRoot("root").der());
     CleanErrorQueue const clean;

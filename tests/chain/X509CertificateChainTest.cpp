@@ -50,7 +50,7 @@ X509CertificateChain chainOf(std::vector<std::string> const& names)
     return chain;
 }
 
-/// The common names, in order: a chain as a readable string.
+/// Returns the common names in order, as a readable form of the chain.
 std::string namesIn(X509CertificateChain const& chain)
 {
     std::string names;
@@ -60,7 +60,7 @@ std::string namesIn(X509CertificateChain const& chain)
     return names;
 }
 
-/// What OpenSSL alone says of the text: the reason of the oldest entry in its queue.
+/// Returns the oldest reason that OpenSSL queues when it reads the text alone.
 std::string openSSLsReasonFor(std::string const& text)
 {
     CleanErrorQueue const clean;
@@ -70,7 +70,7 @@ std::string openSSLsReasonFor(std::string const& text)
     return oldestReasonText();
 }
 
-/// The PEM text with one character inside the base64 replaced by one that base64 does not have.
+/// Replaces one character of the base64 by one outside its alphabet.
 std::string damaged(std::string pem)
 {
     pem[pem.size() / 2] = '*';
@@ -86,7 +86,7 @@ std::string withDosLineEnds(std::string const& text)
     return result;
 }
 
-TEST(X509CertificateChainDefault, IsAnEmptyList)
+TEST(X509CertificateChainDefault, IsEmpty)
 {
     X509CertificateChain chain;
     EXPECT_TRUE(chain.empty());
@@ -97,7 +97,7 @@ TEST(X509CertificateChainDefault, IsAnEmptyList)
         X509CertificateChainException, "X509CertificateChain has no content.", chain.popLeafCertificate());
 }
 
-TEST(X509CertificateChainLoad, KeepsTheOrderOfTheText)
+TEST(X509CertificateChainLoad, KeepsOrderOfText)
 {
     X509CertificateChain const chain(pki().pemBundle({"intermediate", "leaf", "root"}));
     EXPECT_EQ(chain.getNumCertificates(), 3U);
@@ -105,20 +105,20 @@ TEST(X509CertificateChainLoad, KeepsTheOrderOfTheText)
     EXPECT_EQ(namesIn(chain), "intermediate -> leaf -> root");
 }
 
-TEST(X509CertificateChainLoad, PassesOverTextAroundTheBlocks)
+TEST(X509CertificateChainLoad, SkipsTextAroundBlocks)
 {
     std::string const text = "# our roots\n\nsubject=root\n" + pki()["root"].pem() + "between\n\n" +
                              pki()["leaf"].pem() + "and behind\n";
     EXPECT_EQ(namesIn(X509CertificateChain(text)), "root -> leaf");
 }
 
-TEST(X509CertificateChainLoad, EndsAtTheFirstNulCharacter)
+TEST(X509CertificateChainLoad, EndsAtFirstNul)
 {
     std::string const text = pki()["root"].pem() + std::string(1, '\0') + pki()["leaf"].pem();
     EXPECT_EQ(namesIn(X509CertificateChain(text)), "root");
 }
 
-TEST(X509CertificateChainLoad, TakesOldAndTrustedLabels)
+TEST(X509CertificateChainLoad, AcceptsOldAndTrustedLabels)
 {
     std::string text = pki()["root"].pem();
     for (std::string const marker : {"-----BEGIN ", "-----END "}) {
@@ -133,12 +133,12 @@ TEST(X509CertificateChainLoad, TakesOldAndTrustedLabels)
     EXPECT_EQ(namesIn(X509CertificateChain(text)), "root");
 }
 
-TEST(X509CertificateChainLoad, KeepsACertificateThatStandsTwice)
+TEST(X509CertificateChainLoad, KeepsDuplicateCertificate)
 {
     EXPECT_EQ(namesIn(X509CertificateChain(pki().pemBundle({"root", "root"}))), "root -> root");
 }
 
-TEST(X509CertificateChainLoad, RefusesAnEmptyText)
+TEST(X509CertificateChainLoad, RefusesEmptyText)
 {
     EXPECT_THROWS_EXACTLY(
         InvalidArgument, "The provided certificate chain string has no content.",
@@ -149,7 +149,7 @@ TEST(X509CertificateChainLoad, RefusesAnEmptyText)
         X509CertificateChain(stream));
 }
 
-TEST(X509CertificateChainLoad, RefusesTextInWhichNothingIsFound)
+TEST(X509CertificateChainLoad, RefusesTextWithoutCertificate)
 {
     Bytes const der = pki()["root"].der();
     std::vector<std::string> const texts = {
@@ -169,7 +169,7 @@ TEST(X509CertificateChainLoad, RefusesTextInWhichNothingIsFound)
     }
 }
 
-TEST(X509CertificateChainLoad, RefusesAllForOneDamagedBlock)
+TEST(X509CertificateChainLoad, RefusesTextWithDamagedBlock)
 {
     std::string const root = pki()["root"].pem();
     std::string const leaf = pki()["leaf"].pem();
@@ -184,12 +184,12 @@ TEST(X509CertificateChainLoad, RefusesAllForOneDamagedBlock)
     }
 }
 
-TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
+TEST(X509CertificateChainLoad, RefusesTextWithDamagedBlockInMiddle)
 {
     std::string const middle = pki()["intermediate"].pem();
     auto const endLine = middle.find("-----END");
     auto const beginLine = middle.find('\n');
-    // Where a block has no END line, OpenSSL goes on to that of the next block and says nothing.
+    // Without an END line OpenSSL reads on to that of the next block and reports nothing.
     std::string const noEnd = reasonText(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     struct
     {
@@ -198,20 +198,20 @@ TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
         std::string reason;
     } const rows[] = {
         {"base64 with a foreign character", damaged(middle), ""},
-        {"base64 with a padding within", std::string(middle).replace(endLine / 2, 1, "="), ""},
-        {"base64 that lacks a character", std::string(middle).erase(endLine / 2, 1), ""},
+        {"base64 with padding inside", std::string(middle).replace(endLine / 2, 1, "="), ""},
+        {"base64 without one character", std::string(middle).erase(endLine / 2, 1), ""},
         {"half a block", middle.substr(0, endLine / 2), ""},
         {"an END line of another kind", middle.substr(0, endLine) + "-----END NOVELTY-----\n", ""},
         {"no END line", middle.substr(0, endLine), noEnd},
         {"no END line and DOS line ends", withDosLineEnds(middle.substr(0, endLine)), noEnd},
         {"no END line, and a byte order mark", "\xEF\xBB\xBF" + middle.substr(0, endLine), noEnd},
-        {"no END line, and a BEGIN line with more behind it",
+        {"no END line, and a BEGIN line with trailing bytes",
          middle.substr(0, endLine).insert(beginLine, " \t\xC3\xA4"), noEnd},
         {"no END line, and blank lines", middle.substr(0, endLine) + "\n\n", ""},
         {"an END line without a label", middle.substr(0, endLine) + "-----END \n", noEnd},
-        {"an END line that is none", std::string(middle).replace(endLine, 8, "-----FIN"), noEnd},
-        {"an END line that starts no line", std::string(middle).erase(endLine - 1, 1), noEnd},
-        {"a BEGIN line within", std::string(middle).insert(endLine, "-----BEGIN CERTIFICATE-----\n"), noEnd},
+        {"another word than END", std::string(middle).replace(endLine, 8, "-----FIN"), noEnd},
+        {"an END marker inside a line", std::string(middle).erase(endLine - 1, 1), noEnd},
+        {"a BEGIN line inside", std::string(middle).insert(endLine, "-----BEGIN CERTIFICATE-----\n"), noEnd},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.name);
@@ -224,7 +224,7 @@ TEST(X509CertificateChainLoad, RefusesAllForADamagedBlockInTheMiddle)
     }
 }
 
-TEST(X509CertificateChainLoad, TakesNoOtherLinesForBlocks)
+TEST(X509CertificateChainLoad, SkipsLinesThatResembleMarkers)
 {
     auto const root = pki()["root"].pem();
     auto const leaf = pki()["leaf"].pem();
@@ -234,17 +234,17 @@ TEST(X509CertificateChainLoad, TakesNoOtherLinesForBlocks)
         SCOPED_TRACE(between);
         EXPECT_EQ(namesIn(X509CertificateChain(root + between + between + leaf)), "root -> leaf");
     }
-    // A line of more than 254 characters counts in pieces, of which none is a BEGIN line here.
+    // OpenSSL reads a line in pieces of 254 characters. No piece is a BEGIN line here.
     auto const longLine = "-----BEGIN " + std::string(300, 'x') + "-----\n";
     EXPECT_EQ(namesIn(X509CertificateChain(root + longLine + leaf)), "root -> leaf");
-    // The text ends where its first zero character stands.
+    // The text ends at its first NUL character.
     EXPECT_EQ(
         namesIn(X509CertificateChain(root + std::string(1, '\0') + leaf.substr(0, 100) + leaf)), "root");
 }
 
-TEST(X509CertificateChainLoad, FindsTheEndOfABlockBehindAFullPieceOfALine)
+TEST(X509CertificateChainLoad, FindsEndLineAfterFullPieceOfLine)
 {
-    // What stands behind 254 characters of a line is the beginning of another to OpenSSL.
+    // For OpenSSL, a new line begins after 254 characters of a line.
     auto base64 = certificate("root").getAsString();
     base64.insert(base64.size() - 254, "\n");
     auto const root = "-----BEGIN CERTIFICATE-----\n" + base64 + "-----END CERTIFICATE-----\n";
@@ -253,7 +253,7 @@ TEST(X509CertificateChainLoad, FindsTheEndOfABlockBehindAFullPieceOfALine)
     EXPECT_EQ(namesIn(X509CertificateChain(root + pki()["leaf"].pem())), "root -> leaf");
 }
 
-TEST(X509CertificateChainLoad, PassesOverBlocksThatHoldNeitherKeyNorCRL)
+TEST(X509CertificateChainLoad, SkipsBlocksWithOtherContent)
 {
     auto const root = pki()["root"].pem();
     auto const leaf = pki()["leaf"].pem();
@@ -281,7 +281,7 @@ TEST(X509CertificateChainLoad, RefusesKeysAndCRLs)
     }
 }
 
-TEST(X509CertificateChainLoad, RefusesAllForOneUnfitKey)
+TEST(X509CertificateChainLoad, RefusesTextWithUnsupportedKey)
 {
     auto const weak = makeRoot("weak", [](CertificateSpec& spec) { spec.key = rsaKey(1023); });
     EXPECT_THROWS_EXACTLY(
@@ -296,7 +296,7 @@ TEST(X509CertificateChainLoad, RefusesAllForOneUnfitKey)
         X509CertificateChain(strange.pem() + pki()["root"].pem()));
 }
 
-TEST(X509CertificateChainLoad, IsNotMisledByForeignErrorsAndLeavesNone)
+TEST(X509CertificateChainLoad, IgnoresErrorsOfCallerAndLeavesNone)
 {
     CleanErrorQueue const clean;
     queueForeignError();
@@ -309,7 +309,7 @@ TEST(X509CertificateChainLoad, IsNotMisledByForeignErrorsAndLeavesNone)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST(X509CertificateChainStream, IsReadToItsEndWithoutATouchToItsState)
+TEST(X509CertificateChainStream, IsReadToEndAndKeepsItsFlags)
 {
     std::istringstream stream("  \n" + pki().pemBundle({"leaf", "root"}));
     stream >> std::noskipws;
@@ -319,7 +319,7 @@ TEST(X509CertificateChainStream, IsReadToItsEndWithoutATouchToItsState)
     EXPECT_EQ(stream.rdbuf()->sgetc(), std::char_traits<char>::eof());
 }
 
-TEST(X509CertificateChainStream, IsRefusedIfItIsNotGood)
+TEST(X509CertificateChainStream, IsRefusedIfNotGood)
 {
     for (auto const state : {std::ios::failbit, std::ios::badbit, std::ios::eofbit}) {
         std::istringstream stream(pki()["root"].pem());
@@ -331,7 +331,7 @@ TEST(X509CertificateChainStream, IsRefusedIfItIsNotGood)
     }
 }
 
-TEST(X509CertificateChainStream, ReportsWhatItsBufferThrows)
+TEST(X509CertificateChainStream, ReportsExceptionOfBuffer)
 {
     BrokenBuffer buffer("the disk is on fire");
     std::istream stream(&buffer);
@@ -341,14 +341,14 @@ TEST(X509CertificateChainStream, ReportsWhatItsBufferThrows)
         X509CertificateChain(stream));
 }
 
-TEST(X509CertificateChainAdd, AppendsWhateverItIsGiven)
+TEST(X509CertificateChainAdd, AppendsAnyCertificate)
 {
     X509CertificateChain chain = chainOf({"leaf", "root", "leaf"});
     EXPECT_EQ(namesIn(chain), "leaf -> root -> leaf");
     EXPECT_EQ(chain.getNumCertificates(), 3U);
 }
 
-TEST(X509CertificateChainAdd, RefusesAnEmptyCertificateAndKeepsTheList)
+TEST(X509CertificateChainAdd, RefusesEmptyCertificateAndKeepsList)
 {
     X509CertificateChain chain = chainOf({"leaf"});
     EXPECT_THROWS_EXACTLY(
@@ -361,11 +361,11 @@ TEST(X509CertificateChainAdd, RefusesAnEmptyCertificateAndKeepsTheList)
     EXPECT_EQ(namesIn(chain), "leaf");
 }
 
-TEST(X509CertificateChainAdd, MakesAMovedFromChainUsableAgain)
+TEST(X509CertificateChainAdd, RestoresUninitializedChain)
 {
     X509CertificateChain chain = chainOf({"leaf", "root"});
     X509CertificateChain const target(std::move(chain));
-    // NOLINTBEGIN(bugprone-use-after-move): what is left is documented
+    // NOLINTBEGIN(bugprone-use-after-move): the state is documented
     EXPECT_THROWS_EXACTLY(
         X509CertificateChainException, "Error: X509CertificateChain is uninitialized.", chain.empty());
     EXPECT_THROWS_EXACTLY(
@@ -376,14 +376,14 @@ TEST(X509CertificateChainAdd, MakesAMovedFromChainUsableAgain)
     // NOLINTEND(bugprone-use-after-move)
 }
 
-TEST(X509CertificateChainAdd, TakesAMemberOfTheSameChain)
+TEST(X509CertificateChainAdd, AcceptsMemberOfSameChain)
 {
     X509CertificateChain chain = chainOf({"leaf", "root"});
     chain.addCertificate(chain.getCertificates().front());
     EXPECT_EQ(namesIn(chain), "leaf -> root -> leaf");
 }
 
-TEST(X509CertificateChainGet, GivesACopyOfTheList)
+TEST(X509CertificateChainGet, ReturnsCopy)
 {
     X509CertificateChain const chain = chainOf({"leaf", "root"});
     auto certificates = chain.getCertificates();
@@ -391,7 +391,7 @@ TEST(X509CertificateChainGet, GivesACopyOfTheList)
     EXPECT_EQ(namesIn(chain), "leaf -> root");
 }
 
-TEST(X509CertificateChainPopLeaf, TakesTheFirstThatIsNoCA)
+TEST(X509CertificateChainPopLeaf, ReturnsFirstCertificateThatIsNotCA)
 {
     struct Row
     {
@@ -414,7 +414,7 @@ TEST(X509CertificateChainPopLeaf, TakesTheFirstThatIsNoCA)
     }
 }
 
-TEST(X509CertificateChainPopLeaf, RefusesAListOfCAsAndKeepsIt)
+TEST(X509CertificateChainPopLeaf, RefusesListOfCAsAndKeepsIt)
 {
     X509CertificateChain chain = chainOf({"root", "intermediate"});
     EXPECT_THROWS_EXACTLY(
@@ -424,7 +424,7 @@ TEST(X509CertificateChainPopLeaf, RefusesAListOfCAsAndKeepsIt)
     EXPECT_EQ(chain.getNumCertificates(), 2U);
 }
 
-TEST(X509CertificateChainOutput, IsABundleOfOneLineBlocks)
+TEST(X509CertificateChainOutput, HasEachBlockOnOneLine)
 {
     X509CertificateChain const chain = chainOf({"leaf", "root"});
     std::string const expected = "-----BEGIN CERTIFICATE-----\n" + certificate("leaf").getAsString() +
@@ -434,7 +434,7 @@ TEST(X509CertificateChainOutput, IsABundleOfOneLineBlocks)
     EXPECT_EQ(X509CertificateChain(chain.getAsString()), chain);
 }
 
-TEST(X509CertificateChainOutput, CanBeReadBackForLongCertificates)
+TEST(X509CertificateChainOutput, LoadsAgainWithLongCertificates)
 {
     auto const big = makeRoot("big", [](CertificateSpec& spec) {
         spec.key = rsaKey(4096);
@@ -445,7 +445,7 @@ TEST(X509CertificateChainOutput, CanBeReadBackForLongCertificates)
     EXPECT_EQ(X509CertificateChain(chain.getAsString()), chain);
 }
 
-TEST(X509CertificateChainOutput, PrintsAHeadingAndEachCertificate)
+TEST(X509CertificateChainOutput, PrintsHeadingAndEachCertificate)
 {
     std::string const heading = "Printing certificate chain.\n---------------------------\n";
     std::ostringstream reportOfNone;
@@ -460,7 +460,7 @@ TEST(X509CertificateChainOutput, PrintsAHeadingAndEachCertificate)
     EXPECT_EQ(reportOfTwo.str(), heading + reports.str());
 }
 
-TEST(X509CertificateChainComparison, LooksAtContentAndOrder)
+TEST(X509CertificateChainComparison, DependsOnContentAndOrder)
 {
     X509CertificateChain const chain = chainOf({"leaf", "root"});
     EXPECT_TRUE(chain == chain);
@@ -476,11 +476,11 @@ TEST(X509CertificateChainComparison, LooksAtContentAndOrder)
     }
 }
 
-TEST(X509CertificateChainComparison, RefusesAMovedFromChainOnEitherSide)
+TEST(X509CertificateChainComparison, RefusesUninitializedChainOnEitherSide)
 {
     X509CertificateChain source = chainOf({"leaf"});
     X509CertificateChain const chain(std::move(source));
-    // NOLINTBEGIN(bugprone-use-after-move): what is left is documented
+    // NOLINTBEGIN(bugprone-use-after-move): the state is documented
     EXPECT_THROWS_EXACTLY(
         X509CertificateChainException, "Error: X509CertificateChain is uninitialized.",
         static_cast<void>(chain == source));
@@ -490,7 +490,7 @@ TEST(X509CertificateChainComparison, RefusesAMovedFromChainOnEitherSide)
     // NOLINTEND(bugprone-use-after-move)
 }
 
-TEST(X509CertificateChainValue, CopiesAreIndependent)
+TEST(X509CertificateChainValue, IsIndependentOfItsCopies)
 {
     X509CertificateChain original = chainOf({"leaf"});
     X509CertificateChain copy(original);
@@ -500,14 +500,14 @@ TEST(X509CertificateChainValue, CopiesAreIndependent)
     EXPECT_EQ(namesIn(original), "leaf -> root");
 }
 
-// The implementation class is part of the interface, and differs from its handle in how it is moved.
+// The implementation class is part of the interface. It moves in another way than its handle.
 
 X509CertificateChainImpl implementationOf(std::vector<std::string> const& names)
 {
     return X509CertificateChainImpl(pki().pemBundle(names));
 }
 
-TEST(X509CertificateChainImplementation, IsCopiedUnderItsSourcesLock)
+TEST(X509CertificateChainImplementation, IsCopiedUnderLockOfSource)
 {
     std::mutex mutex;
     std::lock_guard<std::mutex> const lock(mutex);
@@ -518,31 +518,31 @@ TEST(X509CertificateChainImplementation, IsCopiedUnderItsSourcesLock)
     EXPECT_EQ(copy.getNumCertificates(), 2U);
 }
 
-TEST(X509CertificateChainImplementation, LeavesNothingBehindWhenMoved)
+TEST(X509CertificateChainImplementation, IsEmptyAfterMove)
 {
     X509CertificateChainImpl source = implementationOf({"leaf", "root"});
     X509CertificateChainImpl const target(std::move(source));
     EXPECT_EQ(target.getNumCertificates(), 2U);
-    EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_TRUE(source.empty()); // NOLINT(bugprone-use-after-move): the state is documented
 
     X509CertificateChainImpl right = implementationOf({"root"});
     X509CertificateChainImpl left = implementationOf({"leaf", "leaf"});
     EXPECT_EQ(&(left = std::move(right)), &left);
     EXPECT_EQ(left.getNumCertificates(), 1U);
-    EXPECT_TRUE(right.empty()); // NOLINT(bugprone-use-after-move): what is left is documented
+    EXPECT_TRUE(right.empty()); // NOLINT(bugprone-use-after-move): the state is documented
 }
 
-TEST(X509CertificateChainImplementation, KeepsItsListWhenCopiedToItselfAndLosesItWhenMovedToItself)
+TEST(X509CertificateChainImplementation, KeepsListOnSelfCopyAndLosesItOnSelfMove)
 {
     X509CertificateChainImpl implementation = implementationOf({"leaf", "root"});
     auto& same = implementation;
     implementation = static_cast<X509CertificateChainImpl const&>(same);
     EXPECT_EQ(implementation.getNumCertificates(), 2U);
     implementation = std::move(same);
-    EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): that is what is documented
+    EXPECT_TRUE(implementation.empty()); // NOLINT(bugprone-use-after-move): the state is documented
 }
 
-TEST(X509CertificateChainImplementation, CopyAssignmentReplacesTheList)
+TEST(X509CertificateChainImplementation, ReplacesListOnCopyAssignment)
 {
     X509CertificateChainImpl const source = implementationOf({"root"});
     X509CertificateChainImpl target = implementationOf({"leaf", "root"});
@@ -550,12 +550,12 @@ TEST(X509CertificateChainImplementation, CopyAssignmentReplacesTheList)
     EXPECT_EQ(target.getCertificates(), source.getCertificates());
 }
 
-TEST(X509CertificateChainImplementation, SaysThatItIsEmpty)
+TEST(X509CertificateChainImplementation, ThrowsIfEmpty)
 {
     X509CertificateChainImpl implementation;
     EXPECT_THROWS_EXACTLY(
         X509CertificateChainException, "X509CertificateChain has no content.", implementation.throwIfEmpty());
-    // It tests nothing: the handle keeps empty certificates out.
+    // It checks nothing. The handle refuses empty certificates.
     implementation.addCertificate(X509Certificate());
     EXPECT_EQ(implementation.getNumCertificates(), 1U);
     EXPECT_NO_THROW(implementation.throwIfEmpty());
