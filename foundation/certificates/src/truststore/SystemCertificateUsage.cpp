@@ -1,11 +1,14 @@
 #include "truststore/SystemCertificateUsage.hpp"
 
 #include "base/DiagnosticLogger.hpp"
+#include "libcrypto/OutOfMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <openssl/objects.h>
 
+#include <exception>
+#include <new>
 #include <ostream>
 
 namespace foundation::certificates {
@@ -42,6 +45,29 @@ std::vector<Value> valuesFor(Usage usage, Value UsageRow::*column)
     return values;
 }
 
+/// Calls the function, and again if OpenSSL may have run out of memory.
+/// @throws std::bad_alloc if OpenSSL has run out of memory
+/// @throws TrustStoreException if the function does so with memory at hand
+void callWithMemoryAtHand(std::function<void()> const& addCertificate)
+{
+    std::exception_ptr failure;
+    bool const lacksMemory = lacksMemoryFor([&] {
+        failure = nullptr;
+        try {
+            addCertificate();
+        } catch (TrustStoreException const&) {
+            failure = std::current_exception();
+        }
+        return failure == nullptr;
+    });
+    if (lacksMemory) {
+        throw std::bad_alloc();
+    }
+    if (failure != nullptr) {
+        std::rethrow_exception(failure);
+    }
+}
+
 } // namespace
 
 std::vector<char const*> extendedKeyUsageOIDs(Usage usage)
@@ -64,7 +90,7 @@ void addSystemCertificatesOfAllUsages(TrustStore& store)
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate)
 {
     try {
-        addCertificate();
+        callWithMemoryAtHand(addCertificate);
     } catch (TrustStoreException const&) {
         if (rethrowOnFailure) {
             throw;

@@ -24,6 +24,10 @@ void addSystemCertificatesOfAllUsages(TrustStore& store);
 
 /// Calls the function, which delivers one certificate. If it throws a TrustStoreException, rethrows that if
 /// rethrowOnFailure is set, and otherwise logs it at severity 16.
+///
+/// Lack of memory must not look like a damaged certificate: validation keeps the system's roots for the life
+/// of the process. So the function may be called twice.
+/// @throws std::bad_alloc if OpenSSL has run out of memory
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate);
 
 } // namespace foundation::certificates

@@ -3,6 +3,7 @@
 #include "base/DiagnosticLogger.hpp"
 #include "certificate/Extensions.hpp"
 #include "certificate/NamesAndTimes.hpp"
+#include "libcrypto/OutOfMemory.hpp"
 #include "truststore/SystemCertificateUsage.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -18,10 +19,22 @@ namespace {
 
 using log::severity;
 
+/// Whether OpenSSL accepts the certificate as a trust anchor for TLS servers.
+/// @throws X509CertificateException as extensionOf does
 bool isTLSServerAnchor(X509* certificate)
 {
-    // The extensions may count as invalid because memory ran out. A duplicate is parsed again.
-    auto const duplicate = makeX509(hasValidExtensions(certificate) ? nullptr : X509_dup(certificate));
+    // OpenSSL parses the extensions once and caches even a failure. Only a duplicate is parsed again.
+    auto duplicate = makeX509(nullptr);
+    bool const lacksMemory = lacksMemoryFor([&] {
+        if (hasValidExtensions(certificate)) {
+            return true;
+        }
+        duplicate = makeX509(X509_dup(certificate));
+        return duplicate != nullptr && hasValidExtensions(duplicate.get());
+    });
+    if (lacksMemory) {
+        throw X509CertificateException("Internal error: Unable to read the certificate's extensions.");
+    }
     X509* const judged = duplicate == nullptr ? certificate : duplicate.get();
     return X509_check_purpose(judged, X509_PURPOSE_SSL_SERVER, X509_check_ca(judged)) > 0;
 }

@@ -1,0 +1,99 @@
+#include "support/Text.hpp"
+#include "support/allocation/Shortage.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/LogCapture.hpp"
+#include "support/system/TemporaryFolder.hpp"
+
+#include "truststore/posix/SystemCertificateAdder.hpp"
+
+#include <foundation/certificates/TrustStore.hpp>
+
+#include <openssl/pem.h>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace foundation::test {
+
+namespace {
+
+using namespace certificates;
+
+void withCheapKey(CertificateSpec& spec)
+{
+    spec.key = ed25519Key(spec.subject.front().value);
+}
+
+void forServersOnly(CertificateSpec& spec)
+{
+    withCheapKey(spec);
+    spec.setExtension("extendedKeyUsage", "serverAuth");
+}
+
+std::string trustedPem(CertificateAndKey const& root)
+{
+    require(X509_add1_trust_object(root.certificate.get(), OBJ_nid2obj(NID_server_auth)));
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    require(PEM_write_bio_X509_AUX(bio.get(), root.certificate.get()));
+    return asText(contentOf(bio));
+}
+
+/// A bundle with certificates of all kinds.
+struct Bundle
+{
+    TemporaryFolder folder;
+    std::string const file = folder
+                                 .write(
+                                     "bundle.pem", makeRoot("plain", withCheapKey).pem() +
+                                                       makeRoot("servers", forServersOnly).pem() +
+                                                       trustedPem(makeRoot("trusted", forServersOnly)))
+                                 .string();
+    std::size_t const numCertificates = 3;
+};
+
+enum class Outcome
+{
+    Complete,
+    Exception,
+    MissesCertificates
+};
+
+/// Reads the bundle while OpenSSL gets no memory for the given allocations.
+Outcome outcomeOf(Bundle const& bundle, std::size_t allocation, std::size_t refusals)
+{
+    posix::SystemCertificateLocations locations;
+    locations.files = {bundle.file};
+    TrustStore store(std::make_unique<posix::SystemCertificateAdder>(locations));
+    try {
+        Shortage const shortage(Memory::OpenSSL, allocation, refusals);
+        store.addSystemCertificates(TrustStore::Usage::ServerAuthentication);
+    } catch (std::exception const&) {
+        return Outcome::Exception;
+    }
+    return store.size() == bundle.numCertificates ? Outcome::Complete : Outcome::MissesCertificates;
+}
+
+TEST(SystemCertificateShortage, CertificateIsNotSkippedIfMemoryRunsOut)
+{
+    constexpr std::size_t stride = 11; // the sweep of all allocations would take minutes
+    Bundle const bundle;
+    LogCapture const log(LogCapture::everySeverity); // prints no record
+    for (std::size_t const refusals : {1U, 4U, 16U}) {
+        std::size_t allocation = 0;
+        do {
+            EXPECT_NE(outcomeOf(bundle, allocation, refusals), Outcome::MissesCertificates)
+                << refusals << " refusals from allocation " << allocation << " on";
+            allocation += stride;
+        } while (Shortage::hasOccurred());
+        RecordProperty("allocations", static_cast<int>(allocation));
+    }
+}
+
+} // namespace
+
+} // namespace foundation::test
