@@ -273,7 +273,7 @@ X509Certificate::getRootCACertificate(X509CertificateChain const& chain, TrustSt
     return impl->getRootCACertificate(chain, trustStore);
 }
 
-// Built of the operations above, each of which locks its own object
+// Operations built on those above, which lock one object at a time
 
 bool X509Certificate::operator==(X509Certificate const& other) const
 {

@@ -190,7 +190,7 @@ X509Certificate::TimePoint X509CertificateImpl::getValidNotBeforeTimePoint() con
 
 X509Certificate::TimePoint X509CertificateImpl::getValidNotAfterTimePoint() const
 {
-    // One text serves both time point getters, on purpose.
+    // Both time point getters have the same text, on purpose.
     return asn1TimeToTimePoint(
         throwIfNull<X509CertificateException>(X509_getm_notAfter(content()), noNotBeforeText));
 }
@@ -256,8 +256,8 @@ std::uint64_t X509CertificateImpl::getKeySize() const
 {
     auto const key = publicKeyOf(content());
     int const bits = EVP_PKEY_get_bits(key.get());
-    // OpenSSL counts once, while it decodes the key, and keeps 0 if there is no memory then. The modulus of
-    // an RSA key may in truth be 0, which is too weak to be loaded.
+    // OpenSSL counts the bits when it decodes the key, and caches 0 if it runs out of memory. The modulus of
+    // an RSA key can really be 0; loading refuses such a key as too weak.
     if (bits < 1 && sanityCheckEVPKey(key.get()) == KeyType::ECC) {
         throw CertificateException("Could not extract public key information from EVP_PKEY");
     }
@@ -365,7 +365,7 @@ void X509CertificateImpl::print(std::ostream& out) const
         << "--------------------\n"
         << "Subject Name: " << subject << ";\n"
         << "Issuer Name: " << issuer << ";\n";
-    // The digest is asked for only now: what fails here fails behind the lines above.
+    // A failure of the digest comes after the lines above, on purpose.
     out << "SHA256 Fingerprint: " << getSHA256Fingerprint() << ";\n";
     out << "isSelfSigned: " << (issuer == subject ? "1" : "0") << ";\n"
         << "isCA: " << (isCACertificate() ? "1" : "0") << ";\n"

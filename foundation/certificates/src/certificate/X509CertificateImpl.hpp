@@ -17,30 +17,33 @@
 
 namespace foundation::certificates {
 
-/// The implementation of X509Certificate: owns a share of the parsed certificate, which nothing writes
-/// to after loading.
+/// The implementation of X509Certificate. Shares ownership of the parsed certificate, which nothing changes
+/// after loading.
 ///
-/// It has no lock and opens no error scope but where it loads. Its handle calls it under the handle's lock;
-/// chain, trust store, validation and containers make temporaries of it to get at the OpenSSL object. Its
-/// operations are described at the handle; each of them throws X509CertificateException "Error:
-/// X509Certificate has no content." without content.
+/// Has no lock: the handle calls it under the handle's lock. Other parts of the library use temporary objects
+/// of this class to reach the OpenSSL object. Only loading opens an error scope. X509Certificate documents
+/// the operations. Without content, each of them throws X509CertificateException "Error: X509Certificate has
+/// no content."
 ///
-/// Four source files share the class: loading, queries and output (X509CertificateImpl.cpp), verification
-/// (ChainVerification.cpp), the preparation of CRLs and the lookup of the root (CRLPreparation.cpp), and
-/// revocation (CRLCheck.cpp), which stands on the download (CRLDownload.cpp).
+/// Five source files implement the class:
+/// - X509CertificateImpl.cpp: loading, queries and output
+/// - validation/ChainVerification.cpp: verification
+/// - revocation/CRLPreparation.cpp: the lookup of the root and the preparation of CRLs
+/// - revocation/CRLDownload.cpp: distribution points and the download of a CRL
+/// - revocation/CRLCheck.cpp: the check of a CRL and the search for a revocation
 class X509CertificateImpl
 {
 public:
     using CRLs = std::vector<X509_CRLUPtr>;
 
-    /// The outcome of one verification; the root is there only after success.
+    /// The outcome of one verification. The root is present only after success.
     struct ValidationRun;
 
     X509CertificateImpl();
     X509CertificateImpl(ByteArray const& data);
     X509CertificateImpl(std::string const& data);
     X509CertificateImpl(std::istream& stream);
-    /// Duplicates the certificate, and refuses an unfit key as loading does.
+    /// Duplicates the certificate. Refuses its key as loading does.
     X509CertificateImpl(X509* certificate);
     /// Shares the source's certificate. The guard proves that the caller holds the lock of the
     /// source's handle.
@@ -51,9 +54,9 @@ public:
     ~X509CertificateImpl();
 
     bool empty() const;
-    /// A handle of its own, with a lock of its own, on the same certificate.
+    /// Returns a new handle, with its own lock, that shares the certificate.
     X509Certificate furtherHandle() const;
-    /// A duplicate that the caller owns.
+    /// Returns a duplicate that the caller owns; null if OpenSSL runs out of memory.
     X509* duplicateX509() const;
 
     std::string getSubjectName() const;
@@ -76,8 +79,8 @@ public:
     bool isValidForDigitalSigning() const;
 
     PublicKeyInfo getPublicKeyInfo() const;
-    /// Whether one number of the key may be asked for alone. What the record refuses besides, it has refused
-    /// when the certificate was loaded.
+    /// Whether getModulus and getPublicExponent work. They are cheaper than the whole PublicKeyInfo, whose
+    /// checks loading has already made.
     bool hasRSAKey() const;
     std::uint64_t getKeySize() const;
     /// @throws NotRSAKey "Cannot get modulus because the certificate does not contain an RSA key"
@@ -101,49 +104,50 @@ public:
     CertificateValidationResults validateCertificate(
         X509CertificateChain const& chain, CertificateValidationOptions const& options,
         TrustStore const& trustStore) const;
-    /// One run, and a second one with the options' fallback store if the first ended as `Untrusted`,
-    /// `SelfSigned`, `BadSignature` or `Failed`.
+    /// Verifies against the trust store. Verifies again, against the fallback store of the options, if the
+    /// first verdict is `Untrusted`, `SelfSigned`, `BadSignature` or `Failed`.
     ValidationRun validateWithFallback(
         X509CertificateChain const& chain, CertificateValidationOptions const& options,
         TrustStore const& trustStore) const;
     ValidationRun verifyAgainstStore(
         X509CertificateChain const& chain, CertificateValidationOptions const& options,
         TrustStore const& trustStore) const;
-    /// What the verify callback asks: whether the options tolerate OpenSSL's error.
+    /// Whether the options tolerate OpenSSL's error. The verify callback asks this.
     static bool isForgiven(CertificateValidationOptions const& options, int errorCode);
 
     X509CertificateImpl
     getRootCACertificate(X509CertificateChain const& chain, TrustStore const& trustStore) const;
-    /// Fetches one CRL for each level of the working list, leaf first, and adds it to the store; says
-    /// whether every level that was asked for got its CRL. May append the root to the list.
+    /// Fetches one CRL for each level of the list, leaf first, and adds it to the store. May append the root
+    /// to the list. Returns whether every requested level has its CRL.
     bool prepareCRLs(
         CertificateValidationOptions::DownloadCRL mode, CertificateValidationOptions::CheckCRL check,
         CRLs& crls, std::vector<X509Certificate>& certificates, X509_STOREUPtr& store,
         X509CertificateChain const& chain, TrustStore const& trustStore) const;
 
-    /// Fetches the CRL that the certificate names, checks its signature against the issuer's key and its
-    /// next update against the clock, and adds it to the store and the list. Whether all this succeeded.
+    /// Fetches the CRL that the certificate names, checks its signature with the issuer's key and its next
+    /// update against the clock, and adds it to the store and the list. Returns whether all this succeeded.
     bool downloadCRL(
         X509Certificate const& certificate, X509_STOREUPtr& store, CRLs& crls,
         CertificateValidationOptions::DownloadCRL mode, EVP_PKEYUPtr& issuerKey) const;
-    /// The first certificate, from the leaf upward, that the CRL of its own level names.
+    /// Returns the revocation of the first certificate, from the leaf upward, that the CRL of its own level
+    /// names.
     CertificateRevocationResults
     findRevocation(CRLs const& crls, std::vector<X509Certificate> const& certificates) const;
 
-    /// All URIs of the certificate's CRL distribution points, in the certificate's order.
+    /// Returns all URIs of the CRL distribution points, in the order of the certificate.
     std::vector<std::string> getCRLDistributionPoints(X509Certificate const& certificate) const;
-    /// The body of the answer to one GET request; empty after any failure, which is never thrown.
+    /// Returns the body of the response to one GET request. Empty after any failure: it does not throw.
     std::string fetchHttpResponse(
         std::string const& host, std::string const& path,
         CertificateValidationOptions::DownloadCRL mode) const;
-    /// Throws X509CertificateException with the message if CRLs are required; drops it otherwise.
+    /// Throws X509CertificateException with the message if CRLs are required.
     void throwIfRequired(CertificateValidationOptions::DownloadCRL mode, std::string message) const;
 
 private:
     friend struct X509Access;
 
     void load(ByteArray const& data);
-    /// The certificate, which the caller only reads.
+    /// Returns the certificate, which the caller must not change.
     X509* content() const;
     ByteArray rsaParameter(char const* name, char const* notRSAText, char const* failureText) const;
 

@@ -63,8 +63,9 @@ void X509CertificateChain::addCertificate(X509Certificate const& certificate)
     if (certificate.empty()) {
         throw InvalidArgument("The provided certificate has no content.");
     }
-    // Validation takes this lock while it holds the certificate's. The two are therefore never nested here.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what takes the one lock first
+    // Validation takes this lock while it holds the certificate's. Copy first, so that the locks do not nest
+    // the other way round. NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy takes the
+    // certificate's lock
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     if (impl == nullptr) {
@@ -73,7 +74,7 @@ void X509CertificateChain::addCertificate(X509Certificate const& certificate)
     impl->addCertificate(copy);
 }
 
-// Lock, check, forward
+// Read operations: lock, check, forward
 
 bool X509CertificateChain::empty() const
 {
@@ -110,7 +111,7 @@ X509Certificate X509CertificateChain::popLeafCertificate()
     return impl->popLeafCertificate();
 }
 
-// Built of the operations above, each of which locks its own object
+// Operations built on those above, which lock one object at a time
 
 std::string X509CertificateChain::getAsString() const
 {

@@ -20,7 +20,7 @@ namespace foundation::certificates {
 
 namespace {
 
-/// What OpenSSL finds in the text. Null where it meets a damaged block, with the reason in its queue.
+/// Returns the blocks that OpenSSL finds in the text; null, with the reason in its queue, if one is damaged.
 X509_INFOStackUPtr readPEMBlocks(std::string const& text)
 {
     auto const bio = makeMemoryBIO();
@@ -29,9 +29,8 @@ X509_INFOStackUPtr readPEMBlocks(std::string const& text)
     return makeX509_INFOStack(PEM_X509_INFO_read_bio(bio.get(), nullptr, refusePassphrase, nullptr));
 }
 
-/// OpenSSL puts a key or CRL into one entry with the certificate that it stands beside, or into an entry of
-/// its own. In either case the text holds what is no certificate, and the entry counts as one without a
-/// certificate.
+/// Returns the certificate of the entry; null if the entry also holds a key or a CRL. OpenSSL puts these into
+/// the entry of a neighboring certificate or into their own. The chain refuses both.
 X509* certificateIn(X509_INFO const* entry)
 {
     bool const holdsNothingElse = entry != nullptr && entry->crl == nullptr && entry->x_pkey == nullptr;
@@ -80,7 +79,7 @@ X509CertificateChainImpl::~X509CertificateChainImpl() = default;
 X509CertificateChainImpl& X509CertificateChainImpl::operator=(X509CertificateChainImpl const& other)
 {
     if (this != &other) {
-        // By way of a copy, so that a failure leaves the list as it was.
+        // Copy first, so that a failure leaves the list unchanged.
         certificates = std::vector<X509Certificate>(other.certificates);
     }
     return *this;
