@@ -1,5 +1,6 @@
 #include "support/allocation/AllocationFailure.hpp"
 
+#include "support/allocation/MayLeak.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 
 #include <algorithm>
@@ -13,22 +14,6 @@
 #include <typeindex>
 #include <typeinfo>
 #include <utility>
-
-#if defined(__has_feature)
-#define FOUNDATION_TEST_HAS_FEATURE(name) __has_feature(name)
-#else
-#define FOUNDATION_TEST_HAS_FEATURE(name) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || FOUNDATION_TEST_HAS_FEATURE(address_sanitizer)
-#include <sanitizer/lsan_interface.h>
-/// LeakSanitizer ignores what is allocated in this scope.
-using MayLeak = __lsan::ScopedDisabler;
-#else
-struct MayLeak
-{
-    MayLeak() {}
-};
-#endif
 
 namespace foundation::test {
 

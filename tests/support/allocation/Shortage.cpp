@@ -16,6 +16,7 @@ struct Countdown
 {
     bool isRunning = false;
     Memory memory = Memory::OpenSSL;
+    std::size_t firstRefused = 0;
     std::size_t allocationsLeft = 0;
     std::size_t refusalsLeft = 0;
     bool hasRefused = false;
@@ -105,12 +106,17 @@ Shortage::Shortage(Memory memory, std::size_t firstRefused, std::size_t numRefus
     if (!hasReplacedFunctions) {
         throw std::logic_error("OpenSSL allocated memory before the test replaced its memory functions");
     }
-    countdown = {true, memory, firstRefused, numRefused, false};
+    countdown = {true, memory, firstRefused, firstRefused, numRefused, false};
 }
 
 Shortage::~Shortage()
 {
     countdown.isRunning = false;
+}
+
+std::size_t Shortage::numGranted()
+{
+    return countdown.firstRefused - countdown.allocationsLeft;
 }
 
 bool Shortage::hasOccurred()

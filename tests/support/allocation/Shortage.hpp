@@ -34,6 +34,8 @@ public:
 
     /// Whether the calling thread has reached the first refused allocation since the last shortage began.
     static bool hasOccurred();
+    /// Returns how many allocations the calling thread has made before the first refused one.
+    static std::size_t numGranted();
 };
 
 /// Exempts allocations of the calling thread's OpenSSL from every shortage if they come from the given source
