@@ -11,6 +11,7 @@
 
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 
 #include <memory>
 #include <utility>
@@ -29,7 +30,7 @@ using Options = CertificateValidationOptions;
 constexpr char const noContextText[] = "Internal Error: error creating X509_STORE_CTX object\n";
 constexpr char const parameterFlagsText[] = "Failed to set the flags to X509 parameters";
 
-constexpr int optionsIndex = 0;
+constexpr int progressIndex = 0;
 
 TrustStore loadSystemTrustStore()
 {
@@ -105,40 +106,75 @@ void setFlags(X509_STORE_CTX* context, X509_STORE* store, unsigned long flags)
         X509_STORE_set_flags(store, flags), "Failed to set the flags to X509_STORE");
 }
 
-/// Lets pass what the options forgive. Without options, as in a context that OpenSSL makes by itself for the
-/// path of a CRL, nothing is forgiven.
+/// What the verify callback reads and writes.
+struct Progress
+{
+    Options const& options;
+    /// How many certificates of the chain OpenSSL has verified.
+    int numVerified = 0;
+};
+
+/// Forgives what the options allow. A context that OpenSSL makes for the path of a CRL has no options, and
+/// nothing is forgiven in it.
 int verifyCallback(int ok, X509_STORE_CTX* context)
 {
+    auto* const progress = static_cast<Progress*>(X509_STORE_CTX_get_ex_data(context, progressIndex));
+    if (ok == 1 && progress != nullptr) {
+        ++progress->numVerified;
+    }
     int const code = X509_STORE_CTX_get_error(context);
     if (code == X509_V_OK) {
         return 1;
     }
-    auto const* options = static_cast<Options const*>(X509_STORE_CTX_get_ex_data(context, optionsIndex));
-    return options != nullptr && X509CertificateImpl::isForgiven(*options, code) ? 1 : ok;
+    return progress != nullptr && X509CertificateImpl::isForgiven(progress->options, code) ? 1 : ok;
 }
 
-void prepareContext(
-    X509_STORE_CTX* context, X509_STORE* store, X509* leaf, STACK_OF(X509) * untrusted,
-    Options const& options)
+/// What one run owns. The context borrows from the other two, so it is declared last.
+struct Verification
 {
+    X509_STOREUPtr store = makeX509_STORE(nullptr);
+    X509StackUPtr untrusted = makeX509Stack(nullptr);
+    X509_STORE_CTXUPtr context = makeX509_STORE_CTX(X509_STORE_CTX_new());
+
+    void renew(X509_STOREUPtr newStore, X509StackUPtr newUntrusted)
+    {
+        X509_STORE_CTX_cleanup(context.get());
+        store = std::move(newStore);
+        untrusted = std::move(newUntrusted);
+    }
+};
+
+void prepare(Verification const& verification, X509* leaf, unsigned long flags, Progress& progress)
+{
+    auto* const context = verification.context.get();
+    auto* const store = verification.store.get();
+    setFlags(context, store, flags);
     X509_STORE_set_verify_cb(store, verifyCallback);
-    // A context that could not be set up has no parameters, which the verification would stumble over.
+    // A context without parameters would crash the verification.
     throwIfBelowOne<X509CertificateException>(
-        X509_STORE_CTX_init(context, store, leaf, untrusted), noContextText);
-    // The callback only reads the options. Should they not get there, it forgives nothing.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): it is read as constant
-    X509_STORE_CTX_set_ex_data(context, optionsIndex, const_cast<Options*>(&options));
+        X509_STORE_CTX_init(context, store, leaf, verification.untrusted.get()), noContextText);
+    // Untested on purpose: without the options, the callback forgives nothing.
+    X509_STORE_CTX_set_ex_data(context, progressIndex, &progress);
+    progress.numVerified = 0;
 }
 
-X509CertificateImpl topOfVerifiedChain(X509_STORE_CTX* context, int verifyResult)
+/// Out of memory, OpenSSL can take the root for one that another certificate issued. It then checks neither
+/// the root's dates nor its signature, and succeeds.
+bool hasSkippedRoot(X509* root, int length, int numVerified)
+{
+    return numVerified < length && X509_check_issued(root, root) == X509_V_OK;
+}
+
+X509CertificateImpl topOfVerifiedChain(X509_STORE_CTX* context, int verifyResult, Progress const& progress)
 {
     auto const chain = makeX509Stack(X509_STORE_CTX_get1_chain(context));
     int const length = sk_X509_num(chain.get());
-    // A negative result says that OpenSSL could not finish: whatever chain there is was never verified.
-    if (verifyResult < 0 || length < 1) {
+    X509* const root = sk_X509_value(chain.get(), length - 1);
+    // After a negative result, OpenSSL has not verified the chain that the context holds.
+    if (verifyResult < 0 || length < 1 || hasSkippedRoot(root, length, progress.numVerified)) {
         throw X509CertificateException("Invalid certificate chain length.\n");
     }
-    return X509CertificateImpl(sk_X509_value(chain.get(), length - 1));
+    return X509CertificateImpl(root);
 }
 
 /// Whether another trust store may change the verdict. What is revoked, expired, or stopped by a CRL gets no
@@ -158,6 +194,19 @@ bool deservesFallback(CertificateChainStatus status)
         break;
     }
     return false;
+}
+
+CertificateChainStatus statusOf(X509_STORE_CTX* context)
+{
+    return statusForVerifyError(X509_STORE_CTX_get_error(context));
+}
+
+void addCRLs(X509_STORE* store, X509CertificateImpl::CRLs const& crls)
+{
+    for (auto const& crl : crls) {
+        throwIfNotOne<TrustStoreException>(
+            X509_STORE_add_crl(store, crl.get()), "Failed to add CRL to store");
+    }
 }
 
 } // namespace
@@ -212,31 +261,45 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
     TrustStore const& trustStore) const
 {
     X509* const leaf = content();
-    // Made first, but declared last: the context borrows from the store and the stack.
-    auto store = makeX509_STORE(nullptr);
-    auto untrusted = makeX509Stack(nullptr);
-    auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
-    throwIfNull<X509CertificateException>(context.get(), noContextText);
-
-    store = privateStoreOf(trustStore);
+    Verification verification;
+    X509_STORE_CTX* const context = verification.context.get();
+    throwIfNull<X509CertificateException>(context, noContextText);
+    verification.store = privateStoreOf(trustStore);
     auto certificates = leafFirst(*this, chain);
-    untrusted = stackOf(certificates);
+    verification.untrusted = stackOf(certificates);
     CRLs crls;
-    bool const crlsReady =
-        prepareCRLs(options.downloadCRL, options.checkCRL, crls, certificates, store, chain, trustStore);
-
+    bool const crlsReady = prepareCRLs(
+        options.downloadCRL, options.checkCRL, crls, certificates, verification.store, chain, trustStore);
     bool const revokedAllowed = options.allowRevoked != Options::AllowRevokedCertificate::No;
-    setFlags(
-        context.get(), store.get(), chooseVerificationFlags(revokedAllowed, crlsReady, options.checkCRL));
-    prepareContext(context.get(), store.get(), leaf, untrusted.get(), options);
+    auto const flags = chooseVerificationFlags(revokedAllowed, crlsReady, options.checkCRL);
+    bool const hasFallback =
+        options.fallbackTrustStore != nullptr && options.fallbackTrustStore.get() != &trustStore;
 
-    int const verifyResult = X509_verify_cert(context.get());
+    Progress progress{options};
+    prepare(verification, leaf, flags, progress);
+    ERR_set_mark();
+    int verifyResult = X509_verify_cert(context);
+    if (verifyResult == 0 && hasFallback && deservesFallback(statusOf(context))) {
+        // A shortage of memory must not lead to the fallback store: a certificate that is expired or revoked
+        // here may be valid there. So the run has to fail twice. OpenSSL keeps in a certificate that it could
+        // not read it, so the second attempt takes new copies.
+        ERR_pop_to_mark();
+        verification.renew(privateStoreOf(trustStore), stackOf(leafFirst(*this, chain)));
+        if (crlsReady) {
+            addCRLs(verification.store.get(), crls);
+        }
+        prepare(verification, leaf, flags, progress);
+        verifyResult = X509_verify_cert(context);
+    } else {
+        ERR_clear_last_mark();
+    }
+
     if (verifyResult != 0) {
         return {
-            topOfVerifiedChain(context.get(), verifyResult),
+            topOfVerifiedChain(context, verifyResult, progress),
             CertificateValidationResults(CertificateChainStatus::Valid)};
     }
-    auto results = resultForFailedVerification(context.get());
+    auto results = resultForFailedVerification(context);
     if (results.getCertificateChainStatus() == CertificateChainStatus::Revoked &&
         options.checkCRL != Options::CheckCRL::None) {
         results.setCertificateRevocationResults(findRevocation(crls, certificates));

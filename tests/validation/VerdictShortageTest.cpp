@@ -1,0 +1,112 @@
+#include "support/allocation/Shortage.hpp"
+#include "support/assertions/ValidationVerdict.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// OpenSSL answers some questions wrong while memory is short, instead of failing. None of these answers may
+// make a certificate valid.
+
+namespace foundation::test {
+namespace {
+
+using namespace certificates;
+using namespace std::chrono_literals;
+
+/// How many consecutive allocations are refused.
+constexpr std::size_t allNumRefusals[] = {1, 4, 16};
+
+/// The verdict while OpenSSL is refused memory; none after an exception.
+std::optional<Status>
+verdictDuring(std::size_t allocation, std::size_t numRefusals, std::function<Status()> const& validate)
+{
+    Shortage const shortage(Memory::OpenSSL, allocation, numRefusals);
+    try {
+        return validate();
+    } catch (std::exception const&) {
+        return std::nullopt;
+    }
+}
+
+/// Validates again and again, each time with another allocation as the first that is refused.
+void expectNeverValid(std::function<Status()> const& validate)
+{
+    for (auto const numRefusals : allNumRefusals) {
+        std::size_t allocation = 0;
+        do {
+            EXPECT_NE(verdictDuring(allocation, numRefusals, validate), Status::Valid)
+                << numRefusals << " refusals from allocation " << allocation;
+            ++allocation;
+        } while (Shortage::hasOccurred());
+        EXPECT_GT(allocation, 100U);
+    }
+}
+
+Mutation withCheapKey(Mutation const& mutate)
+{
+    return [mutate](CertificateSpec& spec) {
+        spec.key = ed25519Key(spec.subject.front().value);
+        if (mutate) {
+            mutate(spec);
+        }
+    };
+}
+
+TEST(Validation, ShortageNeverHidesFlawOfRoot)
+{
+    struct
+    {
+        char const* name;
+        Mutation mutateRoot;
+        Status verdict;
+    } const rows[] = {
+        {"expired", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); }, Status::Expired},
+        {"damaged", [](CertificateSpec& spec) { spec.damagedSignature = true; }, Status::BadSignature},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto const root = makeRoot("root", withCheapKey(row.mutateRoot));
+        auto const leaf = load(makeLeaf(root, "leaf", withCheapKey({})));
+        TrustStore trustStore;
+        addUnchecked(trustStore, root.certificate);
+        auto const validate = [&] {
+            return leaf.validateCertificate(X509CertificateChain(), Options(), trustStore)
+                .getCertificateChainStatus();
+        };
+        ASSERT_EQ(validate(), row.verdict);
+
+        expectNeverValid(validate);
+    }
+}
+
+TEST(Validation, ShortageNeverLeadsToFallbackStore)
+{
+    auto const root = makeRoot("root", withCheapKey({}));
+    auto const expiredRoot =
+        makeRoot("root", withCheapKey([](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); }));
+    auto const leaf = load(makeLeaf(root, "leaf", withCheapKey({})));
+    auto const trustStore = storeOf({expiredRoot});
+    auto const options = optionsWith(
+        {}, Options::CheckCRL::None, Options::DownloadCRL::None,
+        std::make_shared<TrustStore const>(storeOf({root})));
+    auto const validate = [&] {
+        return leaf.validateCertificate(X509CertificateChain(), options, trustStore)
+            .getCertificateChainStatus();
+    };
+    ASSERT_EQ(validate(), Status::Expired);
+
+    expectNeverValid(validate);
+}
+
+} // namespace
+} // namespace foundation::test
