@@ -13,7 +13,8 @@ using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
 namespace {
 
-std::string textOf(ASN1_STRING const& string)
+/// Returns the string's bytes as they are encoded.
+std::string rawBytesOf(ASN1_STRING const& string)
 {
     auto const* data = ASN1_STRING_get0_data(&string);
     int const length = ASN1_STRING_length(&string);
@@ -25,7 +26,7 @@ void appendURIs(GENERAL_NAMES const* names, std::vector<std::string>& uris)
     for (int index = 0; index < sk_GENERAL_NAME_num(names); ++index) {
         GENERAL_NAME const* name = sk_GENERAL_NAME_value(names, index);
         if (name != nullptr && name->type == GEN_URI && name->d.uniformResourceIdentifier != nullptr) {
-            uris.push_back(textOf(*name->d.uniformResourceIdentifier));
+            uris.push_back(rawBytesOf(*name->d.uniformResourceIdentifier));
         }
     }
 }
@@ -36,7 +37,7 @@ void appendAttributeValues(STACK_OF(X509_NAME_ENTRY) const* entries, std::vector
         X509_NAME_ENTRY const* entry = sk_X509_NAME_ENTRY_value(entries, index);
         ASN1_STRING const* value = entry == nullptr ? nullptr : X509_NAME_ENTRY_get_data(entry);
         if (value != nullptr) {
-            uris.push_back(textOf(*value));
+            uris.push_back(rawBytesOf(*value));
         }
     }
 }
