@@ -4,6 +4,8 @@
 #include "revocation/HttpUrl.hpp"
 #include "revocation/TemporaryCRLFile.hpp"
 
+#include <openssl/err.h>
+
 #include <algorithm>
 #include <chrono>
 #include <exception>
@@ -40,15 +42,30 @@ bool fetchIntoFile(
     }
 }
 
-/// The CRL in DER form that the file holds; null if it cannot be read or holds anything else. The file is
-/// closed again, so that it can be removed on every system.
-X509_CRLUPtr readCRL(std::string const& fileName)
+/// Returns the file's CRL in DER form; null if the file cannot be read or holds anything else. Closes the
+/// file, so that every system can remove it.
+X509_CRLUPtr parseCRL(std::string const& fileName)
 {
     auto const bio = makeBIO(BIO_new(BIO_s_file()));
     if (BIO_read_filename(bio.get(), fileName.c_str()) < 1) {
         return makeX509_CRL(nullptr);
     }
     return makeX509_CRL(d2i_X509_CRL_bio(bio.get(), nullptr));
+}
+
+/// As parseCRL. OpenSSL parses a CRL's extensions with the CRL, and succeeds without those that fail. Out of
+/// memory, a CRL could lose its scope that way and say too much. The error queue shows it, so a CRL that left
+/// an error is parsed again.
+X509_CRLUPtr readCRL(std::string const& fileName)
+{
+    ERR_set_mark();
+    auto crl = parseCRL(fileName);
+    if (crl != nullptr && ERR_peek_error() != 0) {
+        ERR_pop_to_mark();
+        return parseCRL(fileName);
+    }
+    ERR_clear_last_mark();
+    return crl;
 }
 
 bool isSignedWith(X509_CRL* crl, EVP_PKEY* issuerKey)
