@@ -2,6 +2,7 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "support/Properties.hpp"
+#include "support/operations/OperationTable.hpp"
 
 #include <foundation/certificates/FreeFunctions.hpp>
 
@@ -228,6 +229,26 @@ void checkOutputLoads(X509Certificate const& certificate)
     clearErrorQueue();
 }
 
+namespace {
+
+/// Compares the answers of every query on the certificate and on its copy. A query may fail with one of the
+/// library's exceptions, but then it fails on both.
+void checkQueries(X509Certificate const& certificate, X509Certificate const& copy)
+{
+    static auto const queries = test::operationsWithoutOthers(test::certificateOperations());
+    static test::Objects const noOthers{};
+    auto original = certificate;
+    auto other = copy;
+    for (auto const& query : queries) {
+        require(
+            answerOf([&] { return query.answer(original, noOthers); }) ==
+                answerOf([&] { return query.answer(other, noOthers); }),
+            "a copy answers as its original");
+    }
+}
+
+} // namespace
+
 void checkCertificate(X509Certificate const& certificate)
 {
     require(!certificate.empty(), "what was loaded is not empty");
@@ -240,6 +261,7 @@ void checkCertificate(X509Certificate const& certificate)
     });
     X509Certificate const copy(certificate);
     require(copy == certificate, "a copy is equal");
+    checkQueries(certificate, copy);
     checkOutputLoads(certificate);
 }
 
