@@ -40,24 +40,18 @@ using Query = std::function<std::string(X509Certificate const&)>;
 
 constexpr char const unreadableName[] = "Internal error: Unable to read the certificate's name.";
 
-/// Where allocations are refused, and how many in a row. A single refusal is repaired by a second attempt.
+/// A series of consecutive allocations that are refused. A second attempt repairs a single refusal.
 struct Refusals
 {
-    std::vector<std::size_t> counts;
-    /// Distance between the allocations that a series of refusals begins with.
+    std::size_t count;
+    /// Distance between the allocations that the series begins with, from run to run.
     std::size_t stride = 1;
 };
 
-Refusals everywhere()
-{
-    return {{1, 2, 4, 8, 16}};
-}
+std::vector<Refusals> const everySeries = {{1}, {2}, {4}, {8}, {16}};
 
-/// For calls with thousands of allocations.
-Refusals atEveryThirdAllocation()
-{
-    return {{4, 16}, 3};
-}
+/// For calls with thousands of allocations. Each of them is refused once or twice.
+std::vector<Refusals> const adjacentSeries = {{4, 4}, {16, 8}};
 
 /// What a call returned or threw.
 struct Outcome
@@ -136,20 +130,20 @@ std::vector<NamedQuery> nameQueries()
 void sweep(
     std::function<std::string()> const& call,
     std::function<bool(Outcome const& outcome, Outcome const& atRest)> const& isAllowed,
-    Refusals const& refusals = everywhere())
+    std::vector<Refusals> const& allRefusals = everySeries)
 {
     CleanErrorQueue const clean;
     auto const atRest = outcomeOf(call);
-    for (std::size_t const count : refusals.counts) {
+    for (Refusals const& refusals : allRefusals) {
         bool reached = true;
         for (std::size_t allocation = 0; reached; allocation += refusals.stride) {
             auto const outcome = outcomeOf([&] {
-                Shortage const shortage(Memory::OpenSSL, allocation, count);
+                Shortage const shortage(Memory::OpenSSL, allocation, refusals.count);
                 return call();
             });
             reached = Shortage::hasOccurred();
             ASSERT_TRUE(isAllowed(outcome, atRest))
-                << count << " refused from allocation " << allocation << " on: \""
+                << refusals.count << " refused from allocation " << allocation << " on: \""
                 << outcome.answer.substr(0, 200) << "\" instead of \"" << atRest.answer.substr(0, 200)
                 << "\"";
         }
@@ -181,7 +175,7 @@ TEST(CertificateName, IsWholeOrThrowsWhenOutOfMemory)
     }
 }
 
-TEST(CertificateName, ThatIsEqualInBothPlacesIsNotTakenForDifferentWhenOutOfMemory)
+TEST(CertificateName, StaysEqualInBothPlacesWhenOutOfMemory)
 {
     for (auto const& [description, subject] : subjects()) {
         SCOPED_TRACE(description);
@@ -205,7 +199,7 @@ TEST(CertificateReport, IsWholeOrThrowsWhenOutOfMemory)
         });
 }
 
-TEST(CertificateName, ThatCannotBePrintedIsItsPrintedPartOrThrowsWhenOutOfMemory)
+TEST(CertificateName, KeepsPrintedPartOrThrowsWhenOutOfMemory)
 {
     // OpenSSL loads no certificate with such a name, but a program may build one: half a BMP character.
     auto const name = makeName({{"CN", "xx", V_ASN1_BMPSTRING}, {"O", "organization"}});
@@ -273,7 +267,7 @@ TEST(RequiredCRL, IsNeverWaivedWhenOutOfMemory)
         "CRL Download Error: Certificate Revocation List Distribution Points not available\n");
     sweep(
         validate, [](Outcome const& outcome, Outcome const& /*atRest*/) { return outcome.answer != "Valid"; },
-        atEveryThirdAllocation());
+        adjacentSeries);
 }
 
 } // namespace
