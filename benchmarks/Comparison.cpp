@@ -54,7 +54,7 @@ void beginGroup(std::string title, std::string note)
 
 Comparison& declare(std::string operation, std::optional<double> target)
 {
-    static std::list<Comparison> all; // whose elements stay where they are
+    static std::list<Comparison> all; // a list, because others refer to its elements
     all.push_back({std::move(operation), target, {}, {}});
     groups().back().comparisons.push_back(&all.back());
     return all.back();

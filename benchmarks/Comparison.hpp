@@ -66,7 +66,7 @@ template <typename Operation>
 void measure(benchmark::State& state, Side& side, Operation const& operation)
 {
     if (!side.allocations) {
-        allocationsOf(operation); // what is made once a process counts for neither side
+        allocationsOf(operation); // excludes what is allocated once per process
         side.allocations = allocationsOf(operation);
     }
     for (auto _ : state) {

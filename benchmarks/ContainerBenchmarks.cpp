@@ -228,18 +228,18 @@ int drawBytes(unsigned char* bytes, int count)
 
 /// During its lifetime OpenSSL's random numbers depend on the seed alone. The time to find primes varies with
 /// them, so both sides get the same numbers.
-class SameLuck
+class FixedRandomNumbers
 {
 public:
-    explicit SameLuck(unsigned seed)
+    explicit FixedRandomNumbers(unsigned seed)
     {
         static RAND_METHOD const method{nullptr, drawBytes, nullptr, nullptr, drawBytes, nullptr};
         numbers().seed(seed);
         RAND_set_rand_method(&method);
     }
-    ~SameLuck() { RAND_set_rand_method(nullptr); }
-    SameLuck(SameLuck const&) = delete;
-    SameLuck& operator=(SameLuck const&) = delete;
+    ~FixedRandomNumbers() { RAND_set_rand_method(nullptr); }
+    FixedRandomNumbers(FixedRandomNumbers const&) = delete;
+    FixedRandomNumbers& operator=(FixedRandomNumbers const&) = delete;
 };
 
 void addExtension(X509* certificate, int nid, char const* text)
@@ -301,11 +301,11 @@ void addBuild(unsigned bits, RSAPrivateKeySize size, Effort effort)
     compare(
         "RSA-" + std::to_string(bits), containerTarget,
         [=] {
-            SameLuck const luck(turns->first++ % seeds);
+            FixedRandomNumbers const fixed(turns->first++ % seeds);
             return SelfSignedCertBuilder().withPrivateKeySize(size).build();
         },
         [=] {
-            SameLuck const luck(turns->second++ % seeds);
+            FixedRandomNumbers const fixed(turns->second++ % seeds);
             return bareBuild(bits);
         },
         effort);

@@ -79,7 +79,7 @@ std::string targetOf(Comparison const& row)
 void writeRow(std::ostream& out, Comparison const& row)
 {
     if (row.library.seconds.empty() || row.bare.seconds.empty()) {
-        return; // filtered out
+        return; // excluded by a filter
     }
     Allocations const library = row.library.allocations.value_or(Allocations());
     Allocations const bare = row.bare.allocations.value_or(Allocations());

@@ -99,7 +99,7 @@ void addPlainValidations()
         auto const trusted = roots(rootCount);
         for (std::size_t const length : {1U, 3U, 5U}) {
             if (length != 3 && rootCount != 1 && rootCount != 150) {
-                continue; // one length is enough to see how the cost grows with the roots
+                continue; // one length shows how the cost grows with the roots
             }
             addValidation(
                 "chain of " + std::to_string(length) + ", " + std::to_string(rootCount) +

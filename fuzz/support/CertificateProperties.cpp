@@ -25,7 +25,7 @@ using certificates::X509Certificate;
 constexpr std::string_view pemHeader = "-----BEGIN CERTIFICATE-----\n";
 constexpr std::string_view pemFooter = "-----END CERTIFICATE-----\n";
 
-/// What the query answers, nothing if it fails as it may.
+/// Returns the result of the query, or nothing if it throws one of the library's exceptions.
 template <typename Query>
 auto answerOf(Query&& query) -> std::optional<decltype(query())>
 {
@@ -34,7 +34,7 @@ auto answerOf(Query&& query) -> std::optional<decltype(query())>
     return answer;
 }
 
-/// The same certificate by the bare API.
+/// Returns the same certificate as bare OpenSSL reads it.
 certificates::X509UPtr bareCopyOf(X509Certificate const& certificate)
 {
     ByteArray const der = certificate.getAsBytes();
@@ -74,7 +74,7 @@ bool isDecimal(std::string_view text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-/// Ticks of 100 ns since 1970, as the C library counts them.
+/// Returns the C library's count of 100 ns ticks since 1970.
 std::optional<long long> ticksOf(ASN1_TIME const* time)
 {
     std::tm parts{};
@@ -92,8 +92,8 @@ void checkTime(Text const& text, Point const& point, ASN1_TIME const* bare)
     auto const expected = ticksOf(bare);
     require(
         read ? expected == read->time_since_epoch().count() : !expected,
-        "a time point is what the bare API reads");
-    require(!written || !written->empty(), "a time is written in characters");
+        "the time point is the one that OpenSSL reads");
+    require(!written || !written->empty(), "a written time is not empty");
     require(!read || written, "a time that can be read can be written");
 }
 
@@ -103,7 +103,7 @@ void checkSerialNumberAndTimes(X509Certificate const& certificate)
     require(!serial || isDecimal(*serial), "a serial number is decimal");
 
     auto const bare = bareCopyOf(certificate);
-    require(bare != nullptr, "the bare API reads what was written");
+    require(bare != nullptr, "OpenSSL reads the written certificate");
     checkTime(
         [&] { return certificate.getValidNotBefore(); },
         [&] { return certificate.getValidNotBeforeTimePoint(); }, X509_get0_notBefore(bare.get()));
@@ -112,7 +112,7 @@ void checkSerialNumberAndTimes(X509Certificate const& certificate)
         [&] { return certificate.getValidNotAfterTimePoint(); }, X509_get0_notAfter(bare.get()));
 }
 
-/// The bits of a big-endian number without leading zero bytes.
+/// Returns the number of bits of a big-endian number without leading zero bytes.
 std::size_t bitsIn(ByteArray const& number)
 {
     std::size_t bits = number.size() * 8;
@@ -128,7 +128,7 @@ void checkKey(X509Certificate const& certificate)
     using certificates::KeyType;
 
     auto const key = mustSucceed(
-        "a loaded certificate has a key that can be read", [&] { return certificate.getPublicKeyInfo(); });
+        "the key of a loaded certificate can be read", [&] { return certificate.getPublicKeyInfo(); });
     require(certificate.getKeySize() == key.getKeySize(), "the sizes of the key agree");
     auto const modulus = answerOf([&] { return certificate.getModulus(); });
     auto const exponent = answerOf([&] { return certificate.getPublicExponent(); });
@@ -162,7 +162,9 @@ void checkUsages(X509Certificate const& certificate)
         "policies are object identifiers");
     bool const signsCode = !usages || usages->empty() ||
                            std::find(usages->begin(), usages->end(), "1.3.6.1.5.5.7.3.3") != usages->end();
-    require(!certificate.isValidForDigitalSigning() || signsCode, "what may sign has no other usages alone");
+    require(
+        !certificate.isValidForDigitalSigning() || signsCode,
+        "a certificate restricted to other usages is not valid for signing");
     succeeds([&] { certificate.getSignatureAlgorithm(); });
 }
 
@@ -198,7 +200,7 @@ void checkReport(X509Certificate const& certificate)
              << ";\nSHA256 Fingerprint: " << certificate.getSHA256Fingerprint()
              << ";\nisSelfSigned: " << certificate.isSelfSigned()
              << ";\nisCA: " << certificate.isCACertificate() << ";\n\n";
-    require(printed.str() == expected.str(), "the report says what the queries answer");
+    require(printed.str() == expected.str(), "the report agrees with the queries");
 }
 
 bool holdsMarker(ByteArray const& der)
@@ -211,20 +213,22 @@ bool holdsMarker(ByteArray const& der)
 
 void checkOutputLoads(X509Certificate const& certificate)
 {
-    ByteArray const der = mustSucceed("a certificate is written", [&] { return certificate.getAsBytes(); });
+    ByteArray const der =
+        mustSucceed("a loaded certificate can be written", [&] { return certificate.getAsBytes(); });
     std::string const base64 = certificate.getAsString();
     std::string const pem = certificate.getAsPEMString();
-    require(base64 == certificates::base64Encode(der), "the text is the encoding in base64");
+    require(base64 == certificates::base64Encode(der), "the text is the DER in base64");
     checkLines(pem);
     checkFingerprint(certificate, der);
 
-    auto const fromPEM = mustSucceed("PEM text that was written loads", [&] { return X509Certificate(pem); });
-    require(fromPEM == certificate && !(fromPEM != certificate), "what loads from PEM text is equal");
-    require(fromPEM.getAsBytes() == der, "what loads from PEM text is written alike");
-    // The marker of PEM text within DER makes it count as PEM text.
+    auto const fromPEM = mustSucceed("written PEM loads", [&] { return X509Certificate(pem); });
+    require(
+        fromPEM == certificate && !(fromPEM != certificate), "a certificate loaded from its PEM is equal");
+    require(fromPEM.getAsBytes() == der, "a certificate loaded from its PEM is written identically");
+    // The library reads DER as PEM if it holds the PEM marker.
     if (!holdsMarker(der)) {
-        auto const fromDER = mustSucceed("DER that was written loads", [&] { return X509Certificate(der); });
-        require(fromDER == certificate, "what loads from DER is equal");
+        auto const fromDER = mustSucceed("written DER loads", [&] { return X509Certificate(der); });
+        require(fromDER == certificate, "a certificate loaded from its DER is equal");
     }
     clearErrorQueue();
 }
@@ -251,8 +255,8 @@ void checkQueries(X509Certificate const& certificate, X509Certificate const& cop
 
 void checkCertificate(X509Certificate const& certificate)
 {
-    require(!certificate.empty(), "what was loaded is not empty");
-    mustSucceed("names, usages and key answer", [&] {
+    require(!certificate.empty(), "a loaded certificate is not empty");
+    mustSucceed("names, times, key and usages can be queried", [&] {
         checkNames(certificate);
         checkSerialNumberAndTimes(certificate);
         checkKey(certificate);

@@ -2,6 +2,10 @@
 
 #include <foundation/certificates/FreeFunctions.hpp>
 
+#include <algorithm>
+#include <map>
+#include <set>
+
 namespace foundation::test {
 
 Options optionsWith(
@@ -29,37 +33,25 @@ std::string report(int code, int depth, std::string const& subject)
 
 Status expectedStatus(int code)
 {
-    switch (code) {
-    case X509_V_OK:
-        return Status::Valid;
-    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
-    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
-    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
-    case X509_V_ERR_CERT_CHAIN_TOO_LONG:
-    case X509_V_ERR_PATH_LENGTH_EXCEEDED:
-    case X509_V_ERR_INVALID_CA:
-        return Status::Untrusted;
-    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
-    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
-        return Status::SelfSigned;
-    case X509_V_ERR_UNABLE_TO_GET_CRL:
-    case X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE:
-    case X509_V_ERR_CRL_SIGNATURE_FAILURE:
-    case X509_V_ERR_CRL_NOT_YET_VALID:
-    case X509_V_ERR_CRL_HAS_EXPIRED:
-    case X509_V_ERR_ERROR_IN_CRL_LAST_UPDATE_FIELD:
-    case X509_V_ERR_ERROR_IN_CRL_NEXT_UPDATE_FIELD:
-        return Status::CRLError;
-    case X509_V_ERR_CERT_REVOKED:
-        return Status::Revoked;
-    case X509_V_ERR_CERT_HAS_EXPIRED:
-        return Status::Expired;
-    case X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE:
-    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
-        return Status::BadSignature;
-    default:
-        return Status::Failed;
-    }
+    static std::map<Status, std::set<int>> const codes = {
+        {Status::Valid, {X509_V_OK}},
+        {Status::Untrusted,
+         {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY,
+          X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, X509_V_ERR_CERT_CHAIN_TOO_LONG,
+          X509_V_ERR_PATH_LENGTH_EXCEEDED, X509_V_ERR_INVALID_CA}},
+        {Status::SelfSigned, {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN}},
+        {Status::CRLError,
+         {X509_V_ERR_UNABLE_TO_GET_CRL, X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE,
+          X509_V_ERR_CRL_SIGNATURE_FAILURE, X509_V_ERR_CRL_NOT_YET_VALID, X509_V_ERR_CRL_HAS_EXPIRED,
+          X509_V_ERR_ERROR_IN_CRL_LAST_UPDATE_FIELD, X509_V_ERR_ERROR_IN_CRL_NEXT_UPDATE_FIELD}},
+        {Status::Revoked, {X509_V_ERR_CERT_REVOKED}},
+        {Status::Expired, {X509_V_ERR_CERT_HAS_EXPIRED}},
+        {Status::BadSignature,
+         {X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE, X509_V_ERR_CERT_SIGNATURE_FAILURE}},
+    };
+    auto const found = std::find_if(
+        codes.begin(), codes.end(), [&](auto const& entry) { return entry.second.count(code) != 0; });
+    return found == codes.end() ? Status::Failed : found->first;
 }
 
 std::string expectedText(int code, int depth, std::string const& subject)

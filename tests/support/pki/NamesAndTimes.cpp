@@ -32,7 +32,7 @@ TimeSpec TimeSpec::unreadable()
 AsnStringHandle TimeSpec::toAsn1() const
 {
     if (!rawType) {
-        // In days and seconds: where `time_t` has 32 bits, it does not reach far.
+        // Passes days and seconds, because a 32-bit `time_t` cannot hold every time.
         constexpr std::int64_t secondsPerDay = 86400;
         return own(ASN1_TIME_adj(
             nullptr, 0, static_cast<int>(time / secondsPerDay), static_cast<long>(time % secondsPerDay)));
