@@ -1,4 +1,5 @@
 #include "keys/KeyExtraction.hpp"
+#include "keys/RSAKeySize.hpp"
 
 #include "support/assertions/ExactThrow.hpp"
 #include "support/pki/TestKeys.hpp"
@@ -33,7 +34,7 @@ EC_GROUPUPtr p256Group()
     return makeEC_GROUPUPtr(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
 }
 
-/// The key on prime256v1 of a 32-byte scalar, from its encoding after RFC 5915.
+/// Returns the key on prime256v1 with that scalar of 32 bytes, from its encoding by RFC 5915.
 KeyHandle p256KeyOf(Bytes const& scalar)
 {
     Bytes der{0x30, 0x31, 0x02, 0x01, 0x01, 0x04, 0x20};
@@ -44,7 +45,7 @@ KeyHandle p256KeyOf(Bytes const& scalar)
     return own(d2i_AutoPrivateKey(nullptr, &position, static_cast<long>(der.size())));
 }
 
-/// The same key without its private half.
+/// Returns the same key without its private part.
 KeyHandle publicHalf(KeyHandle const& key)
 {
     auto const der = publicKeyDer(key);
@@ -52,8 +53,8 @@ KeyHandle publicHalf(KeyHandle const& key)
     return own(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
 }
 
-/// An elliptic-curve key of which OpenSSL knows the type and nothing else.
-KeyHandle blankKeyOnACurve()
+/// Returns an elliptic-curve key for which OpenSSL knows nothing but the type.
+KeyHandle keyWithoutCurve()
 {
     auto key = own(EVP_PKEY_new());
     require(EVP_PKEY_set_type(key.get(), EVP_PKEY_EC));
@@ -62,12 +63,12 @@ KeyHandle blankKeyOnACurve()
 
 } // namespace
 
-TEST(SanityCheckEVPKey, TellsTheKindOfTheKeysThatAreAccepted)
+TEST(SanityCheckEVPKey, ReturnsKindOfSupportedKey)
 {
     EXPECT_EQ(sanityCheckEVPKey(rsaKey().get()), KeyType::RSA);
     EXPECT_EQ(sanityCheckEVPKey(p256Key().get()), KeyType::ECC);
     EXPECT_EQ(sanityCheckEVPKey(ed25519Key().get()), KeyType::ECC);
-    EXPECT_EQ(sanityCheckEVPKey(p384Key().get()), KeyType::ECC); // the curve is another function's business
+    EXPECT_EQ(sanityCheckEVPKey(p384Key().get()), KeyType::ECC); // another function checks the curve
 }
 
 TEST(SanityCheckEVPKey, RefusesNull)
@@ -75,12 +76,12 @@ TEST(SanityCheckEVPKey, RefusesNull)
     EXPECT_THROWS_EXACTLY(CertificateException, nullKeyText, sanityCheckEVPKey(nullptr));
 }
 
-TEST(SanityCheckEVPKey, RefusesEd448AsACurve)
+TEST(SanityCheckEVPKey, RefusesEd448AsUnsupportedCurve)
 {
     EXPECT_THROWS_EXACTLY(UnsupportedEllipticCurve, ed448Text, sanityCheckEVPKey(ed448Key().get()));
 }
 
-TEST(SanityCheckEVPKey, RefusesAnyOtherKindWithItsNumber)
+TEST(SanityCheckEVPKey, RefusesOtherKindsWithTheirNumber)
 {
     std::string const text = kindText;
     EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "116", sanityCheckEVPKey(dsaKey().get()));
@@ -89,14 +90,14 @@ TEST(SanityCheckEVPKey, RefusesAnyOtherKindWithItsNumber)
     EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "0", sanityCheckEVPKey(own(EVP_PKEY_new()).get()));
 }
 
-TEST(GetECCCurveFromEVPKey, NamesTheTwoCurves)
+TEST(GetECCCurveFromEVPKey, ReturnsSupportedCurve)
 {
     EXPECT_EQ(getECCCurveFromEVPKey(p256Key().get()), EllipticCurve::Prime256v1);
     EXPECT_EQ(getECCCurveFromEVPKey(publicHalf(p256Key()).get()), EllipticCurve::Prime256v1);
     EXPECT_EQ(getECCCurveFromEVPKey(ed25519Key().get()), EllipticCurve::Ed25519);
 }
 
-TEST(GetECCCurveFromEVPKey, RecognisesPrime256v1AlsoWrittenOutAsNumbers)
+TEST(GetECCCurveFromEVPKey, RecognizesPrime256v1WithExplicitParameters)
 {
     EXPECT_EQ(getECCCurveFromEVPKey(explicitP256Key().get()), EllipticCurve::Prime256v1);
 }
@@ -112,7 +113,7 @@ TEST(GetECCCurveFromEVPKey, RefusesOtherCurvesByName)
         UnsupportedEllipticCurve, text + "secp256k1", getECCCurveFromEVPKey(secp256k1Key().get()));
 }
 
-TEST(GetECCCurveFromEVPKey, RefusesNullAndKeysOfOtherKinds)
+TEST(GetECCCurveFromEVPKey, RefusesNullAndOtherKinds)
 {
     EXPECT_THROWS_EXACTLY(CertificateException, nullKeyText, getECCCurveFromEVPKey(nullptr));
     EXPECT_THROWS_EXACTLY(
@@ -123,14 +124,14 @@ TEST(GetECCCurveFromEVPKey, RefusesNullAndKeysOfOtherKinds)
         UnsupportedKeyType, std::string(kindText) + "116", getECCCurveFromEVPKey(dsaKey().get()));
 }
 
-TEST(GetECCCurveFromEVPKey, RefusesAKeyThatCannotBeExported)
+TEST(GetECCCurveFromEVPKey, RefusesKeyThatCannotBeExported)
 {
     EXPECT_THROWS_EXACTLY(
         CertificateException, "Could not extract public key information from EVP_PKEY",
-        getECCCurveFromEVPKey(blankKeyOnACurve().get()));
+        getECCCurveFromEVPKey(keyWithoutCurve().get()));
 }
 
-TEST(GetECCCurveFromEVPKey, RefusesACurveWithoutAName)
+TEST(GetECCCurveFromEVPKey, RefusesCurveWithoutName)
 {
     EXPECT_THROWS_EXACTLY(
         CertificateException, "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC",
@@ -146,7 +147,7 @@ TEST(BigNumToByteArray, WritesBigEndianWithoutLeadingZeros)
     EXPECT_EQ(bigNumToByteArray(number("0000010203").get()), (ByteArray{1, 2, 3}));
 }
 
-TEST(BigNumToByteArray, DropsTheSign)
+TEST(BigNumToByteArray, IgnoresSign)
 {
     EXPECT_EQ(bigNumToByteArray(number("-8001").get()), (ByteArray{0x80, 0x01}));
 }
@@ -158,7 +159,7 @@ TEST(BigNumToByteArray, RefusesNull)
         bigNumToByteArray(nullptr));
 }
 
-TEST(PointConversion, WritesTheUncompressedFormAndReadsItBack)
+TEST(PointConversion, WritesUncompressedFormAndReadsItBack)
 {
     auto const group = p256Group();
     EC_POINT const* generator = EC_GROUP_get0_generator(group.get());
@@ -169,7 +170,7 @@ TEST(PointConversion, WritesTheUncompressedFormAndReadsItBack)
     EXPECT_EQ(EC_POINT_cmp(group.get(), point.get(), generator, nullptr), 0);
 }
 
-TEST(PointConversion, ReadsTheCompressedForm)
+TEST(PointConversion, ReadsCompressedForm)
 {
     auto const group = p256Group();
     EC_POINT const* generator = EC_GROUP_get0_generator(group.get());
@@ -183,7 +184,7 @@ TEST(PointConversion, ReadsTheCompressedForm)
     EXPECT_EQ(EC_POINT_cmp(group.get(), point.get(), generator, nullptr), 0);
 }
 
-TEST(PointConversion, WritesThePointAtInfinityAsAZero)
+TEST(PointConversion, WritesPointAtInfinityAsZeroByte)
 {
     auto const group = p256Group();
     auto const infinity = makeEC_POINTUPtr(EC_POINT_new(group.get()));
@@ -203,7 +204,7 @@ TEST(PointConversion, RefusesNull)
         byteArrayToECPoint({4}, nullptr));
 }
 
-TEST(PointConversion, RefusesBytesThatAreNoPointOfTheGroup)
+TEST(PointConversion, RefusesBytesThatEncodeNoPointOfGroup)
 {
     auto const group = p256Group();
     auto offTheCurve = ecPointToByteArray(EC_GROUP_get0_generator(group.get()), group.get());
@@ -215,7 +216,7 @@ TEST(PointConversion, RefusesBytesThatAreNoPointOfTheGroup)
     }
 }
 
-TEST(PointConversion, RefusesAPointOfAnotherGroup)
+TEST(PointConversion, RefusesPointOfAnotherGroup)
 {
     auto const group = p256Group();
     auto const other = makeEC_GROUPUPtr(EC_GROUP_new_by_curve_name(NID_secp384r1));
@@ -224,7 +225,7 @@ TEST(PointConversion, RefusesAPointOfAnotherGroup)
         ecPointToByteArray(EC_GROUP_get0_generator(other.get()), group.get()));
 }
 
-TEST(GetECCPrivateIntegerFromEVPKey, GivesTheScalarWithoutLeadingZeros)
+TEST(GetECCPrivateIntegerFromEVPKey, ReturnsScalarWithoutLeadingZeros)
 {
     Bytes scalar(32, 0x5A);
     EXPECT_EQ(getECCPrivateIntegerFromEVPKey(p256KeyOf(scalar).get()), scalar);
@@ -235,7 +236,7 @@ TEST(GetECCPrivateIntegerFromEVPKey, GivesTheScalarWithoutLeadingZeros)
     EXPECT_EQ(getECCPrivateIntegerFromEVPKey(p256KeyOf(one).get()), ByteArray{1});
 }
 
-TEST(GetECCPrivateIntegerFromEVPKey, GivesTheRawKeyOfEd25519WithItsLeadingZeros)
+TEST(GetECCPrivateIntegerFromEVPKey, ReturnsRawEd25519KeyWithLeadingZeros)
 {
     Bytes raw(32, 0);
     raw.back() = 7;
@@ -243,15 +244,15 @@ TEST(GetECCPrivateIntegerFromEVPKey, GivesTheRawKeyOfEd25519WithItsLeadingZeros)
     EXPECT_EQ(getECCPrivateIntegerFromEVPKey(key.get()), raw);
 }
 
-TEST(GetECCPrivateIntegerFromEVPKey, RefusesAKeyThatCannotBeExported)
+TEST(GetECCPrivateIntegerFromEVPKey, RefusesKeyThatCannotBeExported)
 {
     constexpr char const text[] = "Failed to extract information from private EVP_PKEY.";
     EXPECT_THROWS_EXACTLY(CertificateException, text, getECCPrivateIntegerFromEVPKey(nullptr));
     EXPECT_THROWS_EXACTLY(
-        CertificateException, text, getECCPrivateIntegerFromEVPKey(blankKeyOnACurve().get()));
+        CertificateException, text, getECCPrivateIntegerFromEVPKey(keyWithoutCurve().get()));
 }
 
-TEST(GetECCPrivateIntegerFromEVPKey, RefusesAKeyWithoutAPrivateInteger)
+TEST(GetECCPrivateIntegerFromEVPKey, RefusesKeyWithoutPrivateInteger)
 {
     constexpr char const text[] = "Could not find 'priv' in parameter list from EVP_PKEY_todata.";
     EXPECT_THROWS_EXACTLY(CertificateException, text, getECCPrivateIntegerFromEVPKey(rsaKey().get()));
@@ -270,4 +271,16 @@ TEST(GetECCPrivateIntegerFromEVPKey, RefusesOtherCurvesAndKinds)
         UnsupportedEllipticCurve, ed448Text, getECCPrivateIntegerFromEVPKey(ed448Key().get()));
     EXPECT_THROWS_EXACTLY(
         UnsupportedKeyType, std::string(kindText) + "116", getECCPrivateIntegerFromEVPKey(dsaKey().get()));
+}
+
+TEST(RSAKeySize, BelowMinimumIsRefused)
+{
+    constexpr char const text[] = "RSA key size does not meet minimum cryptographic requirements";
+    for (unsigned const bits : {0U, 512U, 1023U}) {
+        EXPECT_THROWS_EXACTLY(
+            X509CertificateException, text, throwIfWeakRSAKey<X509CertificateException>(bits));
+    }
+    for (unsigned const bits : {1024U, 1025U, 16384U}) {
+        EXPECT_NO_THROW(throwIfWeakRSAKey<X509CertificateException>(bits));
+    }
 }

@@ -4,7 +4,7 @@
 
 namespace foundation::certificates {
 
-/// The library's one logger, "foundation::certificates". Every record is written through this.
+/// Returns the library's only logger, "foundation::certificates".
 log::basic_diagnostic_logger<char>& diagnosticLogger();
 
 } // namespace foundation::certificates

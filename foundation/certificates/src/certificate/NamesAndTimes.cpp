@@ -157,9 +157,8 @@ X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time)
     throwIfNull<X509CertificateException>(time, invalidText);
     int days = 0;
     int seconds = 0;
-    if (ASN1_TIME_diff(&days, &seconds, epoch.get(), time) == 0) {
-        throw X509CertificateException(invalidText);
-    }
+    throwIfBelowOne<X509CertificateException>(
+        ASN1_TIME_diff(&days, &seconds, epoch.get(), time), invalidText);
     return X509Certificate::TimePoint(
         X509Certificate::TimePoint::duration((days * secondsPerDay + seconds) * ticksPerSecond));
 }

@@ -273,9 +273,8 @@ X509CertificateImpl::rsaParameter(char const* name, char const* notRSAText, char
     }
     auto const number = makeBIGNUM(BN_new());
     BIGNUM* target = number.get();
-    if (target == nullptr || EVP_PKEY_get_bn_param(key.get(), name, &target) == 0) {
-        throw X509CertificateException(failureText);
-    }
+    throwIfBelowOne<X509CertificateException>(
+        target == nullptr ? 0 : EVP_PKEY_get_bn_param(key.get(), name, &target), failureText);
     return bigNumToByteArray(number.get());
 }
 

@@ -27,8 +27,8 @@ OSSL_PARAMUPtr exportKey(EVP_PKEY* key, int selection, char const* failureText)
     return makeOSSL_PARAMUPtr(parameters);
 }
 
-/// OpenSSL writes the name with a terminator behind it; the size is kept to all the same.
-std::string textOf(OSSL_PARAM const& parameter)
+/// Returns the text up to its NUL character, but never more than the parameter's size.
+std::string parameterText(OSSL_PARAM const& parameter)
 {
     if (parameter.data == nullptr) {
         return {};
@@ -44,7 +44,7 @@ EllipticCurve curveOfECKey(EVP_PKEY* key)
     auto const* group = throwIfNull<CertificateException>(
         OSSL_PARAM_locate_const(parameters.get(), OSSL_PKEY_PARAM_GROUP_NAME),
         "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC");
-    std::string const name = textOf(*group);
+    std::string const name = parameterText(*group);
     if (name != "prime256v1") {
         throw UnsupportedEllipticCurve("ECC-based key is not using supported ECC Curve. Curve: " + name);
     }
@@ -106,13 +106,10 @@ ByteArray ecPointToByteArray(EC_POINT const* point, EC_GROUP const* group)
         return EC_POINT_point2oct(group, point, POINT_CONVERSION_UNCOMPRESSED, buffer, size, context.get());
     };
     std::size_t const size = toOctets(nullptr, 0);
-    if (size == 0) {
-        throw CertificateException("Failed to get number of bytes to store public point");
-    }
+    throwIfZero<CertificateException>(size, "Failed to get number of bytes to store public point");
     ByteArray bytes(size);
-    if (toOctets(bytes.data(), bytes.size()) == 0) {
-        throw CertificateException("Failed to convert EC_POINT to ByteArray");
-    }
+    throwIfZero<CertificateException>(
+        toOctets(bytes.data(), bytes.size()), "Failed to convert EC_POINT to ByteArray");
     return bytes;
 }
 

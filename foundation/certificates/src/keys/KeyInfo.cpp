@@ -13,7 +13,7 @@ void throwIfEmpty(ByteArray const& bytes, char const* text)
     }
 }
 
-/// The field, if the record is of the kind that has it.
+/// Returns the field if a key of the actual kind has it, and throws otherwise.
 template <typename Exception, typename Field>
 Field const& fieldOf(KeyType required, KeyType actual, Field const& field, char const* text)
 {

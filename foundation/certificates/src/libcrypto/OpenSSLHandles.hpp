@@ -1,13 +1,13 @@
 #pragma once
 
 /// @file
-/// The owning handles of all OpenSSL objects, and the one place that knows how each of them is released.
+/// The owning handles of all OpenSSL objects. Only this file knows how each of them is released.
 ///
-/// A handle is two words, the deleter function and the pointer; the deleter is fixed by the handle's maker
-/// and runs only if the pointer is not null. What OpenSSL hands out goes into a handle in the same
-/// statement: `auto const bio = makeBIO(BIO_new(BIO_s_mem()));`
+/// A handle holds a pointer and a deleter function. The handle's maker chooses the deleter, which runs only
+/// if the pointer is not null. Each object that OpenSSL returns goes into a handle in the same statement:
+/// `auto const bio = makeBIO(BIO_new(BIO_s_mem()));`
 ///
-/// There are two families of makers: those named make...UPtr refuse a null pointer, all others hold it.
+/// The makers named make...UPtr refuse a null pointer. All others accept it.
 
 #include <foundation/certificates/Exceptions.hpp>
 
@@ -52,19 +52,19 @@ using ASN1_BIT_STRINGUPtr = OpenSSLHandle<ASN1_BIT_STRING>;
 using PKCS7UPtr = OpenSSLHandle<PKCS7>;
 using PKCS12UPtr = OpenSSLHandle<PKCS12>;
 
-/// Characters or bytes that OpenSSL allocated, released with OPENSSL_free.
+/// Characters or bytes that OpenSSL allocated. OPENSSL_free releases them.
 using OpenSSLCharsUPtr = OpenSSLHandle<char>;
 using OpenSSLBytesUPtr = OpenSSLHandle<unsigned char>;
 
-/// Stacks that own their elements, unless their maker says otherwise.
+/// Stacks that own their elements.
 using X509StackUPtr = OpenSSLHandle<STACK_OF(X509)>;
 using X509_INFOStackUPtr = OpenSSLHandle<STACK_OF(X509_INFO)>;
 using ASN1_OBJECTStackUPtr = OpenSSLHandle<STACK_OF(ASN1_OBJECT)>;
 using POLICYINFOStackUPtr = OpenSSLHandle<STACK_OF(POLICYINFO)>;
 using DIST_POINTStackUPtr = OpenSSLHandle<STACK_OF(DIST_POINT)>;
 
-/// A stack whose elements belong to somebody else: only the stack itself is released. A type of its own, so
-/// that it is never taken for one that owns them.
+/// Releases a stack without its elements, which have other owners. Such a stack has a type of its own, so
+/// that it cannot be confused with one that owns its elements.
 struct ReleaseStackAlone
 {
     void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
@@ -110,7 +110,7 @@ inline BIOUPtr makeBIO(BIO* pointer)
     return {pointer, BIO_free_all};
 }
 
-/// Every big number is wiped on release.
+/// The deleter overwrites the number with zeros, since it may be secret.
 inline BIGNUMUPtr makeBIGNUM(BIGNUM* pointer)
 {
     return {pointer, BN_clear_free};

@@ -1,11 +1,13 @@
 #pragma once
 
 /// @file
-/// OpenSSL's conventions for saying "no", told apart by name: a null pointer, a result below 1, a result
-/// other than 1. Each gate throws the given exception with the given text. A result that a caller leaves
-/// untested is left so on purpose, and says why.
+/// One gate for each way in which OpenSSL functions report a failure: a null pointer, a result below 1, a
+/// result other than 1, a size of 0. Each gate throws the given exception with the given text. Where a caller
+/// ignores a result on purpose, a comment gives the reason.
 
 #include <openssl/err.h>
+
+#include <cstddef>
 
 namespace foundation::certificates {
 
@@ -34,7 +36,15 @@ void throwIfNotOne(long result, char const* text)
     }
 }
 
-/// The reason code of the oldest entry in OpenSSL's queue, which stays there; 0 for an empty queue.
+template <typename Exception>
+void throwIfZero(std::size_t size, char const* text)
+{
+    if (size == 0) {
+        throw Exception(text);
+    }
+}
+
+/// Returns the reason code of the oldest entry in OpenSSL's queue, and 0 for an empty queue. The entry stays.
 inline int reasonOfOldestError()
 {
     return ERR_GET_REASON(ERR_peek_error());
