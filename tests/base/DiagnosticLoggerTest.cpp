@@ -42,7 +42,7 @@ protected:
 
 } // namespace
 
-TEST_F(DiagnosticLogger, WritesSeverityChannelAndMessageAndNothingElse)
+TEST_F(DiagnosticLogger, WritesOnlySeverityChannelAndMessage)
 {
     LogCapture capture;
 
@@ -52,7 +52,7 @@ TEST_F(DiagnosticLogger, WritesSeverityChannelAndMessageAndNothingElse)
     EXPECT_EQ(capture.records(), std::vector<LogRecord>{expected});
 }
 
-TEST_F(DiagnosticLogger, GivesEachSeverityItsBit)
+TEST_F(DiagnosticLogger, WritesSeverityAsItsBit)
 {
     LogCapture capture;
     std::vector<std::pair<severity, int>> const bits{{severity::trace, 1},       {severity::debug, 2},
@@ -66,7 +66,7 @@ TEST_F(DiagnosticLogger, GivesEachSeverityItsBit)
     EXPECT_EQ(capture.records().size(), bits.size());
 }
 
-TEST_F(DiagnosticLogger, PrintsBoolsAsDigitsUnlessTheComposerAsksOtherwise)
+TEST_F(DiagnosticLogger, PrintsBoolAsDigitByDefault)
 {
     LogCapture capture;
 
@@ -81,7 +81,7 @@ TEST_F(DiagnosticLogger, StartsWithWarningErrorAndFatalEnabled)
     EXPECT_EQ(diagnostic_severity_mask(), 8u | 16u | 32u);
 }
 
-TEST_F(DiagnosticLogger, WritesExactlyTheSeveritiesOfTheMask)
+TEST_F(DiagnosticLogger, WritesOnlySeveritiesOfMask)
 {
     LogCapture capture(4 | 16);
     int composed = 0;
@@ -98,7 +98,7 @@ TEST_F(DiagnosticLogger, WritesExactlyTheSeveritiesOfTheMask)
     EXPECT_EQ(capture.messages(), (std::vector<std::string>{"1", "2", "3"}));
 }
 
-TEST_F(DiagnosticLogger, ComposesNoTextWhileTheCoreHasLoggingDisabled)
+TEST_F(DiagnosticLogger, ComposesNoTextIfCoreDisablesLogging)
 {
     LogCapture capture;
     bool composed = false;
@@ -111,7 +111,7 @@ TEST_F(DiagnosticLogger, ComposesNoTextWhileTheCoreHasLoggingDisabled)
     EXPECT_TRUE(capture.records().empty());
 }
 
-TEST_F(DiagnosticLogger, ComposesNoTextForARecordThatTheCoreFiltersOut)
+TEST_F(DiagnosticLogger, ComposesNoTextIfFilterRejectsRecord)
 {
     LogCapture capture;
     bool composed = false;
@@ -125,7 +125,7 @@ TEST_F(DiagnosticLogger, ComposesNoTextForARecordThatTheCoreFiltersOut)
     EXPECT_EQ(capture.messages(), std::vector<std::string>{"passes"});
 }
 
-TEST_F(DiagnosticLogger, DropsTheRecordAndPassesTheExceptionOnWhenComposingFails)
+TEST_F(DiagnosticLogger, DropsRecordIfComposingThrows)
 {
     LogCapture capture;
     auto const compose = [](std::ostream& out) {
@@ -140,7 +140,7 @@ TEST_F(DiagnosticLogger, DropsTheRecordAndPassesTheExceptionOnWhenComposingFails
     EXPECT_EQ(capture.messages(), std::vector<std::string>{"next"});
 }
 
-TEST_F(DiagnosticLogger, WritesWhileAnotherExceptionUnwindsTheStack)
+TEST_F(DiagnosticLogger, WritesDuringStackUnwinding)
 {
     struct WritesAtItsEnd
     {
@@ -160,7 +160,7 @@ TEST_F(DiagnosticLogger, WritesWhileAnotherExceptionUnwindsTheStack)
     }
 }
 
-TEST_F(DiagnosticLogger, HoldsNoLockWhileTextIsComposed)
+TEST_F(DiagnosticLogger, HoldsNoLockDuringComposition)
 {
     LogCapture capture;
 
@@ -174,7 +174,7 @@ TEST_F(DiagnosticLogger, HoldsNoLockWhileTextIsComposed)
     EXPECT_EQ(capture.messages(), (std::vector<std::string>{"inner", "outer"}));
 }
 
-TEST_F(DiagnosticLogger, MayBeSharedBetweenThreads)
+TEST_F(DiagnosticLogger, IsSharedBetweenThreads)
 {
     LogCapture capture;
     foundation::test::inParallel(4, [this](int) {
@@ -186,7 +186,7 @@ TEST_F(DiagnosticLogger, MayBeSharedBetweenThreads)
     EXPECT_EQ(capture.messages(), std::vector<std::string>(400, "x"));
 }
 
-TEST(CurrentExceptionChain, IsNamedByTypeAndText)
+TEST(CurrentExceptionChain, ShowsTypeAndText)
 {
     try {
         throw std::out_of_range("no such entry");
@@ -195,7 +195,7 @@ TEST(CurrentExceptionChain, IsNamedByTypeAndText)
     }
 }
 
-TEST(CurrentExceptionChain, ListsNestedExceptionsFromTheOutermostInwards)
+TEST(CurrentExceptionChain, ListsOutermostExceptionFirst)
 {
     try {
         try {
@@ -211,7 +211,7 @@ TEST(CurrentExceptionChain, ListsNestedExceptionsFromTheOutermostInwards)
     }
 }
 
-TEST(CurrentExceptionChain, EndsAtANestedExceptionThatHoldsNothing)
+TEST(CurrentExceptionChain, EndsAtEmptyNestedException)
 {
     try {
         std::throw_with_nested(std::runtime_error("thrown outside of a handler"));
@@ -220,7 +220,7 @@ TEST(CurrentExceptionChain, EndsAtANestedExceptionThatHoldsNothing)
     }
 }
 
-TEST(CurrentExceptionChain, NamesTheTypeOfAnExceptionOfAnotherFamily)
+TEST(CurrentExceptionChain, ShowsOnlyTypeOfOtherException)
 {
     try {
         throw 42;
@@ -231,27 +231,27 @@ TEST(CurrentExceptionChain, NamesTheTypeOfAnExceptionOfAnotherFamily)
 
 namespace {
 
-struct Stranger
+struct OtherException
 {};
 
 } // namespace
 
-TEST(CurrentExceptionChain, LooksIntoANestingExceptionOfAnotherFamily)
+TEST(CurrentExceptionChain, ShowsExceptionNestedInOtherException)
 {
     try {
         try {
             throw std::runtime_error("the disk is full");
         } catch (std::exception const&) {
-            std::throw_with_nested(Stranger());
+            std::throw_with_nested(OtherException());
         }
-    } catch (Stranger const&) {
+    } catch (OtherException const&) {
         EXPECT_EQ(
             current_exception_chain_as_string(),
-            "(anonymous namespace)::Stranger <- std::runtime_error: the disk is full");
+            "(anonymous namespace)::OtherException <- std::runtime_error: the disk is full");
     }
 }
 
-TEST(CurrentExceptionChain, IsNoExceptionOutsideOfAHandler)
+TEST(CurrentExceptionChain, SaysNoExceptionOutsideOfHandler)
 {
     EXPECT_EQ(current_exception_chain_as_string(), "no exception");
 }

@@ -26,7 +26,7 @@ constexpr char const oddHex[] = "Input string is invalid for hex decoding. It ha
 constexpr char const notHex[] = "Input string contains characters which are not in Hex.";
 std::string const base64Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// Base64 written down straight from RFC 4648: a number of 24 bits a group.
+/// Encodes as RFC 4648 says it: each group is a number of 24 bits.
 std::string referenceBase64(ByteArray const& data)
 {
     std::string text;
@@ -43,8 +43,8 @@ std::string referenceBase64(ByteArray const& data)
     return text;
 }
 
-/// Decoding as documented: as many characters as there are "=" are cut off, an "=" that stays is zero,
-/// left-over bits are dropped. Null where decoding must throw.
+/// Decodes as documented: removes one character from the end for each "=", takes a remaining "=" for zero,
+/// and ignores bits that fill no byte. Returns null if decoding must throw.
 std::unique_ptr<ByteArray> referenceDecoded(std::string text)
 {
     text.resize(text.size() - static_cast<std::size_t>(std::count(text.begin(), text.end(), '=')));
@@ -84,7 +84,7 @@ std::string prettyPrinted(ByteArray const& data, std::string const& label)
 
 } // namespace
 
-TEST(Base64Encode, MeetsTheVectorsOfTheStandard)
+TEST(Base64Encode, AgreesWithVectorsOfRFC4648)
 {
     struct Row
     {
@@ -100,7 +100,7 @@ TEST(Base64Encode, MeetsTheVectorsOfTheStandard)
     }
 }
 
-TEST(Base64Encode, UsesThePlusAndTheSlash)
+TEST(Base64Encode, UsesPlusAndSlash)
 {
     EXPECT_EQ(base64Encode({0xFB, 0xEF, 0xFF}), "++//");
 }
@@ -110,7 +110,7 @@ TEST(Base64Encode, WritesOneLine)
     EXPECT_EQ(base64Encode(ByteArray(3000, 0)), std::string(4000, 'A'));
 }
 
-TEST(Base64Encode, AgreesWithAStraightforwardReference)
+TEST(Base64Encode, AgreesWithReferenceImplementation)
 {
     std::mt19937 random(20); // NOLINT(cert-msc51-cpp): the same bytes on every run
     for (std::size_t size = 0; size < 400; ++size) {
@@ -121,7 +121,7 @@ TEST(Base64Encode, AgreesWithAStraightforwardReference)
     }
 }
 
-TEST(Base64Encode, AgreesWithAStraightforwardReferenceOnMebibytes)
+TEST(Base64Encode, AgreesWithReferenceImplementationOnMebibytes)
 {
     for (std::size_t const size : {3145727U, 3145728U, 3145729U, 7000000U}) {
         ByteArray data(size);
@@ -132,7 +132,7 @@ TEST(Base64Encode, AgreesWithAStraightforwardReferenceOnMebibytes)
     }
 }
 
-TEST(Base64Decode, GivesNothingForEmptyTextAndForPaddingAlone)
+TEST(Base64Decode, ReturnsNoBytesForEmptyTextAndForPaddingAlone)
 {
     EXPECT_EQ(base64Decode(""), ByteArray());
     EXPECT_EQ(base64Decode("="), ByteArray());
@@ -145,13 +145,13 @@ TEST(Base64Decode, NeedsNoPadding)
     EXPECT_EQ(base64Decode("Zm8"), asBytes("fo"));
 }
 
-TEST(Base64Decode, DropsLeftOverBitsUnchecked)
+TEST(Base64Decode, IgnoresBitsThatFillNoByte)
 {
     EXPECT_EQ(base64Decode("Zh=="), asBytes("f"));
     EXPECT_EQ(base64Decode("Zm9="), asBytes("fo"));
 }
 
-TEST(Base64Decode, CutsOneCharacterOffTheEndForEachEqualsSign)
+TEST(Base64Decode, RemovesOneCharacterFromEndForEachEqualsSign)
 {
     struct Row
     {
@@ -162,13 +162,13 @@ TEST(Base64Decode, CutsOneCharacterOffTheEndForEachEqualsSign)
          {Row{"Zm=v", {0x66, 0x60}},   // decodes "Zm=", where "=" is zero
           Row{"=Zm9", {0x01, 0x99}},   // decodes "=Zm"
           Row{"==ABCD", {0, 0, 0x01}}, // decodes "==AB"
-          Row{"Zg=!", {0x66, 0x00}},   // the foreign character is what was cut
+          Row{"Zg=!", {0x66, 0x00}},   // removes the "!"
           Row{"Zm9vZg==\n\n==", {0x66, 0x6F, 0x6F, 0x66, 0x00, 0x00}}}) {
         EXPECT_EQ(base64Decode(row.text), row.bytes) << row.text;
     }
 }
 
-TEST(Base64Decode, RefusesASingleCharacterLeftOver)
+TEST(Base64Decode, RefusesGroupOfOneCharacter)
 {
     for (char const* text : {"A", "ABCDE", "ABCDEFGHI", "A=", "ABCDE=", "A===", "ABCDE===", "==A"}) {
         EXPECT_THROWS_EXACTLY(dataflow_exception, notBase64, base64Decode(text)) << text;
@@ -182,7 +182,7 @@ TEST(Base64Decode, RefusesLineBreaksAndBlanksAnywhere)
     }
 }
 
-TEST(Base64Decode, RefusesEveryByteOutsideTheAlphabet)
+TEST(Base64Decode, RefusesBytesOutsideAlphabet)
 {
     for (int value = 0; value < 256; ++value) {
         auto const character = static_cast<char>(value);
@@ -197,21 +197,21 @@ TEST(Base64Decode, RefusesEveryByteOutsideTheAlphabet)
     }
 }
 
-TEST(Base64Decode, RaisesAnExceptionOutsideTheFamily)
+TEST(Base64Decode, ThrowsExceptionThatIsNotOfTheLibrary)
 {
     try {
         base64Decode("!!!!");
         FAIL() << "nothing was thrown";
     } catch (CertificateException const&) {
-        FAIL() << "the exception belongs to the family";
+        FAIL() << "the exception is one of the library";
     } catch (dataflow_exception const& thrown) {
         EXPECT_EQ(thrown.code, dataflow_exception::invalid_base64_character);
     }
 }
 
-TEST(Base64Decode, AgreesWithAStraightforwardReferenceOnRandomText)
+TEST(Base64Decode, AgreesWithReferenceImplementationOnRandomText)
 {
-    // Mostly of the alphabet, with equals signs and strangers thrown in anywhere.
+    // Mostly characters of the alphabet, with equals signs and other characters among them.
     std::string const characters = base64Alphabet + base64Alphabet + base64Alphabet + "====" + "!\n";
     std::mt19937 random(21); // NOLINT(cert-msc51-cpp): the same texts on every run
     for (int round = 0; round < 20000; ++round) {
@@ -228,7 +228,7 @@ TEST(Base64Decode, AgreesWithAStraightforwardReferenceOnRandomText)
     }
 }
 
-TEST(HexEncode, WritesTwoLowerCaseDigitsAByte)
+TEST(HexEncode, WritesTwoLowerCaseDigitsForEachByte)
 {
     EXPECT_EQ(hexEncode({}), "");
     EXPECT_EQ(hexEncode({0x00, 0xAB}), "00ab");
@@ -243,7 +243,7 @@ TEST(HexDecode, TakesDigitsOfEitherCase)
     EXPECT_EQ(hexDecode("aBcDeF09"), (ByteArray{0xAB, 0xCD, 0xEF, 0x09}));
 }
 
-TEST(HexDecode, UndoesHexEncodeForEveryByte)
+TEST(HexDecode, ReversesHexEncodeForEveryByte)
 {
     ByteArray every;
     for (int value = 0; value < 256; ++value) {
@@ -252,14 +252,14 @@ TEST(HexDecode, UndoesHexEncodeForEveryByte)
     EXPECT_EQ(hexDecode(hexEncode(every)), every);
 }
 
-TEST(HexDecode, RefusesAnOddNumberOfCharacters)
+TEST(HexDecode, RefusesOddNumberOfCharacters)
 {
     for (char const* text : {"a", "abc", "0x1", "zzz"}) {
         EXPECT_THROWS_EXACTLY(InvalidArgument, oddHex, hexDecode(text)) << text;
     }
 }
 
-TEST(HexDecode, RefusesCharactersThatAreNoDigits)
+TEST(HexDecode, RefusesOtherCharacters)
 {
     for (char const* text :
          {"zz", "0x10", "0g", "g0", " 1", "1 ", "a b ", "00:11:", "+1", "-1", "\xC3\xA4", "/0", ":0", "@a",
@@ -269,7 +269,7 @@ TEST(HexDecode, RefusesCharactersThatAreNoDigits)
     EXPECT_THROWS_EXACTLY(InvalidArgument, notHex, hexDecode(std::string(2, '\0')));
 }
 
-TEST(PrettyPrintBytes, WritesTheLabelAndEachByteWithABlankBehindIt)
+TEST(PrettyPrintBytes, WritesLabelAndBytesWithBlankAfterEach)
 {
     EXPECT_EQ(prettyPrinted({0x0A, 0xFF, 0x00}, "Key"), "Key 0x0a 0xff 0x00 \n");
     EXPECT_EQ(prettyPrinted({0x0A}, ""), "0x0a \n");
@@ -277,7 +277,7 @@ TEST(PrettyPrintBytes, WritesTheLabelAndEachByteWithABlankBehindIt)
     EXPECT_EQ(prettyPrinted({}, ""), "\n");
 }
 
-TEST(PrettyPrintBytes, NeverWraps)
+TEST(PrettyPrintBytes, WritesOneLine)
 {
     std::string expected = "Key ";
     for (int count = 0; count < 500; ++count) {
@@ -286,7 +286,7 @@ TEST(PrettyPrintBytes, NeverWraps)
     EXPECT_EQ(prettyPrinted(ByteArray(500, 7), "Key"), expected + '\n');
 }
 
-TEST(PrettyPrintBytes, LeavesTheFormatStateAsItWas)
+TEST(PrettyPrintBytes, LeavesFormatStateUnchanged)
 {
     std::ostringstream out;
     out << std::oct << std::left << std::showbase << std::uppercase << std::setfill('*')
@@ -299,7 +299,7 @@ TEST(PrettyPrintBytes, LeavesTheFormatStateAsItWas)
     EXPECT_EQ(out.width(), 0);
 }
 
-TEST(PrettyPrintBytes, KeepsAWidthThatNoLabelHasUsedUp)
+TEST(PrettyPrintBytes, KeepsWidthWithoutLabel)
 {
     std::ostringstream out;
     out << std::setw(12);
@@ -307,7 +307,7 @@ TEST(PrettyPrintBytes, KeepsAWidthThatNoLabelHasUsedUp)
     EXPECT_EQ(out.width(), 12);
 }
 
-TEST(PrettyPrintBytes, FlushesTheStream)
+TEST(PrettyPrintBytes, FlushesStream)
 {
     FlushCountingBuffer buffer;
     std::ostream out(&buffer);
@@ -315,7 +315,7 @@ TEST(PrettyPrintBytes, FlushesTheStream)
     EXPECT_EQ(buffer.flushes(), 1);
 }
 
-TEST(PrettyPrintBytes, LeavesStreamFailuresToTheStream)
+TEST(PrettyPrintBytes, ThrowsNothingIfStreamFails)
 {
     std::ostream out(nullptr);
     prettyPrintBytes({1, 2, 3}, "Key", out);

@@ -40,13 +40,13 @@ bool catches()
 
 } // namespace
 
-TYPED_TEST(ExceptionFamily, AnswersWithItsTextUnchanged)
+TYPED_TEST(ExceptionFamily, WhatReturnsTextUnchanged)
 {
     EXPECT_STREQ(TypeParam(sentence).what(), sentence);
     EXPECT_STREQ(TypeParam(std::string()).what(), "");
 }
 
-TYPED_TEST(ExceptionFamily, KeepsItsTextThroughCopies)
+TYPED_TEST(ExceptionFamily, CopyKeepsText)
 {
     TypeParam const original{std::string(sentence)};
     TypeParam const copy(original);
@@ -57,20 +57,20 @@ TYPED_TEST(ExceptionFamily, KeepsItsTextThroughCopies)
     EXPECT_STREQ(original.what(), sentence);
 }
 
-TYPED_TEST(ExceptionFamily, LeavesTheSourceOfAMoveWithItsText)
+TYPED_TEST(ExceptionFamily, SourceOfMoveKeepsText)
 {
     TypeParam original{std::string(sentence)};
     TypeParam const moved(std::move(original));
     EXPECT_STREQ(moved.what(), sentence);
-    EXPECT_STREQ(original.what(), sentence); // NOLINT(bugprone-use-after-move): it still answers
+    EXPECT_STREQ(original.what(), sentence); // NOLINT(bugprone-use-after-move): it keeps its text
 
     TypeParam assigned("other");
     assigned = std::move(original);
     EXPECT_STREQ(assigned.what(), sentence);
-    EXPECT_STREQ(original.what(), sentence); // NOLINT(bugprone-use-after-move): it still answers
+    EXPECT_STREQ(original.what(), sentence); // NOLINT(bugprone-use-after-move): it keeps its text
 }
 
-TYPED_TEST(ExceptionFamily, IsThrownByValueWithItsOwnType)
+TYPED_TEST(ExceptionFamily, IsThrownByValueWithOwnType)
 {
     try {
         throw TypeParam(sentence);
@@ -85,21 +85,21 @@ TYPED_TEST(ExceptionFamily, IsCaughtAsRuntimeError)
     EXPECT_TRUE((catches<std::runtime_error, TypeParam>()));
 }
 
-TYPED_TEST(ExceptionFamily, CarriesNothingButItsText)
+TYPED_TEST(ExceptionFamily, CarriesNothingButText)
 {
     EXPECT_EQ(sizeof(TypeParam), sizeof(std::runtime_error));
     EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
 }
 
-TYPED_TEST(ExceptionFamily, IsCaughtAsCertificateExceptionUnlessItIsOfTheTrustStore)
+TYPED_TEST(ExceptionFamily, IsCertificateExceptionUnlessOfTrustStore)
 {
     constexpr bool ofTheTrustStore = std::is_same_v<TypeParam, TrustStoreException>;
     EXPECT_EQ((catches<CertificateException, TypeParam>()), !ofTheTrustStore);
 }
 
-TYPED_TEST(ExceptionFamily, DerivesStraightFromItsRoot)
+TYPED_TEST(ExceptionFamily, DerivesDirectlyFromBaseClass)
 {
-    // No class but the roots catches another one.
+    // Only the base classes catch another class.
     EXPECT_EQ(
         (catches<X509CertificateException, TypeParam>()),
         typeid(TypeParam) == typeid(X509CertificateException));

@@ -9,12 +9,12 @@ namespace {
 
 using foundation::certificates::versionString;
 
-TEST(Version, OfTheHeadersIsThatOfTheProject)
+TEST(Version, HeadersHaveVersionOfProject)
 {
     EXPECT_STREQ(versionString, PROJECT_VERSION);
 }
 
-TEST(Version, IsItsThreeNumbersJoinedByDots)
+TEST(Version, TextIsThreeNumbersJoinedByDots)
 {
     EXPECT_EQ(
         std::to_string(FOUNDATION_CERTIFICATES_VERSION_MAJOR) + "." +
@@ -23,7 +23,7 @@ TEST(Version, IsItsThreeNumbersJoinedByDots)
         versionString);
 }
 
-TEST(Version, OfThePkgConfigFileIsThatOfTheHeaders)
+TEST(Version, PkgConfigFileHasVersionOfHeaders)
 {
     std::ifstream file(PKG_CONFIG_FILE);
     std::string line;

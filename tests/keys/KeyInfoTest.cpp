@@ -24,7 +24,7 @@ PrivateKeyInfo const eccPrivate(secret, EllipticCurve::Ed25519);
 
 } // namespace
 
-TEST(KeyKinds, HaveTheirNumbers)
+TEST(KeyEnumerations, KeepTheirValues)
 {
     EXPECT_EQ(static_cast<int>(KeyType::RSA), 0);
     EXPECT_EQ(static_cast<int>(KeyType::ECC), 1);
@@ -34,7 +34,7 @@ TEST(KeyKinds, HaveTheirNumbers)
     EXPECT_EQ(sizeof(EllipticCurve), 4U);
 }
 
-TEST(PublicKeyInfo, OfAnRSAKeyGivesItsNumbers)
+TEST(PublicKeyInfo, RSARecordReturnsItsNumbers)
 {
     EXPECT_EQ(rsaPublic.getType(), KeyType::RSA);
     EXPECT_EQ(rsaPublic.getKeySize(), 2048U);
@@ -42,7 +42,7 @@ TEST(PublicKeyInfo, OfAnRSAKeyGivesItsNumbers)
     EXPECT_EQ(rsaPublic.getRSAModulus(), modulus);
 }
 
-TEST(PublicKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
+TEST(PublicKeyInfo, RSARecordRefusesECCGetters)
 {
     EXPECT_THROWS_EXACTLY(
         NotECCKey, "Cannot get the public point from the key because it is not an ECC key",
@@ -52,7 +52,7 @@ TEST(PublicKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
         rsaPublic.getECCCurve());
 }
 
-TEST(PublicKeyInfo, OfAnECCKeyGivesItsNumbers)
+TEST(PublicKeyInfo, ECCRecordReturnsItsNumbers)
 {
     EXPECT_EQ(eccPublic.getType(), KeyType::ECC);
     EXPECT_EQ(eccPublic.getKeySize(), 256U);
@@ -61,7 +61,7 @@ TEST(PublicKeyInfo, OfAnECCKeyGivesItsNumbers)
     EXPECT_EQ(PublicKeyInfo(256, point, EllipticCurve::Ed25519).getECCCurve(), EllipticCurve::Ed25519);
 }
 
-TEST(PublicKeyInfo, OfAnECCKeyRefusesTheGettersOfTheOtherKind)
+TEST(PublicKeyInfo, ECCRecordRefusesRSAGetters)
 {
     EXPECT_THROWS_EXACTLY(
         NotRSAKey, "Cannot get the public exponent from the key because it is not an RSA key",
@@ -71,7 +71,7 @@ TEST(PublicKeyInfo, OfAnECCKeyRefusesTheGettersOfTheOtherKind)
         eccPublic.getRSAModulus());
 }
 
-TEST(PublicKeyInfo, RefusesEmptyNumbersTheExponentFirst)
+TEST(PublicKeyInfo, RefusesEmptyNumbersExponentFirst)
 {
     ByteArray const none;
     EXPECT_THROWS_EXACTLY(
@@ -117,7 +117,7 @@ TEST(PublicKeyInfo, ComparesKindSizeAndNumbers)
     }
 }
 
-TEST(PublicKeyInfo, CopiesAsAValue)
+TEST(PublicKeyInfo, IsCopiedAsValue)
 {
     PublicKeyInfo const copy(rsaPublic);
     EXPECT_EQ(copy, rsaPublic);
@@ -126,7 +126,7 @@ TEST(PublicKeyInfo, CopiesAsAValue)
     EXPECT_EQ(assigned, rsaPublic);
 }
 
-TEST(PublicKeyInfo, KeepsItsKindAndEmptyNumbersAfterAMove)
+TEST(PublicKeyInfo, KeepsKindAndEmptyNumbersAfterMove)
 {
     PublicKeyInfo source(rsaPublic);
     PublicKeyInfo const target(std::move(source));
@@ -136,13 +136,13 @@ TEST(PublicKeyInfo, KeepsItsKindAndEmptyNumbersAfterAMove)
     EXPECT_TRUE(source.getRSAPublicExponent().empty());
 }
 
-TEST(PrivateKeyInfo, OfAnRSAKeyGivesItsNumber)
+TEST(PrivateKeyInfo, RSARecordReturnsItsNumber)
 {
     EXPECT_EQ(rsaPrivate.getType(), KeyType::RSA);
     EXPECT_EQ(rsaPrivate.getRSAPrivateExponent(), secret);
 }
 
-TEST(PrivateKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
+TEST(PrivateKeyInfo, RSARecordRefusesECCGetters)
 {
     EXPECT_THROWS_EXACTLY(
         NotECCKey, "Cannot get the private integer from the key because it is not an ECC key.",
@@ -152,14 +152,14 @@ TEST(PrivateKeyInfo, OfAnRSAKeyRefusesTheGettersOfTheOtherKind)
         rsaPrivate.getECCCurve());
 }
 
-TEST(PrivateKeyInfo, OfAnECCKeyGivesItsNumber)
+TEST(PrivateKeyInfo, ECCRecordReturnsItsNumber)
 {
     EXPECT_EQ(eccPrivate.getType(), KeyType::ECC);
     EXPECT_EQ(eccPrivate.getECCPrivateInteger(), secret);
     EXPECT_EQ(eccPrivate.getECCCurve(), EllipticCurve::Ed25519);
 }
 
-TEST(PrivateKeyInfo, OfAnECCKeyRefusesTheGetterOfTheOtherKind)
+TEST(PrivateKeyInfo, ECCRecordRefusesRSAGetter)
 {
     EXPECT_THROWS_EXACTLY(
         NotRSAKey, "Cannot get the private exponent from the key because it is not an RSA key.",
@@ -197,7 +197,7 @@ TEST(PrivateKeyInfo, ComparesKindAndNumbers)
     }
 }
 
-TEST(PrivateKeyInfo, KeepsItsKindAndEmptyNumbersAfterAMove)
+TEST(PrivateKeyInfo, KeepsKindAndEmptyNumbersAfterMove)
 {
     PrivateKeyInfo source(eccPrivate);
     PrivateKeyInfo target(rsaPrivate);

@@ -14,7 +14,7 @@ using namespace foundation::test;
 
 namespace {
 
-/// Reasons that a test can tell apart.
+/// Queues an error with that reason, and returns its code.
 unsigned long queueError(int reason)
 {
     ERR_raise(ERR_LIB_PEM, reason);
@@ -32,7 +32,7 @@ class OpenSSLErrorGuard : public testing::Test
 
 } // namespace
 
-TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourLeavesTheQueueAsItFoundIt)
+TEST_F(OpenSSLErrorGuard, MarkingGuardKeepsEarlierErrors)
 {
     auto const first = queueError(firstReason);
     auto const second = queueError(secondReason);
@@ -43,7 +43,7 @@ TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourLeavesTheQueueAsItFoundIt)
     EXPECT_EQ(drainErrorQueue(), (std::vector<unsigned long>{first, second}));
 }
 
-TEST_F(OpenSSLErrorGuard, MarksByDefault)
+TEST_F(OpenSSLErrorGuard, DefaultGuardIsMarkingGuard)
 {
     auto const first = queueError(firstReason);
     {
@@ -53,7 +53,7 @@ TEST_F(OpenSSLErrorGuard, MarksByDefault)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{first});
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourLeavesAnEmptyQueueEmpty)
+TEST_F(OpenSSLErrorGuard, MarkingGuardLeavesEmptyQueueEmpty)
 {
     {
         RAIIOpenSSLErrorRemover const guard(false);
@@ -63,7 +63,7 @@ TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourLeavesAnEmptyQueueEmpty)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourNests)
+TEST_F(OpenSSLErrorGuard, MarkingGuardsNest)
 {
     auto const first = queueError(firstReason);
     {
@@ -78,14 +78,14 @@ TEST_F(OpenSSLErrorGuard, OfTheMarkingFlavourNests)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{first});
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourStartsWithAnEmptyQueue)
+TEST_F(OpenSSLErrorGuard, ClearingGuardStartsWithEmptyQueue)
 {
     queueError(firstReason);
     RAIIOpenSSLErrorRemover const guard(true);
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourLeavesAnEmptyQueue)
+TEST_F(OpenSSLErrorGuard, ClearingGuardLeavesEmptyQueue)
 {
     queueError(firstReason);
     {
@@ -95,7 +95,7 @@ TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourLeavesAnEmptyQueue)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourPopsDownToAMarkSetInItsScope)
+TEST_F(OpenSSLErrorGuard, ClearingGuardRemovesErrorsDownToMarkOfItsScope)
 {
     std::vector<unsigned long> kept;
     {
@@ -107,7 +107,7 @@ TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourPopsDownToAMarkSetInItsScope)
     EXPECT_EQ(drainErrorQueue(), kept);
 }
 
-TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourTakesAwayTheMarkOfAnEnclosingOne)
+TEST_F(OpenSSLErrorGuard, ClearingGuardRemovesMarkOfEnclosingGuard)
 {
     queueError(firstReason);
     RAIIOpenSSLErrorRemover const outer(false);
@@ -118,7 +118,7 @@ TEST_F(OpenSSLErrorGuard, OfTheClearingFlavourTakesAwayTheMarkOfAnEnclosingOne)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, CleansUpDuringUnwinding)
+TEST_F(OpenSSLErrorGuard, RemovesErrorsDuringUnwinding)
 {
     auto const first = queueError(firstReason);
     try {
@@ -150,14 +150,14 @@ TEST_F(OpenSSLErrorGuard, HasNoState)
     EXPECT_FALSE(std::is_copy_constructible_v<RAIIOpenSSLErrorRemover>);
 }
 
-TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForAnEmptyQueue)
+TEST_F(OpenSSLErrorGuard, ErrorStringIsEmptyForEmptyQueue)
 {
     RAIIOpenSSLErrorRemover guard;
     EXPECT_EQ(guard.getErrorString(), "");
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, GivesTheReasonsOldestFirstAndTakesThemOff)
+TEST_F(OpenSSLErrorGuard, ErrorStringTakesOldestReason)
 {
     RAIIOpenSSLErrorRemover guard;
     queueError(firstReason);
@@ -169,7 +169,7 @@ TEST_F(OpenSSLErrorGuard, GivesTheReasonsOldestFirstAndTakesThemOff)
     EXPECT_EQ(guard.getErrorString(), "");
 }
 
-TEST_F(OpenSSLErrorGuard, GivesNoLibraryFunctionOrNumberWithTheReason)
+TEST_F(OpenSSLErrorGuard, ErrorStringHasNeitherLibraryNorNumber)
 {
     RAIIOpenSSLErrorRemover guard;
     queueError(firstReason);
@@ -178,7 +178,7 @@ TEST_F(OpenSSLErrorGuard, GivesNoLibraryFunctionOrNumberWithTheReason)
     EXPECT_EQ(text.find_first_of(":0123456789"), std::string::npos) << text;
 }
 
-TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForAReasonWithoutText)
+TEST_F(OpenSSLErrorGuard, ErrorStringIsEmptyForReasonWithoutText)
 {
     RAIIOpenSSLErrorRemover guard;
     ERR_raise(ERR_LIB_USER, 4711);
@@ -186,7 +186,7 @@ TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForAReasonWithoutText)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForASystemError)
+TEST_F(OpenSSLErrorGuard, ErrorStringOfSystemErrorIsAsOpenSSLHasIt)
 {
     RAIIOpenSSLErrorRemover guard;
     ERR_raise(ERR_LIB_SYS, 2);
@@ -194,7 +194,7 @@ TEST_F(OpenSSLErrorGuard, GivesAnEmptyErrorStringForASystemError)
     EXPECT_TRUE(queueIsEmpty());
 }
 
-TEST_F(OpenSSLErrorGuard, SeesNothingOfOtherThreads)
+TEST_F(OpenSSLErrorGuard, SeesOnlyErrorsOfItsThread)
 {
     auto const first = queueError(firstReason);
     std::thread([] {

@@ -11,7 +11,7 @@ using namespace foundation::certificates;
 
 namespace {
 
-/// How often the deleter below ran.
+/// Counts the runs of the deleter below.
 int numReleased = 0;
 
 void countRelease(int* /*pointer*/)
@@ -21,14 +21,14 @@ void countRelease(int* /*pointer*/)
 
 } // namespace
 
-TEST(OpenSSLHandles, AreTwoWords)
+TEST(OpenSSLHandles, TakeTwoWords)
 {
     EXPECT_EQ(sizeof(BIOUPtr), 2 * sizeof(void*));
     EXPECT_EQ(sizeof(BN_CTXUPtr), 2 * sizeof(void*));
     EXPECT_EQ(sizeof(X509StackUPtr), 2 * sizeof(void*));
 }
 
-TEST(OpenSSLHandles, RunTheirDeleterOnceAndOnlyForAPointer)
+TEST(OpenSSLHandles, RunDeleterOnceAndNotForNull)
 {
     numReleased = 0;
     int object = 0;
@@ -41,7 +41,7 @@ TEST(OpenSSLHandles, RunTheirDeleterOnceAndOnlyForAPointer)
     EXPECT_EQ(numReleased, 1);
 }
 
-TEST(OpenSSLHandles, OfTheStrictMakersRefuseNull)
+TEST(OpenSSLHandles, MakersNamedUPtrRefuseNull)
 {
     EXPECT_THROWS_EXACTLY(
         CertificateException, "Fail to create BN_CTXUPtr; the given raw pointer is NULL",
@@ -57,7 +57,7 @@ TEST(OpenSSLHandles, OfTheStrictMakersRefuseNull)
         makeOSSL_PARAMUPtr(nullptr));
 }
 
-TEST(OpenSSLHandles, OfTheStrictMakersHoldWhatTheyAreGiven)
+TEST(OpenSSLHandles, MakersNamedUPtrHoldPointer)
 {
     BN_CTX* const context = BN_CTX_new();
     EXPECT_EQ(makeBN_CTXUPtr(context).get(), context);
@@ -68,7 +68,7 @@ TEST(OpenSSLHandles, OfTheStrictMakersHoldWhatTheyAreGiven)
     EXPECT_NE(makeOSSL_PARAMUPtr(OSSL_PARAM_dup(&none)), nullptr);
 }
 
-TEST(OpenSSLHandles, OfTheOtherMakersHoldNull)
+TEST(OpenSSLHandles, OtherMakersAcceptNull)
 {
     EXPECT_EQ(makeBIO(nullptr), nullptr);
     EXPECT_EQ(makeBIGNUM(nullptr), nullptr);
@@ -81,7 +81,7 @@ TEST(OpenSSLHandles, OfTheOtherMakersHoldNull)
     EXPECT_EQ(makePOLICYINFOStack(nullptr), nullptr);
 }
 
-TEST(OpenSSLHandles, KnowHowEachObjectIsReleased)
+TEST(OpenSSLHandles, ReleaseEachObjectWithItsFunction)
 {
     EXPECT_EQ(makeBN_CTXUPtr(BN_CTX_new()).get_deleter(), &BN_CTX_free);
     EXPECT_EQ(makeBIO(nullptr).get_deleter(), &BIO_free_all);
@@ -92,9 +92,9 @@ TEST(OpenSSLHandles, KnowHowEachObjectIsReleased)
     EXPECT_EQ(makeX509_CRL(nullptr).get_deleter(), &X509_CRL_free);
 }
 
-TEST(OpenSSLHandles, OfStacksReleaseTheirElements)
+TEST(OpenSSLHandles, StacksReleaseTheirElements)
 {
-    // A leak or a second release of an element is found by AddressSanitizer.
+    // AddressSanitizer finds a leak and a second release.
     auto const certificates = makeX509Stack(sk_X509_new_null());
     auto certificate = makeX509(X509_new());
     ASSERT_GT(sk_X509_push(certificates.get(), certificate.get()), 0);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Everything the library offers.
+/// Includes all public headers of the library.
 
 #include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/CertificateValidation.hpp>

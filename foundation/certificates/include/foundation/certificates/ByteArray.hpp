@@ -4,10 +4,10 @@
 
 namespace foundation::certificates {
 
-/// The library's byte vector: all binary input and output.
+/// The type of all binary input and output.
 ///
-/// A big number in a ByteArray is big-endian and unsigned, without leading zero bytes; zero is
-/// the empty array.
+/// A big number in a ByteArray is unsigned and big-endian, without leading zero bytes. Zero is the empty
+/// array.
 using ByteArray = std::vector<unsigned char>;
 
 } // namespace foundation::certificates

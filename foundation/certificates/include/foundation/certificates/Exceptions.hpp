@@ -1,12 +1,12 @@
 #pragma once
 
 /// @file
-/// The exception family. Every failure of the library reaches the caller as one of these, thrown by value,
-/// with one readable sentence as its what(); the classes carry nothing else. A verdict, good or bad, is
-/// never an exception: exceptions are for what prevents a verdict.
+/// The exceptions of the library. Each failure is thrown by value as one of these classes. Its what() is one
+/// readable sentence; the classes carry nothing else. A validation that ends with a bad verdict does not
+/// throw. It throws only if it cannot reach a verdict.
 ///
-/// All classes but TrustStoreException derive from CertificateException. Code that wants both families in
-/// one handler catches std::runtime_error.
+/// All classes except TrustStoreException derive from CertificateException. Catch std::runtime_error to
+/// handle both.
 
 #include <foundation/certificates/export.hpp>
 
@@ -15,72 +15,73 @@
 
 namespace foundation::certificates {
 
-/// The root of the family; raised directly where no narrower class fits, mostly in key handling.
+/// The base class. Thrown itself where no derived class fits, mostly by operations on keys.
 class FOUNDATION_CERTIFICATES_EXPORT CertificateException : public std::runtime_error
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     CertificateException(std::string const& message);
-    /// Moving copies as well: the source of a move keeps its text.
+    /// Copies the text. A move copies too, so its source keeps the text.
     CertificateException(CertificateException const&) = default;
-    /// Moving copies as well.
+    /// Copies the text. A move copies too.
     CertificateException& operator=(CertificateException const&) = default;
     ~CertificateException() override;
 };
 
-/// The caller's input is unusable: no content, wrong encoding, odd hexadecimal, no common name.
+/// The input cannot be used: it is empty or wrongly encoded, has an odd number of hexadecimal digits, or has
+/// no common name.
 class FOUNDATION_CERTIFICATES_EXPORT InvalidArgument : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// An RSA-only operation was asked of a key that is not RSA.
+/// An operation for RSA keys was called for another key.
 class FOUNDATION_CERTIFICATES_EXPORT NotRSAKey : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// An ECC-only operation was asked of a key that is not ECC.
+/// An operation for elliptic-curve keys was called for another key.
 class FOUNDATION_CERTIFICATES_EXPORT NotECCKey : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// The key's type is outside what the library handles.
+/// The library does not support the key's type.
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedKeyType : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// The key's curve is outside what the library handles.
+/// The library does not support the key's curve.
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedEllipticCurve : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// Part of the family for its users; no operation of the library raises it.
+/// For code that uses the library. No operation of the library throws it.
 class FOUNDATION_CERTIFICATES_EXPORT NotImplemented : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// A certificate operation failed; internal OpenSSL failures are reported so, too.
+/// A certificate operation failed. Internal failures of OpenSSL are reported with this class too.
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateException : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -88,7 +89,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChainException : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -96,7 +97,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateException : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -104,7 +105,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS12CertificateException : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -112,20 +113,20 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT IncorrectPassphrase : public CertificateException
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
-/// A trust store operation failed. Deliberately not a CertificateException: a handler for that
-/// does not catch it.
+/// A trust store operation failed. This class does not derive from CertificateException, so a handler for
+/// that class does not catch it.
 class FOUNDATION_CERTIFICATES_EXPORT TrustStoreException : public std::runtime_error
 {
 public:
-    /// With the text that what() gives.
+    /// Makes an exception whose what() returns the text.
     TrustStoreException(std::string const& message);
-    /// Moving copies as well: the source of a move keeps its text.
+    /// Copies the text. A move copies too, so its source keeps the text.
     TrustStoreException(TrustStoreException const&) = default;
-    /// Moving copies as well.
+    /// Copies the text. A move copies too.
     TrustStoreException& operator=(TrustStoreException const&) = default;
     ~TrustStoreException() override;
 };

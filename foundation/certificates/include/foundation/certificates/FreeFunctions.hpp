@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The byte and text encodings, where the operating system keeps its roots, and the access to a trust
-/// store's OpenSSL store for code that speaks OpenSSL.
+/// Encodings of bytes as text, the places of the operating system's roots, and access to a trust store's
+/// OpenSSL store for code that uses OpenSSL itself.
 
 #include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/export.hpp>
@@ -18,31 +18,32 @@ namespace foundation::certificates {
 
 class TrustStore;
 
-/// Base64 of the bytes with the alphabet of RFC 4648 ("+" and "/"), padded, on one line. Empty for no
-/// bytes.
+/// Returns the bytes in base64 with the alphabet of RFC 4648 ("+" and "/"), with padding and in one line.
+/// Returns an empty text for no bytes.
 FOUNDATION_CERTIFICATES_EXPORT std::string base64Encode(ByteArray const& data);
 
-/// The bytes of a base64 text, which must be free of line breaks and blanks.
+/// Returns the bytes of a base64 text, which must not contain line breaks or blanks.
 ///
-/// As many characters as the text holds "=" are cut off its end, whatever they are; an "=" that stays
-/// decodes as six zero bits. Left-over bits are dropped without a check.
-/// @throws boost::archive::iterators::dataflow_exception (a std::exception outside the library's family)
-///     with "attempt to decode a value not in base64 char set" for any other character outside the
-///     alphabet, and for a text that leaves a single character over.
+/// For each "=" in the text, removes one character from the end of the text, without looking at it. An "="
+/// that remains decodes as six zero bits. Bits that do not fill a byte are ignored.
+/// @throws boost::archive::iterators::dataflow_exception "attempt to decode a value not in base64 char set"
+/// for
+///     any other remaining character outside the alphabet, and if a group of one character remains at the
+///     end. This class derives from std::exception and not from the library's exceptions.
 FOUNDATION_CERTIFICATES_EXPORT ByteArray base64Decode(std::string const& text);
 
-/// Two lower-case hexadecimal digits a byte, without separators.
+/// Returns two lower-case hexadecimal digits for each byte, without separators.
 FOUNDATION_CERTIFICATES_EXPORT std::string hexEncode(ByteArray const& data);
 
-/// The bytes of a text of hexadecimal digits of either case; no prefix, blank or separator is tolerated.
-/// @throws InvalidArgument "Input string is invalid for hex decoding. It has odd number of characters.",
-///     tested first
+/// Returns the bytes of a text of hexadecimal digits of either case, without prefix, blanks or separators.
+/// @throws InvalidArgument "Input string is invalid for hex decoding. It has odd number of characters." This
+///     is tested first.
 /// @throws InvalidArgument "Input string contains characters which are not in Hex."
 FOUNDATION_CERTIFICATES_EXPORT ByteArray hexDecode(std::string const& text);
 
-/// Writes one line: the label and a blank if there is a label, each byte as "0x", two digits and a blank,
-/// and a line end with a flush. The stream's format state is as before afterwards; stream failures are
-/// neither tested nor reported.
+/// Writes one line: the label and a blank, unless the label is empty; each byte as "0x", two digits and a
+/// blank; and a line end. Flushes the stream, and leaves its format state unchanged. Does not test the stream
+/// for failures.
 FOUNDATION_CERTIFICATES_EXPORT void
 prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& out);
 

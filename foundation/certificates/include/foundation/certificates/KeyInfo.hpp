@@ -1,9 +1,8 @@
 #pragma once
 
 /// @file
-/// A key's numbers as plain values. The key kinds are a closed list: RSA of at least 1024 bits,
-/// elliptic-curve keys on prime256v1, and Ed25519. Certificates and bundles with any other key are refused
-/// when they are loaded.
+/// The numbers of a key as plain values. The library supports RSA keys of at least 1024 bits, elliptic-curve
+/// keys on prime256v1, and Ed25519 keys. It refuses to load certificates and bundles with any other key.
 
 #include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/export.hpp>
@@ -12,11 +11,11 @@
 
 namespace foundation::certificates {
 
-/// The two kinds of key, which decide what fields a key record holds.
+/// The two kinds of key. The kind decides which fields a record has.
 enum class KeyType : std::uint32_t
 {
     RSA = 0, ///< modulus and exponents (`EVP_PKEY_RSA`)
-    ECC = 1  ///< an elliptic-curve key; Ed25519 counts as one
+    ECC = 1  ///< elliptic-curve keys, Ed25519 included
 };
 
 /// The curves that a key can be on.
@@ -26,40 +25,42 @@ enum class EllipticCurve : std::uint32_t
     Ed25519 = 1     ///< the twisted Edwards curve of RFC 8032 (`EVP_PKEY_ED25519`)
 };
 
-/// A public key's numbers: a tagged record that holds the fields of one key kind and refuses the getters of
-/// the other. A plain value without a lock; a moved-from record keeps its tag and has empty arrays.
+/// The numbers of a public key. A record has the fields of one kind of key, and the getters for the other
+/// kind throw. It is a plain value without a lock. A record that was moved from keeps its kind and has empty
+/// arrays.
 class FOUNDATION_CERTIFICATES_EXPORT PublicKeyInfo
 {
 public:
-    /// An RSA key. The size, in bits, is stored as given.
+    /// Makes the record of an RSA key. The size in bits is stored as given.
     /// @throws CertificateException "Empty public exponent in public key", "Empty modulus in public key",
     ///     in this order
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicExponent, ByteArray const& modulus);
-    /// An elliptic-curve key. The size, in bits, is stored as given.
+    /// Makes the record of an elliptic-curve key. The size in bits is stored as given.
     /// @throws CertificateException "Empty public point in public key"
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicPoint, EllipticCurve curve);
 
-    /// The kind, which tells whose getters may be asked.
+    /// Returns the kind, which decides which getters may be called.
     KeyType getType() const;
-    /// The key's size in bits.
+    /// Returns the size of the key in bits.
     std::uint64_t getKeySize() const;
 
-    /// The RSA public exponent, big-endian.
+    /// Returns the public exponent of an RSA key, big-endian.
     /// @throws NotRSAKey "Cannot get the public exponent from the key because it is not an RSA key"
     ByteArray getRSAPublicExponent() const;
-    /// The RSA modulus, big-endian.
+    /// Returns the modulus of an RSA key, big-endian.
     /// @throws NotRSAKey "Cannot get the modulus from the key because it is not an RSA key"
     ByteArray getRSAModulus() const;
-    /// The public point as OpenSSL encodes it for prime256v1, the 32 bytes of the raw key for Ed25519.
+    /// Returns the public point as OpenSSL encodes it for prime256v1, and the 32 bytes of the raw key for
+    /// Ed25519.
     /// @throws NotECCKey "Cannot get the public point from the key because it is not an ECC key"
     ByteArray getECCPublicPoint() const;
-    /// The curve.
+    /// Returns the curve.
     /// @throws NotECCKey "Cannot get the elliptic curve from the key because it is not an ECC key"
     EllipticCurve getECCCurve() const;
 
-    /// Equal in kind, size and numbers. Not in constant time.
+    /// Whether kind, size and numbers are equal. Does not take constant time.
     bool operator==(PublicKeyInfo const& other) const;
-    /// The opposite of operator==.
+    /// The negation of operator==.
     bool operator!=(PublicKeyInfo const& other) const;
 
 private:
@@ -71,35 +72,35 @@ private:
     EllipticCurve eccCurve;
 };
 
-/// A private key's secret number: a tagged record as PublicKeyInfo is. It carries no size, and does not
-/// wipe its memory.
+/// The secret number of a private key. A record of one kind, as PublicKeyInfo is, but without a size. It does
+/// not wipe its memory.
 class FOUNDATION_CERTIFICATES_EXPORT PrivateKeyInfo
 {
 public:
-    /// An RSA key.
+    /// Makes the record of an RSA key.
     /// @throws CertificateException "Empty private exponent in private key."
     PrivateKeyInfo(ByteArray const& privateExponent);
-    /// An elliptic-curve key.
+    /// Makes the record of an elliptic-curve key.
     /// @throws CertificateException "Empty private integer in private key."
     PrivateKeyInfo(ByteArray const& privateInteger, EllipticCurve curve);
 
-    /// The kind, which tells whose getters may be asked.
+    /// Returns the kind, which decides which getters may be called.
     KeyType getType() const;
 
-    /// The RSA private exponent, big-endian.
+    /// Returns the private exponent of an RSA key, big-endian.
     /// @throws NotRSAKey "Cannot get the private exponent from the key because it is not an RSA key."
     ByteArray getRSAPrivateExponent() const;
-    /// The private scalar of prime256v1, big-endian without leading zero bytes; the 32 bytes of the raw
-    /// key for Ed25519.
+    /// Returns the private scalar for prime256v1, big-endian and without leading zero bytes, and the 32 bytes
+    /// of the raw key for Ed25519.
     /// @throws NotECCKey "Cannot get the private integer from the key because it is not an ECC key."
     ByteArray getECCPrivateInteger() const;
-    /// The curve.
+    /// Returns the curve.
     /// @throws NotECCKey "Cannot get the elliptic curve from the key because it is not an ECC key."
     EllipticCurve getECCCurve() const;
 
-    /// Equal in kind and numbers. Not in constant time.
+    /// Whether kind and numbers are equal. Does not take constant time.
     bool operator==(PrivateKeyInfo const& other) const;
-    /// The opposite of operator==.
+    /// The negation of operator==.
     bool operator!=(PrivateKeyInfo const& other) const;
 
 private:

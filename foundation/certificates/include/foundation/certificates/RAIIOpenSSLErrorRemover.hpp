@@ -4,30 +4,32 @@
 
 #include <string>
 
-/// A scope guard over OpenSSL's error queue of the calling thread.
+/// A scope guard for OpenSSL's error queue of the calling thread.
 ///
-/// The two flavours differ in what survives the scope:
-/// - `false` sets a mark (`ERR_set_mark`). Entries queued before the guard survive, entries queued inside
-///   its scope are dropped at the end. It suits a scope that may run inside somebody else's error handling.
-/// - `true` empties the queue (`ERR_clear_error`), so that the scope sees only what it caused itself. It
-///   sets no mark, and the marks of enclosing guards go with the entries that they stood at: its end removes
-///   everything down to a mark that was set in its scope, and all there is where none was.
+/// The two kinds of guard differ in what survives the scope:
+/// - `false` sets a mark (`ERR_set_mark`). Entries from before the guard survive. Entries that are queued
+/// within
+///   the scope are removed at its end. Use it where the caller may have entries of its own in the queue.
+/// - `true` empties the queue (`ERR_clear_error`), so that the scope sees only its own errors. It sets no
+/// mark,
+///   and the marks of enclosing guards are lost with their entries. Its end removes the entries down to a
+///   mark that was set within the scope, or all entries if there is none.
 ///
-/// The queue is per thread: a guard must be destroyed on the thread that made it, and lives in one scope.
+/// The queue belongs to the thread, so a guard must be destroyed on the thread that made it.
 class FOUNDATION_CERTIFICATES_EXPORT RAIIOpenSSLErrorRemover
 {
 public:
-    /// Sets a mark, or empties the queue if clearQueue is set.
+    /// Sets a mark, or empties the queue if clearQueue is true.
     RAIIOpenSSLErrorRemover(bool clearQueue = false);
-    /// `ERR_pop_to_mark`, in both flavours.
+    /// Removes entries (`ERR_pop_to_mark`), for both kinds of guard.
     ~RAIIOpenSSLErrorRemover();
 
-    /// A copy would drop entries a second time.
+    /// Not copyable: a copy would remove entries a second time.
     RAIIOpenSSLErrorRemover(RAIIOpenSSLErrorRemover const&) = delete;
-    /// Does nothing: what a guard remembers lives in the queue and not in the object.
+    /// Does nothing, since the state of a guard is in the queue and not in the object.
     RAIIOpenSSLErrorRemover& operator=(RAIIOpenSSLErrorRemover const& other);
 
-    /// Takes the oldest entry off the queue (`ERR_get_error`) and gives its reason text alone
-    /// (`ERR_reason_error_string`): empty if the queue is empty or the code has no registered text.
+    /// Removes the oldest entry from the queue (`ERR_get_error`) and returns its reason text
+    /// (`ERR_reason_error_string`). Returns an empty text if the queue is empty or the code has no text.
     std::string getErrorString();
 };
