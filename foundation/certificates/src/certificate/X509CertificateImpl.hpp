@@ -129,8 +129,7 @@ public:
     bool downloadCRL(
         X509Certificate const& certificate, X509_STOREUPtr& store, CRLs& crls,
         CertificateValidationOptions::DownloadCRL mode, EVP_PKEYUPtr& issuerKey) const;
-    /// Returns the revocation of the first certificate, from the leaf upward, that the CRL of its own level
-    /// names.
+    /// Returns the revocation of the first certificate, leaf first, that the CRL of its own level names.
     CertificateRevocationResults
     findRevocation(CRLs const& crls, std::vector<X509Certificate> const& certificates) const;
 

@@ -215,9 +215,8 @@ public:
     /// other kinds).
     /// @throws X509CertificateException as getModulus and getPublicExponent do
     /// @throws CertificateException for an elliptic-curve key if OpenSSL runs out of memory: "Could not
-    /// extract
-    ///     public key information from EVP_PKEY", "Failed to extract public point from public EVP_PKEY",
-    ///     "Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"
+    ///     extract public key information from EVP_PKEY", "Failed to extract public point from public
+    ///     EVP_PKEY", "Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL"
     PublicKeyInfo getPublicKeyInfo() const;
 
     /// Returns the extended key usages as dotted OIDs (`X509_get_ext_d2i`) in the extension's order, for
@@ -271,8 +270,7 @@ public:
     /// @param chain the intermediates, with or without this certificate in front; may be empty
     /// @param options what is tolerated, how revocation is handled, and a second trust store to fall back on
     /// @param trustStore the trusted roots. If it is empty, those of the operating system, which are read
-    /// once
-    ///     in the life of the process.
+    ///     once in the life of the process.
     /// @return the verdict; with `Valid`, also the root of the chain that was built
     ///
     /// OpenSSL verifies the chain (`X509_verify_cert`) on a private copy of the trust store. Host names,

@@ -46,9 +46,8 @@ public:
     /// Loads from the rest of the stream. Reads through the stream's buffer and leaves its state flags
     /// unchanged.
     /// @throws InvalidArgument also "The input certificate chain data stream is invalid.", with nothing read,
-    /// if
-    ///     the stream is not good(); "The input X509 certificate chain data stream is invalid. Reason:" and
-    ///     the cause, if reading fails
+    ///     if the stream is not good(); "The input X509 certificate chain data stream is invalid. Reason:"
+    ///     and the cause, if reading fails
     X509CertificateChain(std::istream& stream);
     /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are no chain.
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
@@ -70,7 +69,7 @@ public:
     /// Makes an uninitialized chain usable again. Copies the certificate before it takes this chain's lock.
     /// @throws InvalidArgument "The provided certificate has no content."
     /// @throws X509CertificateException "Error: X509Certificate is uninitialized." for a moved-from
-    /// certificate
+    ///     certificate
     void addCertificate(X509Certificate const& certificate);
 
     /// Whether the list holds no certificate.
