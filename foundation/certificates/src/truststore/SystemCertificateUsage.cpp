@@ -20,17 +20,17 @@ using Usage = TrustStore::Usage;
 struct UsageRow
 {
     Usage usage;
-    char const* oid;
     int nid;
+    char const* oid;
 };
 
 constexpr UsageRow extendedKeyUsages[] = {
-    {Usage::ServerAuthentication, "1.3.6.1.5.5.7.3.1", NID_server_auth},
-    {Usage::ServerAuthentication, "2.5.29.37.0", NID_anyExtendedKeyUsage},
-    {Usage::Signing, "1.3.6.1.5.5.7.3.3", NID_code_sign},
-    {Usage::Signing, "1.3.6.1.5.5.7.3.4", NID_email_protect},
-    {Usage::Signing, "1.3.6.1.5.5.7.3.8", NID_time_stamp},
-    {Usage::Signing, "2.5.29.37.0", NID_anyExtendedKeyUsage},
+    {Usage::ServerAuthentication, NID_server_auth, "1.3.6.1.5.5.7.3.1"},
+    {Usage::ServerAuthentication, NID_anyExtendedKeyUsage, "2.5.29.37.0"},
+    {Usage::Signing, NID_code_sign, "1.3.6.1.5.5.7.3.3"},
+    {Usage::Signing, NID_email_protect, "1.3.6.1.5.5.7.3.4"},
+    {Usage::Signing, NID_time_stamp, "1.3.6.1.5.5.7.3.8"},
+    {Usage::Signing, NID_anyExtendedKeyUsage, "2.5.29.37.0"},
 };
 
 template <class Value>

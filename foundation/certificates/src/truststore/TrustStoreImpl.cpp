@@ -118,13 +118,13 @@ bool TrustStoreImpl::empty() const
 
 std::size_t TrustStoreImpl::size() const
 {
-    return static_cast<std::size_t>(entries().count());
+    return static_cast<std::size_t>(readEntries().count());
 }
 
 X509CertificateChain TrustStoreImpl::getCertificates() const
 {
     X509CertificateChain chain;
-    StoreEntries const entries = this->entries();
+    StoreEntries const entries = readEntries();
     for (int index = 0; index < entries.count(); ++index) {
         RAIIOpenSSLErrorRemover const errors(false);
         chain.addCertificate(X509Certificate(X509CertificateImpl(certificateOf(entries.at(index)))));
@@ -135,7 +135,8 @@ X509CertificateChain TrustStoreImpl::getCertificates() const
 std::vector<std::string> TrustStoreImpl::getPEMStrings() const
 {
     std::vector<std::string> texts;
-    StoreEntries const entries = this->entries();
+    StoreEntries const entries = readEntries();
+    texts.reserve(static_cast<std::size_t>(entries.count()));
     for (int index = 0; index < entries.count(); ++index) {
         texts.push_back(writePEM(certificateOf(entries.at(index))));
     }
@@ -163,7 +164,7 @@ void TrustStoreImpl::addX509(X509* certificate)
 
 X509* TrustStoreImpl::x509At(unsigned index) const
 {
-    return certificateOf(entries().at(static_cast<int>(index)));
+    return certificateOf(readEntries().at(static_cast<int>(index)));
 }
 
 X509_STOREUPtr TrustStoreImpl::copyStore() const
@@ -173,7 +174,7 @@ X509_STOREUPtr TrustStoreImpl::copyStore() const
     if (copy == nullptr) {
         return copy;
     }
-    StoreEntries const entries = this->entries();
+    StoreEntries const entries = readEntries();
     for (int index = 0; index < entries.count(); ++index) {
         X509_OBJECT const* const entry = entries.at(index);
         if (entry != nullptr && X509_OBJECT_get_type(entry) == X509_LU_CRL) {
@@ -196,7 +197,7 @@ std::shared_ptr<X509_STORE> TrustStoreImpl::getStore() const
     return store;
 }
 
-StoreEntries TrustStoreImpl::entries() const
+StoreEntries TrustStoreImpl::readEntries() const
 {
     RAIIOpenSSLErrorRemover const errors(false);
     return StoreEntries(store.get());

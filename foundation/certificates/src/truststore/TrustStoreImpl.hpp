@@ -65,7 +65,7 @@ public:
     void removeUnsuitableCertificates(TrustStore::Usage usage);
 
 private:
-    StoreEntries entries() const;
+    StoreEntries readEntries() const;
 
     std::shared_ptr<X509_STORE> store;
     std::unique_ptr<ISystemCertificateAdder> adder;
