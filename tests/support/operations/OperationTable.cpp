@@ -432,7 +432,7 @@ std::vector<Operation<SelfSignedCertBuilder>> builderTable()
         FOUNDATION_TEST_SETTER(withSerialNumber, 7),
         FOUNDATION_TEST_SETTER(withAdditionalKeyUsage, {X509Certificate::KeyUsage::KeyEncipherment}),
         FOUNDATION_TEST_SETTER(withAdditionalExtendedKeyUsage, {"serverAuth", "clientAuth"}),
-        FOUNDATION_TEST_SETTER(resetToDefaults),
+        FOUNDATION_TEST_SETTER(resetToDefaults, ),
         query<C>("SelfSignedCertBuilder::build", [](C const& builder) { return built(builder.build()); })
             .costly()
             .dropsForeignErrors() // the certificate is loaded at the end
