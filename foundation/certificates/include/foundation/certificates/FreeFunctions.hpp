@@ -27,8 +27,7 @@ FOUNDATION_CERTIFICATES_EXPORT std::string base64Encode(ByteArray const& data);
 /// For each "=" in the text, removes one character from the end of the text, without looking at it. An "="
 /// that remains decodes as six zero bits. Bits that do not fill a byte are ignored.
 /// @throws boost::archive::iterators::dataflow_exception "attempt to decode a value not in base64 char set"
-/// for
-///     any other remaining character outside the alphabet, and if a group of one character remains at the
+///     for any other remaining character outside the alphabet, and if a group of one character remains at the
 ///     end. This class derives from std::exception and not from the library's exceptions.
 FOUNDATION_CERTIFICATES_EXPORT ByteArray base64Decode(std::string const& text);
 

@@ -8,12 +8,11 @@
 ///
 /// The two kinds of guard differ in what survives the scope:
 /// - `false` sets a mark (`ERR_set_mark`). Entries from before the guard survive. Entries that are queued
-/// within
-///   the scope are removed at its end. Use it where the caller may have entries of its own in the queue.
+///   within the scope are removed at its end. Use it where the caller may have entries of its own in the
+///   queue.
 /// - `true` empties the queue (`ERR_clear_error`), so that the scope sees only its own errors. It sets no
-/// mark,
-///   and the marks of enclosing guards are lost with their entries. Its end removes the entries down to a
-///   mark that was set within the scope, or all entries if there is none.
+///   mark, and the marks of enclosing guards are lost with their entries. Its end removes the entries down to
+///   a mark that was set within the scope, or all entries without such a mark.
 ///
 /// The queue belongs to the thread, so a guard must be destroyed on the thread that made it.
 class FOUNDATION_CERTIFICATES_EXPORT RAIIOpenSSLErrorRemover
