@@ -22,8 +22,8 @@
 #include <string>
 #include <utility>
 
-// OpenSSL counts in int and long. An input of four gibibytes and a little more counts, in 32 bits, for that
-// little, and each of these inputs begins with a little that would do very well.
+// OpenSSL counts in int and long. In 32 bits, the size of four gibibytes and a few bytes reads as those few
+// bytes. Each input here begins with few bytes that are valid alone.
 
 namespace {
 
@@ -39,7 +39,7 @@ constexpr char const notWrittenText[] =
 class HugeInput : public testing::Test
 {
 protected:
-    /// The beginning, and zeros. There is one such array, which each test begins anew.
+    /// Returns the beginning followed by zeros. All tests share one array.
     static ByteArray const& bytesWith(Bytes const& beginning)
     {
         static ByteArray bytes(fourGibibytes + little);
@@ -60,7 +60,7 @@ protected:
     CertificateAndKey const leaf = makeLeaf(root, "leaf");
 };
 
-TEST_F(HugeInput, IsNoCertificate)
+TEST_F(HugeInput, IsRefusedAsCertificate)
 {
     for (auto const& beginning : {leaf.der(), asBytes(leaf.pem())}) {
         EXPECT_THROWS_EXACTLY(
@@ -69,7 +69,7 @@ TEST_F(HugeInput, IsNoCertificate)
     EXPECT_EQ(x509FromDER(bytesWith(leaf.der())), nullptr);
 }
 
-TEST_F(HugeInput, IsNoChain)
+TEST_F(HugeInput, IsRefusedAsChain)
 {
     CleanErrorQueue const clean;
     auto const nothing = own(BIO_new(BIO_s_mem()));
@@ -80,13 +80,13 @@ TEST_F(HugeInput, IsNoChain)
         X509CertificateChain(textWith(leaf.pem(), 'x')));
 }
 
-TEST_F(HugeInput, IsNoSignedData)
+TEST_F(HugeInput, IsRefusedAsSignedData)
 {
     auto const& bytes = bytesWith(toDer(makeSignedData("content", leaf)));
     EXPECT_THROWS_EXACTLY(PKCS7CertificateException, notWrittenText, PKCS7Certificate{bytes});
 }
 
-TEST_F(HugeInput, IsNotTheContentThatWasSigned)
+TEST_F(HugeInput, IsRefusedAsDetachedContent)
 {
     SignedDataSpec spec;
     spec.content = std::string(little, '\0');
@@ -103,13 +103,13 @@ TEST_F(HugeInput, IsNotTheContentThatWasSigned)
         signedData.verifySignature(X509CertificateChain(), trusted, bytesWith({})));
 }
 
-TEST_F(HugeInput, IsNoBundle)
+TEST_F(HugeInput, IsRefusedAsBundle)
 {
     auto const& bytes = bytesWith(toDer(makePkcs12(leaf, "secret")));
     EXPECT_THROWS_EXACTLY(PKCS12CertificateException, notWrittenText, PKCS12Certificate(bytes, "secret"));
 }
 
-TEST_F(HugeInput, IsNotThePassphrase)
+TEST_F(HugeInput, IsRefusedAsPassphrase)
 {
     std::string const secret(little, 'x');
     auto const bytes = toDer(makePkcs12(leaf, secret));
@@ -120,12 +120,11 @@ TEST_F(HugeInput, IsNotThePassphrase)
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, passphrase));
 }
 
-// The builder writes no beginning of a name for the whole name, and encrypts no key with a beginning of its
-// passphrase.
+// The builder must not truncate a name, or encrypt a key with a truncated passphrase.
 
 constexpr char const failureText[] = "Failed to generate a certificate: 0";
 
-TEST_F(HugeInput, IsNoCommonName)
+TEST_F(HugeInput, IsRefusedAsCommonName)
 {
     CleanErrorQueue const clean;
     auto builder = fastBuilder();
@@ -133,7 +132,7 @@ TEST_F(HugeInput, IsNoCommonName)
     EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
 }
 
-TEST_F(HugeInput, IsNoAlternativeName)
+TEST_F(HugeInput, IsRefusedAsAlternativeName)
 {
     CleanErrorQueue const clean;
     auto builder = fastBuilder();
@@ -143,7 +142,7 @@ TEST_F(HugeInput, IsNoAlternativeName)
     EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
 }
 
-TEST_F(HugeInput, EncryptsNoKey)
+TEST_F(HugeInput, IsRefusedAsBuilderPassphrase)
 {
     CleanErrorQueue const clean;
     auto builder = fastBuilder();

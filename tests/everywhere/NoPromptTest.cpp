@@ -31,15 +31,15 @@ std::string encryptedPem()
     return toEncryptedPem(makeRoot("root").certificate);
 }
 
-/// What is thrown for an encrypted block.
+/// Returns the text of the exception for an encrypted block.
 std::string refusedText()
 {
     return "Error: Loading a certificate failed. Reason=" + reasonText(ERR_LIB_PEM, PEM_R_BAD_PASSWORD_READ);
 }
 
-/// The operation is one that would have to ask; it must fail with that exception instead.
+/// Expects the exception and no output from an operation that would need a passphrase.
 template <class Exception>
-void expectToAskNothing(std::function<void()> const& operation, std::string const& text)
+void expectNoPrompt(std::function<void()> const& operation, std::string const& text)
 {
     auto const run = runOnTerminal([&] {
         try {
@@ -64,47 +64,47 @@ bool opensWith(std::string const& privateKey, char const* passphrase)
 
 } // namespace
 
-TEST(NoPrompt, IsWrittenByALoadFromBytes)
+TEST(NoPrompt, AppearsForLoadFromBytes)
 {
     auto const pem = encryptedPem();
-    expectToAskNothing<X509CertificateException>(
+    expectNoPrompt<X509CertificateException>(
         [&] { X509Certificate(ByteArray(pem.begin(), pem.end())); }, refusedText());
 }
 
-TEST(NoPrompt, IsWrittenByALoadFromAString)
+TEST(NoPrompt, AppearsForLoadFromString)
 {
     auto const pem = encryptedPem();
-    expectToAskNothing<X509CertificateException>([&] { X509Certificate(std::string(pem)); }, refusedText());
+    expectNoPrompt<X509CertificateException>([&] { X509Certificate(std::string(pem)); }, refusedText());
 }
 
-TEST(NoPrompt, IsWrittenByALoadFromAStream)
+TEST(NoPrompt, AppearsForLoadFromStream)
 {
     std::istringstream stream(encryptedPem());
-    expectToAskNothing<X509CertificateException>([&] { X509Certificate{stream}; }, refusedText());
+    expectNoPrompt<X509CertificateException>([&] { X509Certificate{stream}; }, refusedText());
 }
 
-TEST(NoPrompt, IsWrittenByALoadOfAChain)
+TEST(NoPrompt, AppearsForLoadOfChain)
 {
     auto const pem = encryptedPem();
-    expectToAskNothing<X509CertificateChainException>(
+    expectNoPrompt<X509CertificateChainException>(
         [&] { X509CertificateChain{pem}; }, "Error: Loading a certificate chain failed. Reason=" +
                                                 reasonText(ERR_LIB_PEM, PEM_R_BAD_PASSWORD_READ));
 }
 
-TEST(NoPrompt, IsWrittenByALoadOfSignedData)
+TEST(NoPrompt, AppearsForLoadOfSignedData)
 {
     auto const pem = toEncryptedPem(makeSignedData("content", makeSelfSignedLeaf("signer")));
-    expectToAskNothing<PKCS7CertificateException>([&] { PKCS7Certificate{pem}; }, refusedText());
+    expectNoPrompt<PKCS7CertificateException>([&] { PKCS7Certificate{pem}; }, refusedText());
 }
 
-TEST(NoPrompt, IsWrittenByALoadOfAKeyContainer)
+TEST(NoPrompt, AppearsForLoadOfBundle)
 {
     auto const bundle = toDer(makePkcs12(makeSelfSignedLeaf("leaf"), "secret"));
-    expectToAskNothing<IncorrectPassphrase>(
+    expectNoPrompt<IncorrectPassphrase>(
         [&] { PKCS12Certificate(bundle, ""); }, "Input passphrase is incorrect. OpenSSL error message=");
 }
 
-TEST(NoPrompt, IsWrittenByABuilderToldToUseAnEmptyPassphrase)
+TEST(NoPrompt, AppearsForBuilderWithEmptyPassphrase)
 {
     auto const run = runOnTerminal([] {
         auto const key = fastBuilder().withPrivateKeyPassphrase("").build().second;
@@ -117,8 +117,8 @@ TEST(NoPrompt, IsWrittenByABuilderToldToUseAnEmptyPassphrase)
     EXPECT_EQ(run.output, "");
 }
 
-// The counter-check: OpenSSL by itself asks, and the terminal of these tests notices.
-TEST(NoPrompt, IsFoundOutWhereThereIsOne)
+// Checks the tests themselves: OpenSSL alone prompts, and the terminal shows it.
+TEST(Prompt, OfOpenSSLIsDetected)
 {
     auto const pem = encryptedPem();
     Bytes const bytes(pem.begin(), pem.end());

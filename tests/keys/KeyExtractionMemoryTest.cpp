@@ -11,7 +11,7 @@ namespace {
 
 using namespace certificates;
 
-/// A key as it comes out of a certificate or a bundle: OpenSSL has converted nothing of it yet.
+/// A key as decoded from a certificate or a bundle, before OpenSSL has converted any part of it.
 struct Key
 {
     KeyHandle key;

@@ -30,7 +30,7 @@ protected:
 
 } // namespace
 
-TEST_F(PKCS7Threads, MayReadOneObjectAtOnce)
+TEST_F(PKCS7Threads, ReadOneObjectConcurrently)
 {
     inParallel(numThreads, [&](int) {
         for (int round = 0; round < numRounds; ++round) {
@@ -45,7 +45,7 @@ TEST_F(PKCS7Threads, MayReadOneObjectAtOnce)
     });
 }
 
-TEST_F(PKCS7Threads, MayAddCertificatesWhileOthersRead)
+TEST_F(PKCS7Threads, AddCertificatesWhileOthersRead)
 {
     X509Certificate const added(root.der());
     inParallel(numThreads, [&](int number) {
@@ -61,10 +61,10 @@ TEST_F(PKCS7Threads, MayAddCertificatesWhileOthersRead)
     EXPECT_EQ(shared.getNumCertificates(), 1u + numThreads / 2 * numRounds);
 }
 
-TEST_F(PKCS7Threads, HaveErrorQueuesOfTheirOwn)
+TEST_F(PKCS7Threads, HaveSeparateErrorQueues)
 {
-    auto const strangers = makeLeaf(makeRoot("stranger's root"), "stranger");
-    PKCS7Certificate const sound(toDer(makeSignedData("content", strangers)));
+    auto const untrusted = makeLeaf(makeRoot("other root"), "other signer");
+    PKCS7Certificate const sound(toDer(makeSignedData("content", untrusted)));
     inParallel(numThreads, [&](int number) {
         for (int round = 0; round < numRounds; ++round) {
             if (number % 2 == 0) {

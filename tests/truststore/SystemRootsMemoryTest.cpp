@@ -25,8 +25,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The operating system's roots are read once in the life of a process, by the first validation that needs
-// them, and it may be then that memory runs out. So every run is a process of its own.
+// A process reads the operating system's roots once, in the first validation that needs them. Memory may run
+// out during that validation, so each run is a process of its own.
 
 namespace foundation::test {
 
@@ -39,7 +39,7 @@ void withCheapKey(CertificateSpec& spec)
     spec.key = ed25519Key(spec.subject.front().value);
 }
 
-/// What the operating system has: two roots in one file.
+/// The operating system's roots: two in one file.
 struct SystemRoots
 {
     CertificateAndKey const root = makeRoot("root", withCheapKey);
@@ -57,7 +57,7 @@ SystemRoots const& systemRoots()
 
 } // namespace foundation::test
 
-// These take the place of the library's own, so that the operating system's roots are the same everywhere.
+// Replace the library's functions, so that the operating system's roots are the same everywhere.
 namespace foundation::certificates {
 
 std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
@@ -84,13 +84,13 @@ namespace {
 
 using Status = CertificateChainStatus;
 
-/// By the roots that stand in for an empty trust store.
+/// Returns the verdict under the system's roots, which replace an empty trust store.
 Status verdictOn(X509Certificate const& leaf, TrustStore const& empty)
 {
     return leaf.validateCertificate({}, {}, empty).getCertificateChainStatus();
 }
 
-/// Whether the failure is one that a validation without memory may end with.
+/// Whether a validation that runs out of memory may throw this exception.
 bool isListed(std::exception const& thrown)
 {
     auto const failures = validationUnfinished() +
@@ -106,7 +106,7 @@ bool isListed(std::exception const& thrown)
 enum ExitStatus
 {
     Acceptable,
-    /// And the validation does not come to that allocation.
+    /// Also, the validation makes fewer allocations than that.
     AcceptableAndTheLast,
     Unacceptable
 };
@@ -117,8 +117,8 @@ ExitStatus complain(std::size_t allocation, std::string const& about)
     return Unacceptable;
 }
 
-/// For a process that has not read the system's roots yet. Without memory there may be no trust in what
-/// deserves it; with memory there is, so no root got lost on the way.
+/// Runs in a process that has not read the system's roots yet. The first validation runs out of memory and
+/// may fail. The second one has memory and must succeed: the first one lost no root.
 ExitStatus validateTwice(X509Certificate const& leaf, Memory memory, std::size_t allocation)
 {
     TrustStore const empty;
@@ -151,9 +151,9 @@ int exitStatusOfChild(Work const& work)
 
 void expectEveryRootAfterAShortage(Memory memory, std::size_t stride)
 {
-    LogCapture const log(LogCapture::everySeverity); // so that nothing of it is printed
+    LogCapture const log(LogCapture::everySeverity); // captures the log, so that the test prints none of it
     auto const leaf = load(makeLeaf(systemRoots().root, "leaf", withCheapKey));
-    // What OpenSSL allocates once and keeps is there before the first child is.
+    // OpenSSL makes its permanent allocations here, before the first child starts.
     EXPECT_EQ(verdictOn(leaf, storeOf({systemRoots().root})), Status::Valid);
 
     int status = Acceptable;
@@ -166,13 +166,13 @@ void expectEveryRootAfterAShortage(Memory memory, std::size_t stride)
     testing::Test::RecordProperty("allocations", static_cast<int>(allocation));
 }
 
-TEST(SystemRootsWithoutMemory, AreAllThereForTheNextValidationIfOpenSSLHadNone)
+TEST(SystemRoots, SurviveShortageOfOpenSSLMemory)
 {
-    // A process for each of the 14000 would be a matter of a minute.
+    // A process for each of the 14000 allocations would take a minute.
     expectEveryRootAfterAShortage(Memory::OpenSSL, 97);
 }
 
-TEST(SystemRootsWithoutMemory, AreAllThereForTheNextValidationIfTheHeapHadNone)
+TEST(SystemRoots, SurviveShortageOfHeap)
 {
     expectEveryRootAfterAShortage(Memory::Heap, 1);
 }

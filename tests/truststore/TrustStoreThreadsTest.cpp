@@ -42,7 +42,7 @@ std::vector<X509Certificate> const& manyRoots()
     return roots;
 }
 
-TEST(X509CertificateChainThreads, ReadCopyAndAppendAtOnce)
+TEST(X509CertificateChainThreads, ReadCopyAndAppendConcurrently)
 {
     X509CertificateChain chain(pki().pemBundle({"leaf", "intermediate", "root"}));
     auto const& roots = manyRoots();
@@ -63,7 +63,7 @@ TEST(X509CertificateChainThreads, ReadCopyAndAppendAtOnce)
     EXPECT_EQ(chain.getNumCertificates(), 3 + roots.size());
 }
 
-TEST(TrustStoreThreads, ReadCopyAndAddAtOnce)
+TEST(TrustStoreThreads, ReadCopyAndAddConcurrently)
 {
     TrustStore store;
     store.addCertificate(X509Certificate(pki()["root"].der()));
@@ -105,7 +105,7 @@ TEST(TrustStoreThreads, ValidateACertificateWhileOthersAddIt)
             --numValidating;
             return;
         }
-        // The other threads keep at it as long as one validates.
+        // The other threads continue as long as one validates.
         while (numValidating > 0) {
             store.addCertificate(leaf);
             chain.addCertificate(leaf);

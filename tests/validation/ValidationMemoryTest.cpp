@@ -13,8 +13,8 @@
 #include <filesystem>
 #include <memory>
 
-// A validation that cannot be finished for want of memory ends in a failure of some kind, and never in a
-// trust that is not deserved.
+// A validation that runs out of memory fails or gives a stricter verdict. It never trusts a certificate that
+// is not valid.
 
 namespace foundation::test {
 
@@ -33,7 +33,7 @@ void withCheapKey(CertificateSpec& spec)
     spec.key = ed25519Key(spec.subject.front().value);
 }
 
-/// A certificate, and all that its validation asks for.
+/// A certificate and the input of its validation.
 struct Subject
 {
     X509Certificate leaf;
@@ -42,7 +42,7 @@ struct Subject
     Options options;
 };
 
-/// The program's own temporary directory, where CRLs that were fetched lie for a moment.
+/// The temporary directory of this program. A downloaded CRL is a file in it for a moment.
 fs::path const& temporaryDirectory()
 {
     static TemporaryFolder const folder;
@@ -50,7 +50,7 @@ fs::path const& temporaryDirectory()
     return folder.path();
 }
 
-/// Nothing may stay behind in the temporary directory, either.
+/// Counts the temporary files, too: none may remain.
 std::string rendered(Subject const& subject)
 {
     auto const numFiles = std::distance(fs::directory_iterator(temporaryDirectory()), {});
@@ -72,8 +72,8 @@ std::string rendered(Verdict const& verdict)
            test::rendered(results.getRootCertificate());
 }
 
-/// Any verdict but the one that trusts.
-bool isNoTrust(std::string const& answer, std::string const& /*rightAnswer*/)
+/// Accepts every verdict except Valid.
+bool isNotValid(std::string const& answer, std::string const& /*answerAtRest*/)
 {
     return answer.front() != '0';
 }
@@ -90,13 +90,13 @@ Failures const unfinished =
         failure<X509CertificateException>("Invalid time format used in the certificate."),
     };
 
-/// OpenSSL 3.0 loses a certificate of the untrusted set if memory runs out while it builds a chain.
+/// OpenSSL 3.0 leaks a certificate of the untrusted set if an allocation fails while it builds a chain.
 AllowedOutcomes unverified(std::size_t stride)
 {
-    return {unfinished, isNoTrust, stride, true};
+    return {unfinished, isNotValid, stride, true};
 }
 
-/// A download that fails is one that brought nothing.
+/// A download that runs out of memory fails like any other.
 AllowedOutcomes notDownloaded(std::size_t stride)
 {
     return {{failureBeginning<X509CertificateException>("CRL Download Error: ")}, {}, stride};
@@ -155,7 +155,7 @@ std::vector<SweptOperation> sound()
         "", makerOf(makeLeaf(ca, "leaf", withCheapKey), {ca}, root()), validations(5));
 }
 
-/// The first store knows no way to the root, the second one does.
+/// Only the second store leads to the root.
 std::vector<SweptOperation> soundByFallback()
 {
     auto const fallback = std::make_shared<TrustStore const>(storeOf({root()}));
@@ -165,7 +165,7 @@ std::vector<SweptOperation> soundByFallback()
         "", makerOf(leaf, {}, makeRoot("other", withCheapKey), options), refusals(11));
 }
 
-std::vector<SweptOperation> undeserving(std::string const& name, CertificateAndKey const& leaf)
+std::vector<SweptOperation> invalid(std::string const& name, CertificateAndKey const& leaf)
 {
     return operationsOn<Subject>(name, makerOf(leaf, {}, root()), refusals(13));
 }
@@ -184,7 +184,7 @@ CertificateAndKey const& revokedLeaf()
     return made;
 }
 
-/// With CRLs at /leaf.crl, which revokes that one leaf, and /ca.crl for as long as the program runs.
+/// A server offers /leaf.crl, which revokes one leaf, and /ca.crl until the program ends.
 std::function<Subject()> makerWithCrls(CertificateAndKey const& leaf, DownloadCRL mode)
 {
     auto const options = optionsWith({}, CheckCRL::WholeChain, mode);
@@ -204,14 +204,13 @@ withRequiredCrls(CertificateAndKey const& leaf, std::size_t stride, std::size_t 
           notDownloaded(heapStride)}});
 }
 
-/// Where a CRL need not be had, one that there is no memory for is not missed: the verdict may be the one
-/// without it.
+/// With BestEffort a shortage may lose a CRL: then the verdict may be the one without CRLs.
 std::vector<SweptOperation> withOptionalCrls(CertificateAndKey const& leaf)
 {
     auto const withoutCrls = rendered(validated(makerOf(leaf, {pki().ca}, pki().root)()));
     AnswerMatcher const isVerdictWithoutCrls = [=](std::string const& answer,
-                                                   std::string const& rightAnswer) {
-        return isNoTrust(answer, rightAnswer) || answer == withoutCrls;
+                                                   std::string const& answerAtRest) {
+        return isNotValid(answer, answerAtRest) || answer == withoutCrls;
     };
     return operationsOn<Subject>(
         "", makerWithCrls(leaf, DownloadCRL::BestEffort),
@@ -223,17 +222,17 @@ std::vector<SweptOperation> withOptionalCrls(CertificateAndKey const& leaf)
 
 FOUNDATION_TEST_ALLOCATION_FAILURE(Sound, sound());
 FOUNDATION_TEST_ALLOCATION_FAILURE(SoundByFallback, soundByFallback());
-FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                            spec.damagedSignature = true;
+FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, invalid("", leafWith([](CertificateSpec& spec) {
+                                                        spec.damagedSignature = true;
+                                                    })));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Expired, invalid("", leafWith([](CertificateSpec& spec) {
+                                                        spec.notAfter = TimeSpec::fromNow(-1h);
+                                                    })));
+FOUNDATION_TEST_ALLOCATION_FAILURE(NotYetValid, invalid("", leafWith([](CertificateSpec& spec) {
+                                                            spec.notBefore = TimeSpec::fromNow(1h);
                                                         })));
-FOUNDATION_TEST_ALLOCATION_FAILURE(Expired, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                            spec.notAfter = TimeSpec::fromNow(-1h);
-                                                        })));
-FOUNDATION_TEST_ALLOCATION_FAILURE(NotYetValid, undeserving("", leafWith([](CertificateSpec& spec) {
-                                                                spec.notBefore = TimeSpec::fromNow(1h);
-                                                            })));
-FOUNDATION_TEST_ALLOCATION_FAILURE(Stranger, undeserving("", makeLeaf(makeRoot("other"), "leaf")));
-FOUNDATION_TEST_ALLOCATION_FAILURE(SelfSigned, undeserving("", makeSelfSignedLeaf("leaf")));
+FOUNDATION_TEST_ALLOCATION_FAILURE(UnknownRoot, invalid("", makeLeaf(makeRoot("other"), "leaf")));
+FOUNDATION_TEST_ALLOCATION_FAILURE(SelfSigned, invalid("", makeSelfSignedLeaf("leaf")));
 FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrls, withRequiredCrls(pki().leaf, 41, 5));
 FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrlsAndRevoked, withRequiredCrls(revokedLeaf(), 163, 19));
 FOUNDATION_TEST_ALLOCATION_FAILURE(OptionalCrls, withOptionalCrls(pki().leaf));

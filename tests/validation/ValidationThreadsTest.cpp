@@ -13,8 +13,7 @@ namespace {
 using namespace foundation::certificates;
 using namespace foundation::test;
 
-/// Counts verdicts that are not the expected one; EXPECT_... would do, but floods the output when all go
-/// wrong.
+/// Counts unexpected verdicts. An expectation for each verdict would flood the output if all were wrong.
 class Verdicts
 {
 public:
@@ -30,7 +29,7 @@ public:
     std::atomic<int> wrong{0};
 };
 
-// No other test of this program uses the system's roots, so that this is their first use.
+// No other test of this program uses the system's roots, so this is their first use.
 TEST(ValidationThreads, RaceForTheFirstUseOfTheSystemsRoots)
 {
     auto const leaf = makeSelfSignedLeaf("leaf");
@@ -160,7 +159,7 @@ TEST(ValidationThreads, DownloadCrlsWhileOthersAddToTheTrustStores)
 {
     Revocable const pki;
     HttpFileServer const server("127.0.0.1", filesOf(pki.leafCrl({revoke(pki.leaf)}), pki.caCrl()));
-    auto trustStore = storeOf({makeRoot("stranger")});
+    auto trustStore = storeOf({makeRoot("other root")});
     auto const fallback = std::make_shared<TrustStore>(storeOf({pki.root}));
     auto const chain = chainOf({pki.ca});
     auto const options =
@@ -173,7 +172,7 @@ TEST(ValidationThreads, DownloadCrlsWhileOthersAddToTheTrustStores)
         if (thread < 4) {
             auto const copy = leaf;
             for (int round = 0; round < 5; ++round) {
-                // By turns a handle that all share, and one of this thread's own.
+                // Alternates between a shared handle and one of this thread's own.
                 verdicts.add(
                     (round % 2 == 0 ? leaf : copy).validateCertificate(chain, options, trustStore),
                     Status::Revoked);

@@ -19,7 +19,7 @@ struct Block
     std::size_t size;
 };
 
-/// The huge blocks that are in use. Few, and without an allocation of its own.
+/// The huge blocks in use. The class itself allocates nothing.
 class HugeBlocks
 {
 public:
@@ -119,7 +119,7 @@ void* operator new(std::size_t size)
 
 void operator delete(void* memory) noexcept
 {
-    // Huge blocks begin where a page begins, which others seldom do.
+    // Huge blocks begin on a page boundary; other blocks seldom do.
     bool const beginsPage = reinterpret_cast<std::size_t>(memory) % 4096 == 0;
     if (memory == nullptr || !beginsPage || !hugeBlocks.release(memory)) {
         std::free(memory);

@@ -4,11 +4,11 @@
 
 namespace foundation::test {
 
-/// A test program that links this gets an operator new of its own, which takes next to no memory for blocks
-/// of a gibibyte and more: the first and the last piece of such a block are memory as any other, and all
-/// pieces between are one and the same piece of memory. What is written to one of those shows in all of them.
+/// Returns how many huge blocks were allocated. A test that relies on them checks this first.
 ///
-/// The number of such blocks that were handed out: a test that counts on them looks at it first.
+/// A test program that links this replaces operator new. Blocks of a gibibyte and more then use almost no
+/// memory: only the first and the last piece of a block are ordinary memory. All pieces between them share
+/// one piece of memory, so what is written to one of them shows in all.
 std::size_t numHugeAllocations();
 
 } // namespace foundation::test

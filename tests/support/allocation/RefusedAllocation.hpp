@@ -4,8 +4,8 @@
 
 namespace foundation::test {
 
-/// While it lives, allocations of exactly that many bytes fail with std::bad_alloc, on the thread that made
-/// it. A test program that names this class gets an operator new of its own.
+/// Refuses allocations of exactly the given size with std::bad_alloc, on the thread that makes it. A test
+/// program that uses this class replaces operator new.
 class RefusedAllocation
 {
 public:
