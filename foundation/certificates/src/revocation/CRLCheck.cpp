@@ -20,7 +20,7 @@ namespace {
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 using RevocationStatus = CertificateRevocationResults::RevocationStatus;
 
-/// Whether the file now holds the server's answer.
+/// Writes the server's answer to the file. Returns whether it succeeded.
 bool fetchIntoFile(
     X509CertificateImpl const& implementation, HttpUrl const& url, TemporaryCRLFile const& file,
     DownloadCRL mode)
@@ -28,7 +28,7 @@ bool fetchIntoFile(
     try {
         std::string const response = implementation.fetchHttpResponse(url.host, url.path, mode);
         if (response.empty()) {
-            // Wrapped once more below: a caller reads both sentences.
+            // The handler below adds its own sentence, so the caller reads both.
             implementation.throwIfRequired(mode, "CRL Download Error: CRL HTTP data is empty\n");
             return false;
         }
@@ -75,15 +75,14 @@ bool isSignedWith(X509_CRL* crl, EVP_PKEY* issuerKey)
 
 bool hasPassed(ASN1_TIME const* time)
 {
-    // In the certificate's own ticks of 100 ns: nanoseconds would not reach all dates that can be written.
+    // Ticks of 100 ns cover all dates of a certificate; nanoseconds in 64 bits do not.
     using Ticks = X509Certificate::TimePoint::duration;
     auto const now = std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
     return asn1TimeToTimePoint(time) <= now;
 }
 
-/// What is wrong with the CRL, as a text; null if nothing is. Of several faults the first one counts. Neither
-/// the start of the CRL's validity nor its issuer's name is looked at: the signature is its tie to the
-/// issuer.
+/// Returns a text for the CRL's first fault; null if it has none. Does not check the start of its validity,
+/// nor its issuer's name: the signature binds it to the issuer.
 char const* faultOf(X509_CRL* crl, EVP_PKEY* issuerKey)
 {
     if (!isSignedWith(crl, issuerKey)) {
@@ -100,7 +99,7 @@ char const* faultOf(X509_CRL* crl, EVP_PKEY* issuerKey)
     return nullptr;
 }
 
-/// Equal numbers may differ in their encodings' leading zeros.
+/// Returns the number, which ignores leading zeros of the encoding.
 BIGNUMUPtr serialNumber(ASN1_INTEGER const* serial)
 {
     auto number = makeBIGNUM(serial == nullptr ? nullptr : ASN1_INTEGER_to_BN(serial, nullptr));
@@ -113,7 +112,7 @@ BIGNUMUPtr serialNumberOf(X509Certificate const& certificate)
     return serialNumber(X509_get0_serialNumber(duplicateX509Of(certificate).get()));
 }
 
-/// The CRL's entry for the serial number; status `NotRevoked` if it has none.
+/// Returns the CRL's entry for the serial number; status `NotRevoked` if it has none.
 CertificateRevocationResults findEntry(X509_CRL* crl, BIGNUM const* wanted)
 {
     auto* entries = crl == nullptr ? nullptr : X509_CRL_get_REVOKED(crl);
@@ -163,7 +162,7 @@ bool X509CertificateImpl::downloadCRL(
     if (char const* fault = faultOf(crl.get(), issuerKey.get())) {
         return fail(fault);
     }
-    // A store that refuses the CRL is a failure without a text of its own.
+    // A store that refuses the CRL has no error text of its own: prepareCRLs words the failure.
     bool const added = store != nullptr && X509_STORE_add_crl(store.get(), crl.get()) == 1;
     crls.push_back(std::move(crl));
     return added;
@@ -172,7 +171,7 @@ bool X509CertificateImpl::downloadCRL(
 CertificateRevocationResults
 X509CertificateImpl::findRevocation(CRLs const& crls, std::vector<X509Certificate> const& certificates) const
 {
-    // Only the CRL of its own level speaks of a certificate.
+    // Only the CRL of its own level covers a certificate.
     auto const levels = std::min(crls.size(), certificates.size());
     for (std::size_t level = 0; level < levels; ++level) {
         auto results = findEntry(crls[level].get(), serialNumberOf(certificates[level]).get());

@@ -42,7 +42,7 @@ void appendAttributeValues(STACK_OF(X509_NAME_ENTRY) const* entries, std::vector
     }
 }
 
-/// A point may have no name at all: one that tells only reasons or the CRL's issuer.
+/// A distribution point may have no name, but only reasons or the CRL's issuer.
 void appendNamesOf(DIST_POINT const* point, std::vector<std::string>& uris)
 {
     constexpr int fullName = 0;
@@ -54,7 +54,7 @@ void appendNamesOf(DIST_POINT const* point, std::vector<std::string>& uris)
     if (name->type == fullName) {
         appendURIs(name->name.fullname, uris);
     } else if (name->type == relativeName) {
-        // As a rule no URLs, and then passed over when one is chosen.
+        // These are rarely URLs. firstHttpUrl skips those that are not.
         appendAttributeValues(name->name.relativename, uris);
     }
 }
@@ -80,13 +80,12 @@ std::string X509CertificateImpl::fetchHttpResponse(
     try {
         return fetchOverHttp(host, path);
     } catch (std::exception const&) {
-        // In every mode a failure reads as an empty body. Its text is lost on purpose: the caller has one
-        // text for all of them.
+        // Every failure becomes an empty body, in every mode. The caller has one text for all of them.
         return {};
     }
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): tests that stand in for the download define it so
+// NOLINTNEXTLINE(performance-unnecessary-value-param): tests replace it with a function of this signature
 void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
 {
     if (mode == DownloadCRL::Required) {

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-// The lookup of the root, and the walk up the levels that fetches their CRLs. The two and the verification
-// call each other; the recursion ends because the lookup asks for no CRL.
+// Finds the root, and downloads the CRL of each level. Both call the verification, which calls prepareCRLs.
+// The recursion ends because the lookup of the root asks for no CRL.
 
 namespace foundation::certificates {
 
@@ -19,7 +19,7 @@ namespace {
 
 using Options = CertificateValidationOptions;
 
-/// The key that signs the CRL of the level below. May be null: a CRL is then found not to verify.
+/// Returns the key that signs the CRL of the level below. With a null key, no CRL passes the check.
 EVP_PKEYUPtr publicKeyOfIssuer(X509Certificate const& issuer)
 {
     return makeEVP_PKEY(X509_get_pubkey(duplicateX509Of(issuer).get()));
@@ -54,7 +54,7 @@ bool X509CertificateImpl::prepareCRLs(
     if (mode == Options::DownloadCRL::None) {
         return false;
     }
-    // The highest intermediate's CRL is signed by the root, even if only the leaf's CRL is asked for.
+    // The root signs the CRL of the highest intermediate. It is looked up even if only the leaf is checked.
     if (!certificates.back().isSelfSigned()) {
         try {
             certificates.push_back(certificates.front().getRootCACertificate(chain, trustStore));
@@ -62,7 +62,7 @@ bool X509CertificateImpl::prepareCRLs(
             throwIfRequired(mode, "CRL Download Error: Failed to retrieve Root CA certificate\n");
         }
     }
-    // The last certificate has no CRL of its own; a lone self-signed one leaves no level to check.
+    // The last certificate has no CRL of its own, so a single self-signed certificate has no level to check.
     bool ready = false;
     for (std::size_t level = 0; level + 1 < certificates.size(); ++level) {
         auto issuerKey = publicKeyOfIssuer(certificates[level + 1]);

@@ -27,7 +27,7 @@ constexpr std::string_view versionPrefix = "HTTP/";
     throw X509CertificateException("CRL Download Error: Unable to connect: " + reason.message() + "\n");
 }
 
-/// The system looks names up to their first zero character: what stands in front of it is another host.
+/// The system reads a name up to its first zero character, which may be the name of another host.
 void throwIfNoName(std::string const& host)
 {
     if (host.find('\0') != std::string::npos) {
@@ -44,16 +44,15 @@ boost::system::error_code connectToWebServer(SocketBuffer& socket, std::string c
 
 void sendRequest(std::ostream& connection, std::string const& host, std::string const& path)
 {
-    // Composed first, so that it leaves in as few packets as it can.
+    // One string, so that the request takes as few packets as possible.
     std::string const request = "GET " + path + " HTTP/1.0\r\n" + "Host: " + host + "\r\n" +
                                 "Accept: */*\r\n"
                                 "Connection: close\r\n\r\n";
     connection << request << std::flush;
 }
 
-/// A connection that has failed by now is refused as "invalid" only if the first word was wrong as well. One
-/// that is sound passes with any first word, and one that failed behind a good first word is told by the
-/// status code that it did not bring, which is then 0.
+/// Refuses the answer as invalid only if the stream has failed and the first word is wrong. A stream that has
+/// not failed passes with any first word. One that failed after a good first word has the status code 0.
 void readStatusLine(std::istream& connection)
 {
     std::string httpVersion;
@@ -72,7 +71,7 @@ void readStatusLine(std::istream& connection)
     }
 }
 
-/// Only a lone carriage return ends the headers: a line that is wholly empty does not.
+/// Only "\r\n" alone on a line ends the headers; a bare line feed does not.
 void skipHeaders(std::istream& connection)
 {
     std::string line;

@@ -10,18 +10,18 @@ constexpr std::string_view scheme = "http://";
 
 } // namespace
 
-// URLs come from strangers' certificates and may be of any length. A regular expression would spend stack on
-// each of their characters, so the pattern is matched by hand.
+// URLs are untrusted input of any length. A regular expression needs stack for each character, so this code
+// matches the pattern by hand.
 std::optional<HttpUrl> parseHttpUrl(std::string const& url)
 {
     if (url.compare(0, scheme.size(), scheme) != 0) {
         return std::nullopt;
     }
-    // To ECMAScript's period all characters are alike but these two, the zero character included.
+    // ECMAScript's period matches every character except these two.
     if (url.find_first_of("\r\n", scheme.size()) != std::string::npos) {
         return std::nullopt;
     }
-    // The first group is the shortest possible, and the second takes what remains, further slashes included.
+    // The first group ends at the first slash. The second one takes the rest, further slashes included.
     auto const slash = url.find('/', scheme.size());
     if (slash == std::string::npos) {
         return std::nullopt;

@@ -6,19 +6,19 @@
 
 namespace foundation::certificates {
 
-/// The two halves of a plain HTTP URL, exactly as they stand in it: nothing is percent-decoded, a port
-/// stays with the host, a query with the path.
+/// The two parts of a plain HTTP URL, unchanged: nothing is percent-decoded, a port belongs to the host and a
+/// query to the path.
 struct HttpUrl
 {
     std::string host; ///< may be empty
     std::string path; ///< begins with a slash
 };
 
-/// The halves of a URL that as a whole matches `http://(.*?)/(.*)` in ECMAScript's grammar, and nothing for
-/// any other text. So the scheme is lower case, a slash stands after the host, and no line ends within.
+/// Returns the parts of a URL that matches `http://(.*?)/(.*)` in ECMAScript's grammar as a whole; nothing
+/// for any other text. The scheme is lower case, a slash follows the host, and the URL has no line break.
 std::optional<HttpUrl> parseHttpUrl(std::string const& url);
 
-/// The first of the URLs that is a plain HTTP URL.
+/// Returns the parts of the first plain HTTP URL; no value if there is no such URL.
 std::optional<HttpUrl> firstHttpUrl(std::vector<std::string> const& urls);
 
 } // namespace foundation::certificates

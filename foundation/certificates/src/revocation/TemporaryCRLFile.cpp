@@ -24,8 +24,8 @@ namespace {
 
 #ifdef _WIN32
 
-/// Puts other characters in the place of the last six. The runtime's own maker of names, `_mktemp_s`, knows
-/// 26 of them for a process, and gives the same one to threads that ask at once.
+/// Replaces the last six characters by random ones. The runtime's `_mktemp_s` has only 26 names per process,
+/// and returns the same name to concurrent threads.
 void fillIn(std::string& pattern)
 {
     constexpr char const characters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
@@ -33,7 +33,7 @@ void fillIn(std::string& pattern)
     std::generate(pattern.end() - 6, pattern.end(), [&] { return characters[random() % 36]; });
 }
 
-/// The outcome is EEXIST if the file is somebody else's.
+/// Creates the file. Returns EEXIST if it exists already.
 errno_t createFile(std::string const& name)
 {
     int descriptor = -1;
@@ -47,8 +47,8 @@ errno_t createFile(std::string const& name)
 
 #endif
 
-/// Turns the pattern into the name of a file that did not exist before and exists now, empty and closed. What
-/// the pattern holds after a failure is the system's affair.
+/// Replaces the pattern by the name of a new file, empty and closed. After a failure, the pattern's value
+/// depends on the system.
 void claimName(std::string& pattern)
 {
 #ifdef _WIN32
@@ -82,7 +82,7 @@ TemporaryCRLFile::TemporaryCRLFile() : fileName(namePattern())
 
 TemporaryCRLFile::~TemporaryCRLFile()
 {
-    // Of the ways to remove a file this one neither allocates nor throws. A failure could be told to nobody.
+    // Neither allocates nor throws. Ignored on purpose: a destructor cannot report a failure.
     static_cast<void>(std::remove(fileName.c_str()));
 }
 

@@ -4,11 +4,10 @@
 
 namespace foundation::certificates {
 
-/// A file "certCRL_XXXXXX" of its own in the system's temporary directory, with six other characters in the
-/// place of the X, which is there for as long as this object lives. Its name is claimed exclusively, and on
-/// systems with file modes the file is its owner's alone.
+/// A new file "certCRL_XXXXXX" in the system's temporary directory, with other characters for the X. It
+/// exists as long as this object. On systems with file modes, only its owner has access.
 ///
-/// A failure to claim, to write or to remove is not reported: who reads the file finds what is there.
+/// A failure to create, write or remove the file is not reported: the reader detects missing data.
 class TemporaryCRLFile
 {
 public:
@@ -18,9 +17,9 @@ public:
     TemporaryCRLFile(TemporaryCRLFile const&) = delete;
     TemporaryCRLFile& operator=(TemporaryCRLFile const&) = delete;
 
-    /// The whole path, in the system's narrow encoding.
+    /// Returns the whole path in the system's narrow encoding.
     std::string const& name() const { return fileName; }
-    /// Replaces what the file holds.
+    /// Replaces the file's content.
     void write(std::string const& content) const;
 
 private:

@@ -16,10 +16,9 @@
 #include <memory>
 #include <utility>
 
-// One verification in OpenSSL's hands. What is decided here is which store is used, what the untrusted set
-// holds, which flags apply, which errors are forgiven; how the outcome is worded is VerifyErrors' business.
-// Nothing outlives a run but its result, and the caller's trust store is never touched: flags, callback and
-// CRLs go to a copy.
+// OpenSSL verifies; this file decides which store it uses, which certificates are untrusted input, which
+// flags apply and which errors are forgiven. VerifyErrors words the result. A run never changes the caller's
+// trust store: flags, callback and CRLs go to a copy.
 
 namespace foundation::certificates {
 
@@ -59,8 +58,8 @@ X509_STOREUPtr privateStoreOf(TrustStore const& trustStore)
     return store;
 }
 
-/// The chain's certificates, with the leaf put in front unless it stands there. Where it is put, OpenSSL's
-/// queue is emptied, as whenever a certificate is loaded.
+/// Returns the chain's certificates, and inserts the leaf at the front unless it is there already. The
+/// insertion clears OpenSSL's error queue, as loading a certificate does.
 std::vector<X509Certificate> leafFirst(X509CertificateImpl const& leaf, X509CertificateChain const& chain)
 {
     auto certificates = chain.getCertificates();
@@ -84,8 +83,8 @@ unsigned long crlFlags(Options::CheckCRL check)
     return 0;
 }
 
-/// CRLs are applied only in a run that fetched all it was asked for: those that the trust store holds are not
-/// consulted otherwise, and one failed download switches the check off for the whole run.
+/// A run applies CRLs only if it downloaded all that it was asked for. After one failed download it applies
+/// none, not even the CRLs of the trust store.
 unsigned long chooseVerificationFlags(bool revokedAllowed, bool crlsReady, Options::CheckCRL check)
 {
     constexpr unsigned long base = X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
@@ -93,8 +92,8 @@ unsigned long chooseVerificationFlags(bool revokedAllowed, bool crlsReady, Optio
     return revokedAllowed || !crlsReady ? base : base | crlFlags(check);
 }
 
-/// X509_STORE_CTX_init replaces the context's parameters by what it inherits from the store: the store's
-/// flags are the ones in force.
+/// Sets the flags in the context and in the store. The store's flags take effect, because X509_STORE_CTX_init
+/// replaces the context's parameters by those of the store.
 void setFlags(X509_STORE_CTX* context, X509_STORE* store, unsigned long flags)
 {
     auto parameters = makeX509_VERIFY_PARAM(X509_VERIFY_PARAM_new());
@@ -177,8 +176,8 @@ X509CertificateImpl topOfVerifiedChain(X509_STORE_CTX* context, int verifyResult
     return X509CertificateImpl(root);
 }
 
-/// Whether another trust store may change the verdict. What is revoked, expired, or stopped by a CRL gets no
-/// second chance.
+/// Whether another trust store may change the verdict. A certificate that is revoked, expired or rejected
+/// because of a CRL gets no second chance.
 bool deservesFallback(CertificateChainStatus status)
 {
     switch (status) {

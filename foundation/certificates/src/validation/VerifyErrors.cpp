@@ -29,8 +29,8 @@ std::string textForFailedVerification(CertificateChainStatus status, X509_STORE_
 
 } // namespace
 
-// A rejected self-signed certificate comes without a text. A certificate that is not yet valid has merely
-// failed, as has one whose dates cannot be read, while the same faults in a CRL are errors of the CRL.
+// A certificate that is not yet valid, or whose dates cannot be read, is `Failed`. The same faults in a CRL
+// are `CRLError`.
 CertificateChainStatus statusForVerifyError(int code)
 {
     switch (code) {
@@ -66,7 +66,8 @@ CertificateChainStatus statusForVerifyError(int code)
     }
 }
 
-// The missing separator before the subject and the line break before the period are the report's form.
+// Callers may compare the text. The missing separator before the subject and the line break before the period
+// are part of it.
 std::string describeVerifyError(X509_STORE_CTX* context)
 {
     int const code = X509_STORE_CTX_get_error(context);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What an error code of OpenSSL's verification means here: its verdict, and how it is worded.
+/// Maps error codes of OpenSSL's verification to verdicts and texts.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -11,14 +11,14 @@
 
 namespace foundation::certificates {
 
-/// The verdict on an `X509_V_...` code. Total: `Failed` for all that has no verdict of its own.
+/// Returns the verdict for an `X509_V_...` code; `Failed` for a code without a verdict of its own.
 CertificateChainStatus statusForVerifyError(int code);
 
-/// A report of the context's error: its code, its depth, the subject of the certificate that it befell, and
-/// OpenSSL's wording. The subject is empty if the context is at no certificate.
+/// Returns a report of the context's error: code, depth, the subject of the certificate with the error, and
+/// OpenSSL's text. The subject is empty if the context has no current certificate.
 std::string describeVerifyError(X509_STORE_CTX* context);
 
-/// The verdict and its text after the context's verification has failed.
+/// Returns the verdict and its text after the context's verification failed.
 CertificateValidationResults resultForFailedVerification(X509_STORE_CTX* context);
 
 } // namespace foundation::certificates

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What goes into a validation and what comes out of it. All classes here are plain values without locks;
-/// the work is done by X509Certificate::validateCertificate and PKCS7Certificate::verifySignature.
+/// Options and results of a validation. All classes here are plain values without locks.
+/// X509Certificate::validateCertificate and PKCS7Certificate::verifySignature do the work.
 
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
@@ -17,70 +17,68 @@ namespace foundation::certificates {
 /// The verdict on a chain. The numbers are part of the interface.
 enum class CertificateChainStatus : int
 {
-    Valid = 0,        ///< the chain verified; tolerated errors do not show
+    Valid = 0,        ///< the chain is valid; tolerated errors do not show
     Untrusted = 1,    ///< no acceptable path to a trusted root
-    SelfSigned = 2,   ///< a self-signed certificate was met and is not allowed; comes without a text
-    CRLError = 3,     ///< a CRL that the check needs is missing, stale or unusable
+    SelfSigned = 2,   ///< the chain has a self-signed certificate that is not allowed; has no error text
+    CRLError = 3,     ///< a required CRL is missing, expired or unusable
     Revoked = 4,      ///< a certificate of the chain is revoked
     Expired = 5,      ///< a certificate of the chain has expired
-    BadSignature = 6, ///< a certificate's signature does not verify
-    Failed = 7        ///< all else, a certificate that is not yet valid included; a result nobody has filled
+    BadSignature = 6, ///< a certificate's signature is not valid
+    Failed = 7        ///< any other error, such as a certificate that is not yet valid; also the default
 };
 
-/// What a validation tolerates and how it handles revocation. Written by the constructor, read by the
-/// validation alone.
+/// Which errors a validation tolerates, and how it checks revocation. Only the validation reads the values.
 class FOUNDATION_CERTIFICATES_EXPORT CertificateValidationOptions
 {
 public:
-    /// Whether a self-signed certificate passes that is in no trust store: a lone one, or one on
-    /// top of the chain.
+    /// Whether a self-signed certificate passes although no trust store holds it. It is the leaf, or the last
+    /// certificate of the chain.
     enum class AllowSelfSignedCertificate : int
     {
         No = 0, ///< the verdict is `SelfSigned`
-        Yes = 1 ///< it counts as the chain's root: whoever made it is believed
+        Yes = 1 ///< it counts as the chain's root, whoever issued it
     };
 
-    /// Whether certificates pass whose end of validity lies in the past. A start in the future is
-    /// never tolerated.
+    /// Whether expired certificates pass. A certificate that is not yet valid never passes.
     enum class AllowExpiredCertificate : int
     {
         No = 0, ///< the verdict is `Expired`
-        Yes = 1 ///< the end of validity is not looked at, in the whole chain
+        Yes = 1 ///< no certificate of the chain fails because it has expired
     };
 
-    /// Whether revocation is looked at.
+    /// Whether revoked certificates pass.
     enum class AllowRevokedCertificate : int
     {
-        No = 0, ///< what a CRL revokes gets the verdict `Revoked`, as far as CRLs are applied at all
-        Yes = 1 ///< no CRL is applied. Those that DownloadCRL asks for are fetched all the same
+        No = 0, ///< the verdict is `Revoked` if an applied CRL lists the certificate
+        Yes = 1 ///< no CRL is applied; DownloadCRL still downloads them
     };
 
-    /// How far up the chain CRLs are applied. Without effect unless DownloadCRL asks for CRLs and all of
-    /// them could be had: only a run that fetched CRLs applies any.
+    /// Which certificates of the chain are checked against CRLs. Has no effect unless DownloadCRL asks for
+    /// CRLs and every download succeeds.
     enum class CheckCRL : int
     {
         None = 0,      ///< no CRL is applied
-        LeafOnly = 1,  ///< that of the certificate under validation (`X509_V_FLAG_CRL_CHECK`)
-        WholeChain = 2 ///< that of every certificate below the root (also `X509_V_FLAG_CRL_CHECK_ALL`)
+        LeafOnly = 1,  ///< the validated certificate (`X509_V_FLAG_CRL_CHECK`)
+        WholeChain = 2 ///< every certificate below the root (also `X509_V_FLAG_CRL_CHECK_ALL`)
     };
 
-    /// Whether CRLs are fetched, and what a failure means. A few failures are thrown wherever CRLs are
-    /// fetched: see X509Certificate::validateCertificate.
+    /// Whether CRLs are downloaded, and what happens after a failed download. A few failures throw in both
+    /// modes: see X509Certificate::validateCertificate.
     enum class DownloadCRL : int
     {
-        None = 0,       ///< nothing is fetched, and so no CRL is applied
-        BestEffort = 1, ///< a failure is not reported, and the run goes on without any check of CRLs
-        Required = 2    ///< a failure is thrown out of validateCertificate
+        None = 0,       ///< no download, and no CRL is applied
+        BestEffort = 1, ///< a failure is not reported, and no CRL is applied
+        Required = 2    ///< validateCertificate throws after a failure
     };
 
-    /// Without arguments: nothing is tolerated, no CRL is fetched or applied, no second trust store.
+    /// Without arguments, tolerates nothing, downloads and applies no CRL, and has no second trust store.
     /// @param allowSelfSigned whether an untrusted self-signed certificate passes
     /// @param allowExpired whether expired certificates pass
     /// @param allowRevoked whether revoked certificates pass
-    /// @param checkCRL which certificates a CRL is applied to
-    /// @param downloadCRL whether CRLs are fetched, and what a failure means
-    /// @param fallbackTrustStore a second trust store, tried when the first run ends as `Untrusted`,
-    ///     `SelfSigned`, `BadSignature` or `Failed`; its answer then counts, even if it is worse
+    /// @param checkCRL which certificates are checked against CRLs
+    /// @param downloadCRL whether CRLs are downloaded, and what happens after a failed download
+    /// @param fallbackTrustStore a second trust store for a second run, if the first one ends as `Untrusted`,
+    ///     `SelfSigned`, `BadSignature` or `Failed`. The second result then counts, even if it is worse
     CertificateValidationOptions(
         AllowSelfSignedCertificate allowSelfSigned = AllowSelfSignedCertificate::No,
         AllowExpiredCertificate allowExpired = AllowExpiredCertificate::No,
@@ -99,27 +97,27 @@ private:
     std::shared_ptr<TrustStore const> fallbackTrustStore;
 };
 
-/// Which revocation was found in the CRLs that a validation fetched.
+/// The entry that revokes a certificate, in the CRLs that a validation downloaded.
 class FOUNDATION_CERTIFICATES_EXPORT CertificateRevocationResults
 {
 public:
-    /// Whether a CRL named the certificate.
+    /// Whether a CRL lists the certificate.
     enum class RevocationStatus : int
     {
-        NotRevoked = 0, ///< no entry was found, or none was looked for
+        NotRevoked = 0, ///< no entry was found, or the validation did not search
         Revoked = 1     ///< an entry was found
     };
 
-    /// Holds what it is given; without arguments, that nothing is revoked.
+    /// Holds its arguments. Without arguments, nothing is revoked.
     CertificateRevocationResults(
         RevocationStatus status = RevocationStatus::NotRevoked, std::string revocationDate = {},
         std::string revokedSerialNumber = {});
 
     /// Whether an entry was found.
     RevocationStatus getRevocationStatus() const;
-    /// The date of the entry that matched, as `ASN1_TIME_print` writes it; empty if nothing is revoked.
+    /// Returns the revocation date in the format of `ASN1_TIME_print`; empty if nothing is revoked.
     std::string getRevocationDateString() const;
-    /// The serial number of the entry that matched, in decimal digits; empty if nothing is revoked.
+    /// Returns the revoked serial number in decimal digits; empty if nothing is revoked.
     std::string getRevokedSerialNumberString() const;
 
 private:
@@ -128,22 +126,22 @@ private:
     std::string revokedSerialNumber;
 };
 
-/// The outcome of a validation. Copies share the root certificate's object.
+/// The result of a validation. Copies share the root certificate's object.
 class FOUNDATION_CERTIFICATES_EXPORT CertificateValidationResults
 {
 public:
-    /// Holds what it is given, no revocation and no root; without arguments, the status `Failed`.
+    /// Holds its arguments, no revocation and no root. Without arguments, the status is `Failed`.
     CertificateValidationResults(
         CertificateChainStatus status = CertificateChainStatus::Failed, std::string errorText = {});
 
-    /// The verdict.
+    /// Returns the verdict.
     CertificateChainStatus getCertificateChainStatus() const;
-    /// A report of the error with its code, depth and subject; empty for `Valid` and `SelfSigned`.
+    /// Returns a report with the error's code, depth and subject; empty for `Valid` and `SelfSigned`.
     std::string getValidationErrorString() const;
-    /// Filled for the status `Revoked` alone, and there only if a CRL fetched by the run names
+    /// Returns the revoking entry. Filled only for the status `Revoked`, and only if a downloaded CRL lists
     /// the certificate.
     CertificateRevocationResults getCertificateRevocationResults() const;
-    /// The last certificate of the chain that verified; none unless the status is `Valid`.
+    /// Returns the last certificate of the verified chain; none unless the status is `Valid`.
     std::optional<X509Certificate> getRootCertificate() const;
 
     /// Replaces the revocation results.
@@ -158,22 +156,22 @@ private:
     std::shared_ptr<X509Certificate> rootCertificate;
 };
 
-/// The outcome of a verification of signed data: one verdict on the signature, one on the signer's chain.
+/// The result of a verification of signed data: a verdict on the signature and one on the signer's chain.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateValidationResults
 {
 public:
-    /// Holds what it is given; without arguments, a signature that is not sound and the status `Failed`.
+    /// Holds its arguments. Without arguments, the signature is not valid and the status is `Failed`.
     PKCS7CertificateValidationResults(
         bool signatureStatus = false, CertificateChainStatus status = CertificateChainStatus::Failed,
         std::string const& errorText = {});
 
-    /// Whether the signature over the content verified; says nothing of the chain.
+    /// Whether the signature over the content is valid. Does not cover the signer's chain.
     bool getSignatureVerificationStatus() const;
-    /// The verdict on the signer's chain.
+    /// Returns the verdict on the signer's chain.
     CertificateChainStatus getCertificateChainStatus() const;
-    /// What was wrong. It need not be empty where both verdicts are good.
+    /// Returns the error text. It may hold text even if both verdicts are good.
     std::string getValidationErrorString() const;
-    /// Whether the signature verified and the chain is `Valid`: the question to ask.
+    /// Whether the signature is valid and the chain is `Valid`. This is the check for callers.
     bool isValidSignature() const;
 
 private:
