@@ -111,7 +111,7 @@ protected:
     }
 };
 
-TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
+TEST_F(CRLDeadline, EndsEveryExchangeAfterOneMinute)
 {
     std::string const head = "HTTP/1.0 200 OK\r\n\r\n";
     auto const der = toDer(makeCrl(root, {{"77"}}));
@@ -173,7 +173,7 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterAMinute)
         "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
         "CRL Download Error: CRL HTTP data is empty\n\n");
     EXPECT_EQ(outcomeAfterAMinute(fromManyHeadersIfPossible).result, "verdict 0");
-    // The CRL stands at the body's beginning, and what follows it does not matter.
+    // The CRL is at the start of the body. The bytes after it do not matter.
     EXPECT_EQ(outcomeAfterAMinute(fromHugeBody).result, "verdict 4");
     EXPECT_EQ(
         outcomeAfterAMinute(fromNoise).result, "CRL Download Error: Invalid Certificate Revocation List\n");

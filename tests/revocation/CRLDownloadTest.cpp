@@ -96,7 +96,7 @@ class CRLDownload : public LeavesNoTrace
 {
 protected:
     CertificateAndKey const root = makeRoot("root");
-    CertificateAndKey const stranger = makeRoot("stranger");
+    CertificateAndKey const unrelated = makeRoot("other");
 
     X509Certificate leafNaming(std::vector<std::string> const& uris) const
     {
@@ -147,7 +147,7 @@ protected:
     }
 };
 
-TEST_F(CRLDownload, AddsTheCRLToTheStoreAndTheList)
+TEST_F(CRLDownload, AddsCRLToStoreAndList)
 {
     auto const crl = makeCrl(root, {{"17"}, {"18"}});
     ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
@@ -159,7 +159,7 @@ TEST_F(CRLDownload, AddsTheCRLToTheStoreAndTheList)
     EXPECT_EQ(server.requests(), (std::vector<std::string>{request, request, request}));
 }
 
-TEST_F(CRLDownload, AcceptsEverySoundCRL)
+TEST_F(CRLDownload, AcceptsEveryValidCRL)
 {
     std::vector<RevokedEntry> manyEntries;
     for (int serialNumber = 1; serialNumber <= 100000; ++serialNumber) {
@@ -192,7 +192,7 @@ TEST_F(CRLDownload, AcceptsEverySoundCRL)
     }
 }
 
-TEST_F(CRLDownload, AcceptsAnAnswerOfEveryTolerableForm)
+TEST_F(CRLDownload, AcceptsEveryToleratedFormOfAnswer)
 {
     auto const crl = makeCrl(root);
     auto const der = toDer(crl);
@@ -216,7 +216,7 @@ TEST_F(CRLDownload, AcceptsAnAnswerOfEveryTolerableForm)
     }
 }
 
-TEST_F(CRLDownload, AcceptsTheSignatureOfEveryKindOfKey)
+TEST_F(CRLDownload, AcceptsSignatureOfEveryKeyType)
 {
     KeyHandle const keys[] = {rsaKey(), ed25519Key(), p384Key()};
     for (auto const& key : keys) {
@@ -248,7 +248,7 @@ TEST_F(CRLDownload, FailsWithoutDistributionPoints)
     expectFailure(X509Certificate(nameless.der()), text);
 }
 
-TEST_F(CRLDownload, FailsWithoutAPlainHttpURL)
+TEST_F(CRLDownload, FailsWithoutPlainHttpURL)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     std::vector<std::string> const rows[] = {
@@ -271,7 +271,7 @@ TEST_F(CRLDownload, FailsWithoutAPlainHttpURL)
     EXPECT_EQ(server.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, AsksTheFirstPlainHttpURL)
+TEST_F(CRLDownload, UsesFirstPlainHttpURL)
 {
     auto const crl = makeCrl(root);
     struct
@@ -292,7 +292,7 @@ TEST_F(CRLDownload, AsksTheFirstPlainHttpURL)
     }
 }
 
-TEST_F(CRLDownload, DoesNotTryASecondURL)
+TEST_F(CRLDownload, DoesNotTrySecondURL)
 {
     ScriptedServer const second("127.0.0.3", 80, {answerWith(makeCrl(root))});
 
@@ -306,7 +306,7 @@ TEST_F(CRLDownload, DoesNotTryASecondURL)
     EXPECT_EQ(second.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, TellsOfAnEmptyBodyWhateverWentWrongWithTheAnswer)
+TEST_F(CRLDownload, ReportsEmptyBodyForEveryBadAnswer)
 {
     auto const der = toDer(makeCrl(root));
     std::string const body(der.begin(), der.end());
@@ -337,7 +337,7 @@ TEST_F(CRLDownload, TellsOfAnEmptyBodyWhateverWentWrongWithTheAnswer)
     EXPECT_EQ(target.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, TellsOfAnEmptyBodyWithoutAConnection)
+TEST_F(CRLDownload, ReportsEmptyBodyWithoutConnection)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     for (auto const& uri : {
@@ -353,7 +353,7 @@ TEST_F(CRLDownload, TellsOfAnEmptyBodyWithoutAConnection)
     EXPECT_EQ(server.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, RefusesABodyThatIsNoCRL)
+TEST_F(CRLDownload, RefusesBodyThatIsNoCRL)
 {
     auto const crl = makeCrl(root);
     auto const der = toDer(crl);
@@ -391,16 +391,16 @@ TEST_F(CRLDownload, RefusesABodyThatIsNoCRL)
     }
 }
 
-TEST_F(CRLDownload, RefusesACRLThatTheIssuerDidNotSign)
+TEST_F(CRLDownload, RefusesCRLNotSignedByIssuer)
 {
     struct
     {
         char const* name;
         CrlHandle crl;
     } const rows[] = {
-        {"another key", makeCrl(root, {}, [&](CrlSpec& spec) { spec.signingKey = stranger.key; })},
+        {"another key", makeCrl(root, {}, [&](CrlSpec& spec) { spec.signingKey = unrelated.key; })},
         {"another kind of key", makeCrl(root, {}, [](CrlSpec& spec) { spec.signingKey = rsaKey(); })},
-        {"another issuer", makeCrl(stranger)},
+        {"another issuer", makeCrl(unrelated)},
         {"damaged signature", makeCrl(root, {}, [](CrlSpec& spec) { spec.damagedSignature = true; })},
     };
     for (auto const& row : rows) {
@@ -410,7 +410,7 @@ TEST_F(CRLDownload, RefusesACRLThatTheIssuerDidNotSign)
     }
 }
 
-TEST_F(CRLDownload, RefusesEveryCRLWithoutAnIssuersKey)
+TEST_F(CRLDownload, RefusesEveryCRLWithoutIssuerKey)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     Download download(makeEVP_PKEY(nullptr));
@@ -418,7 +418,7 @@ TEST_F(CRLDownload, RefusesEveryCRLWithoutAnIssuersKey)
     expectFailure(leaf, download, signatureText);
 }
 
-TEST_F(CRLDownload, RefusesACRLWithoutNextUpdate)
+TEST_F(CRLDownload, RefusesCRLWithoutNextUpdate)
 {
     auto const crl = makeCrl(root, {}, [](CrlSpec& spec) { spec.nextUpdate.reset(); });
     ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
@@ -426,7 +426,7 @@ TEST_F(CRLDownload, RefusesACRLWithoutNextUpdate)
     expectFailure(leaf, noNextUpdateText);
 }
 
-TEST_F(CRLDownload, RefusesAnExpiredCRL)
+TEST_F(CRLDownload, RefusesExpiredCRL)
 {
     struct
     {
@@ -449,18 +449,18 @@ TEST_F(CRLDownload, RefusesAnExpiredCRL)
     }
 }
 
-TEST_F(CRLDownload, TellsOfTheFirstOfSeveralFaults)
+TEST_F(CRLDownload, ReportsFirstOfSeveralFaults)
 {
-    auto const strangersAnd = [&](std::function<void(CrlSpec&)> const& mutate) {
+    auto const withOtherKeyAnd = [&](std::function<void(CrlSpec&)> const& mutate) {
         return makeCrl(root, {}, [&](CrlSpec& spec) {
-            spec.signingKey = stranger.key;
+            spec.signingKey = unrelated.key;
             mutate(spec);
         });
     };
     CrlHandle const rows[] = {
-        strangersAnd([](CrlSpec& spec) { spec.nextUpdate.reset(); }),
-        strangersAnd(withNextUpdate(TimeSpec::fromNow(-24h))),
-        strangersAnd(withNextUpdate(TimeSpec::unreadable())),
+        withOtherKeyAnd([](CrlSpec& spec) { spec.nextUpdate.reset(); }),
+        withOtherKeyAnd(withNextUpdate(TimeSpec::fromNow(-24h))),
+        withOtherKeyAnd(withNextUpdate(TimeSpec::unreadable())),
     };
     for (auto const& crl : rows) {
         ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
@@ -468,7 +468,7 @@ TEST_F(CRLDownload, TellsOfTheFirstOfSeveralFaults)
     }
 }
 
-TEST_F(CRLDownload, ThrowsForAnUnreadableNextUpdateInEveryMode)
+TEST_F(CRLDownload, UnreadableNextUpdateThrowsInEveryMode)
 {
     for (auto const& time : {
              TimeSpec::unreadable(),
@@ -482,7 +482,7 @@ TEST_F(CRLDownload, ThrowsForAnUnreadableNextUpdateInEveryMode)
     }
 }
 
-TEST_F(CRLDownload, ThrowsForACertificateWithoutContentInEveryMode)
+TEST_F(CRLDownload, CertificateWithoutContentThrowsInEveryMode)
 {
     X509Certificate source;
     X509Certificate const target(std::move(source));
@@ -491,7 +491,7 @@ TEST_F(CRLDownload, ThrowsForACertificateWithoutContentInEveryMode)
     expectFailureInEveryMode(source, "Error: X509Certificate is uninitialized.");
 }
 
-TEST_F(CRLDownload, ThrowsWithoutATemporaryDirectoryInEveryMode)
+TEST_F(CRLDownload, MissingTemporaryDirectoryThrowsInEveryMode)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     {
@@ -508,7 +508,7 @@ TEST_F(CRLDownload, ThrowsWithoutATemporaryDirectoryInEveryMode)
     EXPECT_EQ(server.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, RefusesTheCRLWhereNoFileCanBeMade)
+TEST_F(CRLDownload, FailsWithoutTemporaryFile)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     ScopedVariable const unwritable(temporaryDirectoryVariable(), "/proc");
@@ -517,7 +517,7 @@ TEST_F(CRLDownload, RefusesTheCRLWhereNoFileCanBeMade)
     EXPECT_EQ(server.numConnections(), 3u);
 }
 
-TEST_F(CRLDownload, ListsACRLThatTheStoreDoesNotTake)
+TEST_F(CRLDownload, ListsCRLThatStoreRefuses)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
     for (auto const mode : everyMode) {
@@ -528,7 +528,7 @@ TEST_F(CRLDownload, ListsACRLThatTheStoreDoesNotTake)
     }
 }
 
-TEST_F(CRLDownload, AddsToWhatStoreAndListHold)
+TEST_F(CRLDownload, KeepsContentOfStoreAndList)
 {
     auto const other = makeCrl(root, {{"1"}});
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root)), answerWith(other)});
@@ -545,7 +545,7 @@ TEST_F(CRLDownload, AddsToWhatStoreAndListHold)
     EXPECT_EQ(download.crlsInStore().size(), 2u);
 }
 
-TEST_F(CRLDownload, KeepsAnEmptyFileWhileItWaits)
+TEST_F(CRLDownload, HasEmptyFileWhileItWaits)
 {
     std::vector<std::filesystem::path> files;
     std::uintmax_t size = 1;
@@ -566,7 +566,7 @@ TEST_F(CRLDownload, KeepsAnEmptyFileWhileItWaits)
     EXPECT_TRUE(temporaryFiles().empty());
 }
 
-TEST_F(CRLDownload, JudgesOnlyErrorsOfItsOwn)
+TEST_F(CRLDownload, IgnoresEarlierErrors)
 {
     CleanErrorQueue const clean;
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});
@@ -576,7 +576,7 @@ TEST_F(CRLDownload, JudgesOnlyErrorsOfItsOwn)
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
 }
 
-TEST_F(CRLDownload, RunsInSeveralThreadsAtOnce)
+TEST_F(CRLDownload, RunsInSeveralThreads)
 {
     auto const crl = makeCrl(root, {{"1"}});
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), wait(50ms), send(httpOk(toDer(crl)))}});

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// The download as the library has it lets no failure out. These operations stand in for its own, as a failure
-// of whatever comes after the download, such as one to write the file, cannot be brought about.
+// The library's download lets no failure out, and a test cannot provoke a failure of the steps after it, such
+// as writing the file. So these functions replace the download.
 
 namespace foundation::certificates {
 
@@ -42,7 +42,7 @@ using namespace foundation::test;
 
 using CRLFetchFailure = LeavesNoTrace;
 
-TEST_F(CRLFetchFailure, IsToldIfTheCrlIsRequiredAndOtherwiseDropped)
+TEST_F(CRLFetchFailure, ThrowsOnlyIfCrlIsRequired)
 {
     auto const root = makeRoot("root");
     X509Certificate const leaf(makeLeaf(root, "leaf").der());

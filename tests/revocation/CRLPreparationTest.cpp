@@ -36,7 +36,7 @@ protected:
     X509_STOREUPtr store = makeX509_STORE(X509_STORE_new());
 };
 
-TEST_F(CRLPreparation, DoesNothingUnlessAsked)
+TEST_F(CRLPreparation, DoesNothingWithoutDownload)
 {
     EXPECT_FALSE(prepare(DownloadCRL::None, CheckCRL::WholeChain));
 
@@ -46,7 +46,7 @@ TEST_F(CRLPreparation, DoesNothingUnlessAsked)
     EXPECT_EQ(server.numConnections(), 0U);
 }
 
-TEST_F(CRLPreparation, AppendsTheRootAndFetchesTheCrlOfEachLevelBelowIt)
+TEST_F(CRLPreparation, AppendsRootAndDownloadsCrlOfEachLevel)
 {
     for (auto const check : {CheckCRL::WholeChain, CheckCRL::None}) {
         certificates = {load(pki.leaf), load(pki.ca)};
@@ -70,7 +70,7 @@ TEST_F(CRLPreparation, AppendsTheRootAndFetchesTheCrlOfEachLevelBelowIt)
     }
 }
 
-TEST_F(CRLPreparation, FetchesOneCrlIfOnlyTheLeafIsChecked)
+TEST_F(CRLPreparation, DownloadsOneCrlForLeafOnly)
 {
     EXPECT_TRUE(prepare(DownloadCRL::BestEffort, CheckCRL::LeafOnly));
 
@@ -80,7 +80,7 @@ TEST_F(CRLPreparation, FetchesOneCrlIfOnlyTheLeafIsChecked)
     EXPECT_EQ(server.numConnections(), 1U);
 }
 
-TEST_F(CRLPreparation, LooksForNoRootIfTheListEndsWithOne)
+TEST_F(CRLPreparation, UsesRootOfList)
 {
     certificates = {load(pki.leaf), load(pki.ca), load(pki.root)};
     trustStore = storeOf({makeRoot("other")});
@@ -91,7 +91,7 @@ TEST_F(CRLPreparation, LooksForNoRootIfTheListEndsWithOne)
     EXPECT_EQ(crls.size(), 2U);
 }
 
-TEST_F(CRLPreparation, HasNothingToDoForALoneSelfSignedCertificate)
+TEST_F(CRLPreparation, DoesNothingForSingleSelfSignedCertificate)
 {
     certificates = {load(makeSelfSignedLeaf("lonely"))};
 
@@ -101,7 +101,7 @@ TEST_F(CRLPreparation, HasNothingToDoForALoneSelfSignedCertificate)
     EXPECT_TRUE(crls.empty());
 }
 
-TEST_F(CRLPreparation, RequiresTheRootEvenIfOnlyTheLeafIsChecked)
+TEST_F(CRLPreparation, RequiresRootForLeafOnly)
 {
     trustStore = storeOf({makeRoot("other")});
     for (auto const check : {CheckCRL::None, CheckCRL::LeafOnly, CheckCRL::WholeChain}) {
@@ -112,7 +112,7 @@ TEST_F(CRLPreparation, RequiresTheRootEvenIfOnlyTheLeafIsChecked)
     EXPECT_EQ(server.numConnections(), 0U);
 }
 
-TEST_F(CRLPreparation, GoesAsFarAsTheListReachesIfTheRootIsNotFoundAndNotRequired)
+TEST_F(CRLPreparation, MissingRootEndsListForBestEffort)
 {
     trustStore = storeOf({makeRoot("other")});
 
@@ -122,7 +122,7 @@ TEST_F(CRLPreparation, GoesAsFarAsTheListReachesIfTheRootIsNotFoundAndNotRequire
     EXPECT_EQ(crls.size(), 1U);
 }
 
-TEST_F(CRLPreparation, HasNothingToDoForALoneLeafWithoutARoot)
+TEST_F(CRLPreparation, DoesNothingForSingleLeafWithoutRoot)
 {
     certificates = {load(pki.leaf)};
     trustStore = storeOf({makeRoot("other")});
@@ -132,12 +132,12 @@ TEST_F(CRLPreparation, HasNothingToDoForALoneLeafWithoutARoot)
     EXPECT_EQ(server.numConnections(), 0U);
 }
 
-TEST_F(CRLPreparation, StopsAtTheFirstLevelThatFails)
+TEST_F(CRLPreparation, StopsAtFirstLevelThatFails)
 {
     // The ca in the middle of the list has signed nothing for the root above it: level 0 succeeds, level 1
     // fails.
-    auto const stranger = makeRoot("stranger");
-    certificates = {load(pki.leaf), load(pki.ca), load(stranger), load(pki.root)};
+    auto const unrelated = makeRoot("unrelated");
+    certificates = {load(pki.leaf), load(pki.ca), load(unrelated), load(pki.root)};
 
     EXPECT_FALSE(prepare(DownloadCRL::BestEffort, CheckCRL::WholeChain));
 
@@ -146,7 +146,7 @@ TEST_F(CRLPreparation, StopsAtTheFirstLevelThatFails)
     EXPECT_EQ(server.numConnections(), 2U);
 }
 
-TEST_F(CRLPreparation, NamesTheLevelWhoseCrlTheStoreRefused)
+TEST_F(CRLPreparation, NamesLevelOfCrlThatStoreRefuses)
 {
     store = makeX509_STORE(nullptr);
 
@@ -157,13 +157,13 @@ TEST_F(CRLPreparation, NamesTheLevelWhoseCrlTheStoreRefused)
     EXPECT_EQ(crls.size(), 1U);
 }
 
-TEST_F(CRLPreparation, ReportsNothingOfAStoreThatRefusedTheCrlUnlessRequired)
+TEST_F(CRLPreparation, DropsRefusalOfStoreForBestEffort)
 {
     store = makeX509_STORE(nullptr);
     EXPECT_FALSE(prepare(DownloadCRL::BestEffort, CheckCRL::WholeChain));
 }
 
-TEST_F(CRLPreparation, RefusesAnIssuerWithoutContentInEveryMode)
+TEST_F(CRLPreparation, RefusesIssuerWithoutContentInEveryMode)
 {
     for (auto const mode : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
         certificates = {load(pki.leaf), X509Certificate(), load(pki.root)};

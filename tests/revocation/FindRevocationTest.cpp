@@ -98,7 +98,7 @@ TEST_F(FindRevocation, FindsNothingWithoutCRLs)
     EXPECT_EQ(findRevocation({}, {X509Certificate()}), notRevoked);
 }
 
-TEST_F(FindRevocation, FindsNothingInCRLsThatDoNotNameTheCertificates)
+TEST_F(FindRevocation, FindsNothingInCRLsOfOtherCertificates)
 {
     auto const crls = crlList({makeCrl(intermediate), makeCrl(root, {{"1"}, {"10000"}, {"-2000"}, {"200"}})});
     ASSERT_EQ(X509_CRL_get_REVOKED(crls[0].get()), nullptr);
@@ -106,14 +106,14 @@ TEST_F(FindRevocation, FindsNothingInCRLsThatDoNotNameTheCertificates)
     EXPECT_EQ(findRevocation(crls, certificates), notRevoked);
 }
 
-TEST_F(FindRevocation, GivesDateAndSerialNumberOfTheEntry)
+TEST_F(FindRevocation, ReturnsDateAndSerialNumberOfEntry)
 {
     auto const crls = crlList({makeCrl(intermediate, {{"999", day2}, {"1000", day1}, {"1001", day2}})});
 
     EXPECT_EQ(findRevocation(crls, certificates), revoked(day1Text, "1000"));
 }
 
-TEST_F(FindRevocation, GivesDatesOfAnyCentury)
+TEST_F(FindRevocation, ReturnsDatesOfAnyCentury)
 {
     struct
     {
@@ -130,28 +130,28 @@ TEST_F(FindRevocation, GivesDatesOfAnyCentury)
     }
 }
 
-TEST_F(FindRevocation, GoesOnToTheNextLevel)
+TEST_F(FindRevocation, SearchesNextLevel)
 {
     auto const crls = crlList({makeCrl(intermediate, {{"1", day1}}), makeCrl(root, {{"2000", day2}})});
 
     EXPECT_EQ(findRevocation(crls, certificates), revoked(day2Text, "2000"));
 }
 
-TEST_F(FindRevocation, GivesTheLowestOfTwoRevokedCertificates)
+TEST_F(FindRevocation, ReturnsLowestOfTwoRevokedCertificates)
 {
     auto const crls = crlList({makeCrl(intermediate, {{"1000", day1}}), makeCrl(root, {{"2000", day2}})});
 
     EXPECT_EQ(findRevocation(crls, certificates), revoked(day1Text, "1000"));
 }
 
-TEST_F(FindRevocation, ComparesACertificateWithTheCRLOfItsOwnLevelOnly)
+TEST_F(FindRevocation, ComparesCertificateOnlyWithCRLOfItsLevel)
 {
     auto const crls = crlList({makeCrl(intermediate, {{"2000", day1}}), makeCrl(root, {{"1000", day2}})});
 
     EXPECT_EQ(findRevocation(crls, certificates), notRevoked);
 }
 
-TEST_F(FindRevocation, GivesTheFirstOfSeveralEntries)
+TEST_F(FindRevocation, ReturnsFirstOfSeveralEntries)
 {
     EXPECT_EQ(findLeaf("1000", {{"1000", day2}, {"1000", day1}}), revoked(day2Text, "1000"));
     EXPECT_EQ(findLeaf("1000", {{"1000", day1}, {"1000", day2}}), revoked(day1Text, "1000"));
@@ -193,7 +193,7 @@ TEST_F(FindRevocation, ComparesSerialNumbersAsDecimalText)
     }
 }
 
-TEST_F(FindRevocation, DoesNotAskForTheReason)
+TEST_F(FindRevocation, IgnoresReason)
 {
     for (int const reason :
          {CRL_REASON_UNSPECIFIED, CRL_REASON_CERTIFICATE_HOLD, CRL_REASON_REMOVE_FROM_CRL}) {
@@ -201,7 +201,7 @@ TEST_F(FindRevocation, DoesNotAskForTheReason)
     }
 }
 
-TEST_F(FindRevocation, SearchesAHundredThousandEntries)
+TEST_F(FindRevocation, SearchesHundredThousandEntries)
 {
     std::vector<RevokedEntry> entries;
     for (int serialNumber = 100001; serialNumber <= 200000; ++serialNumber) {
@@ -214,7 +214,7 @@ TEST_F(FindRevocation, SearchesAHundredThousandEntries)
     EXPECT_EQ(findRevocation(crls, {X509Certificate(leafWithSerial("200001").der())}), notRevoked);
 }
 
-TEST_F(FindRevocation, NeedsNoTwoListsOfOneLength)
+TEST_F(FindRevocation, AcceptsListsOfDifferentLength)
 {
     auto const crl = makeCrl(intermediate, {{"1", day1}});
     auto const crlOfRoot = makeCrl(root, {{"1", day1}});
@@ -224,14 +224,14 @@ TEST_F(FindRevocation, NeedsNoTwoListsOfOneLength)
     EXPECT_EQ(findRevocation(crlList({crl}), certificates), notRevoked);
 }
 
-TEST_F(FindRevocation, PassesOverALevelWithoutACRL)
+TEST_F(FindRevocation, SkipsLevelWithoutCRL)
 {
     auto const crls = crlList({nullptr, makeCrl(root, {{"2000", day2}})});
 
     EXPECT_EQ(findRevocation(crls, certificates), revoked(day2Text, "2000"));
 }
 
-TEST_F(FindRevocation, RefusesACertificateWithoutContent)
+TEST_F(FindRevocation, RefusesCertificateWithoutContent)
 {
     auto const empty = crlList({makeCrl(intermediate), makeCrl(root)});
     std::vector<X509Certificate> movedFrom(1);
@@ -248,7 +248,7 @@ TEST_F(FindRevocation, RefusesACertificateWithoutContent)
         findRevocation(empty, movedFrom));
 }
 
-TEST_F(FindRevocation, RefusesAnUnreadableDateOnlyInTheEntryThatMatches)
+TEST_F(FindRevocation, RefusesUnreadableDateOnlyInMatchingEntry)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: printing the ASN1 time failed.",

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-// Whatever the server of a CRL does, a validation ends in the verdict or the failure that is documented, asks
-// once, and leaves neither an open file nor one in the temporary directory.
+// For every behaviour of a CRL server, a validation ends in the verdict or the failure that is documented,
+// asks once, and leaves neither an open file nor one in the temporary directory.
 
 namespace {
 
@@ -98,7 +98,7 @@ protected:
     }
 };
 
-TEST_F(HostileServer, GetsNowhereWithWhatIsNoAnswer)
+TEST_F(HostileServer, CannotPassMalformedAnswer)
 {
     std::string const redirect = "HTTP/1.0 301 Moved\r\nLocation: http://127.0.0.1/leaf.crl\r\n\r\n";
     struct
@@ -125,7 +125,7 @@ TEST_F(HostileServer, GetsNowhereWithWhatIsNoAnswer)
     }
 }
 
-TEST_F(HostileServer, GetsNowhereWithWhatIsNoCrl)
+TEST_F(HostileServer, CannotPassMalformedCrl)
 {
     std::string const half = okHead + crl.substr(0, crl.size() / 2);
     struct
@@ -148,7 +148,7 @@ TEST_F(HostileServer, GetsNowhereWithWhatIsNoCrl)
     }
 }
 
-TEST_F(HostileServer, GetsNowhereWithTheCrlOfAnother)
+TEST_F(HostileServer, CannotPassCrlOfOtherIssuer)
 {
     CertificateAndKey const impostor{pki.ca.certificate, p256Key("impostor")};
     struct
@@ -157,7 +157,7 @@ TEST_F(HostileServer, GetsNowhereWithTheCrlOfAnother)
         CrlHandle crl;
     } const rows[] = {
         {"that of the issuer's issuer", pki.caCrl()},
-        {"that of a stranger", makeCrl(makeRoot("stranger"))},
+        {"another issuer's CRL", makeCrl(makeRoot("other"))},
         {"one in the issuer's name", makeCrl(impostor)},
     };
     for (auto const& row : rows) {
@@ -166,7 +166,7 @@ TEST_F(HostileServer, GetsNowhereWithTheCrlOfAnother)
     }
 }
 
-TEST_F(HostileServer, IsHeardOutWhenItIsSlowOrTalksTooMuch)
+TEST_F(HostileServer, MayBeSlowOrVerbose)
 {
     expectRevoked({readRequest(), sendByteByByte(okHead + crl, 1ms)});
     expectRevoked({readRequest(), send(okHead + crl), wait(100ms), reset()});
@@ -175,7 +175,7 @@ TEST_F(HostileServer, IsHeardOutWhenItIsSlowOrTalksTooMuch)
 }
 
 // Validations at once, each of a certificate of its own at a server of its own: each gets its own CRL.
-TEST_F(HostileServer, DoesNotReachTheValidationBesideIt)
+TEST_F(HostileServer, DoesNotAffectConcurrentValidation)
 {
     constexpr int numServers = 8;
     std::vector<std::unique_ptr<ScriptedServer>> servers;
@@ -206,7 +206,7 @@ TEST_F(HostileServer, DoesNotReachTheValidationBesideIt)
 
 // Names that hold a zero character: nothing is cut at it.
 
-TEST_F(HostileServer, IsAskedForAPathWithAZeroCharacterAsAWhole)
+TEST_F(HostileServer, ReceivesWholePathWithZeroCharacter)
 {
     auto const named = makeLeaf(pki.ca, "leaf", [](CertificateSpec& spec) {
         spec.setDistributionPoints({"http://127.0.0.1/leaf.crl\0/../other.crl"s});
@@ -224,7 +224,7 @@ TEST_F(HostileServer, IsAskedForAPathWithAZeroCharacterAsAWhole)
             "GET /leaf.crl\0/../other.crl HTTP/1.0\r\nHost: 127.0.0.1\r\nAccept: */*\r\nConnection: close\r\n\r\n"s});
 }
 
-TEST_F(HostileServer, IsNotFoundUnderANameWithAZeroCharacter)
+TEST_F(HostileServer, IsNotReachedByNameWithZeroCharacter)
 {
     ScriptedServer const server("127.0.0.1", 80, {answer(okHead + crl)});
     for (auto const& host :

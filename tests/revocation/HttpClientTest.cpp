@@ -24,7 +24,7 @@ using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
 constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
 
-/// A connection without a network: whatever is asked, it gives the one answer.
+/// A connection without a network. It gives the same answer to every request.
 class CannedAnswer : public std::streambuf
 {
 public:
@@ -46,7 +46,7 @@ private:
     std::string answer;
 };
 
-/// A connection that takes and gives nothing.
+/// A connection on which every read and write fails.
 class DeadConnection : public std::streambuf
 {};
 
@@ -66,7 +66,7 @@ std::string manyHeaders(std::size_t size)
     return headers;
 }
 
-TEST(HttpExchange, SendsOneGetRequestOfAFixedForm)
+TEST(HttpExchange, SendsOneGetRequestInFixedForm)
 {
     struct
     {
@@ -88,7 +88,7 @@ TEST(HttpExchange, SendsOneGetRequestOfAFixedForm)
     }
 }
 
-TEST(HttpExchange, GivesTheBodyOfAnAnswerWithStatus200)
+TEST(HttpExchange, ReturnsBodyOfAnswerWithStatus200)
 {
     std::string const megabytes(3000000, 'x');
     struct
@@ -127,7 +127,7 @@ TEST(HttpExchange, GivesTheBodyOfAnAnswerWithStatus200)
     }
 }
 
-TEST(HttpExchange, GivesAnEmptyBodyWhereTheHeadersDoNotEnd)
+TEST(HttpExchange, ReturnsEmptyBodyIfHeadersDoNotEnd)
 {
     struct
     {
@@ -168,12 +168,12 @@ TEST(HttpExchange, RefusesEveryOtherStatus)
         {"HTTP/1.0 2000 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 2000\n"},
         {"HTTP/1.0 20 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 20\n"},
         {"ICY 404 Not Found\r\n\r\nbody", "CRL Download Error: Response returned with status code: 404\n"},
-        // No number behind a good first word: the status code is as it began.
+        // No number after a good first word: the status code keeps its initial value.
         {"HTTP/1.0", "CRL Download Error: Response returned with status code: 0\n"},
         {"HTTP/", "CRL Download Error: Response returned with status code: 0\n"},
         {"HTTP/1.0 OK\r\n\r\nbody", "CRL Download Error: Response returned with status code: 0\n"},
         {"HTTP/1.0 \r\n\r\n", "CRL Download Error: Response returned with status code: 0\n"},
-        // Too large to be held: the largest number that can be.
+        // Too large for the type: the largest value of the type.
         {"HTTP/1.0 99999999999999 OK\r\n\r\nbody",
          "CRL Download Error: Response returned with status code: 4294967295\n"},
         // Neither a number nor a good first word.
@@ -189,7 +189,7 @@ TEST(HttpExchange, RefusesEveryOtherStatus)
     }
 }
 
-TEST(HttpExchange, RefusesAConnectionThatTakesNothing)
+TEST(HttpExchange, RefusesConnectionThatCannotWrite)
 {
     DeadConnection buffer;
     std::iostream connection(&buffer);
@@ -204,7 +204,7 @@ class HttpClient : public LeavesNoTrace
 std::string const request =
     "GET /root.crl?x=1 HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n";
 
-TEST_F(HttpClient, AsksTheServerOnceAndGivesItsBody)
+TEST_F(HttpClient, SendsOneRequestAndReturnsBody)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send(httpOk(Bytes{'a', 0, 'b'}))}});
 
@@ -212,7 +212,7 @@ TEST_F(HttpClient, AsksTheServerOnceAndGivesItsBody)
     EXPECT_EQ(server.requests(), std::vector<std::string>{request});
 }
 
-TEST_F(HttpClient, SendsARequestOfAnyLength)
+TEST_F(HttpClient, SendsRequestOfAnyLength)
 {
     std::string const path = "/" + std::string(200000, 'p');
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
@@ -223,7 +223,7 @@ TEST_F(HttpClient, SendsARequestOfAnyLength)
         "GET " + path + " HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n");
 }
 
-TEST_F(HttpClient, TakesAnAnswerInAnyPortions)
+TEST_F(HttpClient, AcceptsAnswerInAnyPortions)
 {
     std::string const megabytes(3000000, 'x');
     struct
@@ -258,7 +258,7 @@ TEST_F(HttpClient, TakesAnAnswerInAnyPortions)
     }
 }
 
-TEST_F(HttpClient, FailsWithoutAConnection)
+TEST_F(HttpClient, FailsWithoutConnection)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException,
@@ -267,7 +267,7 @@ TEST_F(HttpClient, FailsWithoutAConnection)
         fetchOverHttp("127.0.0.99", "/root.crl"));
 }
 
-TEST_F(HttpClient, FailsForAHostThatIsNoName)
+TEST_F(HttpClient, FailsForHostThatIsNoName)
 {
     std::string const hosts[] = {
         "127.0.0.2:80",
@@ -291,7 +291,7 @@ TEST_F(HttpClient, FailsForAHostThatIsNoName)
     EXPECT_EQ(server.numConnections(), 0u);
 }
 
-TEST_F(HttpClient, FailsForAnAddressInBrackets)
+TEST_F(HttpClient, FailsForAddressInBrackets)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
     EXPECT_THROWS_WITH_PREFIX(
@@ -300,7 +300,7 @@ TEST_F(HttpClient, FailsForAnAddressInBrackets)
     EXPECT_EQ(server.numConnections(), 0u);
 }
 
-TEST_F(HttpClient, DoesNotFollowARedirect)
+TEST_F(HttpClient, DoesNotFollowRedirect)
 {
     ScriptedServer const server(
         "127.0.0.2", 80,
@@ -317,7 +317,7 @@ TEST_F(HttpClient, DoesNotFollowARedirect)
 class FetchHttpResponse : public LeavesNoTrace
 {};
 
-TEST_F(FetchHttpResponse, GivesTheBodyInEveryMode)
+TEST_F(FetchHttpResponse, ReturnsBodyInEveryMode)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
 
@@ -327,7 +327,7 @@ TEST_F(FetchHttpResponse, GivesTheBodyInEveryMode)
     EXPECT_EQ(server.requests(), (std::vector<std::string>{request, request, request}));
 }
 
-TEST_F(FetchHttpResponse, GivesAnEmptyTextAfterAnyFailureInEveryMode)
+TEST_F(FetchHttpResponse, ReturnsEmptyTextAfterAnyFailureInEveryMode)
 {
     struct
     {
@@ -358,7 +358,7 @@ TEST_F(FetchHttpResponse, GivesAnEmptyTextAfterAnyFailureInEveryMode)
     }
 }
 
-TEST_F(FetchHttpResponse, GivesAnEmptyTextWithoutAConnectionInEveryMode)
+TEST_F(FetchHttpResponse, ReturnsEmptyTextWithoutConnectionInEveryMode)
 {
     for (auto const mode : everyMode) {
         for (auto const& host : {"127.0.0.99"s, "127.0.0.2:80"s, "no-such-host.invalid"s, ""s, "\0"s}) {
@@ -367,7 +367,7 @@ TEST_F(FetchHttpResponse, GivesAnEmptyTextWithoutAConnectionInEveryMode)
     }
 }
 
-TEST(ThrowIfRequired, ThrowsTheMessageIfCRLsAreRequired)
+TEST(ThrowIfRequired, ThrowsOnlyIfCRLsAreRequired)
 {
     X509CertificateImpl const implementation;
 

@@ -35,7 +35,7 @@ Halves matched(std::string const& url)
     return Halves(std::in_place, groups[1].str(), "/" + groups[2].str());
 }
 
-TEST(HttpUrl, IsSplitAtTheFirstSlashBehindTheScheme)
+TEST(HttpUrl, IsSplitAtFirstSlashAfterScheme)
 {
     using namespace std::string_literals;
     struct
@@ -66,7 +66,7 @@ TEST(HttpUrl, IsSplitAtTheFirstSlashBehindTheScheme)
     }
 }
 
-TEST(HttpUrl, IsNoOtherText)
+TEST(HttpUrl, RejectsEveryOtherText)
 {
     using namespace std::string_literals;
     std::string const rows[] = {
@@ -97,7 +97,7 @@ TEST(HttpUrl, IsNoOtherText)
     }
 }
 
-TEST(HttpUrl, IsWhatTheRegularExpressionMatchesOfAnyShortText)
+TEST(HttpUrl, AgreesWithRegularExpressionOnShortTexts)
 {
     std::mt19937 random(20);
     std::string const alphabet = std::string("htp:/ /a.\n\r\t\v\f\x85\xA0\xFF") + '\0';
@@ -128,7 +128,7 @@ TEST(HttpUrl, MayBeOfAnyLength)
     EXPECT_EQ(parsed(longText), std::nullopt);
 }
 
-TEST(FirstHttpUrl, IsTheFirstOfTheListThatIsPlainHttp)
+TEST(FirstHttpUrl, SkipsUrlsThatAreNotPlainHttp)
 {
     struct
     {

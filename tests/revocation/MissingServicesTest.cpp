@@ -85,7 +85,7 @@ TEST_F(MissingServices, DoNotHideRevocation)
     EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Revoked);
 }
 
-TEST_F(MissingServices, DoNotMakeHostOfText)
+TEST_F(MissingServices, DoNotAddPortToHost)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
 

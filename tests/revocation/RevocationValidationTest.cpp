@@ -100,7 +100,7 @@ constexpr Reach reaches[] = {
     {CheckCRL::WholeChain, DownloadCRL::Required, 2, true, true},
 };
 
-TEST_F(RevocationValidation, FindsARevokedLeafAsFarAsItIsAskedTo)
+TEST_F(RevocationValidation, FindsRevokedLeafIfCrlsAreApplied)
 {
     for (auto const& reach : reaches) {
         SCOPED_TRACE(&reach - reaches);
@@ -117,7 +117,7 @@ TEST_F(RevocationValidation, FindsARevokedLeafAsFarAsItIsAskedTo)
     }
 }
 
-TEST_F(RevocationValidation, FindsARevokedIntermediateAsFarAsItIsAskedTo)
+TEST_F(RevocationValidation, FindsRevokedIntermediateIfWholeChainIsChecked)
 {
     for (auto const& reach : reaches) {
         SCOPED_TRACE(&reach - reaches);
@@ -136,7 +136,7 @@ TEST_F(RevocationValidation, FindsARevokedIntermediateAsFarAsItIsAskedTo)
     }
 }
 
-TEST_F(RevocationValidation, NamesTheLeafIfItAndItsIssuerAreBothRevoked)
+TEST_F(RevocationValidation, NamesLeafIfLeafAndIssuerAreRevoked)
 {
     serve(pki.leafCrl({revoke(pki.leaf, januaryDate)}), pki.caCrl({revoke(pki.ca, marchDate)}));
     expectRevoked(
@@ -144,7 +144,7 @@ TEST_F(RevocationValidation, NamesTheLeafIfItAndItsIssuerAreBothRevoked)
         leafSerial);
 }
 
-TEST_F(RevocationValidation, AcceptsAChainThatNoCrlNames)
+TEST_F(RevocationValidation, AcceptsChainThatNoCrlLists)
 {
     serve(pki.leafCrl(), pki.caCrl());
     for (auto const check : allChecks) {
@@ -152,7 +152,7 @@ TEST_F(RevocationValidation, AcceptsAChainThatNoCrlNames)
     }
 }
 
-TEST_F(RevocationValidation, FetchesAnewForEachValidation)
+TEST_F(RevocationValidation, DownloadsCrlsForEachValidation)
 {
     serve(pki.leafCrl(), pki.caCrl());
     auto const leaf = load(pki.leaf);
@@ -165,7 +165,7 @@ TEST_F(RevocationValidation, FetchesAnewForEachValidation)
     EXPECT_EQ(trustStore.size(), 1U);
 }
 
-TEST_F(RevocationValidation, AsksForNothingIfTheCertificateStandsAloneAndIsSelfSigned)
+TEST_F(RevocationValidation, DownloadsNothingForSingleSelfSignedCertificate)
 {
     auto const lonely = makeSelfSignedLeaf(
         "lonely", [](CertificateSpec& spec) { spec.setDistributionPoints({"http://127.0.0.1/leaf.crl"}); });
@@ -181,7 +181,7 @@ TEST_F(RevocationValidation, AsksForNothingIfTheCertificateStandsAloneAndIsSelfS
     EXPECT_EQ(server->numConnections(), 0U);
 }
 
-TEST_F(RevocationValidation, TakesTheChainsRootForTheIssuerOfTheHighestCrl)
+TEST_F(RevocationValidation, UsesRootOfChainForHighestCrl)
 {
     serve(pki.leafCrl(), pki.caCrl({revoke(pki.ca, marchDate)}));
     auto const results = load(pki.leaf).validateCertificate(
@@ -190,7 +190,7 @@ TEST_F(RevocationValidation, TakesTheChainsRootForTheIssuerOfTheHighestCrl)
     expectRevoked(results, report(23, 1, "CN=ca"), marchText, "4711");
 }
 
-TEST_F(RevocationValidation, TakesTheLeafThatStandsTwiceForAnIssuer)
+TEST_F(RevocationValidation, TreatsSecondLeafOfChainAsIssuer)
 {
     // The list then reads leaf, ca, leaf, root; the leaf's key has not signed the CRL for the ca.
     serve(pki.leafCrl(), pki.caCrl());
@@ -206,7 +206,7 @@ TEST_F(RevocationValidation, TakesTheLeafThatStandsTwiceForAnIssuer)
 
 // CRLs that the trust store brought
 
-TEST_F(RevocationValidation, CanBeDecidedByACrlOfTheTrustStoreThatIsThenNotDescribed)
+TEST_F(RevocationValidation, StoredCrlRevokesWithoutDetails)
 {
     serve(pki.leafCrl(), pki.caCrl());
     addCrl(trustStore, pki.leafCrl({revoke(pki.leaf, januaryDate)}, [](CrlSpec& spec) {
@@ -223,7 +223,7 @@ TEST_F(RevocationValidation, CanBeDecidedByACrlOfTheTrustStoreThatIsThenNotDescr
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), "");
 }
 
-TEST_F(RevocationValidation, DoesNotConsultTheTrustStoresCrlsAfterAFailedDownload)
+TEST_F(RevocationValidation, StoredCrlIsIgnoredAfterFailedDownload)
 {
     addCrl(trustStore, pki.leafCrl({revoke(pki.leaf)}));
     serve({});
@@ -232,21 +232,21 @@ TEST_F(RevocationValidation, DoesNotConsultTheTrustStoresCrlsAfterAFailedDownloa
 
 // Downloads that fail
 
-TEST_F(RevocationValidation, IsSwitchedOffByABestEffortThatFailsAtLevelOne)
+TEST_F(RevocationValidation, FailedBestEffortDownloadAppliesNoCrl)
 {
     serve({{"/leaf.crl", toDer(pki.leafCrl({revoke(pki.leaf)}))}});
     expectValid(validate(CheckCRL::WholeChain, DownloadCRL::BestEffort));
     EXPECT_EQ(server->numConnections(), 2U);
 }
 
-TEST_F(RevocationValidation, TriesNoFurtherLevelAfterABestEffortThatFailed)
+TEST_F(RevocationValidation, FailedBestEffortDownloadIsTheLast)
 {
     serve({{"/ca.crl", toDer(pki.caCrl({revoke(pki.ca)}))}});
     expectValid(validate(CheckCRL::WholeChain, DownloadCRL::BestEffort));
     EXPECT_EQ(server->numConnections(), 1U);
 }
 
-TEST_F(RevocationValidation, NeedsOnlyTheLeafsCrlIfOnlyTheLeafIsChecked)
+TEST_F(RevocationValidation, LeafOnlyNeedsOnlyLeafCrl)
 {
     serve({{"/leaf.crl", toDer(pki.leafCrl())}});
     expectValid(validate(CheckCRL::LeafOnly, DownloadCRL::Required));
@@ -258,7 +258,7 @@ struct FailedDownload
     std::map<std::string, Bytes> files;
 };
 
-TEST_F(RevocationValidation, ThrowsWhatWentWrongWithARequiredCrl)
+TEST_F(RevocationValidation, RequiredCrlThrowsItsFault)
 {
     auto const goodLeafCrl = toDer(pki.leafCrl());
     auto const goodCaCrl = toDer(pki.caCrl());
@@ -292,7 +292,7 @@ TEST_F(RevocationValidation, ThrowsWhatWentWrongWithARequiredCrl)
     }
 }
 
-TEST_F(RevocationValidation, ThrowsForADateThatCannotBeReadInEveryMode)
+TEST_F(RevocationValidation, UnreadableNextUpdateThrowsInEveryMode)
 {
     serve(pki.leafCrl({}, [](CrlSpec& spec) { spec.nextUpdate = TimeSpec::unreadable(); }), pki.caCrl());
     for (auto const download : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
@@ -302,7 +302,7 @@ TEST_F(RevocationValidation, ThrowsForADateThatCannotBeReadInEveryMode)
     }
 }
 
-TEST_F(RevocationValidation, ThrowsForADateOfRevocationThatCannotBeReadInEveryMode)
+TEST_F(RevocationValidation, UnreadableRevocationDateThrowsInEveryMode)
 {
     serve(pki.leafCrl({revoke(pki.leaf, TimeSpec::unreadable())}), pki.caCrl());
     for (auto const download : {DownloadCRL::BestEffort, DownloadCRL::Required}) {
@@ -313,7 +313,7 @@ TEST_F(RevocationValidation, ThrowsForADateOfRevocationThatCannotBeReadInEveryMo
     }
 }
 
-TEST_F(RevocationValidation, ThrowsWithoutATemporaryDirectoryInEveryMode)
+TEST_F(RevocationValidation, MissingTemporaryDirectoryThrowsInEveryMode)
 {
     serve(pki.leafCrl(), pki.caCrl());
     ScopedVariable const nowhere(temporaryDirectoryVariable(), "/nonexistent/directory");
@@ -322,7 +322,7 @@ TEST_F(RevocationValidation, ThrowsWithoutATemporaryDirectoryInEveryMode)
     }
 }
 
-TEST(RevocationValidationWithoutServer, ThrowsIfARequiredCrlIsNamedNowhere)
+TEST(RevocationValidationWithoutServer, ThrowsForRequiredCrlWithoutDistributionPoint)
 {
     auto const root = makeRoot("root");
     auto const trustStore = storeOf({root});
@@ -337,7 +337,7 @@ TEST(RevocationValidationWithoutServer, ThrowsIfARequiredCrlIsNamedNowhere)
     expectValid(leaf.validateCertificate(X509CertificateChain(), bestEffort, trustStore));
 }
 
-TEST(RevocationValidationWithoutServer, ThrowsIfARequiredCrlIsNotToBeHadOverPlainHttp)
+TEST(RevocationValidationWithoutServer, ThrowsForRequiredCrlWithoutPlainHttpUrl)
 {
     auto const root = makeRoot("root");
     auto const leaf = makeLeaf(root, "leaf", [](CertificateSpec& spec) {
@@ -354,7 +354,7 @@ TEST(RevocationValidationWithoutServer, ThrowsIfARequiredCrlIsNotToBeHadOverPlai
 
 // The root that the highest CRL needs
 
-TEST_F(RevocationValidation, ThrowsIfTheRootIsNotFoundThoughTheLeafsCrlCouldBeHad)
+TEST_F(RevocationValidation, RequiredCrlThrowsWithoutRoot)
 {
     serve(pki.leafCrl(), pki.caCrl());
     trustStore = storeOf({makeRoot("other")});
@@ -364,7 +364,7 @@ TEST_F(RevocationValidation, ThrowsIfTheRootIsNotFoundThoughTheLeafsCrlCouldBeHa
     EXPECT_EQ(server->numConnections(), 0U);
 }
 
-TEST_F(RevocationValidation, IsUntrustedIfTheRootIsNotFoundAndCrlsAreNotRequired)
+TEST_F(RevocationValidation, BestEffortIsUntrustedWithoutRoot)
 {
     serve(pki.leafCrl(), pki.caCrl());
     trustStore = storeOf({makeRoot("other")});
@@ -373,7 +373,7 @@ TEST_F(RevocationValidation, IsUntrustedIfTheRootIsNotFoundAndCrlsAreNotRequired
     EXPECT_EQ(results.getValidationErrorString(), report(20, 1, "CN=ca"));
 }
 
-TEST(RevocationValidationWithoutServer, ThrowsIfALeafThatIsNotYetValidKeepsTheRootFromBeingFound)
+TEST(RevocationValidationWithoutServer, RequiredCrlThrowsForLeafThatIsNotYetValid)
 {
     Revocable const pki([](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); });
     EXPECT_THROWS_EXACTLY(
@@ -385,7 +385,7 @@ TEST(RevocationValidationWithoutServer, ThrowsIfALeafThatIsNotYetValidKeepsTheRo
 
 // Tolerance of revoked certificates
 
-TEST_F(RevocationValidation, LetsARevokedCertificatePassIfThatIsTolerated)
+TEST_F(RevocationValidation, AcceptsRevokedCertificateIfAllowed)
 {
     serve(pki.leafCrl({revoke(pki.leaf)}), pki.caCrl({revoke(pki.ca)}));
     Tolerances tolerances;
@@ -395,7 +395,7 @@ TEST_F(RevocationValidation, LetsARevokedCertificatePassIfThatIsTolerated)
     EXPECT_EQ(server->numConnections(), 2U);
 }
 
-TEST_F(RevocationValidation, StillRequiresTheDownloadIfRevokedCertificatesAreTolerated)
+TEST_F(RevocationValidation, RequiresDownloadEvenIfRevokedIsAllowed)
 {
     serve({});
     Tolerances tolerances;
@@ -410,7 +410,7 @@ TEST_F(RevocationValidation, StillRequiresTheDownloadIfRevokedCertificatesAreTol
 
 // The second trust store
 
-TEST_F(RevocationValidation, GivesARevokedCertificateNoSecondChance)
+TEST_F(RevocationValidation, RevokedCertificateDoesNotUseFallback)
 {
     serve(pki.leafCrl({revoke(pki.leaf, januaryDate)}), pki.caCrl());
     auto const fallback = std::make_shared<TrustStore>(storeOf({makeRoot("other")}));
@@ -420,7 +420,7 @@ TEST_F(RevocationValidation, GivesARevokedCertificateNoSecondChance)
     EXPECT_EQ(server->numConnections(), 1U);
 }
 
-TEST_F(RevocationValidation, GivesACertificateThatACrlStopsNoSecondChance)
+TEST_F(RevocationValidation, CrlErrorDoesNotUseFallback)
 {
     serve(pki.leafCrl({}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(1h); }), pki.caCrl());
     auto const fallback = std::make_shared<TrustStore>(storeOf({makeRoot("other")}));
@@ -430,7 +430,7 @@ TEST_F(RevocationValidation, GivesACertificateThatACrlStopsNoSecondChance)
     EXPECT_EQ(server->numConnections(), 1U);
 }
 
-TEST_F(RevocationValidation, FetchesAllCrlsAgainForTheSecondTrustStore)
+TEST_F(RevocationValidation, FallbackDownloadsAllCrlsAgain)
 {
     serve(pki.leafCrl({revoke(pki.leaf, januaryDate)}), pki.caCrl());
     auto const fallback = std::make_shared<TrustStore>(storeOf({pki.root}));

@@ -22,7 +22,7 @@ using test::ScopedVariable;
 class TemporaryCRLFileTest : public test::LeavesNoTrace
 {};
 
-TEST_F(TemporaryCRLFileTest, IsAnEmptyFileInTheTemporaryDirectory)
+TEST_F(TemporaryCRLFileTest, IsEmptyFileInTemporaryDirectory)
 {
     TemporaryCRLFile const file;
 
@@ -37,7 +37,7 @@ TEST_F(TemporaryCRLFileTest, IsAnEmptyFileInTheTemporaryDirectory)
     EXPECT_EQ(temporaryFiles().size(), 1u);
 }
 
-TEST_F(TemporaryCRLFileTest, IsItsOwnersAlone)
+TEST_F(TemporaryCRLFileTest, IsAccessibleOnlyToOwner)
 {
     TemporaryCRLFile const file;
 
@@ -46,7 +46,7 @@ TEST_F(TemporaryCRLFileTest, IsItsOwnersAlone)
         std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
-TEST_F(TemporaryCRLFileTest, HasANameThatNoOtherHas)
+TEST_F(TemporaryCRLFileTest, HasUniqueName)
 {
     TemporaryCRLFile const first;
     TemporaryCRLFile const second;
@@ -55,7 +55,7 @@ TEST_F(TemporaryCRLFileTest, HasANameThatNoOtherHas)
     EXPECT_EQ(temporaryFiles().size(), 2u);
 }
 
-TEST_F(TemporaryCRLFileTest, IsSharedByNoThreads)
+TEST_F(TemporaryCRLFileTest, IsNotSharedBetweenThreads)
 {
     constexpr int numThreads = 8;
     constexpr int numFilesEach = 20;
@@ -69,7 +69,7 @@ TEST_F(TemporaryCRLFileTest, IsSharedByNoThreads)
     EXPECT_EQ(temporaryFiles().size(), static_cast<std::size_t>(numThreads * numFilesEach));
 }
 
-TEST_F(TemporaryCRLFileTest, HoldsWhatWasWrittenLast)
+TEST_F(TemporaryCRLFileTest, HoldsLastWrittenContent)
 {
     std::string const everyByte = [] {
         std::string bytes;
@@ -86,7 +86,7 @@ TEST_F(TemporaryCRLFileTest, HoldsWhatWasWrittenLast)
     }
 }
 
-TEST_F(TemporaryCRLFileTest, IsGoneAfterAnException)
+TEST_F(TemporaryCRLFileTest, IsRemovedAfterException)
 {
     try {
         TemporaryCRLFile const file;
@@ -97,20 +97,20 @@ TEST_F(TemporaryCRLFileTest, IsGoneAfterAnException)
     }
 }
 
-TEST_F(TemporaryCRLFileTest, MindsNoRemovalByOthers)
+TEST_F(TemporaryCRLFileTest, MayBeRemovedByOthers)
 {
     TemporaryCRLFile const file;
     EXPECT_TRUE(std::filesystem::remove(file.name()));
 }
 
-TEST_F(TemporaryCRLFileTest, NeedsADirectory)
+TEST_F(TemporaryCRLFileTest, NeedsTemporaryDirectory)
 {
     ScopedVariable const nowhere(test::temporaryDirectoryVariable(), "/nonexistent/directory");
 
     EXPECT_THROW(TemporaryCRLFile(), std::filesystem::filesystem_error);
 }
 
-TEST_F(TemporaryCRLFileTest, GoesOnWithoutAFileWhereNoneCanBeMade)
+TEST_F(TemporaryCRLFileTest, IgnoresFailureToCreateFile)
 {
     ScopedVariable const unwritable(test::temporaryDirectoryVariable(), "/proc");
     TemporaryCRLFile const file;

@@ -39,7 +39,7 @@ X509Certificate someCertificate()
     return X509Certificate(makeRoot("root").der());
 }
 
-TEST(ValidationRecords, NumberTheirEnumeratorsAsCallersCompareThem)
+TEST(ValidationRecords, EnumeratorsHaveFixedNumbers)
 {
     EXPECT_EQ(number(CertificateChainStatus::Valid), 0);
     EXPECT_EQ(number(CertificateChainStatus::Untrusted), 1);
@@ -68,7 +68,7 @@ TEST(ValidationRecords, NumberTheirEnumeratorsAsCallersCompareThem)
     EXPECT_EQ(number(RevocationStatus::Revoked), 1);
 }
 
-TEST(ValidationRecords, ArePlainValues)
+TEST(ValidationRecords, ClassesArePlainValues)
 {
     EXPECT_TRUE(isPlainValue<CertificateValidationOptions>);
     EXPECT_TRUE(isPlainValue<CertificateRevocationResults>);
@@ -76,7 +76,7 @@ TEST(ValidationRecords, ArePlainValues)
     EXPECT_TRUE(isPlainValue<PKCS7CertificateValidationResults>);
 }
 
-TEST(CertificateRevocationResults, ReadAsNotRevokedByDefault)
+TEST(CertificateRevocationResults, DefaultIsNotRevoked)
 {
     CertificateRevocationResults const results;
 
@@ -85,7 +85,7 @@ TEST(CertificateRevocationResults, ReadAsNotRevokedByDefault)
     EXPECT_EQ(results.getRevokedSerialNumberString(), "");
 }
 
-TEST(CertificateRevocationResults, HoldWhatTheyWereMadeOf)
+TEST(CertificateRevocationResults, ConstructorStoresItsArguments)
 {
     CertificateRevocationResults const results(RevocationStatus::Revoked, "a date", "a serial number");
 
@@ -94,7 +94,7 @@ TEST(CertificateRevocationResults, HoldWhatTheyWereMadeOf)
     EXPECT_EQ(results.getRevokedSerialNumberString(), "a serial number");
 }
 
-TEST(CertificateRevocationResults, LeaveEmptyTextsBehindWhenMoved)
+TEST(CertificateRevocationResults, MoveLeavesEmptyTexts)
 {
     std::string const longDate(100, 'd');
     CertificateRevocationResults source(RevocationStatus::Revoked, longDate, "4711");
@@ -108,7 +108,7 @@ TEST(CertificateRevocationResults, LeaveEmptyTextsBehindWhenMoved)
     EXPECT_EQ(source.getRevokedSerialNumberString(), "");
 }
 
-TEST(CertificateValidationResults, ReadAsFailedBeforeAnyoneFillsThem)
+TEST(CertificateValidationResults, DefaultIsFailed)
 {
     CertificateValidationResults const results;
 
@@ -120,7 +120,7 @@ TEST(CertificateValidationResults, ReadAsFailedBeforeAnyoneFillsThem)
     EXPECT_FALSE(results.getRootCertificate().has_value());
 }
 
-TEST(CertificateValidationResults, HaveNeitherRevocationNorRootFromTheirConstructor)
+TEST(CertificateValidationResults, ConstructorSetsNeitherRevocationNorRoot)
 {
     CertificateValidationResults const results(CertificateChainStatus::Valid, "text");
 
@@ -130,7 +130,7 @@ TEST(CertificateValidationResults, HaveNeitherRevocationNorRootFromTheirConstruc
     EXPECT_FALSE(results.getRootCertificate().has_value());
 }
 
-TEST(CertificateValidationResults, GiveBackTheRevocationThatWasSet)
+TEST(CertificateValidationResults, ReturnRevocationThatWasSet)
 {
     auto const revocation = revokedResults().getCertificateRevocationResults();
 
@@ -139,7 +139,7 @@ TEST(CertificateValidationResults, GiveBackTheRevocationThatWasSet)
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), "4711");
 }
 
-TEST(CertificateValidationResults, KeepTheirRootApartFromTheCertificateItWasSetFrom)
+TEST(CertificateValidationResults, RootIsIndependentOfItsSource)
 {
     CertificateValidationResults results(CertificateChainStatus::Valid);
     auto certificate = someCertificate();
@@ -152,7 +152,7 @@ TEST(CertificateValidationResults, KeepTheirRootApartFromTheCertificateItWasSetF
     EXPECT_EQ(results.getRootCertificate()->getSHA256Fingerprint(), fingerprint);
 }
 
-TEST(CertificateValidationResults, ReplaceTheRootThatWasSetBefore)
+TEST(CertificateValidationResults, SecondRootReplacesFirst)
 {
     CertificateValidationResults results(CertificateChainStatus::Valid);
     results.setRootCertificate(X509Certificate(makeRoot("first").der()));
@@ -164,7 +164,7 @@ TEST(CertificateValidationResults, ReplaceTheRootThatWasSetBefore)
     EXPECT_EQ(copyOfFirst.getRootCertificate()->getSubjectName(), "CN=first");
 }
 
-TEST(CertificateValidationResults, OfOneVerdictGiveIndependentCopiesOfTheRoot)
+TEST(CertificateValidationResults, CopiesReturnIndependentRoots)
 {
     CertificateValidationResults results(CertificateChainStatus::Valid);
     results.setRootCertificate(someCertificate());
@@ -181,7 +181,7 @@ TEST(CertificateValidationResults, OfOneVerdictGiveIndependentCopiesOfTheRoot)
     EXPECT_FALSE(results.getRootCertificate()->empty());
 }
 
-TEST(CertificateValidationResults, KeepTheirStatusAloneWhenMovedFrom)
+TEST(CertificateValidationResults, MoveKeepsOnlyStatusOfSource)
 {
     auto source = revokedResults();
     source.setRootCertificate(someCertificate());
@@ -197,7 +197,7 @@ TEST(CertificateValidationResults, KeepTheirStatusAloneWhenMovedFrom)
     EXPECT_FALSE(source.getRootCertificate().has_value());
 }
 
-TEST(CertificateValidationResults, AreAssignedAsAWhole)
+TEST(CertificateValidationResults, AssignmentReplacesAllFields)
 {
     CertificateValidationResults target(CertificateChainStatus::Valid, "old");
     target.setRootCertificate(someCertificate());
@@ -210,7 +210,7 @@ TEST(CertificateValidationResults, AreAssignedAsAWhole)
     EXPECT_FALSE(target.getRootCertificate().has_value());
 }
 
-TEST(PKCS7CertificateValidationResults, ReadAsFailedBeforeAnyoneFillsThem)
+TEST(PKCS7CertificateValidationResults, DefaultIsFailed)
 {
     PKCS7CertificateValidationResults const results;
 
@@ -220,7 +220,7 @@ TEST(PKCS7CertificateValidationResults, ReadAsFailedBeforeAnyoneFillsThem)
     EXPECT_FALSE(results.isValidSignature());
 }
 
-TEST(PKCS7CertificateValidationResults, AreValidOnlyIfSignatureAndChainAreBothGood)
+TEST(PKCS7CertificateValidationResults, AreValidOnlyIfSignatureAndChainAreValid)
 {
     EXPECT_TRUE(
         PKCS7CertificateValidationResults(true, CertificateChainStatus::Valid, "x").isValidSignature());
@@ -236,7 +236,7 @@ TEST(PKCS7CertificateValidationResults, AreValidOnlyIfSignatureAndChainAreBothGo
     }
 }
 
-TEST(PKCS7CertificateValidationResults, LeaveAnEmptyTextBehindWhenMoved)
+TEST(PKCS7CertificateValidationResults, MoveLeavesEmptyText)
 {
     PKCS7CertificateValidationResults source(true, CertificateChainStatus::Expired, "a report");
 

@@ -21,9 +21,8 @@
 #include <string>
 #include <vector>
 
-// NIST's path validation suite. Each path is validated by the library and by bare OpenSSL, which must agree
-// to the letter: without revocation, and with the suite's CRLs. Where both come to another verdict than NIST,
-// a table says why.
+// NIST's path validation suite. The library and bare OpenSSL validate each path, without revocation and with
+// the suite's CRLs, and must agree in verdict and text. A table gives the reason where both differ from NIST.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -37,7 +36,7 @@ using DownloadCRL = Options::DownloadCRL;
 /// CRLs in DER form, by the fingerprint of the certificate whose distribution point offers them.
 using Published = std::map<std::string, Bytes>;
 
-/// What is to be had for now.
+/// The CRLs that downloads find at present.
 Published const*& published()
 {
     static Published const* current = nullptr;
@@ -46,9 +45,8 @@ Published const*& published()
 
 } // namespace
 
-// The suite's CRLs lie in directories, where the library does not look. These take the place of the library's
-// own download: every certificate names a place of its own, and what is fetched there is what the test
-// offers.
+// The suite publishes its CRLs in directories, which the library does not read. So these functions replace
+// the library's download. Every certificate has a URL of its own, and the test decides which CRL is there.
 namespace foundation::certificates {
 
 std::vector<std::string>
@@ -87,8 +85,8 @@ bool hasIssuerOf(CrlHandle const& crl, X509Handle const& certificate)
     return X509_NAME_cmp(X509_CRL_get_issuer(crl.get()), X509_get_issuer_name(certificate.get())) == 0;
 }
 
-/// Of a path's CRLs the first one that the issuer signed and that bears its name; then one that only the
-/// former, or only the latter, is true of; or none.
+/// Returns the first CRL that the issuer signed and that has its name. Without one, a CRL that the issuer
+/// signed; then a CRL that has its name; then none.
 CrlHandle
 bestCrlFor(X509Handle const& certificate, X509Handle const& issuer, std::vector<CrlHandle> const& crls)
 {
@@ -104,8 +102,8 @@ bestCrlFor(X509Handle const& certificate, X509Handle const& issuer, std::vector<
     return found;
 }
 
-/// Delta-CRLs, which tell what changed since another CRL, are to be had at places of their own, which the
-/// library does not visit.
+/// Returns the CRLs without delta CRLs, which only list changes since another CRL. They have URLs of their
+/// own, which the library does not read.
 std::vector<CrlHandle> completeCrlsOf(Case const& test)
 {
     auto crls = crlsOf(test);
@@ -116,7 +114,7 @@ std::vector<CrlHandle> completeCrlsOf(Case const& test)
     return crls;
 }
 
-/// A test's path as bare OpenSSL reads it, and as the library does.
+/// A test's path, once for bare OpenSSL and once for the library.
 struct Path
 {
     Path(Case const& test, std::vector<CrlHandle> const& crls)
@@ -150,7 +148,7 @@ struct Path
     X509Certificate leaf;
     X509CertificateChain chain;
     TrustStore store;
-    /// The CRL for each certificate, leaf first; null where there is none.
+    /// The CRL for each certificate, leaf first; null for a certificate without one.
     std::vector<CrlHandle> offers;
     Published published;
 
@@ -167,7 +165,7 @@ private:
     }
 };
 
-// The witness: what must come out, by bare OpenSSL and by the rules for the fetching of CRLs
+// The reference: the expected result, by bare OpenSSL and by the rules for the download of CRLs
 
 struct Request
 {
@@ -202,10 +200,10 @@ X509_REVOKED const* entryFor(ASN1_INTEGER const* serial, CrlHandle const& crl)
     return nullptr;
 }
 
-class Witness
+class Reference
 {
 public:
-    Witness(Path const& path_, Request const& request_)
+    Reference(Path const& path_, Request const& request_)
         : path(path_),
           request(request_),
           verifier(path_.verifier)
@@ -213,7 +211,7 @@ public:
         verifier.tolerances = request.tolerances;
     }
 
-    /// What is thrown because a CRL is not to be had; none, and then there is an outcome.
+    /// Returns the text that the library throws for a missing CRL; none if there is an outcome.
     std::optional<std::string> answer()
     {
         if (request.download != DownloadCRL::None) {
@@ -229,7 +227,8 @@ public:
         return std::nullopt;
     }
 
-    /// What the caller is shown of a revocation: the entry of the lowest certificate that its own CRL names.
+    /// Returns the revocation that the caller sees: the entry of the lowest certificate that its own CRL
+    /// lists.
     CertificateRevocationResults revocation() const
     {
         for (std::size_t level = 0; level < fetched.size(); ++level) {
@@ -253,7 +252,7 @@ private:
                                                      : X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL;
     }
 
-    /// Why not all CRLs are to be had, if so.
+    /// Why not all CRLs can be downloaded; empty if they can.
     std::optional<std::string> fetch()
     {
         list = verifier.untrusted;
@@ -295,7 +294,7 @@ private:
     Path const& path;
     Request const request;
     ReferenceVerifier verifier;
-    /// The certificates whose CRLs are wanted, leaf first, and the root.
+    /// The certificates whose CRLs are required, leaf first, and the root.
     std::vector<X509Handle> list;
     std::vector<CrlHandle> fetched;
 };
@@ -308,22 +307,22 @@ void expectSameRevocation(
     EXPECT_EQ(results.getRevokedSerialNumberString(), expected.getRevokedSerialNumberString());
 }
 
-/// The library's verdict, after it has been compared with the witness's.
+/// The library's verdict, after a comparison with the reference.
 Verdict judge(Path const& path, Request const& request)
 {
     published() = &path.published;
     auto const options = optionsWith(request.tolerances, request.check, request.download);
-    Witness witness(path, request);
-    if (auto const thrown = witness.answer()) {
+    Reference reference(path, request);
+    if (auto const thrown = reference.answer()) {
         EXPECT_THROWS_EXACTLY(
             X509CertificateException, *thrown,
             path.leaf.validateCertificate(path.chain, options, path.store));
         return Verdict::Invalid;
     }
     auto const results = path.leaf.validateCertificate(path.chain, options, path.store);
-    expectSame(results, witness.outcome);
+    expectSame(results, reference.outcome);
     if (results.getCertificateChainStatus() == Status::Revoked) {
-        expectSameRevocation(results.getCertificateRevocationResults(), witness.revocation());
+        expectSameRevocation(results.getCertificateRevocationResults(), reference.revocation());
     }
     return results.getCertificateChainStatus() == Status::Valid ? Verdict::Valid : Verdict::Invalid;
 }
@@ -332,7 +331,7 @@ Verdict judge(Path const& path, Request const& request)
 
 using Numbers = std::set<std::string>;
 
-/// No policy is asked for, and none that a certificate requires is looked for.
+/// The library requires no policy, and ignores those that a certificate requires.
 Numbers const policies = {"4.8.4",  "4.8.5",  "4.8.7",  "4.8.8",  "4.8.9",  "4.8.12",  "4.9.3",
                           "4.9.5",  "4.10.2", "4.10.4", "4.10.7", "4.10.8", "4.10.10", "4.11.1",
                           "4.11.3", "4.11.5", "4.11.6", "4.12.1", "4.12.4", "4.12.5",  "4.12.6"};
@@ -341,10 +340,10 @@ Numbers const policies = {"4.8.4",  "4.8.5",  "4.8.7",  "4.8.8",  "4.8.9",  "4.8
 Numbers const policiesBesideCrls = {"4.9.7",   "4.9.8",   "4.11.8", "4.11.9",
                                     "4.11.10", "4.11.11", "4.12.8", "4.12.10"};
 
-/// RFC 5280 wants a CA's basic constraints to be critical, which the strict check of X.509 insists on.
+/// The strict check requires critical basic constraints of a CA, as RFC 5280 does.
 Numbers const basicConstraintsNotCritical = {"4.6.4"};
 
-/// Only a CRL tells what is wrong, and none is consulted.
+/// Only a CRL shows the fault, and no CRL is applied.
 Numbers const revocation = {"4.4.1",   "4.4.2",   "4.4.3",   "4.4.4",   "4.4.5",   "4.4.6",   "4.4.8",
                             "4.4.9",   "4.4.10",  "4.4.11",  "4.4.12",  "4.4.15",  "4.4.18",  "4.4.20",
                             "4.4.21",  "4.5.2",   "4.5.5",   "4.5.7",   "4.7.4",   "4.7.5",   "4.14.2",
@@ -353,17 +352,17 @@ Numbers const revocation = {"4.4.1",   "4.4.2",   "4.4.3",   "4.4.4",   "4.4.5",
                             "4.14.27", "4.14.31", "4.14.32", "4.14.34", "4.14.35", "4.15.1",  "4.15.3",
                             "4.15.4",  "4.15.6",  "4.15.9",  "4.15.10"};
 
-/// A CRL has to be signed with the key of the next certificate of the path. A CA that has another key for
-/// CRLs, or that changed its key and issued a certificate to itself, signs with one that is not there.
+/// The key of the next certificate of the path has to sign the CRL. A CA with another key for CRLs, or with a
+/// new key and a self-issued certificate, signs with a key that the path does not have.
 Numbers const anotherKeySignedTheCrl = {"4.4.19", "4.5.1",  "4.5.4",  "4.5.6",  "4.6.15", "4.6.17",
                                         "4.9.6",  "4.11.7", "4.12.7", "4.12.9", "4.13.19"};
 
-/// CRLs that speak only of some reasons, and those of another issuer than the certificate's, need what
-/// OpenSSL calls extended CRL support, which is not asked for.
+/// CRLs for some reasons only, and CRLs of another issuer, need OpenSSL's extended CRL support, which the
+/// library does not enable.
 Numbers const partialOrIndirectCrl = {"4.14.18", "4.14.19", "4.14.22", "4.14.24", "4.14.25",
                                       "4.14.28", "4.14.29", "4.14.30", "4.14.33"};
 
-/// A delta-CRL revokes the first and takes the revocation of the second back.
+/// A delta CRL revokes the first and withdraws the revocation of the second.
 Numbers const deltaCrl = {"4.15.4", "4.15.5"};
 
 Numbers unite(std::vector<Numbers> const& some)
@@ -396,7 +395,7 @@ constexpr std::time_t in2031 = 1939550400; // when most certificates and CRLs ha
 class PathValidationSuite : public testing::Test
 {
 protected:
-    /// All that the library can load. Made once: the tests differ in the clock and in what is asked.
+    /// All paths that the library can load. Made once, since the tests differ only in time and options.
     static std::map<std::string, Path> const& paths()
     {
         static auto const made = [] {
@@ -409,7 +408,7 @@ protected:
         return made;
     }
 
-    /// Judges all paths, and gives the numbers of those on which NIST has another verdict.
+    /// Validates all paths, and returns the numbers of those with another verdict of NIST.
     static Numbers differencesFromNist(Request const& request)
     {
         Numbers differences;
@@ -450,7 +449,7 @@ std::set<Bytes> crlsOf(Message const& message)
 
 } // namespace
 
-TEST_F(PathValidationSuite, HasItsTestsInTheTable)
+TEST_F(PathValidationSuite, TableHasAllCases)
 {
     std::map<std::string, int> sections;
     Numbers tests;
@@ -484,7 +483,7 @@ TEST_F(PathValidationSuite, HasItsTestsInTheTable)
                       {"4.16", 2}}));
 }
 
-TEST_F(PathValidationSuite, SendsEachPathWithItsMessage)
+TEST_F(PathValidationSuite, MessagesCarryTheirPaths)
 {
     for (auto const& test : cases()) {
         SCOPED_TRACE(test.number + " " + test.name);
@@ -509,7 +508,7 @@ TEST_F(PathValidationSuite, SendsEachPathWithItsMessage)
     }
 }
 
-TEST_F(PathValidationSuite, RunsWhileTheClockStandsStill)
+TEST_F(PathValidationSuite, RunsAtFixedTime)
 {
     timeval day{};
     gettimeofday(&day, nullptr);
@@ -527,28 +526,28 @@ TEST_F(PathValidationSuite, RunsWhileTheClockStandsStill)
     }
 }
 
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithoutRevocation)
+TEST_F(PathValidationSuite, AgreesWithOpenSslWithoutRevocation)
 {
     expectDifferences(
         differencesFromNist({}), {policies, policiesBesideCrls, basicConstraintsNotCritical, revocation});
 }
 
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithItsCrls)
+TEST_F(PathValidationSuite, AgreesWithOpenSslWithCrls)
 {
     expectDifferences(
         differencesFromNist({{}, CheckCRL::WholeChain, DownloadCRL::Required}),
         {policies, basicConstraintsNotCritical, anotherKeySignedTheCrl, partialOrIndirectCrl, deltaCrl});
 }
 
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithTheCrlsThatCanBeHad)
+TEST_F(PathValidationSuite, AgreesWithOpenSslWithAvailableCrls)
 {
     differencesFromNist({{}, CheckCRL::WholeChain, DownloadCRL::BestEffort});
     differencesFromNist({{}, CheckCRL::LeafOnly, DownloadCRL::BestEffort});
 }
 
-// OpenSSL takes a delta-CRL for a complete one unless it is told of such. Which of the two it then prefers is
-// not certain, so that there is no comparison with NIST.
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithDeltaCrlsInTheTrustStore)
+// OpenSSL treats a delta CRL as a complete one unless delta CRLs are enabled. Its choice between the two is
+// not fixed, so there is no comparison with NIST.
+TEST_F(PathValidationSuite, AgreesWithOpenSslWithDeltaCrlsInTrustStore)
 {
     for (auto const& test : cases()) {
         if (beginsWith(test.number, "4.15.")) {
@@ -558,7 +557,7 @@ TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithDeltaCrlsInTheTrustStor
     }
 }
 
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItAtOtherTimes)
+TEST_F(PathValidationSuite, AgreesWithOpenSslAtOtherTimes)
 {
     for (auto const moment : {in2009, in2031}) {
         FixedClock const other(moment);
@@ -567,7 +566,7 @@ TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItAtOtherTimes)
     }
 }
 
-TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithAllTolerances)
+TEST_F(PathValidationSuite, AgreesWithOpenSslWithAllTolerances)
 {
     Tolerances const all{true, true, true};
     FixedClock const other(in2031);
@@ -575,7 +574,7 @@ TEST_F(PathValidationSuite, IsJudgedAsOpenSslJudgesItWithAllTolerances)
     differencesFromNist({all, CheckCRL::WholeChain, DownloadCRL::BestEffort});
 }
 
-TEST_F(PathValidationSuite, IsNotLoadedWhereKeysAreDsa)
+TEST_F(PathValidationSuite, RefusesDsaKeys)
 {
     Numbers refused;
     for (auto const& test : cases()) {

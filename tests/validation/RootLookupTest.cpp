@@ -19,13 +19,13 @@ protected:
     Topology const pki{{{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}};
 };
 
-TEST_F(RootLookup, GivesTheAnchorOfThePath)
+TEST_F(RootLookup, ReturnsAnchorOfPath)
 {
     auto const root = load(pki["leaf"]).getRootCACertificate(chainOf({pki["ca"]}), storeOf({pki["root"]}));
     EXPECT_EQ(root, load(pki["root"]));
 }
 
-TEST_F(RootLookup, GivesTheRootThatTheChainBringsThoughNoStoreHoldsIt)
+TEST_F(RootLookup, ReturnsRootOfChainWithoutTrust)
 {
     auto const root =
         load(pki["leaf"])
@@ -33,7 +33,7 @@ TEST_F(RootLookup, GivesTheRootThatTheChainBringsThoughNoStoreHoldsIt)
     EXPECT_EQ(root, load(pki["root"]));
 }
 
-TEST_F(RootLookup, GivesASelfSignedCertificateBack)
+TEST_F(RootLookup, ReturnsSelfSignedCertificateItself)
 {
     auto const lonely = makeSelfSignedLeaf("lonely");
     EXPECT_EQ(load(lonely).getRootCACertificate(X509CertificateChain(), TrustStore()), load(lonely));
@@ -41,7 +41,7 @@ TEST_F(RootLookup, GivesASelfSignedCertificateBack)
         load(lonely).getRootCACertificate(X509CertificateChain(), storeOf({pki["root"]})), load(lonely));
 }
 
-TEST_F(RootLookup, GivesTheRootOfAnExpiredPath)
+TEST_F(RootLookup, ReturnsRootOfExpiredPath)
 {
     auto const expired = [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); };
     for (auto const* const mutated : {"leaf", "ca", "root"}) {
@@ -52,14 +52,14 @@ TEST_F(RootLookup, GivesTheRootOfAnExpiredPath)
     }
 }
 
-TEST_F(RootLookup, PassesOverRevocation)
+TEST_F(RootLookup, IgnoresRevocation)
 {
     auto trustStore = storeOf({pki["root"]});
     addCrl(trustStore, makeCrl(pki["ca"], {revoke(pki["leaf"])}));
     EXPECT_EQ(load(pki["leaf"]).getRootCACertificate(chainOf({pki["ca"]}), trustStore), load(pki["root"]));
 }
 
-TEST_F(RootLookup, GivesAnIndependentCertificate)
+TEST_F(RootLookup, ReturnsIndependentCertificate)
 {
     auto leaf = load(pki["leaf"]);
     auto const root = leaf.getRootCACertificate(chainOf({pki["ca"]}), storeOf({pki["root"]}));
@@ -67,28 +67,28 @@ TEST_F(RootLookup, GivesAnIndependentCertificate)
     EXPECT_EQ(root.getSubjectName(), "CN=root");
 }
 
-TEST_F(RootLookup, FailsWithoutTheIssuer)
+TEST_F(RootLookup, FailsWithoutIssuer)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, noRootText,
         load(pki["leaf"]).getRootCACertificate(X509CertificateChain(), TrustStore()));
 }
 
-TEST_F(RootLookup, FailsIfAnIntermediateIsMissing)
+TEST_F(RootLookup, FailsWithoutIntermediate)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, noRootText,
         load(pki["leaf"]).getRootCACertificate(X509CertificateChain(), storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, FailsIfTheRootIsMissing)
+TEST_F(RootLookup, FailsWithoutRoot)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, noRootText,
         load(pki["leaf"]).getRootCACertificate(chainOf({pki["ca"]}), storeOf({makeRoot("other")})));
 }
 
-TEST_F(RootLookup, FailsForACertificateThatIsNotYetValid)
+TEST_F(RootLookup, FailsForCertificateThatIsNotYetValid)
 {
     auto const leaf =
         makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); });
@@ -97,7 +97,7 @@ TEST_F(RootLookup, FailsForACertificateThatIsNotYetValid)
         load(leaf).getRootCACertificate(chainOf({pki["ca"]}), storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, FailsForABadSignature)
+TEST_F(RootLookup, FailsForBadSignature)
 {
     auto const leaf =
         makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) { spec.damagedSignature = true; });
@@ -106,14 +106,14 @@ TEST_F(RootLookup, FailsForABadSignature)
         load(leaf).getRootCACertificate(chainOf({pki["ca"]}), storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, RefusesACertificateWithoutContent)
+TEST_F(RootLookup, RefusesCertificateWithoutContent)
 {
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: X509Certificate has no content.",
         X509Certificate().getRootCACertificate(X509CertificateChain(), storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, RefusesAMovedFromCertificate)
+TEST_F(RootLookup, RefusesMovedFromCertificate)
 {
     auto certificate = load(pki["leaf"]);
     auto const taker = std::move(certificate);
@@ -122,7 +122,7 @@ TEST_F(RootLookup, RefusesAMovedFromCertificate)
         certificate.getRootCACertificate(X509CertificateChain(), storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, RefusesAMovedFromChain)
+TEST_F(RootLookup, RefusesMovedFromChain)
 {
     auto chain = chainOf({pki["ca"]});
     auto const taker = std::move(chain);
@@ -131,7 +131,7 @@ TEST_F(RootLookup, RefusesAMovedFromChain)
         load(pki["leaf"]).getRootCACertificate(chain, storeOf({pki["root"]})));
 }
 
-TEST_F(RootLookup, RefusesARootWhoseKeyIsUnfit)
+TEST_F(RootLookup, RefusesRootWithUnsupportedKey)
 {
     auto const root = makeRoot("ed448 root", [](CertificateSpec& spec) { spec.key = ed448Key(); });
     auto const leaf = makeLeaf(root, "leaf");

@@ -53,7 +53,7 @@ std::vector<X509Handle> rootsOfTheSystem()
     return roots;
 }
 
-/// What an empty trust store stands for.
+/// Returns the trust store that replaces an empty one.
 TrustStore storeOfSystemRoots()
 {
     TrustStore store;
@@ -108,9 +108,9 @@ private:
     int outside = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 };
 
-// Stands first: once the system's roots have been read, they stay. In a run that shuffles the tests they may
-// have been read before, so the test makes sure by itself that it is alone in its process.
-TEST(SystemRootsUnreadableDeathTest, AreReportedAndTriedAgainByTheNextCall)
+// This test comes first: once the system's roots have been read, they stay. In a run that shuffles the tests
+// they may have been read before, so the test makes sure by itself that it is alone in its process.
+TEST(SystemRootsUnreadableDeathTest, NextCallTriesAgain)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
@@ -147,7 +147,7 @@ TEST(SystemRootsUnreadableDeathTest, AreReportedAndTriedAgainByTheNextCall)
 
 #endif
 
-TEST(SystemRootsValidation, DecidesOnEachRootAsBareOpenSslDoes)
+TEST(SystemRootsValidation, AgreesWithOpenSslOnEachRoot)
 {
     auto const systemRoots = storeOfSystemRoots();
     ReferenceVerifier verifier;
@@ -176,7 +176,7 @@ TEST(SystemRootsValidation, DecidesOnEachRootAsBareOpenSslDoes)
     EXPECT_EQ(numValid > 0, !candidates.empty());
 }
 
-TEST(SystemRootsValidation, GivesThemToTheLookupOfRootsToo)
+TEST(SystemRootsValidation, RootLookupUsesSystemRoots)
 {
     for (auto const& pem : storeOfSystemRoots().getPEMStrings()) {
         auto const certificate = tryToLoad(certificatesIn(pem).at(0));
@@ -189,7 +189,7 @@ TEST(SystemRootsValidation, GivesThemToTheLookupOfRootsToo)
     }
 }
 
-TEST(SystemRootsValidation, StandInForAnEmptyFallbackStore)
+TEST(SystemRootsValidation, EmptyFallbackStoreMeansSystemRoots)
 {
     auto const fallback = std::make_shared<TrustStore>();
     auto const options = optionsWith({}, Options::CheckCRL::None, Options::DownloadCRL::None, fallback);

@@ -72,8 +72,8 @@ std::vector<Mutation> const& certificateFaults()
         [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
         [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); },
         [](CertificateSpec& spec) { spec.damagedSignature = true; },
-        [](CertificateSpec& spec) { spec.signingKey = p256Key("stranger"); },
-        [](CertificateSpec& spec) { spec.issuer = commonName("stranger"); },
+        [](CertificateSpec& spec) { spec.signingKey = p256Key("unrelated"); },
+        [](CertificateSpec& spec) { spec.issuer = commonName("unrelated"); },
         [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:TRUE,pathlen:0"); },
         [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:FALSE"); },
         [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "CA:TRUE"); },
@@ -189,7 +189,7 @@ CrlHandle makeCrlFor(Dice& dice, CertificateAndKey const& subject, CertificateAn
             spec.damagedSignature = true;
             break;
         case 3:
-            spec.issuerName = commonName("stranger");
+            spec.issuerName = commonName("unrelated");
             break;
         case 4:
             spec.nextUpdate.reset();
@@ -225,7 +225,7 @@ Hierarchy makeHierarchy(Dice& dice)
     return hierarchy;
 }
 
-// The witness: what must come out, found with the bare API
+// The reference: the expected result, found with the bare API
 
 std::vector<X509Handle> handlesOf(std::vector<CertificateAndKey> const& members)
 {
@@ -245,10 +245,10 @@ bool isSelfIssued(X509Handle const& certificate)
     }();
 }
 
-class Witness
+class Reference
 {
 public:
-    explicit Witness(Hierarchy const& hierarchy_) : hierarchy(hierarchy_)
+    explicit Reference(Hierarchy const& hierarchy_) : hierarchy(hierarchy_)
     {
         list = handlesOf(hierarchy.chain);
         auto const& leaf = hierarchy.members.front();
@@ -262,7 +262,7 @@ public:
         verifier.tolerances = hierarchy.tolerances;
     }
 
-    /// None: a required CRL is not to be had, and the validation throws.
+    /// None if a required CRL is missing and the validation throws.
     std::optional<ReferenceOutcome> answer()
     {
         auto const ready = hierarchy.download != DownloadCRL::None && collectCrls();
@@ -367,7 +367,7 @@ std::uint64_t chooseSeed()
     return chosen != nullptr ? std::strtoull(chosen, nullptr, 10) : 20240229;
 }
 
-TEST(ValidationDifferential, AgreesWithBareOpenSslOnRandomHierarchies)
+TEST(ValidationDifferential, AgreesWithOpenSslOnRandomHierarchies)
 {
     auto const seed = chooseSeed();
     std::cout << "Seed: " << seed << "\n";
@@ -378,7 +378,7 @@ TEST(ValidationDifferential, AgreesWithBareOpenSslOnRandomHierarchies)
         auto const hierarchy = makeHierarchy(dice);
 
         auto const results = validate(hierarchy);
-        auto const outcome = Witness(hierarchy).answer();
+        auto const outcome = Reference(hierarchy).answer();
 
         ASSERT_EQ(results.has_value(), outcome.has_value());
         if (outcome) {

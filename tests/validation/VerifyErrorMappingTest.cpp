@@ -28,7 +28,7 @@ std::vector<int> codesToWalk()
     return codes;
 }
 
-TEST(VerifyErrorMapping, GivesEachCodeItsStatusAndText)
+TEST(VerifyErrorMapping, CoversEveryCode)
 {
     auto const certificate = makeRoot("subject");
     auto const context = own(X509_STORE_CTX_new());
@@ -46,7 +46,7 @@ TEST(VerifyErrorMapping, GivesEachCodeItsStatusAndText)
     }
 }
 
-TEST(VerifyErrorMapping, ReportsAnErrorAtNoCertificate)
+TEST(VerifyErrorMapping, ReportsErrorWithoutCertificate)
 {
     auto const context = own(X509_STORE_CTX_new());
     X509_STORE_CTX_set_error(context.get(), X509_V_ERR_CERT_HAS_EXPIRED);
@@ -55,7 +55,7 @@ TEST(VerifyErrorMapping, ReportsAnErrorAtNoCertificate)
     EXPECT_EQ(describeVerifyError(context.get()), report(10, -1, ""));
 }
 
-TEST(VerifyErrorMapping, ForgivesExactlyWhatTheOptionsTolerate)
+TEST(VerifyErrorMapping, ForgivesExactlyWhatOptionsAllow)
 {
     for (auto const& tolerances : allTolerances()) {
         auto const options = optionsWith(tolerances);
@@ -68,7 +68,7 @@ TEST(VerifyErrorMapping, ForgivesExactlyWhatTheOptionsTolerate)
     }
 }
 
-TEST(VerifyErrorMapping, ForgivesOnTheValueOneAlone)
+TEST(VerifyErrorMapping, ForgivesOnlyForValueOne)
 {
     Options const options(
         static_cast<Options::AllowSelfSignedCertificate>(2), static_cast<Options::AllowExpiredCertificate>(2),
@@ -312,7 +312,7 @@ bool isTolerated(int code, Tolerances const& tolerances)
            (isAboutCrls && tolerances.revoked);
 }
 
-TEST_P(VerifyErrorOf, RealCertificatesIsMappedUnderEveryTolerance)
+TEST_P(VerifyErrorOf, RealCertificatesMatchesReferenceUnderEveryTolerance)
 {
     auto const& row = GetParam();
     auto const situation = row.make();

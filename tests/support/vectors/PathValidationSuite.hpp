@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-/// NIST's Public Key Interoperability Test Suite (PKITS): 224 certification paths, each with the verdict that
-/// a validation by RFC 3280 comes to.
+/// NIST's Public Key Interoperability Test Suite (PKITS): 224 certification paths, each with the verdict of a
+/// validation by RFC 3280.
 namespace foundation::test::pkits {
 
 enum class Verdict
@@ -19,49 +19,49 @@ enum class Verdict
 /// The suite is meant for the years from 2010 to 2030.
 constexpr std::time_t aMomentOfValidity = 1577880000; // 2020-01-01 12:00:00 UTC
 
-/// One of the suite's tests. Certificates and CRLs are named as their files are, without extension.
+/// One of the suite's tests. Certificates and CRLs have the names of their files, without extension.
 struct Case
 {
     /// The section of the suite's description.
     std::string number;
-    /// As its signed message is named.
+    /// The name of its signed message.
     std::string name;
-    /// With the settings that the suite calls default: any policy will do, none is required.
+    /// With the suite's default settings: any policy is accepted, none is required.
     Verdict verdict;
-    /// From what the trust anchor issued down to the end entity.
+    /// From the certificate below the trust anchor down to the end entity.
     std::vector<std::string> path;
-    /// Beside the trust anchor's own CRL.
+    /// In addition to the CRL of the trust anchor.
     std::vector<std::string> crls;
-    /// The certificate of one who issued a CRL and is not on the path; may be empty.
+    /// The certificate of a CRL issuer that is not on the path; may be empty.
     std::string crlIssuer = {};
 };
 
 std::vector<Case> const& cases();
 
-/// The certificates have DSA keys, which the library does not take.
+/// Whether the certificates have DSA keys, which the library refuses.
 bool hasDsaKeys(Case const& test);
-/// All others.
+/// Returns all other cases.
 std::vector<Case> casesWithoutDsaKeys();
 
-/// Reads the certificate as bare OpenSSL reads it.
+/// Returns the certificate as bare OpenSSL parses it.
 X509Handle certificate(std::string const& name);
 X509Handle trustAnchor();
 CrlHandle crl(std::string const& name);
 
 X509Handle endEntityOf(Case const& test);
-/// The certificates between, from the end entity's issuer up to what the trust anchor issued.
+/// Returns the certificates between, from the end entity's issuer up to the one below the trust anchor.
 std::vector<X509Handle> intermediatesOf(Case const& test);
-/// With the trust anchor's in front.
+/// Returns the case's CRLs, that of the trust anchor first.
 std::vector<CrlHandle> crlsOf(Case const& test);
 
-/// Signed data whose content lies apart.
+/// Signed data with detached content.
 struct Message
 {
     Pkcs7Handle signedData;
     Bytes content;
 };
 
-/// The test's S/MIME message, which the end entity signed and which carries the path and the CRLs.
+/// Returns the test's S/MIME message. The end entity signed it, and it holds the path and the CRLs.
 Message messageOf(Case const& test);
 
 } // namespace foundation::test::pkits
