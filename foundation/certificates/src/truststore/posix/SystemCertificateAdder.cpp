@@ -219,7 +219,8 @@ private:
     void deliverFolder(InputFolder folder) const
     {
         fs::path const path = folder.path();
-        for (fs::path const& member : membersOf(path, namesIn(std::move(folder)))) {
+        auto const names = namesIn(std::move(folder));
+        for (fs::path const& member : membersOf(path, names)) {
             deliverMember(member);
         }
     }
