@@ -208,6 +208,31 @@ void addCRLs(X509_STORE* store, X509CertificateImpl::CRLs const& crls)
     }
 }
 
+/// Returns the result of `X509_verify_cert`.
+///
+/// With a fallback store, a failure that leads there has to happen twice: a shortage of memory must not lead
+/// to it, since a certificate that is expired or revoked here may be valid there. OpenSSL keeps in a
+/// certificate that it could not read it, so `renew` gives the second attempt new copies. Only the errors of
+/// the last attempt stay in the queue.
+template <typename Renew>
+int verify(
+    Verification const& verification, X509* leaf, unsigned long flags, Progress& progress, bool hasFallback,
+    Renew const& renew)
+{
+    X509_STORE_CTX* const context = verification.context.get();
+    prepare(verification, leaf, flags, progress);
+    ERR_set_mark();
+    int const result = X509_verify_cert(context);
+    if (result != 0 || !hasFallback || !deservesFallback(statusOf(context))) {
+        ERR_clear_last_mark();
+        return result;
+    }
+    ERR_pop_to_mark();
+    renew();
+    prepare(verification, leaf, flags, progress);
+    return X509_verify_cert(context);
+}
+
 } // namespace
 
 bool X509CertificateImpl::isForgiven(CertificateValidationOptions const& options, int errorCode)
@@ -275,23 +300,12 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
         options.fallbackTrustStore != nullptr && options.fallbackTrustStore.get() != &trustStore;
 
     Progress progress{options};
-    prepare(verification, leaf, flags, progress);
-    ERR_set_mark();
-    int verifyResult = X509_verify_cert(context);
-    if (verifyResult == 0 && hasFallback && deservesFallback(statusOf(context))) {
-        // A shortage of memory must not lead to the fallback store: a certificate that is expired or revoked
-        // here may be valid there. So the run has to fail twice. OpenSSL keeps in a certificate that it could
-        // not read it, so the second attempt takes new copies.
-        ERR_pop_to_mark();
+    int const verifyResult = verify(verification, leaf, flags, progress, hasFallback, [&] {
         verification.renew(privateStoreOf(trustStore), stackOf(leafFirst(*this, chain)));
         if (crlsReady) {
             addCRLs(verification.store.get(), crls);
         }
-        prepare(verification, leaf, flags, progress);
-        verifyResult = X509_verify_cert(context);
-    } else {
-        ERR_clear_last_mark();
-    }
+    });
 
     if (verifyResult != 0) {
         return {
