@@ -1,6 +1,8 @@
 #include "Comparison.hpp"
 #include "Material.hpp"
 
+#include "support/operations/OperationTable.hpp"
+
 #include <openssl/core_names.h>
 #include <openssl/pem.h>
 
@@ -8,6 +10,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <unordered_map>
 
@@ -276,12 +279,25 @@ void addLoads()
     });
 }
 
-/// Compares a query of the library with a function of the certificate.
+/// The functions that are compared, as the table of operations names them.
+std::set<std::string>& comparedFunctions()
+{
+    static std::set<std::string> functions{
+        "X509Certificate::operator==", "X509Certificate::operator<<",
+        "X509Certificate::X509Certificate, copy"};
+    return functions;
+}
+
+/// Name and address of a query.
+#define FOUNDATION_BENCHMARK_QUERY(name) "X509Certificate::" #name, &X509Certificate::name
+
+/// Compares a query of the library with a function of OpenSSL's certificate.
 template <typename Query, typename Bare>
 void addQuery(
-    std::string const& name, std::optional<double> target, Query query, Bare bare,
+    std::string const& name, std::optional<double> target, char const* function, Query query, Bare bare,
     KeyKind kind = KeyKind::RSA2048)
 {
+    comparedFunctions().insert(function);
     auto const certificate = load(typicalLeaf(kind));
     auto const x509 = typicalLeaf(kind).certificate;
     compare(
@@ -297,42 +313,46 @@ void addTextQueries()
         "algorithm is a lookup of some nanoseconds, so the handle's lock shows. The row below includes a\n"
         "lock in OpenSSL's time. OpenSSL writes an object identifier twice, the first time to find its\n"
         "length.");
-    using C = X509Certificate;
-    addQuery("subject", queryTarget, &C::getSubjectName, [](X509* x) {
+    addQuery("subject", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSubjectName), [](X509* x) {
         return bareName(X509_get_subject_name(x));
     });
+    addQuery("issuer", queryTarget, FOUNDATION_BENCHMARK_QUERY(getIssuerName), [](X509* x) {
+        return bareName(X509_get_issuer_name(x));
+    });
     addQuery(
-        "issuer", queryTarget, &C::getIssuerName, [](X509* x) { return bareName(X509_get_issuer_name(x)); });
-    addQuery("subject as attributes", queryTarget, &C::getSubjectNameAsRDNs, [](X509* x) {
-        return bareRDNs(X509_get_subject_name(x));
-    });
-    addQuery("issuer as attributes", queryTarget, &C::getIssuerNameAsRDNs, [](X509* x) {
-        return bareRDNs(X509_get_issuer_name(x));
-    });
-    addQuery("subject's common name", queryTarget, &C::getSubjectCommonName, [](X509* x) {
-        return bareCommonName(X509_get_subject_name(x));
-    });
-    addQuery("issuer's common name", queryTarget, &C::getIssuerCommonName, [](X509* x) {
-        return bareCommonName(X509_get_issuer_name(x));
-    });
-    addQuery("serial number", queryTarget, &C::getSerialNumber, bareSerial);
-    addQuery("fingerprint", queryTarget, &C::getSHA256Fingerprint, bareFingerprint);
-    addQuery("signature algorithm", queryTarget, &C::getSignatureAlgorithm, [](X509* x) {
-        return std::string(OBJ_nid2sn(X509_get_signature_nid(x)));
-    });
+        "subject as attributes", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSubjectNameAsRDNs),
+        [](X509* x) { return bareRDNs(X509_get_subject_name(x)); });
+    addQuery(
+        "issuer as attributes", queryTarget, FOUNDATION_BENCHMARK_QUERY(getIssuerNameAsRDNs),
+        [](X509* x) { return bareRDNs(X509_get_issuer_name(x)); });
+    addQuery(
+        "subject's common name", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSubjectCommonName),
+        [](X509* x) { return bareCommonName(X509_get_subject_name(x)); });
+    addQuery(
+        "issuer's common name", queryTarget, FOUNDATION_BENCHMARK_QUERY(getIssuerCommonName),
+        [](X509* x) { return bareCommonName(X509_get_issuer_name(x)); });
+    addQuery("serial number", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSerialNumber), bareSerial);
+    addQuery("fingerprint", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSHA256Fingerprint), bareFingerprint);
+    addQuery(
+        "signature algorithm", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSignatureAlgorithm),
+        [](X509* x) { return std::string(OBJ_nid2sn(X509_get_signature_nid(x))); });
     auto const mutex = std::make_shared<std::mutex>();
-    addQuery("signature algorithm, lock too", std::nullopt, &C::getSignatureAlgorithm, [mutex](X509* x) {
-        std::lock_guard<std::mutex> const lock(*mutex);
-        return std::string(OBJ_nid2sn(X509_get_signature_nid(x)));
-    });
-    addQuery("not before", queryTarget, &C::getValidNotBefore, [](X509* x) {
+    addQuery(
+        "signature algorithm, lock too", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getSignatureAlgorithm),
+        [mutex](X509* x) {
+            std::lock_guard<std::mutex> const lock(*mutex);
+            return std::string(OBJ_nid2sn(X509_get_signature_nid(x)));
+        });
+    addQuery("not before", queryTarget, FOUNDATION_BENCHMARK_QUERY(getValidNotBefore), [](X509* x) {
         return bareTime(X509_get0_notBefore(x));
     });
-    addQuery("not after", queryTarget, &C::getValidNotAfter, [](X509* x) {
+    addQuery("not after", queryTarget, FOUNDATION_BENCHMARK_QUERY(getValidNotAfter), [](X509* x) {
         return bareTime(X509_get0_notAfter(x));
     });
-    addQuery("extended key usages", queryTarget, &C::getExtendedKeyUsages, bareExtendedKeyUsages);
-    addQuery("policies", queryTarget, &C::getPolicies, barePolicies);
+    addQuery(
+        "extended key usages", queryTarget, FOUNDATION_BENCHMARK_QUERY(getExtendedKeyUsages),
+        bareExtendedKeyUsages);
+    addQuery("policies", queryTarget, FOUNDATION_BENCHMARK_QUERY(getPolicies), barePolicies);
 }
 
 void addOtherQueries()
@@ -343,34 +363,41 @@ void addOtherQueries()
         "time point is the difference to the epoch by `ASN1_TIME_diff`, compared with `timegm`. The\n"
         "self-signed query compares the printed names. Equality compares SHA-256 digests of both encodings.\n"
         "A copy is a handle with a lock, compared with one reference.");
-    using C = X509Certificate;
-    addQuery("not before as time point", std::nullopt, &C::getValidNotBeforeTimePoint, [](X509* x) {
-        return bareTimePoint(X509_get0_notBefore(x));
+    addQuery(
+        "not before as time point", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getValidNotBeforeTimePoint),
+        [](X509* x) { return bareTimePoint(X509_get0_notBefore(x)); });
+    addQuery(
+        "not after as time point", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getValidNotAfterTimePoint),
+        [](X509* x) { return bareTimePoint(X509_get0_notAfter(x)); });
+    addQuery("is CA", std::nullopt, FOUNDATION_BENCHMARK_QUERY(isCACertificate), [](X509* x) {
+        return X509_check_ca(x) > 0;
     });
-    addQuery("not after as time point", std::nullopt, &C::getValidNotAfterTimePoint, [](X509* x) {
-        return bareTimePoint(X509_get0_notAfter(x));
-    });
-    addQuery("is CA", std::nullopt, &C::isCACertificate, [](X509* x) { return X509_check_ca(x) > 0; });
-    addQuery("is self-signed", std::nullopt, &C::isSelfSigned, [](X509* x) {
+    addQuery("is self-signed", std::nullopt, FOUNDATION_BENCHMARK_QUERY(isSelfSigned), [](X509* x) {
         return bareName(X509_get_issuer_name(x)) == bareName(X509_get_subject_name(x));
     });
-    addQuery("is valid for signing", std::nullopt, &C::isValidForDigitalSigning, bareIsForSigning);
-    addQuery("key size", std::nullopt, &C::getKeySize, [](X509* x) {
+    addQuery(
+        "is valid for signing", std::nullopt, FOUNDATION_BENCHMARK_QUERY(isValidForDigitalSigning),
+        bareIsForSigning);
+    addQuery("key size", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getKeySize), [](X509* x) {
         return EVP_PKEY_get_bits(X509_get0_pubkey(x));
     });
-    addQuery("modulus", std::nullopt, &C::getModulus, [](X509* x) {
+    addQuery("modulus", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getModulus), [](X509* x) {
         return bareRSANumber(x, OSSL_PKEY_PARAM_RSA_N);
     });
-    addQuery("public exponent", std::nullopt, &C::getPublicExponent, [](X509* x) {
+    addQuery("public exponent", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getPublicExponent), [](X509* x) {
         return bareRSANumber(x, OSSL_PKEY_PARAM_RSA_E);
     });
-    addQuery("key record, RSA-2048", std::nullopt, &C::getPublicKeyInfo, [](X509* x) {
+    addQuery("key record, RSA-2048", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getPublicKeyInfo), [](X509* x) {
         return BareKey{
             EVP_PKEY_get_bits(X509_get0_pubkey(x)), bareRSANumber(x, OSSL_PKEY_PARAM_RSA_E),
             bareRSANumber(x, OSSL_PKEY_PARAM_RSA_N)};
     });
-    addQuery("key record, P-256", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::P256);
-    addQuery("key record, Ed25519", std::nullopt, &C::getPublicKeyInfo, barePoint, KeyKind::Ed25519);
+    addQuery(
+        "key record, P-256", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getPublicKeyInfo), barePoint,
+        KeyKind::P256);
+    addQuery(
+        "key record, Ed25519", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getPublicKeyInfo), barePoint,
+        KeyKind::Ed25519);
 
     auto const one = load(typicalLeaf(KeyKind::RSA2048));
     auto const other = load(typicalLeaf(KeyKind::RSA2048));
@@ -396,10 +423,10 @@ void addOutput()
         "the BIO, which grows for it and is wiped at the end. Then the bytes are copied once more. Of the\n"
         "instructions for DER, 55 % encode, 36 % create, grow, wipe and free the BIO, and 9 % copy and\n"
         "lock. The row below includes the BIO in OpenSSL's time.");
-    addQuery("DER", outputTarget, &X509Certificate::getAsBytes, bareDER);
-    addQuery("DER, memory BIO too", std::nullopt, &X509Certificate::getAsBytes, bareDERByBIO);
-    addQuery("base64", outputTarget, &X509Certificate::getAsString, bareBase64);
-    addQuery("PEM", outputTarget, &X509Certificate::getAsPEMString, barePEM);
+    addQuery("DER", outputTarget, FOUNDATION_BENCHMARK_QUERY(getAsBytes), bareDER);
+    addQuery("DER, memory BIO too", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getAsBytes), bareDERByBIO);
+    addQuery("base64", outputTarget, FOUNDATION_BENCHMARK_QUERY(getAsString), bareBase64);
+    addQuery("PEM", outputTarget, FOUNDATION_BENCHMARK_QUERY(getAsPEMString), barePEM);
     auto const certificate = load(typicalLeaf(KeyKind::RSA2048));
     auto const x509 = typicalLeaf(KeyKind::RSA2048).certificate;
     compare(
@@ -412,6 +439,29 @@ void addOutput()
         [x509] { return bareReport(x509.get()); });
 }
 
+/// Measures every query of the table of operations that has no row of its own above.
+void addQueriesWithoutCounterpart()
+{
+    beginGroup(
+        "Queries without a counterpart",
+        "Here the OpenSSL column shows an empty function. A new query appears "
+        "in this group until it is\ncompared with OpenSSL.");
+    for (auto const& operation : test::operationsWithoutOthers(test::certificateOperations())) {
+        if (comparedFunctions().count(operation.name) != 0) {
+            continue;
+        }
+        auto const certificate = std::make_shared<X509Certificate>(load(typicalLeaf(KeyKind::RSA2048)));
+        compare(
+            operation.name, std::nullopt,
+            [certificate, operation] {
+                auto call = operation.makeCall();
+                call->run(*certificate, test::sharedObjects());
+                return call;
+            },
+            [] { return 0; });
+    }
+}
+
 } // namespace
 
 void addCertificateBenchmarks()
@@ -420,6 +470,7 @@ void addCertificateBenchmarks()
     addTextQueries();
     addOtherQueries();
     addOutput();
+    addQueriesWithoutCounterpart();
 }
 
 } // namespace foundation::benchmarks
