@@ -3,6 +3,7 @@
 
 #include <foundation/log/basic_diagnostic_logger.hpp>
 
+#include <boost/log/attributes/constant.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/expressions.hpp>
 #include <gtest/gtest.h>
@@ -50,6 +51,19 @@ TEST_F(DiagnosticLogger, WritesOnlySeverityChannelAndMessage)
 
     LogRecord const expected{16, "test::channel", "three is 3", {"Severity", "Channel", "Message"}};
     EXPECT_EQ(capture.records(), std::vector<LogRecord>{expected});
+}
+
+TEST_F(DiagnosticLogger, MessageReplacesAttributeOfThatName)
+{
+    LogCapture capture;
+    auto const core = boost::log::core::get();
+
+    auto const added =
+        core->add_global_attribute("Message", boost::log::attributes::constant<std::string>("another"));
+    logger.write(severity::error, [](std::ostream& out) { out << "text"; });
+    core->remove_global_attribute(added.first);
+
+    EXPECT_EQ(capture.messages(), std::vector<std::string>{"text"});
 }
 
 TEST_F(DiagnosticLogger, WritesSeverityAsItsBit)

@@ -2,6 +2,7 @@
 
 #include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/attributes/attribute_set.hpp>
+#include <boost/log/attributes/attribute_value.hpp>
 #include <boost/log/attributes/attribute_value_impl.hpp>
 #include <boost/log/attributes/constant.hpp>
 #include <boost/log/core/core.hpp>
@@ -56,7 +57,13 @@ void basic_diagnostic_logger<CharT>::write_enabled(
     }
     std::basic_ostringstream<CharT> text;
     compose(text);
-    record.attribute_values().insert(source_->messageName, attributes::make_attribute_value(text.str()));
+    auto message = attributes::make_attribute_value(text.str());
+    auto const [place, isNew] = record.attribute_values().insert(source_->messageName, message);
+    if (!isNew) {
+        // The program has an attribute of that name. Boost.Log's record streams replace it too.
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the set has no function for it
+        const_cast<boost::log::attribute_value&>(place->second).swap(message);
+    }
     source_->core->push_record(std::move(record));
 }
 
