@@ -63,9 +63,9 @@ void X509CertificateChain::addCertificate(X509Certificate const& certificate)
     if (certificate.empty()) {
         throw InvalidArgument("The provided certificate has no content.");
     }
-    // Validation takes this lock while it holds the certificate's. Copy first, so that the locks do not nest
-    // the other way round. NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy takes the
-    // certificate's lock
+    // Validation takes this lock while it holds the certificate's. To avoid a deadlock, this operation never
+    // holds both.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy takes the certificate's lock
     X509Certificate const copy(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     if (impl == nullptr) {
