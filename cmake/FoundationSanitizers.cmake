@@ -12,7 +12,7 @@ function(foundation_enable_sanitizers target)
         list(APPEND flags -fno-sanitize-recover=undefined)
     endif()
     target_compile_options(${target} PUBLIC ${flags})
-    # With instrumentation g++ has false positives: about uninitialised values, and about the memory fences of
+    # With instrumentation g++ has false positives: about uninitialized values, and about the memory fences of
     # Boost.Asio.
     target_compile_options(${target} PUBLIC
         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized -Wno-tsan>)

@@ -140,8 +140,8 @@ void addExtension(X509* certificate, int nid, std::string const& value)
     guarded(X509_add_ext(certificate, extension.get(), -1));
 }
 
-/// The alternative names are one text, in which OpenSSL reads a comma as the start of another name, and a
-/// line end or a NUL as the end of the list.
+/// Refuses a name that OpenSSL would read as several. The alternative names are one text: a comma starts
+/// another name, and a line end or a NUL ends the list.
 void refuseListSyntax(std::string const& commonName)
 {
     constexpr std::string_view separatorsAndEnds(",\r\n\0", 4);

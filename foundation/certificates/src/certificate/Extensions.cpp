@@ -15,7 +15,7 @@ constexpr char const unreadableExtensionsText[] =
     "Internal error: Unable to read the certificate's extensions.";
 
 /// Whether OpenSSL found issuer and subject equal, but does not take the certificate for self-signed. That is
-/// sound if the keys or algorithms differ, and wrong if it ran out of memory while it compared them.
+/// correct if the keys or algorithms differ, and wrong if OpenSSL ran out of memory while it compared them.
 bool isSelfIssuedOnly(X509* certificate)
 {
     auto const flags = X509_get_extension_flags(certificate);

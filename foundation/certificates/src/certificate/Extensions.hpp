@@ -29,11 +29,11 @@ bool namesAnyOf(STACK_OF(ASN1_OBJECT) const* purposes, std::vector<int> const& w
 bool extendedKeyUsageAllowsAnyOf(X509 const* certificate, std::vector<int> const& wantedNIDs);
 
 /// Whether all extensions are valid. OpenSSL parses them on first need and caches the outcome in the
-/// certificate, even if it ran out of memory. Only a duplicate is parsed again. OpenSSL's
-/// queue is unchanged afterwards, so that a second attempt does not push out the caller's entries.
+/// certificate, even if it ran out of memory. Only a duplicate is parsed again. Leaves OpenSSL's error queue
+/// as it is, so that a second attempt does not push out the caller's entries.
 bool hasValidExtensions(X509* certificate);
 
-/// Lets OpenSSL parse all extensions, so that running out of memory fails a load instead of a later query.
+/// Parses all extensions, so that running out of memory fails a load instead of a later query.
 /// Extensions that are invalid by themselves do not fail. Leaves OpenSSL's error queue as it is.
 /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions."
 void parseExtensions(X509* certificate);

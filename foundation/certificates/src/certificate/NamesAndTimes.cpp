@@ -22,8 +22,8 @@ struct Attempt
     bool isCertain;
 };
 
-/// Returns what the step reads. A value that is not certain counts only if a second attempt, made with memory
-/// at hand, returns the same.
+/// Returns what the step reads. An uncertain value counts only if a second attempt, made while memory is
+/// available, returns the same.
 template <typename Value, typename Step>
 Value readName(Step const& step)
 {
@@ -39,8 +39,8 @@ Value readName(Step const& step)
     return std::move(attempts.back().value);
 }
 
-/// Whether an attribute's type has no name in OpenSSL. Such a type is printed as a number, and the printer
-/// does not report a number that it had no memory for.
+/// Whether an attribute's type has no name in OpenSSL. OpenSSL prints such a type as a number. It does not
+/// report that it ran out of memory for the number.
 bool hasUnknownAttribute(X509_NAME const* name)
 {
     for (int index = 0; index < X509_NAME_entry_count(name); ++index) {
@@ -151,7 +151,7 @@ X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time)
     constexpr long long secondsPerDay = 86400;
     constexpr long long ticksPerSecond = 10000000;
 
-    // ASN1_TIME_diff takes a null time for the present, which is never meant here.
+    // ASN1_TIME_diff reads a null time as the present, which is never intended here.
     auto const epoch = makeASN1_TIME(ASN1_UTCTIME_set(nullptr, 0));
     throwIfNull<X509CertificateException>(epoch.get(), invalidText);
     throwIfNull<X509CertificateException>(time, invalidText);

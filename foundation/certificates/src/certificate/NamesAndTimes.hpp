@@ -17,8 +17,7 @@ namespace foundation::certificates {
 /// Returns the name on one line in the form of RFC 2253 (`X509_NAME_print_ex` with `XN_FLAG_RFC2253`). A name
 /// that OpenSSL cannot print gives the part that was printed.
 /// @throws X509CertificateException "Internal error: Unable to read the certificate's name." if out of
-/// memory:
-///     two names that were not read must not pass for equal
+///     memory: two names that were not read must not count as equal
 std::string nameAsText(X509_NAME const* name);
 
 /// Returns the name's attributes as UTF-8, keyed by OpenSSL's short names. Of several attributes with one
@@ -32,10 +31,10 @@ std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name);
 std::string lastCommonNameIn(X509_NAME const* name, char const* missingText);
 
 /// Returns the first common name of the certificate's subject in UTF-8, for messages. Empty for a null
-/// certificate, without a common name, and if OpenSSL cannot convert it, also for lack of memory.
+/// certificate, without a common name, and if OpenSSL cannot convert it or runs out of memory.
 std::string commonNameOf(X509* certificate);
 
-/// Returns the string in UTF-8. Nothing for a null pointer and if OpenSSL cannot convert it, also for lack of
+/// Returns the string in UTF-8; nothing for a null pointer, and if OpenSSL cannot convert it or runs out of
 /// memory.
 std::optional<std::string> asUTF8(ASN1_STRING const* value);
 

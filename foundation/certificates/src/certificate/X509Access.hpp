@@ -1,9 +1,8 @@
 #pragma once
 
 /// @file
-/// Access to the OpenSSL object behind a certificate, without a copy and without a round trip through an
-/// encoding. Nothing here is compiled into the library: the toolkit includes it too, and needs no further
-/// exported function for it.
+/// Access to the OpenSSL object behind a certificate, without a copy and without an encoding. All of it is in
+/// this header, so code outside the library can use it without a further exported function.
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
@@ -17,8 +16,8 @@ namespace foundation::certificates {
 
 struct X509Access
 {
-    /// Returns a further reference to the certificate's OpenSSL object, never null. Nobody may change the
-    /// object. Holds the certificate's lock meanwhile, and leaves OpenSSL's error queue as it is.
+    /// Returns a further reference to the certificate's OpenSSL object, never null. The object must not be
+    /// changed. Holds the certificate's lock during the call, and leaves OpenSSL's error queue as it is.
     /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate
     ///     has no content."
     static X509UPtr share(X509Certificate const& certificate)

@@ -45,8 +45,8 @@ public:
     X509CertificateImpl(std::istream& stream);
     /// Duplicates the certificate. Refuses its key as loading does.
     X509CertificateImpl(X509* certificate);
-    /// Shares the source's certificate. The guard proves that the caller holds the lock of the
-    /// source's handle.
+    /// Shares the source's certificate. The guard proves that the caller holds the lock of the source's
+    /// handle.
     X509CertificateImpl(X509CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     /// Leaves the source without content.
     X509CertificateImpl(X509CertificateImpl&& other) noexcept;
@@ -124,8 +124,8 @@ public:
         CRLs& crls, std::vector<X509Certificate>& certificates, X509_STOREUPtr& store,
         X509CertificateChain const& chain, TrustStore const& trustStore) const;
 
-    /// Fetches the CRL that the certificate names, checks its signature with the issuer's key and its next
-    /// update against the clock, and adds it to the store and the list. Returns whether all this succeeded.
+    /// Fetches the CRL that the certificate names. Checks its signature with the issuer's key, and its next
+    /// update against the clock. Adds it to the store and the list. Returns whether all this succeeded.
     bool downloadCRL(
         X509Certificate const& certificate, X509_STOREUPtr& store, CRLs& crls,
         CertificateValidationOptions::DownloadCRL mode, EVP_PKEYUPtr& issuerKey) const;

@@ -10,8 +10,8 @@ namespace foundation::certificates {
 
 constexpr std::uint64_t minimumRSAKeySize = 1024; ///< bits of the modulus
 
-/// @throws Exception "RSA key size does not meet minimum cryptographic requirements" for a modulus of fewer
-/// bits
+/// Refuses a modulus of fewer bits.
+/// @throws Exception "RSA key size does not meet minimum cryptographic requirements"
 template <typename Exception>
 void throwIfWeakRSAKey(std::uint64_t bits)
 {

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The steps that all loaders share: they take bytes from strings and streams, tell PEM from DER, run
-/// OpenSSL's reader without a passphrase prompt, and report failures.
+/// The steps that all loaders share. They take bytes from strings and streams, and tell PEM from DER. They
+/// run OpenSSL's reader without a passphrase prompt, and report failures.
 
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
@@ -65,8 +65,7 @@ OpenSSLHandle<Object> readStructure(
     ByteArray const& data, InputForm form, StructureFunctions<Object> const& functions,
     RAIIOpenSSLErrorRemover& errors);
 
-/// Refuses what OpenSSL could not read. A result beside which there is an entry in the error queue counts as
-/// a failure too.
+/// Refuses what OpenSSL could not read. A result with an entry in the error queue counts as a failure too.
 /// @throws Exception the text and OpenSSL's reason
 template <typename Exception>
 void throwIfLoadingFailed(

@@ -17,8 +17,8 @@ inline BIOUPtr makeMemoryBIO()
     return makeBIO(BIO_new(BIO_s_mem()));
 }
 
-/// Writes all bytes in one call. Returns false if the BIO is null, if it takes fewer bytes, or if there are
-/// more than an int can count; in the last case nothing is written.
+/// Writes all bytes in one call. Returns false if the BIO is null or takes fewer bytes. Also returns false,
+/// and writes nothing, if there are more bytes than an int can count.
 bool writeAll(BIO* bio, ByteArray const& data);
 bool writeAll(BIO* bio, std::string_view text);
 

@@ -5,8 +5,8 @@
 ///
 /// OpenSSL's error queue does not show the difference. The entry of the cause is neither the oldest nor the
 /// newest one if the caller has left entries and later failures have added some. And not every version of
-/// OpenSSL queues an entry when an allocation fails. So a failed step runs a second time, with memory at
-/// hand.
+/// OpenSSL queues an entry when an allocation fails. So a failed step runs a second time, if memory is
+/// available then.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -21,7 +21,7 @@ namespace foundation::certificates {
 
 namespace detail {
 
-/// Whether OpenSSL gets a block of memory larger than extensions and names need, and still small.
+/// Whether OpenSSL can allocate a small block that is larger than what extensions and names need.
 inline bool hasMemoryAtHand()
 {
     constexpr std::size_t enough = 65536;
@@ -56,13 +56,13 @@ private:
 
 } // namespace detail
 
-/// Runs the step, which returns whether it succeeded. If it fails with memory at hand, runs it a second time:
-/// it has succeeded then, or fails because of its input.
+/// Runs the step, which returns whether it succeeded. If it fails although memory is available, runs it a
+/// second time. The second run succeeds, or fails because of its input.
 ///
 /// Returns whether the step failed because OpenSSL ran out of memory.
 ///
 /// OpenSSL's queue holds what one attempt leaves. The entries of the first attempt are removed before the
-/// second one, since the queue has few places and those of both would push out the caller's.
+/// second one. The queue has few places, and the entries of both would push out the caller's.
 template <typename Step>
 bool lacksMemoryFor(Step const& step)
 {

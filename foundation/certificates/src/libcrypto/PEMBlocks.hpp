@@ -39,8 +39,8 @@ struct PEMBlock
 /// Returns all blocks in their order, damaged ones too.
 std::vector<PEMBlock> splitPEMBlocks(std::string_view text);
 
-/// Whether a further block follows a block without an END line. OpenSSL reads such a block up to the next
-/// END line, and ignores without an error all that it passes.
+/// Whether a further block follows a block without an END line. OpenSSL reads such a block up to the next END
+/// line, and skips all lines before it without an error.
 bool hidesBlock(std::vector<PEMBlock> const& blocks);
 
 /// Returns the text with a blank in place of each byte above 127 that is ignored at the end of a line.
@@ -48,8 +48,8 @@ bool hidesBlock(std::vector<PEMBlock> const& blocks);
 /// its length, because a change would shift the pieces of long lines.
 std::string blankHighBytesAtLineEnds(std::string_view text);
 
-/// Writes the text into the BIO for OpenSSL's PEM reader, which ignores the same bytes on every platform
-/// then. Where `char` is signed, the text is written as it is. Returns false where writeAll does.
+/// Writes the text into the BIO so that OpenSSL's PEM reader ignores the same bytes on every platform. Where
+/// `char` is signed, the text is written unchanged. Returns false where writeAll does.
 bool writePEM(BIO* bio, std::string_view text);
 
 /// Returns the content of the block (`PEM_read_bio`), or nothing if the block is damaged or encrypted.

@@ -65,8 +65,8 @@ PKCS7_SIGNER_INFO* duplicateSigner(PKCS7_SIGNER_INFO const* signer)
     return static_cast<PKCS7_SIGNER_INFO*>(ASN1_item_dup(ASN1_ITEM_rptr(PKCS7_SIGNER_INFO), signer));
 }
 
-/// A copy in which mistyped message digests are hidden. The signers keep their order, in which OpenSSL checks
-/// them; `PKCS7_dup` alone would sort them.
+/// Returns a copy in which mistyped message digests are hidden. The signers keep their order, in which
+/// OpenSSL checks them; `PKCS7_dup` alone would sort them.
 PKCS7UPtr withMistypedDigestsHidden(PKCS7* structure)
 {
     auto copy = duplicatePKCS7(structure);

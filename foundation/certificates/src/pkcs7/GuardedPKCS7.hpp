@@ -17,8 +17,7 @@ STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure);
 
 /// Returns a copy (`PKCS7_dup`); null for null, and for a structure that OpenSSL cannot encode.
 /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if OpenSSL
-/// runs
-///     out of memory
+///     runs out of memory
 PKCS7UPtr duplicatePKCS7(PKCS7 const* structure);
 
 /// Returns the signers' certificates (`PKCS7_get0_signers`), which must be embedded. Each has a reference of

@@ -53,9 +53,9 @@ X509_CRLUPtr parseCRL(std::string const& fileName)
     return makeX509_CRL(d2i_X509_CRL_bio(bio.get(), nullptr));
 }
 
-/// As parseCRL. OpenSSL parses a CRL's extensions with the CRL, and succeeds without those that fail. Out of
-/// memory, a CRL could lose its scope that way and say too much. The error queue shows it, so a CRL that left
-/// an error is parsed again.
+/// Returns the CRL as parseCRL does. OpenSSL parses a CRL's extensions with the CRL, and succeeds without
+/// those that fail. If memory runs out, a CRL could lose its scope that way and cover too many certificates.
+/// The error queue shows the failure, so a CRL that left an error is parsed again.
 X509_CRLUPtr readCRL(std::string const& fileName)
 {
     ERR_set_mark();
@@ -81,8 +81,8 @@ bool hasPassed(ASN1_TIME const* time)
     return asn1TimeToTimePoint(time) <= now;
 }
 
-/// Returns a text for the CRL's first fault; null if it has none. Does not check the start of its validity,
-/// nor its issuer's name: the signature binds it to the issuer.
+/// Returns a text for the CRL's first fault; null if it has none. Does not check the start of its validity.
+/// Does not check its issuer's name either: the signature binds it to the issuer.
 char const* faultOf(X509_CRL* crl, EVP_PKEY* issuerKey)
 {
     if (!isSignedWith(crl, issuerKey)) {

@@ -27,7 +27,8 @@ constexpr std::string_view versionPrefix = "HTTP/";
     throw X509CertificateException("CRL Download Error: Unable to connect: " + reason.message() + "\n");
 }
 
-/// The system reads a name up to its first zero character, which may be the name of another host.
+/// Refuses a name with a NUL character. The system would read it up to there, and that part may be the name
+/// of another host.
 void throwIfNoName(std::string const& host)
 {
     if (host.find('\0') != std::string::npos) {
@@ -99,8 +100,8 @@ std::string exchangeOverHttp(std::iostream& connection, std::string const& host,
 std::string fetchOverHttp(std::string const& host, std::string const& path)
 {
     throwIfNoName(host);
-    // Buffer and stream are separate objects: as one, like Boost's tcp::iostream, they end the program if
-    // memory runs out for the buffer, because libc++ cannot destroy a stream that is not initialised yet.
+    // Buffer and stream are separate objects. As one object, like Boost's tcp::iostream, they end the program
+    // if memory runs out for the buffer: libc++ cannot destroy a stream that is not initialized yet.
     SocketBuffer socket;
     std::iostream connection(&socket);
     connection.setf(std::ios::unitbuf);

@@ -10,9 +10,9 @@ namespace foundation::certificates {
 
 /// A TCP connection as a stream buffer that works in programs with signals.
 ///
-/// Boost's own buffer takes an interrupted wait for the end of the connection, so that a signal would cut a
-/// body short. This one waits again: for a connection as long as the system does, for bytes until the
-/// deadline that `expires_after` sets. A write that fails drops the bytes that were not sent.
+/// Boost's own buffer treats an interrupted wait as the end of the connection, so a signal would truncate a
+/// body. This buffer waits again: for a connection as long as the system does, for bytes until the deadline
+/// that `expires_after` sets. A write that fails drops the bytes that were not sent.
 class SocketBuffer : public boost::asio::basic_socket_streambuf<boost::asio::ip::tcp>
 {
 public:

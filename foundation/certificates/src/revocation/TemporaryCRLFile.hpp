@@ -4,7 +4,7 @@
 
 namespace foundation::certificates {
 
-/// A new file "certCRL_XXXXXX" in the system's temporary directory, with other characters for the X. It
+/// A new file "certCRL_XXXXXX" in the system's temporary directory, with a random character for each X. It
 /// exists as long as this object. On systems with file modes, only its owner has access.
 ///
 /// A failure to create, write or remove the file is not reported: the reader detects missing data.

@@ -4,7 +4,7 @@
 /// Access to the entries of an OpenSSL store: certificates, CRLs, and entries of no type.
 ///
 /// OpenSSL 4 keeps the entries in a hash table. The first call of X509_STORE_get0_objects turns it into a
-/// stack, without a lock. makeStore makes that call while the store is empty and nobody else has it.
+/// stack, without a lock. makeStore makes that call while the store is empty and no other thread has it.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -14,7 +14,7 @@
 
 namespace foundation::certificates {
 
-/// Returns a new, empty store; null if OpenSSL makes none.
+/// Returns a new, empty store; null if OpenSSL cannot create one.
 X509_STOREUPtr makeStore();
 
 /// Returns the stack that the store itself uses, for removing entries. Null only if out of memory.

@@ -47,7 +47,7 @@ std::vector<Value> valuesFor(Usage usage, Value UsageRow::*column)
 
 /// Calls the function, and again if OpenSSL may have run out of memory.
 /// @throws std::bad_alloc if OpenSSL has run out of memory
-/// @throws TrustStoreException if the function does so with memory at hand
+/// @throws TrustStoreException if the function does so although memory is available
 void callWithMemoryAtHand(std::function<void()> const& addCertificate)
 {
     std::exception_ptr failure;

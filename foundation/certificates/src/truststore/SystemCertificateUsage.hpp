@@ -17,7 +17,7 @@ std::vector<char const*> extendedKeyUsageOIDs(TrustStore::Usage usage);
 /// Returns the same extended key usages as OpenSSL's NIDs.
 std::vector<int> extendedKeyUsageNIDs(TrustStore::Usage usage);
 
-/// Adds the operating system's certificates for one usage after the other. What is left fits the second one,
+/// Adds the operating system's certificates for Signing, then for ServerAuthentication. What remains fits
 /// ServerAuthentication. A failure ends the run; what was added before stays.
 /// @throws TrustStoreException as TrustStore::addSystemCertificates does
 void addSystemCertificatesOfAllUsages(TrustStore& store);
@@ -25,8 +25,8 @@ void addSystemCertificatesOfAllUsages(TrustStore& store);
 /// Calls the function, which delivers one certificate. If it throws a TrustStoreException, rethrows that if
 /// rethrowOnFailure is set, and otherwise logs it at severity 16.
 ///
-/// Lack of memory must not look like a damaged certificate: validation keeps the system's roots for the life
-/// of the process. So the function may be called twice.
+/// Running out of memory must not look like a damaged certificate: validation keeps the system's roots for
+/// the life of the process. So a function that fails is called a second time.
 /// @throws std::bad_alloc if OpenSSL has run out of memory
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate);
 

@@ -16,11 +16,11 @@ namespace foundation::certificates {
 /// Whether the certificate may serve the usage. False for a usage outside the enumeration.
 bool isValidForUsage(X509* certificate, TrustStore::Usage usage);
 
-/// The implementation of TrustStore. It owns the OpenSSL store, whose entries are all of its state, and the
+/// The implementation of TrustStore. Owns the OpenSSL store, whose entries are all of its state, and the
 /// adder of system certificates.
 ///
-/// It has no lock: its handle calls it under the handle's. Every operation that calls OpenSSL runs inside an
-/// error scope with a mark, so that it leaves the caller's error queue unchanged.
+/// Has no lock: the handle calls it under the handle's lock. Every operation that calls OpenSSL runs inside
+/// an error scope with a mark, so that it leaves the caller's error queue unchanged.
 class TrustStoreImpl
 {
 public:
@@ -52,10 +52,9 @@ public:
     ///     found in TrustStore"
     X509* x509At(unsigned index) const;
     /// Returns a separate store with duplicates of the certificates and references to the CRLs; null if
-    /// OpenSSL makes none.
+    /// OpenSSL cannot create one.
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
-    /// and
-    ///     the certificate's common name, and as x509At does
+    ///     and the certificate's common name, and as x509At does
     X509_STOREUPtr copyStore() const;
     /// Returns a further owner of the live store.
     std::shared_ptr<X509_STORE> getStore() const;

@@ -63,7 +63,7 @@ bool isExpired(X509* certificate)
     return days < 0 || seconds < 0;
 }
 
-/// Whether the certificate must leave the store, which is then logged. The name and the usage of an expired
+/// Whether the certificate must leave the store. Logs it if so. The name and the usage of an expired
 /// certificate are evaluated only if the record is enabled.
 bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
 {
@@ -79,7 +79,7 @@ bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
     return true;
 }
 
-/// Whether the entry, which may be no certificate, must leave the store. Logs it then.
+/// Whether the entry, which may be no certificate, must leave the store. Logs it if so.
 bool isUnsuitableEntry(X509_OBJECT const* entry, TrustStore::Usage usage)
 {
     // One error scope for each entry: OpenSSL's queue is short, and the errors of many damaged certificates
@@ -121,7 +121,7 @@ void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
             unsuitable.push_back(entry);
         }
     }
-    // Only now, because a removal changes the indices.
+    // Removes the entries only now, because a removal changes the indices.
     for (X509_OBJECT* const entry : unsuitable) {
         auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
     }

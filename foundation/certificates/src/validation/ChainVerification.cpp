@@ -152,13 +152,13 @@ void prepare(Verification const& verification, X509* leaf, unsigned long flags, 
     // A context without parameters would crash the verification.
     throwIfBelowOne<X509CertificateException>(
         X509_STORE_CTX_init(context, store, leaf, verification.untrusted.get()), noContextText);
-    // Untested on purpose: without the options, the callback forgives nothing.
+    // Ignored on purpose: without the options, the callback forgives nothing.
     X509_STORE_CTX_set_ex_data(context, progressIndex, &progress);
     progress.numVerified = 0;
 }
 
-/// Out of memory, OpenSSL can take the root for one that another certificate issued. It then checks neither
-/// the root's dates nor its signature, and succeeds.
+/// Whether OpenSSL ran out of memory and took the root for a certificate that another one issued. It then
+/// checks neither the root's dates nor its signature, and succeeds.
 bool hasSkippedRoot(X509* root, int length, int numVerified)
 {
     return numVerified < length && X509_check_issued(root, root) == X509_V_OK;
@@ -176,8 +176,8 @@ X509CertificateImpl topOfVerifiedChain(X509_STORE_CTX* context, int verifyResult
     return X509CertificateImpl(root);
 }
 
-/// Whether another trust store may change the verdict. A certificate that is revoked, expired or rejected
-/// because of a CRL gets no second chance.
+/// Whether another trust store may change the verdict. The verdicts on revoked and expired certificates and
+/// on CRLs are final.
 bool deservesFallback(CertificateChainStatus status)
 {
     switch (status) {
@@ -210,10 +210,10 @@ void addCRLs(X509_STORE* store, X509CertificateImpl::CRLs const& crls)
 
 /// Returns the result of `X509_verify_cert`.
 ///
-/// With a fallback store, a failure that leads there has to happen twice: a shortage of memory must not lead
-/// to it, since a certificate that is expired or revoked here may be valid there. OpenSSL keeps in a
-/// certificate that it could not read it, so `renew` gives the second attempt new copies. Only the errors of
-/// the last attempt stay in the queue.
+/// With a fallback store, a failure that leads to it must happen twice. Running out of memory must not lead
+/// to it, because a certificate that is expired or revoked in this store may be valid in the other. OpenSSL
+/// caches in a certificate that it could not read it, so `renew` gives the second attempt new copies. Only
+/// the errors of the last attempt stay in the queue.
 template <typename Renew>
 int verify(
     Verification const& verification, X509* leaf, unsigned long flags, Progress& progress, bool hasFallback,

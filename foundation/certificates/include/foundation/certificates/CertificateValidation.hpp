@@ -31,12 +31,12 @@ enum class CertificateChainStatus : int
 class FOUNDATION_CERTIFICATES_EXPORT CertificateValidationOptions
 {
 public:
-    /// Whether a self-signed certificate passes although no trust store holds it. It is the leaf, or the last
-    /// certificate of the chain.
+    /// Whether a self-signed certificate passes although no trust store holds it. This concerns a self-signed
+    /// leaf and a self-signed certificate at the end of the chain.
     enum class AllowSelfSignedCertificate : int
     {
         No = 0, ///< the verdict is `SelfSigned`
-        Yes = 1 ///< it counts as the chain's root, whoever issued it
+        Yes = 1 ///< it counts as the chain's root, trusted or not
     };
 
     /// Whether expired certificates pass. A certificate that is not yet valid never passes.

@@ -19,7 +19,7 @@ namespace foundation::certificates {
 class FOUNDATION_CERTIFICATES_EXPORT CertificateException : public std::runtime_error
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     CertificateException(std::string const& message);
     /// Copies the text. A move copies too, so its source keeps the text.
     CertificateException(CertificateException const&) = default;
@@ -33,7 +33,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT InvalidArgument : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -41,7 +41,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotRSAKey : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -49,7 +49,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotECCKey : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -57,7 +57,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedKeyType : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -65,7 +65,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT UnsupportedEllipticCurve : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -73,7 +73,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT NotImplemented : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -81,7 +81,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateException : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -89,7 +89,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChainException : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -97,7 +97,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateException : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -105,7 +105,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT PKCS12CertificateException : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -113,7 +113,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT IncorrectPassphrase : public CertificateException
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     using CertificateException::CertificateException;
 };
 
@@ -122,7 +122,7 @@ public:
 class FOUNDATION_CERTIFICATES_EXPORT TrustStoreException : public std::runtime_error
 {
 public:
-    /// Makes an exception whose what() returns the text.
+    /// Creates an exception whose what() returns the text.
     TrustStoreException(std::string const& message);
     /// Copies the text. A move copies too, so its source keeps the text.
     TrustStoreException(TrustStoreException const&) = default;

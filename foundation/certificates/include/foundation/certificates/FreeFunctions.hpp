@@ -46,17 +46,17 @@ FOUNDATION_CERTIFICATES_EXPORT ByteArray hexDecode(std::string const& text);
 FOUNDATION_CERTIFICATES_EXPORT void
 prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& out);
 
-/// Returns the file from which the operating system's root certificates are read at present. On Unix this is
-/// the value of the environment variable SSL_CERT_FILE if that or SSL_CERT_DIR names the places, and
-/// otherwise the system's bundle. Empty if no file is read, and always on Windows.
+/// Returns the file from which the operating system's root certificates are read at present; empty if no file
+/// is read, and always on Windows. On Unix this is the value of the environment variable SSL_CERT_FILE if
+/// that or SSL_CERT_DIR names the places, and otherwise the system's bundle.
 ///
 /// A privileged process, such as a set-user-ID program, ignores the two variables.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFile();
 
-/// Returns the folder from which the operating system's root certificates are read at present. On Unix this
-/// is the value of the environment variable SSL_CERT_DIR, which may hold several folders separated by colons,
-/// if that or SSL_CERT_FILE names the places, and otherwise the system's folder. Empty if no folder is read,
-/// and always on Windows.
+/// Returns the folder from which the operating system's root certificates are read at present; empty if no
+/// folder is read, and always on Windows. On Unix this is the value of the environment variable SSL_CERT_DIR
+/// if that or SSL_CERT_FILE names the places, and otherwise the system's folder. The variable may hold
+/// several folders, separated by colons.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFolder();
 
 /// Returns a further owner of the trust store's live OpenSSL store; an empty pointer for a trust store that
@@ -71,6 +71,7 @@ FOUNDATION_CERTIFICATES_EXPORT std::shared_ptr<x509_store_st> getOpenSSLStore(Tr
 /// trust store that was moved from, and if `X509_STORE_new` fails.
 ///
 /// Holds the trust store's lock for the whole copy. Leaves OpenSSL's error queue unchanged.
+/// @throws TrustStoreException "Failed to read X509_STORE" if OpenSSL runs out of memory
 /// @throws TrustStoreException "Failed to add CRL to store"
 /// @throws TrustStoreException "Failed to add certificate to store, CN: " and the certificate's common name
 FOUNDATION_CERTIFICATES_EXPORT std::unique_ptr<x509_store_st, void (*)(x509_store_st*)>

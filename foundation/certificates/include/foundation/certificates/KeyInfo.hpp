@@ -31,11 +31,11 @@ enum class EllipticCurve : std::uint32_t
 class FOUNDATION_CERTIFICATES_EXPORT PublicKeyInfo
 {
 public:
-    /// Makes the record of an RSA key. The size in bits is stored as given.
+    /// Creates the record of an RSA key. The size in bits is stored as given.
     /// @throws CertificateException "Empty public exponent in public key", "Empty modulus in public key",
     ///     in this order
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicExponent, ByteArray const& modulus);
-    /// Makes the record of an elliptic-curve key. The size in bits is stored as given.
+    /// Creates the record of an elliptic-curve key. The size in bits is stored as given.
     /// @throws CertificateException "Empty public point in public key"
     PublicKeyInfo(std::uint64_t keySize, ByteArray const& publicPoint, EllipticCurve curve);
 
@@ -60,7 +60,7 @@ public:
 
     /// Whether kind, size and numbers are equal. Does not take constant time.
     bool operator==(PublicKeyInfo const& other) const;
-    /// The negation of operator==.
+    /// Whether the two differ.
     bool operator!=(PublicKeyInfo const& other) const;
 
 private:
@@ -77,10 +77,10 @@ private:
 class FOUNDATION_CERTIFICATES_EXPORT PrivateKeyInfo
 {
 public:
-    /// Makes the record of an RSA key.
+    /// Creates the record of an RSA key.
     /// @throws CertificateException "Empty private exponent in private key."
     PrivateKeyInfo(ByteArray const& privateExponent);
-    /// Makes the record of an elliptic-curve key.
+    /// Creates the record of an elliptic-curve key.
     /// @throws CertificateException "Empty private integer in private key."
     PrivateKeyInfo(ByteArray const& privateInteger, EllipticCurve curve);
 
@@ -100,7 +100,7 @@ public:
 
     /// Whether kind and numbers are equal. Does not take constant time.
     bool operator==(PrivateKeyInfo const& other) const;
-    /// The negation of operator==.
+    /// Whether the two differ.
     bool operator!=(PrivateKeyInfo const& other) const;
 
 private:

@@ -79,7 +79,7 @@ public:
     ///     read, if the stream is not good(); the same text, " Reason:" and the cause, if reading fails
     PKCS12Certificate(std::istream& stream, std::string const& passphrase);
 
-    /// Shares the source's parsed bundle. Holds the source's lock meanwhile.
+    /// Shares the source's parsed bundle. Holds the source's lock during the copy.
     PKCS12Certificate(PKCS12Certificate const& other);
     /// Leaves the source uninitialized.
     PKCS12Certificate(PKCS12Certificate&& other) noexcept;
@@ -87,7 +87,7 @@ public:
 
     /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     PKCS12Certificate& operator=(PKCS12Certificate const& other);
-    /// Exchanges the contents of both objects.
+    /// Exchanges the contents. The source then holds what this object held.
     PKCS12Certificate& operator=(PKCS12Certificate&& other) noexcept;
 
     /// Whether no bundle was loaded. A loaded bundle without certificates and key is not empty.
@@ -119,7 +119,7 @@ public:
     /// @throws X509CertificateException "Error: X509Certificate has no content." if either has
     ///     no certificate
     bool operator==(PKCS12Certificate const& other) const;
-    /// The opposite of operator==. Fails as operator== does.
+    /// Whether the two differ. Throws as operator== does.
     bool operator!=(PKCS12Certificate const& other) const;
 
 private:

@@ -78,7 +78,7 @@ public:
     PKCS7Certificate(Path const& file) = delete;
 
     /// Copies the structure (`PKCS7_dup`). The copies share the parsed certificates, as copies of
-    /// X509Certificate do. Holds the source's lock meanwhile.
+    /// X509Certificate do. Holds the source's lock during the copy.
     /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if
     ///     OpenSSL runs out of memory
     PKCS7Certificate(PKCS7Certificate const& other);
@@ -88,7 +88,7 @@ public:
 
     /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     PKCS7Certificate& operator=(PKCS7Certificate const& other);
-    /// Exchanges the contents of both objects.
+    /// Exchanges the contents. The source then holds what this object held.
     PKCS7Certificate& operator=(PKCS7Certificate&& other) noexcept;
 
     /// Whether there are no certificates, loaded or added.
@@ -98,7 +98,7 @@ public:
     /// @throws PKCS7CertificateException "Unable to write out the PKCS7 data", also for an object with
     ///     added certificates that was never loaded
     ByteArray getAsBytes() const;
-    /// Returns the text of getAsBytes. Fails as getAsBytes does.
+    /// Returns the text of getAsBytes. Throws as getAsBytes does.
     std::string getAsString() const;
 
     /// Returns the embedded certificates in their order, then the added ones.
@@ -170,7 +170,7 @@ public:
     /// Whether both objects have equal certificates in the same order. Does not compare signatures and
     /// contents. Locks one object after the other.
     bool operator==(PKCS7Certificate const& other) const;
-    /// The opposite of operator==. Fails as operator== does.
+    /// Whether the two differ. Throws as operator== does.
     bool operator!=(PKCS7Certificate const& other) const;
 
 private:

@@ -73,7 +73,7 @@ public:
 
     /// See PKCS7Certificate::operator==.
     bool operator==(PKCS7CertificateImpl const& other) const;
-    /// The opposite of operator==. Fails as operator== does.
+    /// Whether the two differ. Throws as operator== does.
     bool operator!=(PKCS7CertificateImpl const& other) const;
 
     /// Throws if there are no certificates.

@@ -45,8 +45,8 @@ enum class RSAPrivateKeySize : std::uint32_t
 /// constraints (critical), key usage (critical) and extended key usage (critical). There are no key
 /// identifiers: a chain below such a certificate fails OpenSSL's strict checks.
 ///
-/// A builder is a plain value without a lock, for one thread at a time. It can build more than once: building
-/// does not change it, and each build makes a new key and, unless one is set, a new serial number. Only the
+/// A builder is a plain value without a lock, for one thread at a time. It can build more than once. Building
+/// does not change it. Each build creates a new key and, unless one is set, a new serial number. Only the
 /// validity period is checked when it is set. Any other setting that OpenSSL cannot use makes the build fail.
 class FOUNDATION_CERTIFICATES_EXPORT SelfSignedCertBuilder
 {
@@ -118,8 +118,9 @@ public:
     std::pair<X509Certificate, std::string> build() const;
     /// Returns the certificate, and a PKCS#12 bundle in DER form that holds only the private key. The common
     /// name is the key's friendly name. Without a passphrase the bundle is protected with none, and
-    /// PKCS12Certificate does not open it. Fails as build() does, and for a common name that is not UTF-8 or
-    /// has characters beyond the basic multilingual plane, because no friendly name can hold those.
+    /// PKCS12Certificate does not open it.
+    /// @throws std::runtime_error, X509CertificateException as build() does, also for a common name that is
+    ///     not UTF-8 or has characters beyond the basic multilingual plane: no friendly name can hold those
     std::pair<X509Certificate, ByteArray> buildAndGetKeyBytesInPKCS12() const;
 
 private:

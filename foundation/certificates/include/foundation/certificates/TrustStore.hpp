@@ -23,15 +23,17 @@ class TrustStoreImpl;
 /// value type: a copy is an independent store, which shares no certificate with its source. The store holds
 /// no certificate twice.
 ///
-/// Every failure of this class is a TrustStoreException without OpenSSL's error text. It leaves the store
-/// usable, with what was already added, and leaves OpenSSL's error queue unchanged.
+/// A failure is a TrustStoreException without OpenSSL's error text, unless noted otherwise. It leaves the
+/// store usable, with what was already added, and leaves OpenSSL's error queue unchanged. Every operation
+/// that reads or copies the entries throws TrustStoreException "Failed to read X509_STORE" if OpenSSL runs
+/// out of memory.
 ///
 /// A trust store that was moved from reads as empty. The three adding operations make it usable again, with
 /// the platform's default adder. Copying it throws TrustStoreException "Error: TrustStore is uninitialized."
 ///
-/// Each object has a lock of its own, which every operation holds for its whole run. Moving, swapping,
-/// assigning to and destroying an object take no lock on it. Nested locks are taken in the order trust store,
-/// chain, certificate.
+/// Each object has its own lock. Every operation holds it for the whole call. Moving, swapping, assigning to
+/// and destroying an object take no lock on it. Nested locks are taken in the order trust store, chain,
+/// certificate.
 class FOUNDATION_CERTIFICATES_EXPORT TrustStore
 {
 public:
@@ -42,27 +44,26 @@ public:
         Signing = 1               ///< code, mail and time stamps
     };
 
-    /// Makes an empty store with the platform's default adder.
-    /// @throws TrustStoreException "Failed to create X509_STORE", as all constructors that make a store do
+    /// Creates an empty store with the platform's default adder.
+    /// @throws TrustStoreException "Failed to create X509_STORE", as all constructors that create a store do
     TrustStore();
-    /// Makes an empty store that takes the operating system's certificates from the given adder, which must
+    /// Creates an empty store that takes the operating system's certificates from the given adder, which must
     /// not be null.
     TrustStore(std::unique_ptr<ISystemCertificateAdder> adder);
-    /// Makes a deep copy: duplicates the certificates, shares the CRLs, clones the adder. Holds the source's
+    /// Copies deeply: duplicates the certificates, shares the CRLs, clones the adder. Holds the source's
     /// lock.
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
     ///     and the common name
     TrustStore(TrustStore const& other);
-    /// Takes over the content. The source then reads as empty.
+    /// Takes the content. The source then reads as empty.
     TrustStore(TrustStore&& other) noexcept;
     ~TrustStore();
 
-    /// Copies, then exchanges the contents. Holds the source's lock during the copy, and takes none on this
-    /// object.
+    /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     TrustStore& operator=(TrustStore const& other);
-    /// Exchanges the two contents. The source then holds what this object held.
+    /// Exchanges the contents. The source then holds what this object held.
     TrustStore& operator=(TrustStore&& other) noexcept;
-    /// Exchanges the two contents, without a lock on either.
+    /// Exchanges the contents, without a lock on either object.
     void swap(TrustStore& other) noexcept;
 
     /// Adds a duplicate of the certificate, which may be a leaf. Does nothing if the store holds the
@@ -89,10 +90,9 @@ public:
     /// Logs each removed certificate, and their number, at severity 4. A usage outside the enumeration
     /// empties the store.
     /// @throws TrustStoreException "Failed to open system certificate store: " and the places, or Windows'
-    /// error
-    /// @throws TrustStoreException "Failed to read " and the file or folder, if a bundle, a folder or a named
-    /// file
-    ///     cannot be read, for either value of rethrowOnFailure
+    ///     error
+    /// @throws TrustStoreException "Failed to read " and the path, for either value of rethrowOnFailure, if a
+    ///     bundle, a folder or a named file cannot be read
     /// @throws TrustStoreException "Failed to parse DER data to X509 certificate. Cert size = ..." if
     ///     rethrowOnFailure
     void addSystemCertificates(Usage usage, bool rethrowOnFailure = false);

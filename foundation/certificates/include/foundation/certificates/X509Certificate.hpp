@@ -27,8 +27,8 @@ struct X509Access;
 
 namespace detail {
 
-/// Names a type only if Path is `std::filesystem::path` itself. Tells it by its members, so that this header
-/// needs no `<filesystem>`.
+/// Names a type only if Path is `std::filesystem::path` itself. Recognizes it by its members, so that this
+/// header needs no `<filesystem>`.
 template <typename Path>
 using IfFilesystemPath = std::enable_if_t<
     std::is_same_v<Path, decltype(std::declval<Path&>().make_preferred().filename())>, typename Path::format>;
@@ -121,7 +121,7 @@ public:
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
     X509Certificate(Path const& file) = delete;
 
-    /// Shares the source's parsed certificate. Holds the source's lock meanwhile.
+    /// Shares the source's parsed certificate. Holds the source's lock during the copy.
     X509Certificate(X509Certificate const& other);
     /// Leaves the source uninitialized.
     X509Certificate(X509Certificate&& other) noexcept;
@@ -133,7 +133,7 @@ public:
 
     /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     X509Certificate& operator=(X509Certificate const& other);
-    /// Exchanges the contents: the source then holds what this object held.
+    /// Exchanges the contents. The source then holds what this object held.
     X509Certificate& operator=(X509Certificate&& other) noexcept;
 
     /// Whether this object holds no certificate.
@@ -195,7 +195,7 @@ public:
     ///     set.", "Invalid time format used in the certificate."
     TimePoint getValidNotBeforeTimePoint() const;
     /// Returns the end of validity as a point in time. Throws exactly what getValidNotBeforeTimePoint throws:
-    /// the text names validNotBefore here, too.
+    /// the text names validNotBefore here too.
     TimePoint getValidNotAfterTimePoint() const;
 
     /// Returns the size of the public key in bits (`EVP_PKEY_get_bits`), never 0: the length of an RSA
@@ -237,8 +237,8 @@ public:
     /// only and verifies no signature.
     /// @throws X509CertificateException as getSubjectName does
     bool isSelfSigned() const;
-    /// Whether the extensions allow signing code and data: the key usage must be present and contain
-    /// digitalSignature, and the extended key usages, if present, must name code signing.
+    /// Whether the extensions allow signing code and data. The key usage must be present and contain
+    /// digitalSignature. The extended key usages, if present, must name code signing.
     /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if
     ///     OpenSSL runs out of memory
     bool isValidForDigitalSigning() const;
@@ -247,7 +247,7 @@ public:
     /// other, never both. Comparing two empty certificates throws.
     /// @throws X509CertificateException as getSHA256Fingerprint does
     bool operator==(X509Certificate const& other) const;
-    /// The negation of operator==. Throws as operator== does.
+    /// Whether the two differ. Throws as operator== does.
     bool operator!=(X509Certificate const& other) const;
 
     /// Returns the DER encoding (`i2d_X509_bio`).
@@ -292,17 +292,17 @@ public:
     /// @throws X509CertificateChainException "Error: X509CertificateChain is uninitialized." for a moved-from
     ///     chain
     /// @throws TrustStoreException if the trust store cannot be copied: "Failed to create X509_STORE",
-    ///     "Failed to add CRL to store", "Failed to add certificate to store, CN: " and the common name
+    ///     "Failed to read X509_STORE", "Failed to add CRL to store", "Failed to add certificate to store,
+    ///     CN: " and the common name
     CertificateValidationResults validateCertificate(
         X509CertificateChain const& chain, CertificateValidationOptions const& options,
         TrustStore const& trustStore) const;
 
-    /// Returns the certificate at the top of this one's chain. This is a lookup, not a validation: the answer
-    /// need not be in any trust store. The chain must verify, except that expired and self-signed
-    /// certificates are tolerated. No CRL is fetched or applied. Takes the parameters of validateCertificate,
-    /// holds the lock as long, and throws what that throws if there is no verdict.
-    /// @throws X509CertificateException "Error: Root CA X509Certificate has no content." if no
-    ///     chain verifies
+    /// Returns the certificate at the top of this one's chain. This is a lookup, not a validation: the root
+    /// may be in no trust store. The chain must verify, except that expired and self-signed certificates are
+    /// tolerated. No CRL is fetched or applied. Takes the parameters of validateCertificate. Also holds the
+    /// lock for the whole call, and throws the same exceptions if there is no verdict.
+    /// @throws X509CertificateException "Error: Root CA X509Certificate has no content." if no chain verifies
     X509Certificate
     getRootCACertificate(X509CertificateChain const& chain, TrustStore const& trustStore) const;
 

@@ -53,8 +53,8 @@ public:
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
     X509CertificateChain(Path const& file) = delete;
 
-    /// Copies the list; its certificates share what was parsed, as copies of X509Certificate do. Holds the
-    /// source's lock for the whole copy.
+    /// Copies the list. The copies share the parsed certificates, as copies of X509Certificate do. Holds the
+    /// source's lock during the copy.
     X509CertificateChain(X509CertificateChain const& other);
     /// Leaves the source uninitialized.
     X509CertificateChain(X509CertificateChain&& other) noexcept;
@@ -62,7 +62,7 @@ public:
 
     /// Copies, then exchanges. Holds the source's lock during the copy and takes no lock on this object.
     X509CertificateChain& operator=(X509CertificateChain const& other);
-    /// Exchanges the lists: the source then holds what this object held.
+    /// Exchanges the contents. The source then holds what this object held.
     X509CertificateChain& operator=(X509CertificateChain&& other) noexcept;
 
     /// Appends a copy of the certificate. Checks neither its issuer nor whether it is already in the list.
@@ -97,7 +97,7 @@ public:
     /// Whether both hold equal certificates in the same order. Locks one chain after the other, never both.
     /// @throws X509CertificateException as X509Certificate::operator== does
     bool operator==(X509CertificateChain const& other) const;
-    /// The negation of operator==. Throws as operator== does.
+    /// Whether the two differ. Throws as operator== does.
     bool operator!=(X509CertificateChain const& other) const;
 
 private:

@@ -4,8 +4,8 @@
 /// Files and folders that stay open from the decision to use them to the end of reading. Nothing can come
 /// between the two, and every failure keeps its error number.
 ///
-/// The standard library does not serve here. The streams of libc++ report a failure to read as the end of the
-/// file, and a directory iterator that runs out of memory can end the process.
+/// The standard library is not suitable here. The streams of libc++ report a failure to read as the end of
+/// the file, and a directory iterator that runs out of memory can end the process.
 
 #include <memory>
 #include <string>
@@ -45,12 +45,12 @@ public:
     explicit InputFile(std::string pathOfFile);
 
     std::string const& path() const { return filePath; }
-    /// The error number (errno) of the operation that failed, 0 if none has failed.
+    /// Returns the error number (errno) of the operation that failed; 0 if none has failed.
     int error() const { return failure; }
     bool isRegular() const;
     /// Whether the file is a device such as /dev/null.
     bool isCharacterDevice() const;
-    /// Reads the file to its end. After a failure, error() is set and the result is incomplete.
+    /// Returns the rest of the file. After a failure, error() is set and the result is incomplete.
     std::string read();
 
 private:
@@ -67,10 +67,10 @@ public:
     explicit InputFolder(std::string pathOfFolder);
 
     std::string const& path() const { return folderPath; }
-    /// The error number (errno) of the operation that failed, 0 if none has failed.
+    /// Returns the error number (errno) of the operation that failed; 0 if none has failed.
     int error() const { return failure; }
-    /// The names in the folder, in no order, `.` and `..` included. After a failure, error() is set and the
-    /// result is incomplete.
+    /// Returns the names in the folder, in no order, `.` and `..` included. After a failure, error() is set
+    /// and the result is incomplete.
     std::vector<std::string> list();
 
 private:

@@ -185,7 +185,7 @@ private:
     void deliverNamedFile(std::string const& path) const
     {
         InputFile file(path);
-        // A device is allowed for the sake of /dev/null. A pipe could be read only once.
+        // A device is allowed because of /dev/null. A pipe could be read only once.
         if (file.error() == 0 && !file.isRegular() && !file.isCharacterDevice()) {
             failToRead(path);
         }
@@ -254,7 +254,7 @@ private:
     }
 
     /// Treats the file like a damaged certificate. Throws in any case if the process lacks a resource:
-    /// skipping would leave out every file in silence.
+    /// skipping would silently leave out every file.
     void refuseMember(fs::path const& member, int error) const
     {
         if (isShortage(error)) {
@@ -291,7 +291,7 @@ private:
     bool deliverCertificate(ByteArray const& content) const
     {
         auto const certificate = x509FromDER(content);
-        // The trust store also receives what is no certificate, since it says in its exception what is wrong.
+        // A block that holds no certificate also goes to the trust store, whose exception says what is wrong.
         if (certificate == nullptr || extendedKeyUsageFits(certificate.get(), wanted)) {
             store.addDERCertificate(content);
         }

@@ -4,27 +4,27 @@
 /// The operating system's root certificates on Unix systems: PEM files in places that differ from system to
 /// system.
 ///
-/// If the environment variable SSL_CERT_FILE or SSL_CERT_DIR is set and not empty, the adder reads all places
-/// that the two name, and nothing else: first the file, then all files of each folder. Folders are separated
-/// by colons. Folders that do not exist are skipped, unless none of them exists. A privileged process ignores
+/// If the environment variable SSL_CERT_FILE or SSL_CERT_DIR is set and not empty, the adder reads only the
+/// places that the two name. It reads the file first, then all files of each folder. Folders are separated by
+/// colons. Folders that do not exist are skipped, unless none of them exists. A privileged process ignores
 /// the variables. They are read anew by each operation.
 ///
 /// Otherwise the adder reads the first well-known bundle that exists, or else the first well-known folder
-/// that exists, and nothing more: a system that has several has the same certificates in each. A place to
-/// which access is denied does not count.
+/// that exists. It reads no other place: a system that has several has the same certificates in each. A place
+/// to which access is denied does not count.
 ///
-/// If a place exists and cannot be read, the run ends with an exception. Without it, other roots or none
-/// would take the place of the system's.
+/// If a place exists and cannot be read, the run ends with an exception. Otherwise other roots, or no roots,
+/// would replace the system's.
 ///
 /// Each PEM block is handled by itself. A block that is damaged, is cut short, or holds no certificate does
-/// not affect its neighbours. It is handled like a certificate that the trust store refuses: it is logged, or
-/// ends the run if the caller asked for that.
+/// not affect the other blocks. It is handled like a certificate that the trust store refuses: it is logged,
+/// or ends the run if the caller asked for that.
 ///
-/// A certificate is delivered if it fits the usage: either it is not restricted to any extended key usages,
-/// or one of them belongs to the usage. A block labelled TRUSTED CERTIFICATE holds a certificate and trust
-/// settings (openssl-x509, -addtrust and -addreject). The certificate is delivered without the settings, but
-/// they count as restrictions. Purposes that it is trusted for count like its extended key usages. A purpose
-/// that it is rejected for keeps it out.
+/// A certificate is delivered if it fits the usage. It fits if it is not restricted to any extended key
+/// usages, or if one of them belongs to the usage. A block labeled TRUSTED CERTIFICATE holds a certificate
+/// and trust settings (openssl-x509, -addtrust and -addreject). The certificate is delivered without the
+/// settings, but they count as restrictions. Purposes that it is trusted for count like its extended key
+/// usages. If it is rejected for a purpose of the usage, it is not delivered.
 
 #include "truststore/posix/SystemCertificateLocations.hpp"
 

@@ -9,7 +9,7 @@ namespace foundation::certificates::posix {
 
 namespace {
 
-/// The variable's value, or an empty string. Empty in a privileged process.
+/// Returns the variable's value; an empty string if it is unset, and in a privileged process.
 std::string trustworthyVariable(char const* name)
 {
 #ifdef __linux__

@@ -23,15 +23,15 @@ struct NamedCertificateLocations
     std::string folders;
 };
 
-/// The places where the known systems keep their roots.
+/// Returns the places where the known systems keep their roots.
 SystemCertificateLocations wellKnownLocations();
 
-/// The values of the environment variables SSL_CERT_FILE and SSL_CERT_DIR. Nothing if both are unset or
-/// empty, or if the process has more privileges than the user who started it: that user must not choose the
-/// roots.
+/// Returns the values of the environment variables SSL_CERT_FILE and SSL_CERT_DIR. Returns nothing if both
+/// are unset or empty, or if the process has more privileges than the user who started it: that user must not
+/// choose the roots.
 std::optional<NamedCertificateLocations> locationsFromEnvironment();
 
-/// The folders of a list separated by colons. Leaves out empty names.
+/// Returns the folders of a list separated by colons. Leaves out empty names.
 std::vector<std::string> splitFolders(std::string const& list);
 
 } // namespace foundation::certificates::posix

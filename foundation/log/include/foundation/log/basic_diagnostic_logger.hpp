@@ -24,7 +24,7 @@ template <typename CharT>
 class FOUNDATION_LOG_EXPORT basic_diagnostic_logger
 {
 public:
-    /// Makes a logger whose records go to the channel `name`.
+    /// Creates a logger whose records go to the channel `name`.
     explicit basic_diagnostic_logger(std::string const& name);
     ~basic_diagnostic_logger();
 
