@@ -44,7 +44,8 @@ void throwIfZero(std::size_t size, char const* text)
     }
 }
 
-/// Returns the reason code of the oldest entry in OpenSSL's queue, and 0 for an empty queue. The entry stays.
+/// Returns the reason code of the oldest entry in OpenSSL's error queue; 0 for an empty queue. The entry
+/// stays.
 inline int reasonOfOldestError()
 {
     return ERR_GET_REASON(ERR_peek_error());

@@ -29,7 +29,7 @@ inline bool hasMemoryAtHand()
     return makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(enough))) != nullptr;
 }
 
-/// A mark in OpenSSL's queue, which does not outlive an exception.
+/// A mark in OpenSSL's error queue. An exception removes the mark and keeps the entries.
 class ErrorMark
 {
 public:
@@ -61,8 +61,8 @@ private:
 ///
 /// Returns whether the step failed because OpenSSL ran out of memory.
 ///
-/// OpenSSL's queue holds what one attempt leaves. The entries of the first attempt are removed before the
-/// second one. The queue has few places, and the entries of both would push out the caller's.
+/// OpenSSL's error queue holds what one attempt leaves. The entries of the first attempt are removed before
+/// the second one. The queue has few places, and the entries of both would push out the caller's.
 template <typename Step>
 bool lacksMemoryFor(Step const& step)
 {

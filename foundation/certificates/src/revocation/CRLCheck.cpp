@@ -162,7 +162,7 @@ bool X509CertificateImpl::downloadCRL(
     if (char const* fault = faultOf(crl.get(), issuerKey.get())) {
         return fail(fault);
     }
-    // A store that refuses the CRL has no error text of its own: prepareCRLs words the failure.
+    // A store that refuses the CRL has no error text of its own: prepareCRLs has the text.
     bool const added = store != nullptr && X509_STORE_add_crl(store.get(), crl.get()) == 1;
     crls.push_back(std::move(crl));
     return added;

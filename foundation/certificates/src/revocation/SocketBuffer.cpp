@@ -26,7 +26,7 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 constexpr int sendFlags = 0; // Boost has set SO_NOSIGPIPE on the socket
 #endif
 
-/// Milliseconds for `poll`: 0 if the deadline has passed.
+/// Returns the milliseconds for `poll`; 0 if the deadline has passed.
 int timeoutUntil(Buffer::time_point deadline)
 {
     using std::chrono::milliseconds;
@@ -135,8 +135,8 @@ boost::system::error_code SocketBuffer::waitUntilWritable()
     }
 }
 
-/// An interrupted connect goes on by itself. A second one on the same socket would be refused, and one on
-/// another socket would be a second connection.
+/// Returns the result of an interrupted connect, which continues by itself. A second connect on the same
+/// socket would be refused. One on another socket would be a second connection.
 boost::system::error_code SocketBuffer::resultOfPendingConnect()
 {
     if (auto const failure = waitUntilWritable()) {

@@ -25,8 +25,8 @@ void addSystemCertificatesOfAllUsages(TrustStore& store);
 /// Calls the function, which delivers one certificate. If it throws a TrustStoreException, rethrows that if
 /// rethrowOnFailure is set, and otherwise logs it at severity 16.
 ///
-/// Running out of memory must not look like a damaged certificate: validation keeps the system's roots for
-/// the life of the process. So a function that fails is called a second time.
+/// Running out of memory must not look like a damaged certificate: validation keeps the system's roots until
+/// the process ends. So a function that fails is called a second time.
 /// @throws std::bad_alloc if OpenSSL has run out of memory
 void deliver(bool rethrowOnFailure, std::function<void()> const& addCertificate);
 

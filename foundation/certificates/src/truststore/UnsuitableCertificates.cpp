@@ -82,8 +82,8 @@ bool isUnsuitable(X509* certificate, TrustStore::Usage usage)
 /// Whether the entry, which may be no certificate, must leave the store. Logs it if so.
 bool isUnsuitableEntry(X509_OBJECT const* entry, TrustStore::Usage usage)
 {
-    // One error scope for each entry: OpenSSL's queue is short, and the errors of many damaged certificates
-    // would push the caller's entries out of it.
+    // One error scope for each entry: OpenSSL's error queue is short, and the errors of many damaged
+    // certificates would push the caller's entries out of it.
     RAIIOpenSSLErrorRemover const errors(false);
     X509* certificate = nullptr;
     try {

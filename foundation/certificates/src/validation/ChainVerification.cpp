@@ -42,8 +42,8 @@ TrustStore loadSystemTrustStore()
     }
 }
 
-/// Returns the operating system's roots. The first call that succeeds reads them; they are kept for the life
-/// of the process. Never destroyed: the program may validate while it ends, in the destructor of a global
+/// Returns the operating system's roots. The first call that succeeds reads them, and they are kept until the
+/// process ends. Never destroyed: the program may validate while it ends, in the destructor of a global
 /// object or in a thread.
 TrustStore const& systemTrustStore()
 {

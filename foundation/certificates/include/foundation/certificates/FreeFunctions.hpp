@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Encodings of bytes as text, the places of the operating system's roots, and access to a trust store's
+/// Encodings of bytes as text, the locations of the operating system's roots, and access to a trust store's
 /// OpenSSL store for code that uses OpenSSL itself.
 
 #include <foundation/certificates/ByteArray.hpp>
@@ -48,15 +48,15 @@ prettyPrintBytes(ByteArray const& data, std::string const& label, std::ostream& 
 
 /// Returns the file from which the operating system's root certificates are read at present; empty if no file
 /// is read, and always on Windows. On Unix this is the value of the environment variable SSL_CERT_FILE if
-/// that or SSL_CERT_DIR names the places, and otherwise the system's bundle.
+/// that variable or SSL_CERT_DIR is set and not empty. Otherwise it is the system's bundle.
 ///
 /// A privileged process, such as a set-user-ID program, ignores the two variables.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFile();
 
 /// Returns the folder from which the operating system's root certificates are read at present; empty if no
 /// folder is read, and always on Windows. On Unix this is the value of the environment variable SSL_CERT_DIR
-/// if that or SSL_CERT_FILE names the places, and otherwise the system's folder. The variable may hold
-/// several folders, separated by colons.
+/// if that variable or SSL_CERT_FILE is set and not empty. The variable may hold several folders, separated
+/// by colons. Otherwise it is the system's folder.
 FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFolder();
 
 /// Returns a further owner of the trust store's live OpenSSL store; an empty pointer for a trust store that

@@ -29,8 +29,8 @@ class PKCS12CertificateImpl;
 /// "Error: PKCS12Certificate is uninitialized." The comments below do not repeat this failure.
 ///
 /// Copies share the parsed bundle, which does not change after loading. Each object has its own lock. Unless
-/// noted otherwise, an operation holds the lock for its whole run. Moving, assigning to and destroying an
-/// object take no lock on it: the caller must keep these apart from other uses.
+/// noted otherwise, an operation holds the lock for the whole call. Moving, assigning to and destroying an
+/// object take no lock on it. Do not do that while another thread uses the object.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS12Certificate
 {
 public:
@@ -115,7 +115,7 @@ public:
 
     /// Whether both objects have equal certificates, equal other certificates in the same order, and equal
     /// private keys or none. Does not compare the parsed bundles. Locks this object only: the caller must
-    /// keep changes to the other object apart.
+    /// synchronize changes of the other object.
     /// @throws X509CertificateException "Error: X509Certificate has no content." if either has
     ///     no certificate
     bool operator==(PKCS12Certificate const& other) const;

@@ -26,7 +26,7 @@ enum class CertificateEncoding : int
 };
 
 /// PKCS#7 signed data (RFC 2315), as a value: one or more signatures over some content, and the certificates
-/// that travel with them. The content is embedded or detached.
+/// that come with them. The content is embedded or detached.
 ///
 /// The constructors load signed data and detect whether the input is PEM or DER. Loading does not check any
 /// signature; verifySignature does.
@@ -38,9 +38,9 @@ enum class CertificateEncoding : int
 /// work on it. Every other operation, copying included, throws PKCS7CertificateException
 /// "Error: PKCS7Certificate is uninitialized." The comments below do not repeat this failure.
 ///
-/// Each object has its own lock. Unless noted otherwise, an operation holds the lock for its whole run.
-/// Moving, assigning to and destroying an object take no lock on it. Locks nest in this order: signed data,
-/// trust store, chain, certificate.
+/// Each object has its own lock. Unless noted otherwise, an operation holds the lock for the whole call.
+/// Moving, assigning to and destroying an object take no lock on it. Do not do that while another thread uses
+/// the object. Locks nest in this order: signed data, trust store, chain, certificate.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7Certificate
 {
 public:
@@ -73,7 +73,8 @@ public:
     /// @throws InvalidArgument also "The input PKCS7 certificate data stream is invalid.", with nothing
     ///     read, if the stream is not good(); the same text, " Reason:" and the cause, if reading fails
     PKCS7Certificate(std::istream& stream);
-    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are no signed data.
+    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are not signed
+    /// data.
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
     PKCS7Certificate(Path const& file) = delete;
 

@@ -32,8 +32,8 @@ class TrustStoreImpl;
 /// the platform's default adder. Copying it throws TrustStoreException "Error: TrustStore is uninitialized."
 ///
 /// Each object has its own lock. Every operation holds it for the whole call. Moving, swapping, assigning to
-/// and destroying an object take no lock on it. Nested locks are taken in the order trust store, chain,
-/// certificate.
+/// and destroying an object take no lock on it. Do not do that while another thread uses the object. Nested
+/// locks are taken in the order trust store, chain, certificate.
 class FOUNDATION_CERTIFICATES_EXPORT TrustStore
 {
 public:
@@ -83,13 +83,13 @@ public:
     /// @param rethrowOnFailure decides what happens if a system certificate cannot be parsed or added: true
     ///     throws the failure before anything is removed; false logs it at severity 16 and continues
     ///
-    /// On Unix the roots come from the places that the environment variables SSL_CERT_FILE and SSL_CERT_DIR
-    /// name, or else from the system's bundle or folder. See getSystemCertificatesFile and
+    /// On Unix the roots come from the locations that the environment variables SSL_CERT_FILE and
+    /// SSL_CERT_DIR name, or else from the system's bundle or folder. See getSystemCertificatesFile and
     /// getSystemCertificatesFolder. A program that verifies updates should pin its own root instead.
     ///
     /// Logs each removed certificate, and their number, at severity 4. A usage outside the enumeration
     /// empties the store.
-    /// @throws TrustStoreException "Failed to open system certificate store: " and the places, or Windows'
+    /// @throws TrustStoreException "Failed to open system certificate store: " and the locations, or Windows'
     ///     error
     /// @throws TrustStoreException "Failed to read " and the path, for either value of rethrowOnFailure, if a
     ///     bundle, a folder or a named file cannot be read

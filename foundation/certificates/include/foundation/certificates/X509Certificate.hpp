@@ -117,7 +117,8 @@ public:
     /// @throws InvalidArgument also "The input certificate data stream is invalid.", with nothing read, if
     ///     the stream is not good(); the same text, " Reason:" and the cause, if reading fails
     X509Certificate(std::istream& stream);
-    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are no certificate.
+    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are not a
+    /// certificate.
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
     X509Certificate(Path const& file) = delete;
 
@@ -270,7 +271,7 @@ public:
     /// @param chain the intermediates, with or without this certificate in front; may be empty
     /// @param options what is tolerated, how revocation is handled, and a second trust store to fall back on
     /// @param trustStore the trusted roots. If it is empty, those of the operating system, which are read
-    ///     once in the life of the process.
+    ///     once per process.
     /// @return the verdict; with `Valid`, also the root of the chain that was built
     ///
     /// OpenSSL verifies the chain (`X509_verify_cert`) on a private copy of the trust store. Host names,

@@ -23,8 +23,9 @@ class X509CertificateChainImpl;
 /// and destruction work on it. Every other operation, copying included, throws X509CertificateChainException
 /// "Error: X509CertificateChain is uninitialized." The comments below do not repeat this failure.
 ///
-/// Each object has its own lock. Unless noted otherwise, an operation holds the lock for its whole run.
-/// Moving, assigning to and destroying an object take no lock on it.
+/// Each object has its own lock. Unless noted otherwise, an operation holds the lock for the whole call.
+/// Moving, assigning to and destroying an object take no lock on it. Do not do that while another thread uses
+/// the object.
 class FOUNDATION_CERTIFICATES_EXPORT X509CertificateChain
 {
 public:
@@ -49,7 +50,7 @@ public:
     ///     if the stream is not good(); "The input X509 certificate chain data stream is invalid. Reason:"
     ///     and the cause, if reading fails
     X509CertificateChain(std::istream& stream);
-    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are no chain.
+    /// Refuses a `std::filesystem::path`, which would convert to a string: its characters are not a chain.
     template <typename Path, typename = detail::IfFilesystemPath<Path>>
     X509CertificateChain(Path const& file) = delete;
 
@@ -79,7 +80,7 @@ public:
     /// Returns a copy of the list.
     std::vector<X509Certificate> getCertificates() const;
     /// Returns a PEM bundle with each certificate's base64 on one line; an empty text for an empty chain.
-    /// Takes the lock once for each step, so that a change from another thread may show in part.
+    /// Takes the lock once for each step, so that the result may contain a part of another thread's change.
     /// @throws X509CertificateException as X509Certificate::getAsString does
     std::string getAsString() const;
     /// Writes a heading of two lines and the report of each certificate (X509Certificate::print). Holds the

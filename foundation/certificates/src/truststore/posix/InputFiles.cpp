@@ -77,7 +77,7 @@ InputFolder::InputFolder(std::string pathOfFolder)
 std::vector<std::string> InputFolder::list()
 {
     std::vector<std::string> names;
-    // A null result means the end of the folder or a failure. Only errno tells the two apart.
+    // A null result means the end of the folder or a failure. Only errno shows which it is.
     errno = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads from this folder
     while (dirent const* const entry = readdir(folder.get())) {

@@ -28,7 +28,7 @@ bool doesNotExist(int error)
     return error == ENOENT || error == ENOTDIR;
 }
 
-/// Whether the next place is used instead.
+/// Whether the next location is used instead.
 bool isMissing(int error)
 {
     return doesNotExist(error) || error == EACCES;
@@ -156,7 +156,7 @@ public:
           rethrowOnFailure(rethrowFailures)
     {}
 
-    /// Delivers from the first place that is not missing.
+    /// Delivers from the first location that is not missing.
     void deliverFirst(SystemCertificateLocations const& locations) const
     {
         if (auto bundle = openFirst(locations.files)) {
@@ -170,7 +170,7 @@ public:
         }
     }
 
-    /// Delivers from all named places.
+    /// Delivers from all named locations.
     void deliverAll(NamedCertificateLocations const& locations) const
     {
         if (!locations.file.empty()) {
@@ -266,8 +266,8 @@ private:
     void deliverContent(std::string const& content, fs::path const& file) const
     {
         for (PEMBlock const& block : splitPEMBlocks(content)) {
-            // One error scope for each block: OpenSSL's queue is short, and the errors of many damaged blocks
-            // would push the caller's entries out of it.
+            // One error scope for each block: OpenSSL's error queue is short, and the errors of many damaged
+            // blocks would push the caller's entries out of it.
             RAIIOpenSSLErrorRemover const errors(false);
             deliver(rethrowOnFailure, [&] { deliverBlock(block, file); });
         }

@@ -1,22 +1,22 @@
 #pragma once
 
 /// @file
-/// The operating system's root certificates on Unix systems: PEM files in places that differ from system to
-/// system.
+/// The operating system's root certificates on Unix systems: PEM files in locations that differ from system
+/// to system.
 ///
 /// If the environment variable SSL_CERT_FILE or SSL_CERT_DIR is set and not empty, the adder reads only the
-/// places that the two name. It reads the file first, then all files of each folder. Folders are separated by
-/// colons. Folders that do not exist are skipped, unless none of them exists. A privileged process ignores
-/// the variables. They are read anew by each operation.
+/// locations that the two name. It reads the file first, then all files of each folder. Folders are separated
+/// by colons. Folders that do not exist are skipped, unless none of them exists. A privileged process ignores
+/// the variables. Each operation reads them again.
 ///
 /// Otherwise the adder reads the first well-known bundle that exists, or else the first well-known folder
-/// that exists. It reads no other place: a system that has several has the same certificates in each. A place
-/// to which access is denied does not count.
+/// that exists. It reads no other location: a system that has several has the same certificates in each. A
+/// location to which access is denied does not count.
 ///
-/// If a place exists and cannot be read, the run ends with an exception. Otherwise other roots, or no roots,
-/// would replace the system's.
+/// If a location exists and cannot be read, the run ends with an exception. Otherwise other roots, or no
+/// roots, would replace the system's.
 ///
-/// Each PEM block is handled by itself. A block that is damaged, is cut short, or holds no certificate does
+/// Each PEM block is handled by itself. A block that is damaged, is truncated, or holds no certificate does
 /// not affect the other blocks. It is handled like a certificate that the trust store refuses: it is logged,
 /// or ends the run if the caller asked for that.
 ///
@@ -38,25 +38,25 @@ namespace foundation::certificates::posix {
 class SystemCertificateAdder : public ISystemCertificateAdder
 {
 public:
-    /// Reads the places that the environment names, or else the well-known ones.
+    /// Reads the locations that the environment names, or else the well-known ones.
     SystemCertificateAdder();
-    /// Reads the given places. The environment has no influence.
+    /// Reads the given locations. The environment has no influence.
     explicit SystemCertificateAdder(SystemCertificateLocations locationsInOrder);
 
     ISystemCertificateAdder* clone() const override;
-    /// @throws TrustStoreException "Failed to open system certificate store: " and all places, if none of the
-    ///     well-known ones exists; or the named folders, if none of them exists
+    /// @throws TrustStoreException "Failed to open system certificate store: " and all locations, if none of
+    ///     the well-known ones exists; or the named folders, if none of them exists
     /// @throws TrustStoreException "Failed to read " and the bundle or the folder, if it cannot be read
     /// @throws TrustStoreException if rethrowOnFailure: "Unusable PEM block in " and the file, ": " and the
     ///     block's label; "Failed to read " and a file of the folder; and what
     ///     TrustStoreImpl::addDERCertificate throws
     void addCertificatesTo(TrustStoreImpl& store, TrustStore::Usage usage, bool rethrowOnFailure) override;
 
-    /// Returns SSL_CERT_FILE if the environment names the places. Otherwise returns the bundle that is used
-    /// at present, or an empty string.
+    /// Returns SSL_CERT_FILE if the environment names the locations. Otherwise returns the bundle that is
+    /// used at present, or an empty string.
     std::string file() const;
-    /// Returns SSL_CERT_DIR if the environment names the places. Otherwise returns the folder that is used at
-    /// present, or an empty string: if there is a bundle, no folder is used.
+    /// Returns SSL_CERT_DIR if the environment names the locations. Otherwise returns the folder that is used
+    /// at present, or an empty string: if there is a bundle, no folder is used.
     std::string folder() const;
 
 private:

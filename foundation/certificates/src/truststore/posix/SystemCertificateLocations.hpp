@@ -6,15 +6,15 @@
 
 namespace foundation::certificates::posix {
 
-/// The places where a system may keep its root certificates. The first file that exists is used, or else the
-/// first folder that exists, and nothing more.
+/// The locations where a system may keep its root certificates. The first file that exists is used, or else
+/// the first folder that exists, and nothing more.
 struct SystemCertificateLocations
 {
     std::vector<std::string> files;
     std::vector<std::string> folders;
 };
 
-/// The places that the user names instead. All of them are used.
+/// The locations that the user names instead. All of them are used.
 struct NamedCertificateLocations
 {
     /// Empty if no file is named.
@@ -23,7 +23,7 @@ struct NamedCertificateLocations
     std::string folders;
 };
 
-/// Returns the places where the known systems keep their roots.
+/// Returns the locations where the known systems keep their roots.
 SystemCertificateLocations wellKnownLocations();
 
 /// Returns the values of the environment variables SSL_CERT_FILE and SSL_CERT_DIR. Returns nothing if both
