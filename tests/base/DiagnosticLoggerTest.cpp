@@ -35,6 +35,9 @@ void throwNested()
     }
 }
 
+struct OtherException
+{};
+
 class DiagnosticLogger : public testing::Test
 {
 protected:
@@ -242,13 +245,6 @@ TEST(CurrentExceptionChain, ShowsOnlyTypeOfOtherException)
         EXPECT_EQ(current_exception_chain_as_string(), "int");
     }
 }
-
-namespace {
-
-struct OtherException
-{};
-
-} // namespace
 
 TEST(CurrentExceptionChain, ShowsExceptionNestedInOtherException)
 {

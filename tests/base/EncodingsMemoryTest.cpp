@@ -7,11 +7,10 @@
 
 #include <sstream>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 /// Returns the text of the exception that the work throws.
 template <class Exception, class Work>
@@ -60,11 +59,6 @@ std::vector<OperationOn<Refused>> refusals()
     };
 }
 
-FOUNDATION_TEST_ALLOCATION_FAILURE(Encodings, tableOn<Encoded>(makeEncoded, encodingOperations(), contentOf));
-FOUNDATION_TEST_ALLOCATION_FAILURE(
-    Refusals, operationsOn<Refused>(
-                  "", [] { return Refused(); }, refusals()));
-
 /// Returns what the values say; the setters replace two of them.
 std::string contentOfValues(Values const& values)
 {
@@ -73,8 +67,11 @@ std::string contentOfValues(Values const& values)
            rendered(values.verification);
 }
 
-FOUNDATION_TEST_ALLOCATION_FAILURE(Values, tableOn<Values>(makeValues, valueOperations(), contentOfValues));
-
 } // namespace
 
-} // namespace foundation::test
+FOUNDATION_TEST_ALLOCATION_FAILURE(Encodings, tableOn<Encoded>(makeEncoded, encodingOperations(), contentOf));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Refusals, operationsOn<Refused>(
+                  "", [] { return Refused(); }, refusals()));
+
+FOUNDATION_TEST_ALLOCATION_FAILURE(Values, tableOn<Values>(makeValues, valueOperations(), contentOfValues));

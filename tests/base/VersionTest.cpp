@@ -5,9 +5,7 @@
 #include <fstream>
 #include <string>
 
-namespace {
-
-using foundation::certificates::versionString;
+using namespace foundation::certificates;
 
 TEST(Version, HeadersHaveVersionOfProject)
 {
@@ -31,5 +29,3 @@ TEST(Version, PkgConfigFileHasVersionOfHeaders)
     }
     EXPECT_EQ(line, std::string("Version: ") + versionString);
 }
-
-} // namespace

@@ -11,31 +11,13 @@
 
 #include <dlfcn.h>
 
+using namespace foundation::certificates;
+using namespace foundation::test;
+
 namespace {
 
 /// The source files in which OpenSSL allocates while it decodes ASN.1.
-foundation::test::SparedSources::Files const decoder{"a_object.c", "asn1_lib.c", "tasn_dec.c", "tasn_new.c"};
-
-} // namespace
-
-/// Replaces OpenSSL's function: calls it and exempts the decoder's allocations from the shortage.
-///
-/// ASN1_item_sign_ctx calls d2i_X509_ALGOR to fill the two algorithm identifiers of the certificate. A
-/// decoder that fails frees the object that it was to fill, but these two are members of the X509. If one of
-/// the decoder's allocations is refused, OpenSSL passes free() a pointer that malloc() never returned.
-int X509_sign_ctx(X509* certificate, EVP_MD_CTX* context)
-{
-    static auto* const original =
-        reinterpret_cast<decltype(&X509_sign_ctx)>(dlsym(RTLD_NEXT, "X509_sign_ctx"));
-    foundation::test::SparedSources const spared(decoder);
-    return original(certificate, context);
-}
-
-namespace foundation::test {
-
-namespace {
-
-using namespace certificates;
+SparedSources::Files const decoder{"a_object.c", "asn1_lib.c", "tasn_dec.c", "tasn_new.c"};
 
 SelfSignedCertBuilder builder()
 {
@@ -74,6 +56,21 @@ std::vector<Operation<SelfSignedCertBuilder>> buildsWithStride(std::size_t strid
 constexpr std::size_t encryptedStride = 701;
 constexpr std::size_t plainStride = 53;
 
+} // namespace
+
+/// Replaces OpenSSL's function: calls it and exempts the decoder's allocations from the shortage.
+///
+/// ASN1_item_sign_ctx calls d2i_X509_ALGOR to fill the two algorithm identifiers of the certificate. A
+/// decoder that fails frees the object that it was to fill, but these two are members of the X509. If one of
+/// the decoder's allocations is refused, OpenSSL passes free() a pointer that malloc() never returned.
+int X509_sign_ctx(X509* certificate, EVP_MD_CTX* context)
+{
+    static auto* const original =
+        reinterpret_cast<decltype(&X509_sign_ctx)>(dlsym(RTLD_NEXT, "X509_sign_ctx"));
+    SparedSources const spared(decoder);
+    return original(certificate, context);
+}
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Setters, tableOn<SelfSignedCertBuilder>(builder, builderOperations(), nothingOf));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
@@ -81,7 +78,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Encrypted,
     tableOn<SelfSignedCertBuilder>(builderWithPassphrase, buildsWithStride(encryptedStride), nothingOf));
-
-} // namespace
-
-} // namespace foundation::test

@@ -11,42 +11,37 @@
 #include <utility>
 #include <vector>
 
-namespace foundation::certificates {
-namespace {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
-using test::CertificateSpec;
-using test::dnsTag;
-using test::Mutation;
-using test::sequenceTag;
-using test::uriTag;
+namespace {
 
 using URIs = std::vector<std::string>;
 
 std::string der(int tag, std::string const& content)
 {
-    return test::asText(test::derElement(tag, test::asBytes(content)));
+    return asText(derElement(tag, asBytes(content)));
 }
 
 std::string point(int kindOfName, std::string const& name)
 {
-    return test::asText(test::distributionPoint(kindOfName, test::asBytes(name)));
+    return asText(distributionPoint(kindOfName, asBytes(name)));
 }
 
 std::string fullName(std::string const& names)
 {
-    return point(test::fullNameTag, names);
+    return point(fullNameTag, names);
 }
 
-std::string commonName(std::string const& value)
+std::string encodedCommonName(std::string const& value)
 {
-    return test::asText(test::commonNameAttribute(value));
+    return asText(commonNameAttribute(value));
 }
 
 Mutation withContent(std::string const& content)
 {
-    return [content](CertificateSpec& spec) {
-        spec.setRawExtension("crlDistributionPoints", test::asBytes(content));
-    };
+    return
+        [content](CertificateSpec& spec) { spec.setRawExtension("crlDistributionPoints", asBytes(content)); };
 }
 
 Mutation withPoints(std::string const& points)
@@ -56,16 +51,18 @@ Mutation withPoints(std::string const& points)
 
 URIs distributionPointsOf(Mutation const& mutate)
 {
-    auto const certificate = test::makeSelfSignedLeaf("leaf", mutate);
+    auto const certificate = makeSelfSignedLeaf("leaf", mutate);
     return X509CertificateImpl().getCRLDistributionPoints(X509Certificate(certificate.der()));
 }
+
+} // namespace
 
 TEST(CRLDistributionPoints, AreAllURIsInOrderOfCertificate)
 {
     auto const mutate = [](CertificateSpec& spec) {
         spec.setRawExtension(
             "crlDistributionPoints",
-            test::distributionPointsContent({{"ldap://a/b", "http://c/d"}, {"https://e"}, {"http://f/g"}}));
+            distributionPointsContent({{"ldap://a/b", "http://c/d"}, {"https://e"}, {"http://f/g"}}));
     };
     EXPECT_EQ(distributionPointsOf(mutate), (URIs{"ldap://a/b", "http://c/d", "https://e", "http://f/g"}));
 }
@@ -86,7 +83,7 @@ TEST(CRLDistributionPoints, AreEmptyWithoutReadableExtension)
         {"two extensions",
          [](CertificateSpec& spec) {
              spec.setDistributionPoints({"http://a/b"});
-             spec.extensions.push_back({"2.5.29.31", "", test::distributionPointsContent({{"http://c/d"}})});
+             spec.extensions.push_back({"2.5.29.31", "", distributionPointsContent({{"http://c/d"}})});
          }},
     };
     for (auto const& row : rows) {
@@ -103,10 +100,8 @@ TEST(CRLDistributionPoints, SkipOtherNamesThanURIs)
         URIs expected;
     } const rows[] = {
         {"point without any content", der(sequenceTag, ""), {}},
-        {"point with reasons only",
-         der(sequenceTag, der(test::pointReasonsTag, std::string("\x01\x40", 2))),
-         {}},
-        {"point with an issuer only", der(sequenceTag, der(test::pointIssuerTag, der(dnsTag, "a"))), {}},
+        {"point with reasons only", der(sequenceTag, der(pointReasonsTag, std::string("\x01\x40", 2))), {}},
+        {"point with an issuer only", der(sequenceTag, der(pointIssuerTag, der(dnsTag, "a"))), {}},
         {"full name without names", fullName(""), {}},
         {"DNS name", fullName(der(dnsTag, "a.example")), {}},
         {"DNS name before URI", fullName(der(dnsTag, "a") + der(uriTag, "http://a/b")), {"http://a/b"}},
@@ -128,20 +123,18 @@ TEST(CRLDistributionPoints, SkipOtherNamesThanURIs)
 
 TEST(CRLDistributionPoints, IncludeValuesOfRelativeNames)
 {
-    auto const relative = [](std::string const& attributes) {
-        return point(test::relativeNameTag, attributes);
-    };
+    auto const relative = [](std::string const& attributes) { return point(relativeNameTag, attributes); };
     struct
     {
         char const* name;
         std::string points;
         URIs expected;
     } const rows[] = {
-        {"one attribute", relative(commonName("one")), {"one"}},
-        {"two attributes", relative(commonName("a") + commonName("bb")), {"a", "bb"}},
-        {"empty value", relative(commonName("")), {""}},
+        {"one attribute", relative(encodedCommonName("one")), {"one"}},
+        {"two attributes", relative(encodedCommonName("a") + encodedCommonName("bb")), {"a", "bb"}},
+        {"empty value", relative(encodedCommonName("")), {""}},
         {"URL as value, before a URI",
-         relative(commonName("http://a/b")) + fullName(der(uriTag, "http://c/d")),
+         relative(encodedCommonName("http://a/b")) + fullName(der(uriTag, "http://c/d")),
          {"http://a/b", "http://c/d"}},
     };
     for (auto const& row : rows) {
@@ -169,6 +162,3 @@ TEST(CRLDistributionPoints, FailWithoutCertificate)
         X509CertificateException, "Error: X509Certificate is uninitialized.",
         implementation.getCRLDistributionPoints(source));
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -30,11 +30,10 @@
 /// Names while OpenSSL runs out of memory. A shortage that passes for an answer is dangerous here: two names
 /// that were not read are equal, and a certificate with equal names counts as self-signed.
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 using Query = std::function<std::string(X509Certificate const&)>;
 
@@ -155,6 +154,8 @@ bool isWholeOrThrown(Outcome const& outcome, Outcome const& atRest)
     return outcome == atRest || outcome.isUnreadableName();
 }
 
+} // namespace
+
 TEST(CertificateName, IsWholeOrThrowsWhenOutOfMemory)
 {
     static auto const root = makeRoot("root");
@@ -269,7 +270,3 @@ TEST(RequiredCRL, IsNeverWaivedWhenOutOfMemory)
         validate, [](Outcome const& outcome, Outcome const& /*atRest*/) { return outcome.answer != "Valid"; },
         adjacentSeries);
 }
-
-} // namespace
-
-} // namespace foundation::test

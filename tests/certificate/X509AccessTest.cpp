@@ -9,10 +9,8 @@
 #include <memory>
 #include <utility>
 
-namespace foundation::test {
-namespace {
-
 using namespace foundation::certificates;
+using namespace foundation::test;
 
 TEST(X509Access, SharesOneObjectAmongCopies)
 {
@@ -44,6 +42,3 @@ TEST(X509Access, RefusesACertificateThatWasMovedFrom)
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: X509Certificate is uninitialized.", X509Access::share(certificate));
 }
-
-} // namespace
-} // namespace foundation::test

@@ -10,16 +10,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using certificates::X509Certificate;
 
 struct X509CertificateTraits
 {
     using Handle = X509Certificate;
-    using Failure = certificates::X509CertificateException;
+    using Failure = X509CertificateException;
     static constexpr char const* uninitializedText = "Error: X509Certificate is uninitialized.";
 
     static X509Certificate loaded(std::string const& name)
@@ -43,5 +42,3 @@ struct X509CertificateTraits
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(X509Certificate, HandleConformance, X509CertificateTraits);
-
-} // namespace foundation::test

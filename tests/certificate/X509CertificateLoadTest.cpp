@@ -115,9 +115,9 @@ private:
     unsigned long foreignError = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(WithForeignError, X509CertificateLoad, testing::Bool());
-
 } // namespace
+
+INSTANTIATE_TEST_SUITE_P(WithForeignError, X509CertificateLoad, testing::Bool());
 
 TEST_P(X509CertificateLoad, ReadsDer)
 {

@@ -13,11 +13,10 @@
 
 #include <sstream>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 /// Returns a certificate with every extension that a query reads.
 Bytes certificateWith(KeyHandle const& key)
@@ -97,14 +96,6 @@ std::vector<SweptOperation> validations()
         operationsWithOthers(certificateOperations()));
 }
 
-FOUNDATION_TEST_ALLOCATION_FAILURE(P256, queriesWith(p256Key()));
-FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, queriesWith(rsaKey()));
-FOUNDATION_TEST_ALLOCATION_FAILURE(Ed25519, queriesWith(ed25519Key()));
-FOUNDATION_TEST_ALLOCATION_FAILURE(Validations, validations());
-FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsP256, loadsWith(p256Key()));
-FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsRSA, loadsWith(rsaKey()));
-FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsEd25519, loadsWith(ed25519Key()));
-
 /// Runs the query while OpenSSL gets no memory from the given allocation on. Returns whether the query
 /// reached that allocation.
 template <class Query>
@@ -120,6 +111,16 @@ bool expectAnswerOrFailure(X509Certificate const& certificate, std::size_t first
     }
     return Shortage::hasOccurred();
 }
+
+} // namespace
+
+FOUNDATION_TEST_ALLOCATION_FAILURE(P256, queriesWith(p256Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, queriesWith(rsaKey()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Ed25519, queriesWith(ed25519Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Validations, validations());
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsP256, loadsWith(p256Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsRSA, loadsWith(rsaKey()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsEd25519, loadsWith(ed25519Key()));
 
 TEST(X509CertificateOutOfMemory, ReportsUnreadableExtensionsWithAnyErrorQueue)
 {
@@ -141,7 +142,3 @@ TEST(X509CertificateOutOfMemory, ReportsUnreadableExtensionsWithAnyErrorQueue)
         sweep([](auto& c) { return c.isValidForDigitalSigning(); });
     }
 }
-
-} // namespace
-
-} // namespace foundation::test

@@ -9,16 +9,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using certificates::X509CertificateChain;
 
 struct X509CertificateChainTraits
 {
     using Handle = X509CertificateChain;
-    using Failure = certificates::X509CertificateChainException;
+    using Failure = X509CertificateChainException;
     static constexpr char const* uninitializedText = "Error: X509CertificateChain is uninitialized.";
 
     static X509CertificateChain loaded(std::string const& name)
@@ -40,5 +39,3 @@ struct X509CertificateChainTraits
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(X509CertificateChain, HandleConformance, X509CertificateChainTraits);
-
-} // namespace foundation::test

@@ -9,11 +9,12 @@
 
 #include <sstream>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
 
-using namespace certificates;
+using foundation::test::rendered; // the functions of this name below would hide it
 
 Topology const& pki()
 {
@@ -35,8 +36,7 @@ struct Implementations
 
 std::string rendered(Implementations const& pair)
 {
-    return test::rendered(pair.source.getCertificates()) + "and\n" +
-           test::rendered(pair.target.getCertificates());
+    return rendered(pair.source.getCertificates()) + "and\n" + rendered(pair.target.getCertificates());
 }
 
 AllowedOutcomes const notLoaded = failsWith(
@@ -107,6 +107,8 @@ Implementations implementations()
         X509CertificateChainImpl(bundle({"root", "ca"})), X509CertificateChainImpl(bundle({"leaf", "root"}))};
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Loads, operationsOn<Input>(
                "from ",
@@ -118,7 +120,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<X509CertificateChain>(cha
 FOUNDATION_TEST_ALLOCATION_FAILURE(Revivals, operationsOn<X509CertificateChain>("", chain, revivals()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Assignments, operationsOn<Implementations>("", implementations, assignments()));
-
-} // namespace
-
-} // namespace foundation::test

@@ -86,6 +86,13 @@ std::string withDosLineEnds(std::string const& text)
     return result;
 }
 
+X509CertificateChainImpl implementationOf(std::vector<std::string> const& names)
+{
+    return X509CertificateChainImpl(pki().pemBundle(names));
+}
+
+} // namespace
+
 TEST(X509CertificateChainDefault, IsEmpty)
 {
     X509CertificateChain chain;
@@ -502,11 +509,6 @@ TEST(X509CertificateChainValue, IsIndependentOfItsCopies)
 
 // The implementation class is part of the interface. It moves in another way than its handle.
 
-X509CertificateChainImpl implementationOf(std::vector<std::string> const& names)
-{
-    return X509CertificateChainImpl(pki().pemBundle(names));
-}
-
 TEST(X509CertificateChainImplementation, IsCopiedUnderLockOfSource)
 {
     std::mutex mutex;
@@ -562,5 +564,3 @@ TEST(X509CertificateChainImplementation, ThrowsIfEmpty)
     std::istringstream stream(pki()["root"].pem());
     EXPECT_EQ(X509CertificateChainImpl(stream).getNumCertificates(), 1U);
 }
-
-} // namespace

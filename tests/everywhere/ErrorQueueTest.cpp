@@ -26,10 +26,10 @@
 // OpenSSL keeps an error queue for each thread, and the caller may have left entries in it. No operation
 // takes such an entry for an error of its own, unless its documentation says so.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 /// Reasons that the library looks at for its decisions, and one that it does not know.
 std::vector<std::pair<int, int>> const& foreignReasons()
@@ -65,6 +65,95 @@ std::string outcomeOf(Work const& work)
         return std::string(typeid(failure).name()) + ": " + failure.what();
     }
 }
+
+/// Returns all answers that come from extensions. The last one loads a certificate, which empties the queue.
+std::string answersFromExtensions(X509Certificate const& certificate, X509* parsedCertificate)
+{
+    auto text = std::to_string(certificate.getExtendedKeyUsages().size());
+    text += std::to_string(certificate.getPolicies().size());
+    text += std::to_string(certificate.isValidForDigitalSigning());
+    text += std::to_string(isValidForUsage(parsedCertificate, TrustStore::Usage::Signing));
+    return text + std::to_string(X509CertificateImpl().getCRLDistributionPoints(certificate).size());
+}
+
+void setUnreadableExtensions(CertificateSpec& spec)
+{
+    for (auto const* name :
+         {"keyUsage", "extendedKeyUsage", "certificatePolicies", "crlDistributionPoints"}) {
+        spec.setRawExtension(name, {0x30, 0x05, 0x01});
+    }
+}
+
+void setExtensionsTwice(CertificateSpec& spec)
+{
+    spec.extensions.push_back({"keyUsage", "digitalSignature"});
+    spec.extensions.push_back({"extendedKeyUsage", "serverAuth"});
+    spec.extensions.push_back({"extendedKeyUsage", "clientAuth"});
+}
+
+/// What happens to the caller's entries.
+enum class Queue
+{
+    Kept,
+    Emptied
+};
+
+struct Load
+{
+    std::string name;
+    std::function<std::string()> run;
+    Queue afterwards;
+};
+
+class ErrorQueueOfLoads : public testing::Test
+{
+protected:
+    CertificateAndKey const root = makeRoot("root");
+    CertificateAndKey const leaf = makeLeaf(root, "leaf");
+    Bytes const signedData = toDer(makeSignedData("content", leaf));
+    Bytes const bundle = toDer(makePkcs12(leaf, "secret"));
+    std::string const pemBundle = toPemBundle({leaf, root});
+
+    template <typename Object, typename... Input>
+    static std::function<std::string()> load(Input const&... input)
+    {
+        return [=] {
+            Object const object(input...);
+            return std::string(object.empty() ? "empty" : "loaded");
+        };
+    }
+
+    std::vector<Load> loads() const
+    {
+        auto const garbage = asBytes("garbage");
+        std::string const noBlock = "-----BEGIN CERTIFICATE-----";
+        auto half = leaf.der();
+        half.resize(half.size() / 2);
+        return {
+            {"certificate of DER", load<X509Certificate>(leaf.der()), Queue::Emptied},
+            {"certificate of PEM", load<X509Certificate>(leaf.pem()), Queue::Emptied},
+            {"certificate of garbage", load<X509Certificate>(garbage), Queue::Emptied},
+            {"certificate of half a certificate", load<X509Certificate>(half), Queue::Emptied},
+            {"certificate of PEM without a block", load<X509Certificate>(noBlock), Queue::Emptied},
+            {"certificate of an encrypted block", load<X509Certificate>(toEncryptedPem(leaf.certificate)),
+             Queue::Emptied},
+            {"certificate of nothing", load<X509Certificate>(Bytes()), Queue::Kept},
+            {"chain", load<X509CertificateChain>(pemBundle), Queue::Emptied},
+            {"chain of garbage", load<X509CertificateChain>(std::string("garbage")), Queue::Emptied},
+            {"chain of nothing", load<X509CertificateChain>(std::string()), Queue::Kept},
+            {"signed data", load<PKCS7Certificate>(signedData), Queue::Emptied},
+            {"signed data of garbage", load<PKCS7Certificate>(garbage), Queue::Emptied},
+            {"signed data of nothing", load<PKCS7Certificate>(Bytes()), Queue::Kept},
+            {"bundle", load<PKCS12Certificate>(bundle, std::string("secret")), Queue::Emptied},
+            {"bundle with a wrong passphrase", load<PKCS12Certificate>(bundle, std::string("wrong")),
+             Queue::Emptied},
+            {"bundle of garbage", load<PKCS12Certificate>(garbage, std::string("secret")), Queue::Emptied},
+            {"bundle of nothing", load<PKCS12Certificate>(Bytes(), std::string("secret")), Queue::Kept},
+        };
+    }
+};
+
+} // namespace
 
 TEST(ErrorQueue, ForeignErrorsChangeNoAnswer)
 {
@@ -137,31 +226,6 @@ TEST(ErrorQueue, ForeignErrorsDoNotTurnFailureIntoKnownCertificate)
     EXPECT_TRUE(store.empty());
 }
 
-/// Returns all answers that come from extensions. The last one loads a certificate, which empties the queue.
-std::string answersFromExtensions(X509Certificate const& certificate, X509* parsedCertificate)
-{
-    auto text = std::to_string(certificate.getExtendedKeyUsages().size());
-    text += std::to_string(certificate.getPolicies().size());
-    text += std::to_string(certificate.isValidForDigitalSigning());
-    text += std::to_string(isValidForUsage(parsedCertificate, TrustStore::Usage::Signing));
-    return text + std::to_string(X509CertificateImpl().getCRLDistributionPoints(certificate).size());
-}
-
-void setUnreadableExtensions(CertificateSpec& spec)
-{
-    for (auto const* name :
-         {"keyUsage", "extendedKeyUsage", "certificatePolicies", "crlDistributionPoints"}) {
-        spec.setRawExtension(name, {0x30, 0x05, 0x01});
-    }
-}
-
-void setExtensionsTwice(CertificateSpec& spec)
-{
-    spec.extensions.push_back({"keyUsage", "digitalSignature"});
-    spec.extensions.push_back({"extendedKeyUsage", "serverAuth"});
-    spec.extensions.push_back({"extendedKeyUsage", "clientAuth"});
-}
-
 TEST(ErrorQueue, ForeignErrorsDoNotTurnUnreadableExtensionIntoOutOfMemory)
 {
     std::string const nothing = "00010"; // an unreadable extension restricts nothing
@@ -190,68 +254,6 @@ TEST(ErrorQueue, ForeignErrorsDoNotKeepTooLongCommonName)
 }
 
 // Loads
-
-/// What happens to the caller's entries.
-enum class Queue
-{
-    Kept,
-    Emptied
-};
-
-struct Load
-{
-    std::string name;
-    std::function<std::string()> run;
-    Queue afterwards;
-};
-
-class ErrorQueueOfLoads : public testing::Test
-{
-protected:
-    CertificateAndKey const root = makeRoot("root");
-    CertificateAndKey const leaf = makeLeaf(root, "leaf");
-    Bytes const signedData = toDer(makeSignedData("content", leaf));
-    Bytes const bundle = toDer(makePkcs12(leaf, "secret"));
-    std::string const pemBundle = toPemBundle({leaf, root});
-
-    template <typename Object, typename... Input>
-    static std::function<std::string()> load(Input const&... input)
-    {
-        return [=] {
-            Object const object(input...);
-            return std::string(object.empty() ? "empty" : "loaded");
-        };
-    }
-
-    std::vector<Load> loads() const
-    {
-        auto const garbage = asBytes("garbage");
-        std::string const noBlock = "-----BEGIN CERTIFICATE-----";
-        auto half = leaf.der();
-        half.resize(half.size() / 2);
-        return {
-            {"certificate of DER", load<X509Certificate>(leaf.der()), Queue::Emptied},
-            {"certificate of PEM", load<X509Certificate>(leaf.pem()), Queue::Emptied},
-            {"certificate of garbage", load<X509Certificate>(garbage), Queue::Emptied},
-            {"certificate of half a certificate", load<X509Certificate>(half), Queue::Emptied},
-            {"certificate of PEM without a block", load<X509Certificate>(noBlock), Queue::Emptied},
-            {"certificate of an encrypted block", load<X509Certificate>(toEncryptedPem(leaf.certificate)),
-             Queue::Emptied},
-            {"certificate of nothing", load<X509Certificate>(Bytes()), Queue::Kept},
-            {"chain", load<X509CertificateChain>(pemBundle), Queue::Emptied},
-            {"chain of garbage", load<X509CertificateChain>(std::string("garbage")), Queue::Emptied},
-            {"chain of nothing", load<X509CertificateChain>(std::string()), Queue::Kept},
-            {"signed data", load<PKCS7Certificate>(signedData), Queue::Emptied},
-            {"signed data of garbage", load<PKCS7Certificate>(garbage), Queue::Emptied},
-            {"signed data of nothing", load<PKCS7Certificate>(Bytes()), Queue::Kept},
-            {"bundle", load<PKCS12Certificate>(bundle, std::string("secret")), Queue::Emptied},
-            {"bundle with a wrong passphrase", load<PKCS12Certificate>(bundle, std::string("wrong")),
-             Queue::Emptied},
-            {"bundle of garbage", load<PKCS12Certificate>(garbage, std::string("secret")), Queue::Emptied},
-            {"bundle of nothing", load<PKCS12Certificate>(Bytes(), std::string("secret")), Queue::Kept},
-        };
-    }
-};
 
 TEST_F(ErrorQueueOfLoads, ForeignErrorsChangeNoOutcome)
 {
@@ -291,5 +293,3 @@ TEST(ErrorQueue, ForeignErrorsDoNotTurnRefusalIntoTrust)
         EXPECT_NE(verdict.front(), '0');
     }
 }
-
-} // namespace

@@ -25,10 +25,10 @@
 // OpenSSL counts in int and long. In 32 bits, the size of four gibibytes and a few bytes reads as those few
 // bytes. Each input here begins with few bytes that are valid alone.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 constexpr std::size_t little = std::size_t{1} << 16;
 constexpr std::size_t fourGibibytes = std::size_t{1} << 32;
@@ -59,6 +59,10 @@ protected:
     CertificateAndKey const root = makeRoot("root");
     CertificateAndKey const leaf = makeLeaf(root, "leaf");
 };
+
+constexpr char const failureText[] = "Failed to generate a certificate: 0";
+
+} // namespace
 
 TEST_F(HugeInput, IsRefusedAsCertificate)
 {
@@ -122,8 +126,6 @@ TEST_F(HugeInput, IsRefusedAsPassphrase)
 
 // The builder must not truncate a name, or encrypt a key with a truncated passphrase.
 
-constexpr char const failureText[] = "Failed to generate a certificate: 0";
-
 TEST_F(HugeInput, IsRefusedAsCommonName)
 {
     CleanErrorQueue const clean;
@@ -150,5 +152,3 @@ TEST_F(HugeInput, IsRefusedAsBuilderPassphrase)
     EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.build());
     EXPECT_THROWS_EXACTLY(std::runtime_error, failureText, builder.buildAndGetKeyBytesInPKCS12());
 }
-
-} // namespace

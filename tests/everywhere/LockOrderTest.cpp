@@ -18,10 +18,10 @@
 // Which operation takes the lock of which object, and in which order locks nest. No two objects of a caller
 // are ever locked in both orders, so no combination of operations can deadlock.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 using Names = std::set<std::string>;
 using Nestings = std::set<LockRecorder::Nesting>;
@@ -202,6 +202,8 @@ bool isInACircle(std::string const& name, Nestings const& nestings)
     return false;
 }
 
+} // namespace
+
 TEST_F(LockOrder, IsAsDocumentedAndHasNoCircle)
 {
     expectAsDocumented(wholeTable());
@@ -220,5 +222,3 @@ TEST_F(LockOrder, CircleIsDetected)
     EXPECT_TRUE(isInACircle("a", {{"a", "a"}}));
     EXPECT_FALSE(isInACircle("a", {{"a", "b"}, {"b", "c"}, {"c", "b"}}));
 }
-
-} // namespace

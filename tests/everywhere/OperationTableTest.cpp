@@ -9,9 +9,9 @@
 
 // Compares the table of operations with the list of exported symbols, so that no suite misses an operation.
 
-namespace {
-
 using namespace foundation::test;
+
+namespace {
 
 /// Exported functions without a row, and why.
 std::map<std::string, std::string> const& functionsWithoutRow()
@@ -106,6 +106,8 @@ std::set<std::string> functionsWithRow()
     return functions;
 }
 
+} // namespace
+
 TEST(OperationTable, HasRowForEveryExportedFunction)
 {
     auto const exported = exportedFunctions();
@@ -137,5 +139,3 @@ TEST(OperationTable, HasUniqueNames)
         EXPECT_TRUE(names.insert(operation.name).second) << operation.name;
     }
 }
-
-} // namespace

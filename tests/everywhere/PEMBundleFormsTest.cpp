@@ -29,7 +29,6 @@
 
 using namespace foundation::certificates;
 using namespace foundation::test;
-
 namespace fs = std::filesystem;
 
 namespace {
@@ -248,6 +247,8 @@ Names namesThatAdderDelivers(fs::path const& file, bool rethrowOnFailure)
 }
 #endif
 
+} // namespace
+
 TEST(PEMBundle, ChainReadsSoundBlocksInOrder)
 {
     for (auto const& forms : {soundBundles(), bundlesWithHighBytes()}) {
@@ -314,5 +315,3 @@ TEST(PEMBundle, AdderDeliversBlockWithByteOrderMarkWhereOpenSSLDoesNotLookForOne
     EXPECT_EQ(namesThatAdderDelivers(file, true), (Names{"a", "b"}));
 }
 #endif
-
-} // namespace

@@ -18,11 +18,10 @@
 /// A path converts to a string of its own characters. Loading from that string would parse the path instead
 /// of the file, so that no class with a constructor from strings is constructible from a path.
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 /// Converts to a string as a path does, but is no path.
 struct Text
@@ -40,6 +39,8 @@ class PathConstruction : public testing::Test
 using LoadedClasses = testing::Types<
     X509Certificate, X509CertificateChain, X509CertificateChainImpl, PKCS7Certificate, PKCS7CertificateImpl>;
 TYPED_TEST_SUITE(PathConstruction, LoadedClasses);
+
+} // namespace
 
 TYPED_TEST(PathConstruction, IsRefused)
 {
@@ -72,7 +73,3 @@ TEST(PathConstructionOfCertificates, LeavesEveryOtherFormOfInput)
     EXPECT_EQ(X509Certificate(stream), X509Certificate(pem));
     EXPECT_EQ(X509CertificateChain(pem.c_str()).getCertificates().at(0), X509Certificate(pem));
 }
-
-} // namespace
-
-} // namespace foundation::test

@@ -33,6 +33,8 @@ int countOf(std::string const& part, std::string const& text)
 class ProcessExit : public testing::TestWithParam<char const*>
 {};
 
+} // namespace
+
 TEST_P(ProcessExit, DestructorOfGlobalGetsAnswersOfMain)
 {
     expectSameAnswersAtExit(GetParam(), "destructor");
@@ -58,5 +60,3 @@ INSTANTIATE_TEST_SUITE_P(
         "X509Certificate", "X509CertificateChain", "TrustStore", "PKCS7Certificate", "PKCS12Certificate",
         "SelfSignedCertBuilder"),
     [](testing::TestParamInfo<char const*> const& tested) { return std::string(tested.param); });
-
-} // namespace

@@ -15,10 +15,10 @@
 
 // Eight threads run all read operations at once. Each gets the answers that a single thread gets.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 constexpr int numThreads = 8;
 
@@ -55,6 +55,8 @@ private:
     std::mutex mutex;
     std::set<std::vector<std::string>> different;
 };
+
+} // namespace
 
 TEST(ReadOperationsThreads, AnswerAlikeOnSharedObjects)
 {
@@ -157,5 +159,3 @@ TEST(ReadOperationsThreads, EncodingsRoundTrip)
     });
     EXPECT_EQ(wrong, 0);
 }
-
-} // namespace

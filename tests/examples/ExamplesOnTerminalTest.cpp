@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using namespace foundation::test;
+
+namespace {
 
 /// Runs the program on its own terminal and types the text after the prompt.
 ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const& text)
@@ -59,6 +59,8 @@ protected:
     TemporaryFolder const folder;
 };
 
+} // namespace
+
 TEST_F(ExampleOnTerminal, AsksForPassphraseWithoutShowingIt)
 {
     auto const right = typeInto({OPEN_BUNDLE_PROGRAM, bundle()}, "secret\n");
@@ -90,5 +92,3 @@ TEST_F(ExampleOnTerminal, ShowsProgress)
     EXPECT_EQ(
         run.output.substr(0, run.output.find("Not valid")), "\rValidated 1 of 2\rValidated 2 of 2\r\033[K");
 }
-
-} // namespace

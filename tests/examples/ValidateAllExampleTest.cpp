@@ -8,9 +8,9 @@
 
 #include <string>
 
-namespace {
-
 using namespace foundation::test;
+
+namespace {
 
 /// Two certificates under a root that no system has. One of them has a key on an unsupported curve.
 std::string bundle()
@@ -23,6 +23,8 @@ std::string bundle()
 constexpr char const remarks[] = "Not valid: CN=leaf\n"
                                  "Refused: ECC-based key is not using supported ECC Curve. Curve: secp384r1\n"
                                  "Certificates: 0 valid, 1 not valid, 1 refused\n";
+
+} // namespace
 
 TEST(ValidateAllExample, ListsInvalidAndRefusedWithoutProgressOnPipe)
 {
@@ -63,5 +65,3 @@ TEST(ValidateAllExample, PrintsUsage)
     EXPECT_EQ(wrong.errors, "validate_all: at most one file, try --help\n");
     EXPECT_EQ(wrong.exitStatus, 2);
 }
-
-} // namespace

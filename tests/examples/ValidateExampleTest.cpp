@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
 
 class ValidateExample : public testing::Test
 {
@@ -55,6 +55,8 @@ protected:
 };
 
 constexpr char const validText[] = "Certificate: CN=leaf\nVerdict: valid\nRoot: CN=root\n";
+
+} // namespace
 
 TEST_F(ValidateExample, PrintsValidVerdictAndRoot)
 {
@@ -153,5 +155,3 @@ TEST_F(ValidateExample, PrintsUsage)
     expectFailure(validate({leaf, "--crl", "all"}), "unknown value for --crl: all, try --help");
     expectFailure(validate({leaf, "--download", "now"}), "unknown value for --download: now, try --help");
 }
-
-} // namespace

@@ -5,11 +5,10 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 /// A key as decoded from a certificate or a bundle, before OpenSSL has converted any part of it.
 struct Key
@@ -98,6 +97,8 @@ std::vector<SweptOperation> withKey(KeyHandle const& key, std::vector<OperationO
         "", [der = privateKeyDer(key)] { return read(der); }, table);
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     P256,
     withKey(
@@ -111,7 +112,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, withKey(rsaKey(), {sanityCheck()}));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Conversions, operationsOn<Curve>(
                      "", [] { return Curve(); }, conversions()));
-
-} // namespace
-
-} // namespace foundation::test

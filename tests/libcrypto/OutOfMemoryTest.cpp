@@ -103,6 +103,58 @@ private:
     int failuresLeft;
 };
 
+Bytes const wrongTag = {0x05, 0x01, 0x00};
+
+/// Certificate policies: their innermost value is no number of a notice.
+Bytes damagedPolicies()
+{
+    Bytes const policyId = {0x06, 0x03, 0x2A, 0x03, 0x04};
+    Bytes const userNoticeId = {0x06, 0x08, 0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x02, 0x02};
+    Bytes const organization = {0x0C, 0x01, 0x41};
+    constexpr int sequence = 0x30;
+    auto const noticeReference = derElement(sequence, joined({organization, derElement(sequence, wrongTag)}));
+    auto const qualifier =
+        derElement(sequence, joined({userNoticeId, derElement(sequence, noticeReference)}));
+    auto const policy = derElement(sequence, joined({policyId, derElement(sequence, qualifier)}));
+    return derElement(sequence, policy);
+}
+
+/// CRL distribution points: the innermost value is no general name.
+Bytes damagedDistributionPoints()
+{
+    constexpr int sequence = 0x30;
+    constexpr int firstChoice = 0xA0;
+    auto const name = derElement(firstChoice, derElement(firstChoice, derElement(firstChoice, wrongTag)));
+    return derElement(sequence, derElement(sequence, name));
+}
+
+CertificateAndKey withExtension(std::string const& extension, Bytes const& content)
+{
+    return makeRoot("root", [&](CertificateSpec& spec) { spec.setRawExtension(extension, content); });
+}
+
+/// The caller's entries that fit beside those of one attempt, but not beside those of two.
+constexpr int earlierErrorCounts[] = {2, 4};
+
+/// The number of the caller's entries that fit beside those of one parse. OpenSSL drops the latter itself and
+/// queues one in their place, so a second parse has room for one less.
+int earlierErrorsBesideOneParse(CertificateAndKey const& made)
+{
+    auto const decode = [&] {
+        EXPECT_EQ(
+            X509_get_ext_d2i(made.certificate.get(), NID_crl_distribution_points, nullptr, nullptr), nullptr);
+    };
+    return queueCapacity - static_cast<int>(queueAfter(0, decode).size());
+}
+
+void parseExtensions(CertificateAndKey const& made)
+{
+    constexpr int noPurpose = -1;
+    EXPECT_NE(X509_check_purpose(parseDer(made.der()).get(), noPurpose, 0), 1);
+}
+
+} // namespace
+
 TEST(OutOfMemory, QueueHoldsWhatOneAttemptLeaves)
 {
     for (AttemptRow const& row : attempts()) {
@@ -147,39 +199,6 @@ TEST(OutOfMemory, StepThatThrowsLeavesNoMark)
 // The same rule, seen from certificates whose extensions are damaged at depth. OpenSSL queues an entry for
 // each level.
 
-Bytes const wrongTag = {0x05, 0x01, 0x00};
-
-/// Certificate policies: their innermost value is no number of a notice.
-Bytes damagedPolicies()
-{
-    Bytes const policyId = {0x06, 0x03, 0x2A, 0x03, 0x04};
-    Bytes const userNoticeId = {0x06, 0x08, 0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x02, 0x02};
-    Bytes const organization = {0x0C, 0x01, 0x41};
-    constexpr int sequence = 0x30;
-    auto const noticeReference = derElement(sequence, joined({organization, derElement(sequence, wrongTag)}));
-    auto const qualifier =
-        derElement(sequence, joined({userNoticeId, derElement(sequence, noticeReference)}));
-    auto const policy = derElement(sequence, joined({policyId, derElement(sequence, qualifier)}));
-    return derElement(sequence, policy);
-}
-
-/// CRL distribution points: the innermost value is no general name.
-Bytes damagedDistributionPoints()
-{
-    constexpr int sequence = 0x30;
-    constexpr int firstChoice = 0xA0;
-    auto const name = derElement(firstChoice, derElement(firstChoice, derElement(firstChoice, wrongTag)));
-    return derElement(sequence, derElement(sequence, name));
-}
-
-CertificateAndKey withExtension(std::string const& extension, Bytes const& content)
-{
-    return makeRoot("root", [&](CertificateSpec& spec) { spec.setRawExtension(extension, content); });
-}
-
-/// The caller's entries that fit beside those of one attempt, but not beside those of two.
-constexpr int earlierErrorCounts[] = {2, 4};
-
 TEST(OutOfMemory, QueryLeavesWhatOneCallOfOpenSSLLeaves)
 {
     auto const made = withExtension("certificatePolicies", damagedPolicies());
@@ -197,23 +216,6 @@ TEST(OutOfMemory, QueryLeavesWhatOneCallOfOpenSSLLeaves)
         EXPECT_EQ(queueAfter(earlier, query), queueAfter(earlier, bareCall));
         EXPECT_EQ(queueAtMarkAfter(earlier, query), earlierCodes(earlier));
     }
-}
-
-/// The number of the caller's entries that fit beside those of one parse. OpenSSL drops the latter itself and
-/// queues one in their place, so a second parse has room for one less.
-int earlierErrorsBesideOneParse(CertificateAndKey const& made)
-{
-    auto const decode = [&] {
-        EXPECT_EQ(
-            X509_get_ext_d2i(made.certificate.get(), NID_crl_distribution_points, nullptr, nullptr), nullptr);
-    };
-    return queueCapacity - static_cast<int>(queueAfter(0, decode).size());
-}
-
-void parseExtensions(CertificateAndKey const& made)
-{
-    constexpr int noPurpose = -1;
-    EXPECT_NE(X509_check_purpose(parseDer(made.der()).get(), noPurpose, 0), 1);
 }
 
 TEST(OutOfMemory, LoadKeepsErrorsOfCaller)
@@ -240,5 +242,3 @@ TEST(OutOfMemory, FilterOfTrustStoreKeepsErrorsOfCaller)
     EXPECT_EQ(queueAfter(earlier, filter), earlierCodes(earlier));
     EXPECT_EQ(queueAtMarkAfter(earlier, filter), earlierCodes(earlier));
 }
-
-} // namespace

@@ -136,32 +136,6 @@ void expectBlocks(std::vector<ScannerRow> const& rows)
     }
 }
 
-TEST(PEMBlocks, LinesThatOpenSSLIgnoresAreNoBlock)
-{
-    expectBlocks(linesThatAreNoBlock());
-}
-
-TEST(PEMBlocks, SingleBlockIsFoundByLineRulesOfOpenSSL)
-{
-    expectBlocks(singleBlocks());
-}
-
-TEST(PEMBlocks, EachBeginLineStartsBlock)
-{
-    expectBlocks(severalBlocks());
-}
-
-TEST(PEMBlocks, OnlyBlockWithoutEndLineHidesNextBlock)
-{
-    std::string const ended = "-----BEGIN A-----\n-----END A-----\n";
-    std::string const unended = "-----BEGIN A-----\n";
-    EXPECT_FALSE(hidesBlock(splitPEMBlocks("")));
-    EXPECT_FALSE(hidesBlock(splitPEMBlocks(ended + ended)));
-    EXPECT_FALSE(hidesBlock(splitPEMBlocks(ended + unended)));
-    EXPECT_TRUE(hidesBlock(splitPEMBlocks(unended + ended)));
-    EXPECT_TRUE(hidesBlock(splitPEMBlocks(ended + unended + unended)));
-}
-
 struct HighByteRow
 {
     std::string name;
@@ -204,15 +178,6 @@ std::vector<HighByteRow> textsWithHighBytes()
     };
 }
 
-TEST(PEMHighBytes, BecomeBlanksAtLineEndsOnly)
-{
-    for (HighByteRow const& row : textsWithHighBytes()) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(blankHighBytesAtLineEnds(row.text), row.expected);
-        EXPECT_EQ(blankHighBytesAtLineEnds(row.expected), row.expected);
-    }
-}
-
 /// The lines as OpenSSL's reader sees them, which removes what compares as at most a blank from the end of
 /// each.
 template <typename Character>
@@ -229,6 +194,43 @@ std::vector<std::string> linesOf(std::string const& text)
         lines.push_back(std::move(line));
     }
     return lines;
+}
+
+} // namespace
+
+TEST(PEMBlocks, LinesThatOpenSSLIgnoresAreNoBlock)
+{
+    expectBlocks(linesThatAreNoBlock());
+}
+
+TEST(PEMBlocks, SingleBlockIsFoundByLineRulesOfOpenSSL)
+{
+    expectBlocks(singleBlocks());
+}
+
+TEST(PEMBlocks, EachBeginLineStartsBlock)
+{
+    expectBlocks(severalBlocks());
+}
+
+TEST(PEMBlocks, OnlyBlockWithoutEndLineHidesNextBlock)
+{
+    std::string const ended = "-----BEGIN A-----\n-----END A-----\n";
+    std::string const unended = "-----BEGIN A-----\n";
+    EXPECT_FALSE(hidesBlock(splitPEMBlocks("")));
+    EXPECT_FALSE(hidesBlock(splitPEMBlocks(ended + ended)));
+    EXPECT_FALSE(hidesBlock(splitPEMBlocks(ended + unended)));
+    EXPECT_TRUE(hidesBlock(splitPEMBlocks(unended + ended)));
+    EXPECT_TRUE(hidesBlock(splitPEMBlocks(ended + unended + unended)));
+}
+
+TEST(PEMHighBytes, BecomeBlanksAtLineEndsOnly)
+{
+    for (HighByteRow const& row : textsWithHighBytes()) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(blankHighBytesAtLineEnds(row.text), row.expected);
+        EXPECT_EQ(blankHighBytesAtLineEnds(row.expected), row.expected);
+    }
 }
 
 TEST(PEMHighBytes, LookTheSameToReaderWithUnsignedCharacters)
@@ -254,5 +256,3 @@ TEST(PEMHighBytes, NullBIOTakesNoText)
 {
     EXPECT_FALSE(writePEM(nullptr, "text"));
 }
-
-} // namespace

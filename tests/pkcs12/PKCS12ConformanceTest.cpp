@@ -11,16 +11,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using certificates::PKCS12Certificate;
 
 struct PKCS12CertificateTraits
 {
     using Handle = PKCS12Certificate;
-    using Failure = certificates::PKCS12CertificateException;
+    using Failure = PKCS12CertificateException;
     static constexpr char const* uninitializedText = "Error: PKCS12Certificate is uninitialized.";
 
     static PKCS12Certificate loaded(std::string const& name)
@@ -35,10 +34,7 @@ struct PKCS12CertificateTraits
         return PKCS12Certificate(bundle, "secret");
     }
 
-    static std::string identity(PKCS12Certificate const& bundle)
-    {
-        return certificates::hexEncode(bundle.getAsBytes());
-    }
+    static std::string identity(PKCS12Certificate const& bundle) { return hexEncode(bundle.getAsBytes()); }
 
     static std::vector<Operation<PKCS12Certificate>> const& operations() { return bundleOperations(); }
 };
@@ -46,5 +42,3 @@ struct PKCS12CertificateTraits
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(PKCS12Certificate, HandleConformance, PKCS12CertificateTraits);
-
-} // namespace foundation::test

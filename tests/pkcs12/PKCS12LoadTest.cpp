@@ -95,6 +95,33 @@ std::string reasonOfParsing(Bytes const& bytes, char const* passphrase)
     });
 }
 
+bool legacyProviderIsLoaded()
+{
+    return OSSL_PROVIDER_available(nullptr, "legacy") == 1;
+}
+
+template <class Expected>
+bool fails(Bytes const& bytes, std::string const& passphrase, std::string const& text)
+{
+    try {
+        PKCS12Certificate const loaded(bytes, passphrase);
+    } catch (Expected const& failure) {
+        return text == failure.what();
+    }
+    return false;
+}
+
+[[noreturn]] void exitWith(bool success)
+{
+    std::exit(success ? 0 : 1);
+}
+
+class PKCS12LegacyProvider : public testing::Test
+{
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
 } // namespace
 
 TEST(PKCS12Load, BytesLoad)
@@ -499,37 +526,6 @@ TEST(PKCS12Load, ImplementationWithoutBundleReturnsNoBytes)
 }
 
 // The legacy provider is loaded into the whole process, so each of these tests uses its own process.
-
-namespace {
-
-bool legacyProviderIsLoaded()
-{
-    return OSSL_PROVIDER_available(nullptr, "legacy") == 1;
-}
-
-template <class Expected>
-bool fails(Bytes const& bytes, std::string const& passphrase, std::string const& text)
-{
-    try {
-        PKCS12Certificate const loaded(bytes, passphrase);
-    } catch (Expected const& failure) {
-        return text == failure.what();
-    }
-    return false;
-}
-
-[[noreturn]] void exitWith(bool success)
-{
-    std::exit(success ? 0 : 1);
-}
-
-class PKCS12LegacyProvider : public testing::Test
-{
-protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
-
-} // namespace
 
 TEST_F(PKCS12LegacyProvider, WrongPassphraseDoesNotLoadIt)
 {

@@ -9,11 +9,10 @@
 
 #include <sstream>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 struct Input : Unchanging
 {
@@ -80,11 +79,9 @@ PKCS12Certificate bundle()
     return opened;
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsRSA, loadsWith(rsaKey()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsP256, loadsWith(p256Key()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsEd25519, loadsWith(ed25519Key()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<PKCS12Certificate>(bundle, bundleOperations()));
-
-} // namespace
-
-} // namespace foundation::test

@@ -96,6 +96,25 @@ ByteArray privateNumber(KeyHandle const& key, char const* name)
     return bytes;
 }
 
+/// A buffer that runs an action when the first character is written.
+class ActingBuffer : public std::stringbuf
+{
+public:
+    explicit ActingBuffer(std::function<void()> firstAction) : action(std::move(firstAction)) {}
+
+protected:
+    std::streamsize xsputn(char const* text, std::streamsize length) override
+    {
+        if (action) {
+            std::exchange(action, nullptr)();
+        }
+        return std::stringbuf::xsputn(text, length);
+    }
+
+private:
+    std::function<void()> action;
+};
+
 } // namespace
 
 TEST(PKCS12Queries, ObjectWithoutBundleHasNoContent)
@@ -284,29 +303,6 @@ TEST(PKCS12Equality, ComparisonWithItselfDoesNotBlock)
     EXPECT_TRUE(loadedBundle == loadedBundle);
     EXPECT_FALSE(loadedBundle != loadedBundle);
 }
-
-namespace {
-
-/// A buffer that runs an action when the first character is written.
-class ActingBuffer : public std::stringbuf
-{
-public:
-    explicit ActingBuffer(std::function<void()> firstAction) : action(std::move(firstAction)) {}
-
-protected:
-    std::streamsize xsputn(char const* text, std::streamsize length) override
-    {
-        if (action) {
-            std::exchange(action, nullptr)();
-        }
-        return std::stringbuf::xsputn(text, length);
-    }
-
-private:
-    std::function<void()> action;
-};
-
-} // namespace
 
 TEST(PKCS12Equality, RightSideIsNotLocked)
 {

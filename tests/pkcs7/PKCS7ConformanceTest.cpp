@@ -10,16 +10,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using certificates::PKCS7Certificate;
 
 struct PKCS7CertificateTraits
 {
     using Handle = PKCS7Certificate;
-    using Failure = certificates::PKCS7CertificateException;
+    using Failure = PKCS7CertificateException;
     static constexpr char const* uninitializedText = "Error: PKCS7Certificate is uninitialized.";
 
     static PKCS7Certificate loaded(std::string const& name)
@@ -40,5 +39,3 @@ struct PKCS7CertificateTraits
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(PKCS7Certificate, HandleConformance, PKCS7CertificateTraits);
-
-} // namespace foundation::test

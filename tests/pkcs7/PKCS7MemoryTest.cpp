@@ -11,11 +11,12 @@
 #include <sstream>
 #include <utility>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
 
-using namespace certificates;
+using foundation::test::rendered; // the functions of this name below would hide it
 
 struct Pki
 {
@@ -47,8 +48,7 @@ struct Subject
 
 std::string rendered(Subject const& subject)
 {
-    return test::rendered(subject.data) + test::rendered(subject.intermediates) +
-           test::rendered(subject.trusted);
+    return rendered(subject.data) + rendered(subject.intermediates) + rendered(subject.trusted);
 }
 
 Subject subjectWith(PKCS7Certificate const& data)
@@ -72,8 +72,7 @@ struct Implementations
 
 std::string rendered(Implementations const& pair)
 {
-    return pair.source.getAsString() + pair.target.getAsString() +
-           test::rendered(pair.target.getCertificates());
+    return pair.source.getAsString() + pair.target.getAsString() + rendered(pair.target.getCertificates());
 }
 
 std::string verdict(Subject const& subject, ByteArray const& content)
@@ -135,7 +134,7 @@ std::vector<Operation<PKCS7Certificate>> allButVerification()
 }
 
 /// Accepts a signature that could not be checked, and a chain that is not trusted.
-bool isStricterVerdict(std::string const& answer, std::string const& /*answerAtRest*/)
+bool isStricterVerdictWithoutText(std::string const& answer, std::string const& /*answerAtRest*/)
 {
     return answer == "07" || answer == "11";
 }
@@ -147,7 +146,7 @@ std::vector<OperationOn<Subject>> verification()
     return {
         {"verifySignature",
          [](auto& s) { return verdict(s, {}); },
-         {validationUnfinished() + notCopied.failures, isStricterVerdict, 41, true}}};
+         {validationUnfinished() + notCopied.failures, isStricterVerdictWithoutText, 41, true}}};
 }
 
 /// For signed data that must never get the verdict of a valid signature under a trusted chain.
@@ -208,6 +207,8 @@ Pkcs7Handle untrustedData()
     return makeSignedData("content", makeLeaf(makeRoot("other root"), "signer"));
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Loads, operationsOn<Input>(
                "from ",
@@ -223,7 +224,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(Untrusted, on("", untrustedData(), refusals()
 FOUNDATION_TEST_ALLOCATION_FAILURE(Detached, operationsOn<Subject>("", withoutStructure, detached()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Assignments, operationsOn<Implementations>("", implementations, assignments()));
-
-} // namespace
-
-} // namespace foundation::test

@@ -67,20 +67,6 @@ public:
     }
 };
 
-} // namespace
-
-// Replaces the library's own function, so that these tests know the system's roots.
-namespace foundation::certificates {
-
-std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
-{
-    return std::make_unique<SystemRootAdder>();
-}
-
-} // namespace foundation::certificates
-
-namespace {
-
 using Certificates = std::vector<CertificateAndKey>;
 
 CertificateAndKey const& root()
@@ -397,6 +383,16 @@ std::vector<Case> failedChains()
 }
 
 } // namespace
+
+// Replaces the library's own function, so that these tests know the system's roots.
+namespace foundation::certificates {
+
+std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
+{
+    return std::make_unique<SystemRootAdder>();
+}
+
+} // namespace foundation::certificates
 
 TEST_F(PKCS7Verification, ValidSignatureAndTrustedChainPass)
 {

@@ -13,11 +13,12 @@
 #include <string>
 #include <utility>
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+
 namespace {
 
-using namespace std::chrono_literals;
-using namespace foundation::test;
 using Clock = std::chrono::steady_clock;
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
@@ -111,6 +112,8 @@ protected:
     }
 };
 
+} // namespace
+
 TEST_F(CRLDeadline, EndsEveryExchangeAfterOneMinute)
 {
     std::string const head = "HTTP/1.0 200 OK\r\n\r\n";
@@ -181,6 +184,3 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterOneMinute)
     EXPECT_EQ(
         outcomeAfterAMinute(fromDrip).result, "CRL Download Error: Invalid Certificate Revocation List\n");
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -22,11 +22,12 @@
 #include <utility>
 #include <vector>
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+
 namespace {
 
-using namespace std::chrono_literals;
-using namespace foundation::test;
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
 constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
@@ -146,6 +147,8 @@ protected:
         }
     }
 };
+
+} // namespace
 
 TEST_F(CRLDownload, AddsCRLToStoreAndList)
 {
@@ -595,6 +598,3 @@ TEST_F(CRLDownload, RunsInSeveralThreads)
         EXPECT_TRUE(outcome.get());
     }
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -10,12 +10,20 @@
 #include <string>
 #include <vector>
 
-// The library's download lets no failure out, and a test cannot provoke a failure of the steps after it, such
-// as writing the file. So these functions replace the download.
+using namespace foundation::certificates;
+using namespace foundation::test;
 
-namespace foundation::certificates {
+namespace {
 
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
+
+using CRLFetchFailure = LeavesNoTrace;
+
+} // namespace
+
+// The library's download lets no failure out, and a test cannot provoke a failure of the steps after it, such
+// as writing the file. So these functions replace the library's download.
+namespace foundation::certificates {
 
 std::vector<std::string>
 X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& /*certificate*/) const
@@ -36,11 +44,7 @@ void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message)
     }
 }
 
-namespace {
-
-using namespace foundation::test;
-
-using CRLFetchFailure = LeavesNoTrace;
+} // namespace foundation::certificates
 
 TEST_F(CRLFetchFailure, ThrowsOnlyIfCrlIsRequired)
 {
@@ -62,7 +66,3 @@ TEST_F(CRLFetchFailure, ThrowsOnlyIfCrlIsRequired)
         download(DownloadCRL::Required));
     EXPECT_TRUE(crls.empty());
 }
-
-} // namespace
-
-} // namespace foundation::certificates

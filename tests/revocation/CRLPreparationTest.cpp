@@ -9,10 +9,11 @@
 
 #include <utility>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
+
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 
@@ -35,6 +36,8 @@ protected:
     std::vector<X509Certificate> certificates{load(pki.leaf), load(pki.ca)};
     X509_STOREUPtr store = makeX509_STORE(X509_STORE_new());
 };
+
+} // namespace
 
 TEST_F(CRLPreparation, DoesNothingWithoutDownload)
 {
@@ -172,5 +175,3 @@ TEST_F(CRLPreparation, RefusesIssuerWithoutContentInEveryMode)
             prepare(mode, CheckCRL::LeafOnly));
     }
 }
-
-} // namespace

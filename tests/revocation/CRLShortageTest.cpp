@@ -13,10 +13,10 @@
 #include <cstddef>
 #include <exception>
 
-namespace foundation::certificates {
-namespace {
-
+using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 /// Returns the error code of the leaf's verification with the store's root and CRLs.
 int verifyWithCRLs(X509_STORE* store, CertificateAndKey const& leaf)
@@ -30,6 +30,8 @@ int verifyWithCRLs(X509_STORE* store, CertificateAndKey const& leaf)
 
 class CRLDownload : public LeavesNoTrace
 {};
+
+} // namespace
 
 // A CRL for CAs alone does not cover a leaf. Out of memory, OpenSSL reads it as a CRL for all certificates.
 TEST_F(CRLDownload, ShortageDoesNotWidenScopeOfCRL)
@@ -72,6 +74,3 @@ TEST_F(CRLDownload, ShortageDoesNotWidenScopeOfCRL)
         EXPECT_GT(allocation, 50U);
     }
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -13,10 +13,11 @@
 #include <utility>
 #include <vector>
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+using namespace foundation::test;
+
 namespace {
 
-using namespace foundation::test;
 using RevocationStatus = CertificateRevocationResults::RevocationStatus;
 using CRLs = X509CertificateImpl::CRLs;
 
@@ -90,6 +91,8 @@ protected:
             crlList({makeCrl(intermediate, entries)}), {X509Certificate(leafWithSerial(serialNumber).der())});
     }
 };
+
+} // namespace
 
 TEST_F(FindRevocation, FindsNothingWithoutCRLs)
 {
@@ -255,6 +258,3 @@ TEST_F(FindRevocation, RefusesUnreadableDateOnlyInMatchingEntry)
         findLeaf("1000", {{"1000", TimeSpec::unreadable()}}));
     EXPECT_EQ(findLeaf("1000", {{"999", TimeSpec::unreadable()}, {"1000", day1}}), revoked(day1Text, "1000"));
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -15,12 +15,12 @@
 // For every behaviour of a CRL server, a validation ends in the verdict or the failure that is documented,
 // asks once, and leaves neither an open file nor one in the temporary directory.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
+
+namespace {
 
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
@@ -97,6 +97,8 @@ protected:
         EXPECT_TRUE(temporaryFiles().empty());
     }
 };
+
+} // namespace
 
 TEST_F(HostileServer, CannotPassMalformedAnswer)
 {
@@ -239,5 +241,3 @@ TEST_F(HostileServer, IsNotReachedByNameWithZeroCharacter)
     }
     EXPECT_EQ(server.numConnections(), 0U);
 }
-
-} // namespace

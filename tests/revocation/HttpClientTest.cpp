@@ -14,12 +14,13 @@
 #include <string>
 #include <vector>
 
-namespace foundation::certificates {
-namespace {
-
+using namespace foundation::certificates;
+using namespace foundation::test;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using namespace foundation::test;
+
+namespace {
+
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
 constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
@@ -65,6 +66,17 @@ std::string manyHeaders(std::size_t size)
     }
     return headers;
 }
+
+class HttpClient : public LeavesNoTrace
+{};
+
+std::string const request =
+    "GET /root.crl?x=1 HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n";
+
+class FetchHttpResponse : public LeavesNoTrace
+{};
+
+} // namespace
 
 TEST(HttpExchange, SendsOneGetRequestInFixedForm)
 {
@@ -198,12 +210,6 @@ TEST(HttpExchange, RefusesConnectionThatCannotWrite)
         exchangeOverHttp(connection, "ca.example", "/root.crl"));
 }
 
-class HttpClient : public LeavesNoTrace
-{};
-
-std::string const request =
-    "GET /root.crl?x=1 HTTP/1.0\r\nHost: 127.0.0.2\r\nAccept: */*\r\nConnection: close\r\n\r\n";
-
 TEST_F(HttpClient, SendsOneRequestAndReturnsBody)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send(httpOk(Bytes{'a', 0, 'b'}))}});
@@ -314,9 +320,6 @@ TEST_F(HttpClient, DoesNotFollowRedirect)
     EXPECT_EQ(target.numConnections(), 0u);
 }
 
-class FetchHttpResponse : public LeavesNoTrace
-{};
-
 TEST_F(FetchHttpResponse, ReturnsBodyInEveryMode)
 {
     ScriptedServer const server("127.0.0.2", 80, {{readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbody")}});
@@ -377,6 +380,3 @@ TEST(ThrowIfRequired, ThrowsOnlyIfCRLsAreRequired)
     EXPECT_NO_THROW(implementation.throwIfRequired(DownloadCRL::BestEffort, "message\n"));
     EXPECT_NO_THROW(implementation.throwIfRequired(DownloadCRL::None, "message\n"));
 }
-
-} // namespace
-} // namespace foundation::certificates

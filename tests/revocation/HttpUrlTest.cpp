@@ -9,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+
 namespace {
 
 using Halves = std::optional<std::pair<std::string, std::string>>;
@@ -34,6 +35,8 @@ Halves matched(std::string const& url)
     }
     return Halves(std::in_place, groups[1].str(), "/" + groups[2].str());
 }
+
+} // namespace
 
 TEST(HttpUrl, IsSplitAtFirstSlashAfterScheme)
 {
@@ -146,6 +149,3 @@ TEST(FirstHttpUrl, SkipsUrlsThatAreNotPlainHttp)
         EXPECT_EQ(halvesOf(firstHttpUrl(row.urls)), row.expected) << testing::PrintToString(row.urls);
     }
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -25,11 +25,12 @@
 
 // Signals interrupt the system calls of a download: a program with timers or a profiler has many of them.
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+
 namespace {
 
-using namespace std::chrono_literals;
-using namespace foundation::test;
 using Clock = std::chrono::steady_clock;
 
 constexpr char const serverAddress[] = "127.0.0.2";
@@ -199,6 +200,8 @@ private:
     BlockedAlarm const blockedAlarm;
 };
 
+} // namespace
+
 TEST_F(InterruptedDownload, KeepsWholeBody)
 {
     for (auto const& handlerFlags : allHandlerFlags) {
@@ -312,6 +315,3 @@ TEST_F(InterruptedDownload, EndsWriteAtDeadline)
         EXPECT_LT(Clock::now() - begin, 10s);
     }
 }
-
-} // namespace
-} // namespace foundation::certificates

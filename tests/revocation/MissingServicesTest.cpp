@@ -19,6 +19,9 @@
 // The resolver of a system without /etc/services, such as a small container image: it takes the place of the
 // C library's, knows no name of a service, and leaves everything else to it.
 
+using namespace foundation::certificates;
+using namespace foundation::test;
+
 namespace {
 
 int numNamesOfServices = 0;
@@ -27,6 +30,17 @@ bool isNumber(char const* service)
 {
     return service[std::strspn(service, "0123456789")] == '\0';
 }
+
+class MissingServices : public LeavesNoTrace
+{
+protected:
+    void TearDown() override
+    {
+        EXPECT_GT(numNamesOfServices, 0) << "The resolver of this test was not asked.";
+        numNamesOfServices = 0;
+        LeavesNoTrace::TearDown();
+    }
+};
 
 } // namespace
 
@@ -42,22 +56,6 @@ extern "C" int getaddrinfo(
     static auto const original = reinterpret_cast<decltype(&::getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
     return original(host, service, hints, addresses);
 }
-
-namespace foundation::certificates {
-namespace {
-
-using namespace foundation::test;
-
-class MissingServices : public LeavesNoTrace
-{
-protected:
-    void TearDown() override
-    {
-        EXPECT_GT(numNamesOfServices, 0) << "The resolver of this test was not asked.";
-        numNamesOfServices = 0;
-        LeavesNoTrace::TearDown();
-    }
-};
 
 TEST_F(MissingServices, DoNotKeepClientFromPort80)
 {
@@ -94,6 +92,3 @@ TEST_F(MissingServices, DoNotAddPortToHost)
         "CRL Download Error: Unable to connect: ", fetchOverHttp("127.0.0.2:80", "/root.crl"));
     EXPECT_EQ(server.numConnections(), 0U);
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -9,11 +9,12 @@
 #include <filesystem>
 #include <optional>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
+
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 using RevocationStatus = CertificateRevocationResults::RevocationStatus;
@@ -77,8 +78,6 @@ void expectRevoked(
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), serial);
 }
 
-// Which CRLs are fetched, and which applied
-
 struct Reach
 {
     CheckCRL check;
@@ -99,6 +98,16 @@ constexpr Reach reaches[] = {
     {CheckCRL::WholeChain, DownloadCRL::BestEffort, 2, true, true},
     {CheckCRL::WholeChain, DownloadCRL::Required, 2, true, true},
 };
+
+struct FailedDownload
+{
+    std::string text;
+    std::map<std::string, Bytes> files;
+};
+
+} // namespace
+
+// Which CRLs are fetched, and which applied
 
 TEST_F(RevocationValidation, FindsRevokedLeafIfCrlsAreApplied)
 {
@@ -251,12 +260,6 @@ TEST_F(RevocationValidation, LeafOnlyNeedsOnlyLeafCrl)
     serve({{"/leaf.crl", toDer(pki.leafCrl())}});
     expectValid(validate(CheckCRL::LeafOnly, DownloadCRL::Required));
 }
-
-struct FailedDownload
-{
-    std::string text;
-    std::map<std::string, Bytes> files;
-};
 
 TEST_F(RevocationValidation, RequiredCrlThrowsItsFault)
 {
@@ -443,5 +446,3 @@ TEST_F(RevocationValidation, FallbackDownloadsAllCrlsAgain)
     // Without a root the first run stops below it: one CRL there, two in the second run.
     EXPECT_EQ(server->numConnections(), 3U);
 }
-
-} // namespace

@@ -13,14 +13,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::certificates {
+using namespace foundation::certificates;
+using namespace foundation::test;
+
 namespace {
 
-using test::contentOfFile;
-using test::ScopedVariable;
-
-class TemporaryCRLFileTest : public test::LeavesNoTrace
+class TemporaryCRLFileTest : public LeavesNoTrace
 {};
+
+} // namespace
 
 TEST_F(TemporaryCRLFileTest, IsEmptyFileInTemporaryDirectory)
 {
@@ -60,7 +61,7 @@ TEST_F(TemporaryCRLFileTest, IsNotSharedBetweenThreads)
     constexpr int numThreads = 8;
     constexpr int numFilesEach = 20;
     std::vector<std::deque<TemporaryCRLFile>> files(numThreads);
-    test::inParallel(numThreads, [&](int number) {
+    inParallel(numThreads, [&](int number) {
         for (int file = 0; file < numFilesEach; ++file) {
             files[static_cast<std::size_t>(number)].emplace_back();
         }
@@ -105,20 +106,17 @@ TEST_F(TemporaryCRLFileTest, MayBeRemovedByOthers)
 
 TEST_F(TemporaryCRLFileTest, NeedsTemporaryDirectory)
 {
-    ScopedVariable const nowhere(test::temporaryDirectoryVariable(), "/nonexistent/directory");
+    ScopedVariable const nowhere(temporaryDirectoryVariable(), "/nonexistent/directory");
 
     EXPECT_THROW(TemporaryCRLFile(), std::filesystem::filesystem_error);
 }
 
 TEST_F(TemporaryCRLFileTest, IgnoresFailureToCreateFile)
 {
-    ScopedVariable const unwritable(test::temporaryDirectoryVariable(), "/proc");
+    ScopedVariable const unwritable(temporaryDirectoryVariable(), "/proc");
     TemporaryCRLFile const file;
 
     file.write("content");
 
     EXPECT_FALSE(std::filesystem::exists(file.name()));
 }
-
-} // namespace
-} // namespace foundation::certificates

@@ -54,6 +54,8 @@ bool clientAcceptsServer(TLSContextHandle const& client, TLSContextHandle const&
     return verifyResultOfHandshake(client, server) == X509_V_OK;
 }
 
+} // namespace
+
 TEST(GetOpenSSLStore, ReturnsFurtherOwnerOfLiveStore)
 {
     TrustStore store = storeOf("root");
@@ -209,5 +211,3 @@ TEST(OpenSSLStoreAccess, ErrorQueueIsUnchanged)
     attachTrustStoreToSSLCTX(store, context.get());
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
-
-} // namespace

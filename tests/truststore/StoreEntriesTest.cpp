@@ -16,11 +16,10 @@
 
 #include <dlfcn.h>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 /// Whether OpenSSL returns no entries, as it does if it runs out of memory.
 bool areEntriesMissing = false;
@@ -33,6 +32,28 @@ public:
     MissingEntries(MissingEntries const&) = delete;
     MissingEntries& operator=(MissingEntries const&) = delete;
 };
+
+/// The function of OpenSSL that is replaced in this program.
+template <class Function>
+Function* original(Function* /*type*/, char const* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+// Replaces the function of OpenSSL that reads the entries.
+#if OPENSSL_VERSION_NUMBER >= 0x30300000L
+extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get1_objects(X509_STORE* store)
+{
+    return areEntriesMissing ? nullptr : original(&X509_STORE_get1_objects, "X509_STORE_get1_objects")(store);
+}
+#else
+extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get0_objects(X509_STORE const* store)
+{
+    return areEntriesMissing ? nullptr : original(&X509_STORE_get0_objects, "X509_STORE_get0_objects")(store);
+}
+#endif
 
 TEST(StoreEntries, ReadingFailsIfOpenSSLReturnsNoEntries)
 {
@@ -68,30 +89,5 @@ TEST(StoreEntries, CopyingFailsIfOpenSSLReturnsNoEntries)
     MissingEntries const missing;
     EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to read X509_STORE", TrustStore(original));
     EXPECT_THROWS_EXACTLY(TrustStoreException, "Failed to read X509_STORE", copyOpenSSLStore(original));
-}
-#endif
-
-/// The function of OpenSSL that is replaced in this program.
-template <class Function>
-Function* original(Function* /*type*/, char const* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
-
-} // namespace foundation::test
-
-#if OPENSSL_VERSION_NUMBER >= 0x30300000L
-extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get1_objects(X509_STORE* store)
-{
-    using namespace foundation::test;
-    return areEntriesMissing ? nullptr : original(&X509_STORE_get1_objects, "X509_STORE_get1_objects")(store);
-}
-#else
-extern "C" STACK_OF(X509_OBJECT) * X509_STORE_get0_objects(X509_STORE const* store)
-{
-    using namespace foundation::test;
-    return areEntriesMissing ? nullptr : original(&X509_STORE_get0_objects, "X509_STORE_get0_objects")(store);
 }
 #endif

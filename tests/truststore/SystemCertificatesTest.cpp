@@ -93,6 +93,61 @@ std::vector<std::string> namesIn(TrustStore const& store)
     return names;
 }
 
+/// A certificate with the given extensions, or without them, and the usages that it fits.
+struct UsageRow
+{
+    explicit UsageRow(std::string nameOfRow) : name(std::move(nameOfRow)) {}
+
+    UsageRow withKeyUsage(std::string const& value) const
+    {
+        UsageRow row(*this);
+        row.keyUsage = value;
+        return row;
+    }
+    UsageRow withExtendedKeyUsage(std::string const& value) const
+    {
+        UsageRow row(*this);
+        row.extendedKeyUsage = value;
+        return row;
+    }
+    UsageRow forServers() const
+    {
+        UsageRow row(*this);
+        row.fitsServerAuthentication = true;
+        return row;
+    }
+    UsageRow forSigning() const
+    {
+        UsageRow row(*this);
+        row.fitsSigning = true;
+        return row;
+    }
+
+    std::string name;
+    std::string keyUsage;
+    std::string extendedKeyUsage;
+    bool fitsServerAuthentication = false;
+    bool fitsSigning = false;
+};
+
+X509Handle certificateOf(UsageRow const& row)
+{
+    return makeRoot(
+               row.name,
+               [&](CertificateSpec& spec) {
+                   spec.removeExtension("keyUsage");
+                   if (!row.keyUsage.empty()) {
+                       spec.setExtension("keyUsage", row.keyUsage);
+                   }
+                   if (!row.extendedKeyUsage.empty()) {
+                       spec.setExtension("extendedKeyUsage", row.extendedKeyUsage);
+                   }
+               })
+        .certificate;
+}
+
+} // namespace
+
 TEST(SystemCertificates, ValidCertificateStaysAndExpiredOneIsRemoved)
 {
     TrustStore store = storeFedWith({derOf("expired", expiredSince(24h)), derOf("valid")});
@@ -265,59 +320,6 @@ TEST(SystemCertificateFilter, OnlyEndOfValidityCounts)
     }
 }
 
-/// A certificate with the given extensions, or without them, and the usages that it fits.
-struct UsageRow
-{
-    explicit UsageRow(std::string nameOfRow) : name(std::move(nameOfRow)) {}
-
-    UsageRow withKeyUsage(std::string const& value) const
-    {
-        UsageRow row(*this);
-        row.keyUsage = value;
-        return row;
-    }
-    UsageRow withExtendedKeyUsage(std::string const& value) const
-    {
-        UsageRow row(*this);
-        row.extendedKeyUsage = value;
-        return row;
-    }
-    UsageRow forServers() const
-    {
-        UsageRow row(*this);
-        row.fitsServerAuthentication = true;
-        return row;
-    }
-    UsageRow forSigning() const
-    {
-        UsageRow row(*this);
-        row.fitsSigning = true;
-        return row;
-    }
-
-    std::string name;
-    std::string keyUsage;
-    std::string extendedKeyUsage;
-    bool fitsServerAuthentication = false;
-    bool fitsSigning = false;
-};
-
-X509Handle certificateOf(UsageRow const& row)
-{
-    return makeRoot(
-               row.name,
-               [&](CertificateSpec& spec) {
-                   spec.removeExtension("keyUsage");
-                   if (!row.keyUsage.empty()) {
-                       spec.setExtension("keyUsage", row.keyUsage);
-                   }
-                   if (!row.extendedKeyUsage.empty()) {
-                       spec.setExtension("extendedKeyUsage", row.extendedKeyUsage);
-                   }
-               })
-        .certificate;
-}
-
 TEST(SystemCertificateFilter, KeyUsageAndExtendedKeyUsageDecide)
 {
     std::vector<UsageRow> const rows = {
@@ -464,5 +466,3 @@ TEST(SystemCertificateDelivery, OnlyTrustStoreExceptionIsHandled)
         "Exception caught: foundation::certificates::TrustStoreException: a failure");
     EXPECT_EQ(log.records().front().severity, 16);
 }
-
-} // namespace

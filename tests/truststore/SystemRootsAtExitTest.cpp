@@ -11,7 +11,7 @@
 // Validation caches the system's roots. A program may still validate while it ends, in the destructor of a
 // global object or in a thread.
 
-namespace foundation::test {
+using namespace foundation::test;
 
 namespace {
 
@@ -39,6 +39,8 @@ std::vector<Row> rows()
     };
 }
 
+} // namespace
+
 TEST(SystemRootsAtExit, VerdictIsTheSameAsInMain)
 {
     auto const root = makeRoot("root");
@@ -55,7 +57,3 @@ TEST(SystemRootsAtExit, VerdictIsTheSameAsInMain)
         EXPECT_EQ(run.exitStatus, 0) << row.output;
     }
 }
-
-} // namespace
-
-} // namespace foundation::test

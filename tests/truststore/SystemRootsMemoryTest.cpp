@@ -28,11 +28,10 @@
 // A process reads the operating system's roots once, in the first validation that needs them. Memory may run
 // out during that validation, so each run is a process of its own.
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 void withCheapKey(CertificateSpec& spec)
 {
@@ -52,35 +51,6 @@ SystemRoots const& systemRoots()
     static SystemRoots const made;
     return made;
 }
-
-} // namespace
-
-} // namespace foundation::test
-
-// Replace the library's functions, so that the operating system's roots are the same everywhere.
-namespace foundation::certificates {
-
-std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
-{
-    using Locations = posix::SystemCertificateLocations;
-    return std::make_unique<posix::SystemCertificateAdder>(Locations{{test::systemRoots().file}, {}});
-}
-
-std::string getSystemCertificatesFile()
-{
-    return test::systemRoots().file;
-}
-
-std::string getSystemCertificatesFolder()
-{
-    return {};
-}
-
-} // namespace foundation::certificates
-
-namespace foundation::test {
-
-namespace {
 
 using Status = CertificateChainStatus;
 
@@ -166,6 +136,29 @@ void expectEveryRootAfterAShortage(Memory memory, std::size_t stride)
     testing::Test::RecordProperty("allocations", static_cast<int>(allocation));
 }
 
+} // namespace
+
+// Replace the library's functions, so that the operating system's roots are the same everywhere.
+namespace foundation::certificates {
+
+std::unique_ptr<ISystemCertificateAdder> makeDefaultSystemCertificateAdder()
+{
+    using Locations = posix::SystemCertificateLocations;
+    return std::make_unique<posix::SystemCertificateAdder>(Locations{{systemRoots().file}, {}});
+}
+
+std::string getSystemCertificatesFile()
+{
+    return systemRoots().file;
+}
+
+std::string getSystemCertificatesFolder()
+{
+    return {};
+}
+
+} // namespace foundation::certificates
+
 TEST(SystemRoots, SurviveShortageOfOpenSSLMemory)
 {
     // A process for each of the 14000 allocations would take a minute.
@@ -176,7 +169,3 @@ TEST(SystemRoots, SurviveShortageOfHeap)
 {
     expectEveryRootAfterAShortage(Memory::Heap, 1);
 }
-
-} // namespace
-
-} // namespace foundation::test

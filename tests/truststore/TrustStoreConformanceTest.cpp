@@ -9,16 +9,15 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using certificates::TrustStore;
 
 struct TrustStoreTraits
 {
     using Handle = TrustStore;
-    using Failure = certificates::TrustStoreException;
+    using Failure = TrustStoreException;
     static constexpr char const* uninitializedText = "Error: TrustStore is uninitialized.";
 
     static TrustStore loaded(std::string const& name)
@@ -29,7 +28,7 @@ struct TrustStoreTraits
             der = makeRoot(name).der();
         }
         TrustStore store;
-        store.addCertificate(certificates::X509Certificate(der));
+        store.addCertificate(X509Certificate(der));
         return store;
     }
 
@@ -48,5 +47,3 @@ struct TrustStoreTraits
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(TrustStore, HandleConformance, TrustStoreTraits);
-
-} // namespace foundation::test

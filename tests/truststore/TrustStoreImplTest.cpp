@@ -22,6 +22,8 @@ CertificateAndKey const& root()
     return made;
 }
 
+} // namespace
+
 TEST(TrustStoreAddDER, TrailingBytesAreIgnored)
 {
     TrustStoreImpl store;
@@ -109,5 +111,3 @@ TEST(CommonNameOf, FirstCommonNameIsReturnedAsUtf8)
     require(ASN1_STRING_set(X509_NAME_ENTRY_get_data(entry), "\xFF\xFE", 2));
     EXPECT_EQ(commonNameOf(notUtf8.get()), "");
 }
-
-} // namespace

@@ -16,12 +16,13 @@
 #include <new>
 #include <utility>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
 
 namespace {
 
-using namespace certificates;
-using namespace std::chrono_literals;
+using foundation::test::rendered; // the functions of this name below would hide it
 
 using Usage = TrustStore::Usage;
 
@@ -40,7 +41,7 @@ struct Subject
 
 std::string rendered(Subject const& subject)
 {
-    return test::rendered(subject.store);
+    return rendered(subject.store);
 }
 
 AllowedOutcomes const noStore = failsWith(failure<TrustStoreException>("Failed to create X509_STORE"));
@@ -141,6 +142,8 @@ std::vector<OperationOn<Subject>> strictAdditions()
     };
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<TrustStore>(storeWithCrl, storeOperations()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Constructions, operationsOn<Unchanging>(
@@ -166,7 +169,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(
                              return withSystem({{systemRoots().soundFile}, {}});
                          },
                          strictAdditions()));
-
-} // namespace
-
-} // namespace foundation::test

@@ -43,7 +43,7 @@ X509Certificate certificate(std::string const& name)
     return X509Certificate(pki()[name].der());
 }
 
-TrustStore storeOf(std::vector<std::string> const& names)
+TrustStore storeNaming(std::vector<std::string> const& names)
 {
     TrustStore store;
     for (std::string const& name : names) {
@@ -102,6 +102,8 @@ private:
     Counts& counts;
 };
 
+} // namespace
+
 TEST(TrustStoreUsage, ValuesAreFixed32BitNumbers)
 {
     EXPECT_EQ(static_cast<std::uint32_t>(TrustStore::Usage::ServerAuthentication), 0U);
@@ -130,13 +132,13 @@ TEST(TrustStoreAddCertificate, CertificateIsHeldOnce)
 
 TEST(TrustStoreAddCertificate, LeafIsAdded)
 {
-    TrustStore const store = storeOf({"leaf"});
+    TrustStore const store = storeNaming({"leaf"});
     EXPECT_EQ(store.getCertificates().getCertificates(), std::vector<X509Certificate>{certificate("leaf")});
 }
 
 TEST(TrustStoreAddCertificate, StoreHoldsItsOwnDuplicate)
 {
-    TrustStore const store = storeOf({"root"});
+    TrustStore const store = storeNaming({"root"});
     X509Certificate const handedOut = store.getCertificates().getCertificates().front();
     auto const live = getOpenSSLStore(store);
     auto const copy = copyOpenSSLStore(TrustStore(store));
@@ -147,7 +149,7 @@ TEST(TrustStoreAddCertificate, StoreHoldsItsOwnDuplicate)
 
 TEST(TrustStoreAddCertificate, EmptyCertificateIsRefused)
 {
-    TrustStore store = storeOf({"root"});
+    TrustStore store = storeNaming({"root"});
     EXPECT_THROWS_EXACTLY(
         TrustStoreException, "Input certificate is empty.", store.addCertificate(X509Certificate()));
     X509Certificate source = certificate("leaf");
@@ -195,7 +197,7 @@ TEST(TrustStoreAddCertificates, MovedFromChainIsRefused)
 
 TEST(TrustStoreCopy, CopyAndSourceAreIndependent)
 {
-    TrustStore original = storeOf({"root"});
+    TrustStore original = storeNaming({"root"});
     TrustStore copy(original);
     original.addCertificate(certificate("leaf"));
     EXPECT_EQ(copy.size(), 1U);
@@ -207,7 +209,7 @@ TEST(TrustStoreCopy, CopyAndSourceAreIndependent)
 
 TEST(TrustStoreCopy, CertificatesAreDuplicatedAndCrlsShared)
 {
-    TrustStore const original = storeOf({"root"});
+    TrustStore const original = storeNaming({"root"});
     addCrl(original, makeCrl(pki()["root"]));
     TrustStore const copy(original);
     EXPECT_EQ(copy.size(), 2U);
@@ -236,11 +238,11 @@ TEST(TrustStoreCopy, CertificateThatCannotBeDuplicatedIsReported)
     for (Row const& row : std::vector<Row>{
              {unencodableCertificate("unencodable"), "Failed to add certificate to store, CN: unencodable"},
              {nameless, "Failed to add certificate to store, CN: "}}) {
-        TrustStore store = storeOf({"root"});
+        TrustStore store = storeNaming({"root"});
         require(X509_STORE_add_cert(getOpenSSLStore(store).get(), row.certificate.get()));
         EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, TrustStore(store));
         EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, copyOpenSSLStore(store));
-        TrustStore target = storeOf({"leaf"});
+        TrustStore target = storeNaming({"leaf"});
         EXPECT_THROWS_EXACTLY(TrustStoreException, row.text, target = store);
         EXPECT_EQ(target.size(), 1U);
         EXPECT_EQ(store.size(), 2U);
@@ -249,7 +251,7 @@ TEST(TrustStoreCopy, CertificateThatCannotBeDuplicatedIsReported)
 
 TEST(TrustStoreCopy, SelfAssignmentMakesNewEqualStore)
 {
-    TrustStore store = storeOf({"root", "leaf"});
+    TrustStore store = storeNaming({"root", "leaf"});
     auto const before = store.getPEMStrings();
     auto const oldStore = getOpenSSLStore(store);
     auto const& same = store;
@@ -260,7 +262,7 @@ TEST(TrustStoreCopy, SelfAssignmentMakesNewEqualStore)
 
 TEST(TrustStoreMovedFrom, SourceReadsAsEmptyAndCannotBeCopied)
 {
-    TrustStore source = storeOf({"root"});
+    TrustStore source = storeNaming({"root"});
     TrustStore const target(std::move(source));
     // NOLINTBEGIN(bugprone-use-after-move): the state of the source is documented
     EXPECT_TRUE(source.empty());
@@ -293,12 +295,12 @@ TEST(TrustStoreMovedFrom, AddingMakesSourceUsable)
         [](TrustStore& store) { store.addCertificates(X509CertificateChain(pki()["root"].pem())); },
         addSystemCertificates};
     for (auto const& add : additions) {
-        TrustStore source = storeOf({"leaf", "intermediate"});
+        TrustStore source = storeNaming({"leaf", "intermediate"});
         TrustStore const target(std::move(source));
         add(source); // NOLINT(bugprone-use-after-move): the state of the source is documented
         EXPECT_NO_THROW(TrustStore{source});
     }
-    TrustStore source = storeOf({"leaf", "intermediate"});
+    TrustStore source = storeNaming({"leaf", "intermediate"});
     TrustStore const target(std::move(source));
     source.addCertificate(certificate("root")); // NOLINT(bugprone-use-after-move)
     EXPECT_EQ(source.size(), 1U);
@@ -306,8 +308,8 @@ TEST(TrustStoreMovedFrom, AddingMakesSourceUsable)
 
 TEST(TrustStoreSwap, ContentsAreExchanged)
 {
-    TrustStore left = storeOf({"root"});
-    TrustStore right = storeOf({"leaf", "intermediate"});
+    TrustStore left = storeNaming({"root"});
+    TrustStore right = storeNaming({"leaf", "intermediate"});
     left.swap(right);
     EXPECT_EQ(left.size(), 2U);
     EXPECT_EQ(right.size(), 1U);
@@ -349,7 +351,7 @@ TEST(TrustStoreAdder, NullAdderIsReportedOnUse)
 
 TEST(TrustStoreOutput, PEMTextAndOrderAreThoseOfOpenSSL)
 {
-    TrustStore const store = storeOf({"root", "leaf", "intermediate"});
+    TrustStore const store = storeNaming({"root", "leaf", "intermediate"});
     auto const live = getOpenSSLStore(store);
     std::vector<std::string> expected;
     for (int index = 0; index < 3; ++index) {
@@ -395,7 +397,7 @@ TEST(TrustStoreOutput, CrlIsCountedAndCannotBeListed)
 
 TEST(TrustStoreOutput, EntryOfNoTypeCannotBeListedOrCopied)
 {
-    TrustStore const store = storeOf({"root"});
+    TrustStore const store = storeNaming({"root"});
     addEntryOfNoType(getOpenSSLStore(store).get());
     EXPECT_EQ(store.size(), 2U);
     EXPECT_THROWS_EXACTLY(TrustStoreException, unsupportedEntryText, store.getCertificates());
@@ -450,5 +452,3 @@ TEST(TrustStoreErrorQueue, ErrorQueueIsUnchanged)
         EXPECT_EQ(drainErrorQueue(), (std::vector<unsigned long>{older, newer}));
     }
 }
-
-} // namespace

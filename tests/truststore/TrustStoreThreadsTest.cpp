@@ -42,6 +42,8 @@ std::vector<X509Certificate> const& manyRoots()
     return roots;
 }
 
+} // namespace
+
 TEST(X509CertificateChainThreads, ReadCopyAndAppendConcurrently)
 {
     X509CertificateChain chain(pki().pemBundle({"leaf", "intermediate", "root"}));
@@ -116,5 +118,3 @@ TEST(TrustStoreThreads, ValidateACertificateWhileOthersAddIt)
     EXPECT_EQ(store.size(), 3U);
     EXPECT_EQ(chain.getNumCertificates(), 1U);
 }
-
-} // namespace

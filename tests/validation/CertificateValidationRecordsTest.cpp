@@ -7,9 +7,10 @@
 #include <type_traits>
 #include <utility>
 
+using namespace foundation::certificates;
+
 namespace {
 
-using namespace foundation::certificates;
 using foundation::test::makeRoot;
 using RevocationStatus = CertificateRevocationResults::RevocationStatus;
 
@@ -38,6 +39,8 @@ X509Certificate someCertificate()
 {
     return X509Certificate(makeRoot("root").der());
 }
+
+} // namespace
 
 TEST(ValidationRecords, EnumeratorsHaveFixedNumbers)
 {
@@ -247,5 +250,3 @@ TEST(PKCS7CertificateValidationResults, MoveLeavesEmptyText)
     EXPECT_TRUE(source.getSignatureVerificationStatus());
     EXPECT_EQ(source.getCertificateChainStatus(), CertificateChainStatus::Expired);
 }
-
-} // namespace

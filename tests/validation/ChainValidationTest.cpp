@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <utility>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
 
 /// root -> ca -> leaf
 class ChainValidation : public testing::Test
@@ -60,6 +60,28 @@ void damageSignature(CertificateSpec& spec)
 {
     spec.damagedSignature = true;
 }
+
+class Fallback : public ChainValidation
+{
+protected:
+    CertificateValidationResults validateWith(
+        CertificateAndKey const& leaf, X509CertificateChain const& chain, TrustStore const& first,
+        TrustStore const& second) const
+    {
+        return load(leaf).validateCertificate(
+            chain,
+            optionsWith(
+                {}, Options::CheckCRL::None, Options::DownloadCRL::None,
+                std::make_shared<TrustStore>(second)),
+            first);
+    }
+
+    CertificateAndKey const other = makeRoot("other");
+    TrustStore const withRoot = storeOf({pki["root"]});
+    TrustStore const withOther = storeOf({other});
+};
+
+} // namespace
 
 // What goes in
 
@@ -470,26 +492,6 @@ TEST_F(ChainValidation, ReportsEmptySubjectAsEmptyText)
 
 // The second trust store
 
-class Fallback : public ChainValidation
-{
-protected:
-    CertificateValidationResults validateWith(
-        CertificateAndKey const& leaf, X509CertificateChain const& chain, TrustStore const& first,
-        TrustStore const& second) const
-    {
-        return load(leaf).validateCertificate(
-            chain,
-            optionsWith(
-                {}, Options::CheckCRL::None, Options::DownloadCRL::None,
-                std::make_shared<TrustStore>(second)),
-            first);
-    }
-
-    CertificateAndKey const other = makeRoot("other");
-    TrustStore const withRoot = storeOf({pki["root"]});
-    TrustStore const withOther = storeOf({other});
-};
-
 TEST_F(Fallback, IsUsedForUntrustedCertificate)
 {
     expectValid(validateWith(pki["leaf"], chainOf({pki["ca"]}), withOther, withRoot), pki["root"]);
@@ -571,5 +573,3 @@ TEST_F(ChainValidation, RefusesEmptyImplementationFirst)
         X509CertificateException, "Error: X509Certificate has no content.",
         X509CertificateImpl().verifyAgainstStore(chain, Options(), TrustStore()));
 }
-
-} // namespace

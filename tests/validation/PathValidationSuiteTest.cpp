@@ -43,35 +43,6 @@ Published const*& published()
     return current;
 }
 
-} // namespace
-
-// The suite publishes its CRLs in directories, which the library does not read. So these functions replace
-// the library's download. Every certificate has a URL of its own, and the test decides which CRL is there.
-namespace foundation::certificates {
-
-std::vector<std::string>
-X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& certificate) const
-{
-    return {"http://crls/" + certificate.getSHA256Fingerprint()};
-}
-
-std::string X509CertificateImpl::fetchHttpResponse(
-    std::string const& /*host*/, std::string const& path, DownloadCRL /*mode*/) const
-{
-    return asText(published()->at(path.substr(1)));
-}
-
-void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
-{
-    if (mode == DownloadCRL::Required) {
-        throw X509CertificateException(message);
-    }
-}
-
-} // namespace foundation::certificates
-
-namespace {
-
 // What a path is
 
 bool isSignedBy(CrlHandle const& crl, X509Handle const& issuer)
@@ -448,6 +419,31 @@ std::set<Bytes> crlsOf(Message const& message)
 }
 
 } // namespace
+
+// The suite publishes its CRLs in directories, which the library does not read. So these functions replace
+// the library's download. Every certificate has a URL of its own, and the test decides which CRL is there.
+namespace foundation::certificates {
+
+std::vector<std::string>
+X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& certificate) const
+{
+    return {"http://crls/" + certificate.getSHA256Fingerprint()};
+}
+
+std::string X509CertificateImpl::fetchHttpResponse(
+    std::string const& /*host*/, std::string const& path, DownloadCRL /*mode*/) const
+{
+    return asText(published()->at(path.substr(1)));
+}
+
+void X509CertificateImpl::throwIfRequired(DownloadCRL mode, std::string message) const
+{
+    if (mode == DownloadCRL::Required) {
+        throw X509CertificateException(message);
+    }
+}
+
+} // namespace foundation::certificates
 
 TEST_F(PathValidationSuite, TableHasAllCases)
 {

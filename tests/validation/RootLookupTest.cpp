@@ -5,11 +5,11 @@
 
 #include <utility>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
 
 constexpr char const noRootText[] = "Error: Root CA X509Certificate has no content.";
 
@@ -18,6 +18,8 @@ class RootLookup : public testing::Test
 protected:
     Topology const pki{{{"root", ""}, {"ca", "root"}, {"leaf", "ca"}}};
 };
+
+} // namespace
 
 TEST_F(RootLookup, ReturnsAnchorOfPath)
 {
@@ -141,5 +143,3 @@ TEST_F(RootLookup, RefusesRootWithUnsupportedKey)
         UnsupportedEllipticCurve, "Key uses Ed448, which is not currently supported",
         load(leaf).getRootCACertificate(X509CertificateChain(), trustStore));
 }
-
-} // namespace

@@ -17,11 +17,11 @@
 #include <unistd.h>
 #endif
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 namespace fs = std::filesystem;
+
+namespace {
 
 /// The certificates in a text of PEM blocks, as OpenSSL reads them.
 std::vector<X509Handle> certificatesIn(std::string const& text)
@@ -108,6 +108,11 @@ private:
     int outside = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 };
 
+#endif
+
+} // namespace
+
+#ifdef __linux__
 // This test comes first: once the system's roots have been read, they stay. In a run that shuffles the tests
 // they may have been read before, so the test makes sure by itself that it is alone in its process.
 TEST(SystemRootsUnreadableDeathTest, NextCallTriesAgain)
@@ -144,7 +149,6 @@ TEST(SystemRootsUnreadableDeathTest, NextCallTriesAgain)
         },
         testing::ExitedWithCode(0), "");
 }
-
 #endif
 
 TEST(SystemRootsValidation, AgreesWithOpenSslOnEachRoot)
@@ -207,5 +211,3 @@ TEST(SystemRootsValidation, EmptyFallbackStoreMeansSystemRoots)
         EXPECT_EQ(second.getValidationErrorString(), first.getValidationErrorString());
     }
 }
-
-} // namespace

@@ -15,11 +15,12 @@
 // Random hierarchies with random faults, validated by the library and by bare OpenSSL: the same verdict, the
 // same text, the same root. Another seed than the default one comes from FOUNDATION_TEST_SEED.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
+
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 
@@ -367,6 +368,8 @@ std::uint64_t chooseSeed()
     return chosen != nullptr ? std::strtoull(chosen, nullptr, 10) : 20240229;
 }
 
+} // namespace
+
 TEST(ValidationDifferential, AgreesWithOpenSslOnRandomHierarchies)
 {
     auto const seed = chooseSeed();
@@ -395,5 +398,3 @@ TEST(ValidationDifferential, AgreesWithOpenSslOnRandomHierarchies)
     EXPECT_GE(verdicts.size(), 10U);
     EXPECT_GE(verdicts["code 0"], numHierarchies / 10);
 }
-
-} // namespace

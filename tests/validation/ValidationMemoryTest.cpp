@@ -16,14 +16,14 @@
 // A validation that runs out of memory fails or gives a stricter verdict. It never trusts a certificate that
 // is not valid.
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 namespace {
 
-using namespace certificates;
-using namespace std::chrono_literals;
-
-namespace fs = std::filesystem;
+using foundation::test::rendered; // the functions of this name below would hide it
 
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
@@ -54,7 +54,7 @@ fs::path const& temporaryDirectory()
 std::string rendered(Subject const& subject)
 {
     auto const numFiles = std::distance(fs::directory_iterator(temporaryDirectory()), {});
-    return test::rendered(subject.leaf) + test::rendered(subject.chain) + test::rendered(subject.store) +
+    return rendered(subject.leaf) + rendered(subject.chain) + rendered(subject.store) +
            std::to_string(numFiles);
 }
 
@@ -69,7 +69,7 @@ std::string rendered(Verdict const& verdict)
     auto const revocation = results.getCertificateRevocationResults();
     return std::to_string(static_cast<int>(results.getCertificateChainStatus())) + " " +
            results.getValidationErrorString() + revocation.getRevokedSerialNumberString() +
-           test::rendered(results.getRootCertificate());
+           rendered(results.getRootCertificate());
 }
 
 /// Accepts every verdict except Valid.
@@ -220,6 +220,8 @@ std::vector<SweptOperation> withOptionalCrls(CertificateAndKey const& leaf)
           {{}, isVerdictWithoutCrls, 19}}});
 }
 
+} // namespace
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(Sound, sound());
 FOUNDATION_TEST_ALLOCATION_FAILURE(SoundByFallback, soundByFallback());
 FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, invalid("", leafWith([](CertificateSpec& spec) {
@@ -237,7 +239,3 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrls, withRequiredCrls(pki().leaf, 41
 FOUNDATION_TEST_ALLOCATION_FAILURE(RequiredCrlsAndRevoked, withRequiredCrls(revokedLeaf(), 163, 19));
 FOUNDATION_TEST_ALLOCATION_FAILURE(OptionalCrls, withOptionalCrls(pki().leaf));
 FOUNDATION_TEST_ALLOCATION_FAILURE(OptionalCrlsAndRevoked, withOptionalCrls(revokedLeaf()));
-
-} // namespace
-
-} // namespace foundation::test

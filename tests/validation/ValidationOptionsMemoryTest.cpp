@@ -36,11 +36,11 @@
 // The sets cover every pair of option values. If the variable FOUNDATION_TEST_ALL_OPTIONS is set, all sets
 // run.
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
 
 using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
@@ -310,6 +310,13 @@ protected:
     Outcome withoutCrls;
 };
 
+std::vector<std::string> subjects()
+{
+    return {"Sound", "Revoked", "Expired", "BadSignature", "UnknownRoot", "SelfSigned"};
+}
+
+} // namespace
+
 TEST_P(ValidationOutOfMemory, MakesNoCertificateValid)
 {
     auto const& [subject, set, memory] = GetParam();
@@ -338,16 +345,9 @@ TEST_P(ValidationOutOfMemory, MakesNoCertificateValid)
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
-std::vector<std::string> subjects()
-{
-    return {"Sound", "Revoked", "Expired", "BadSignature", "UnknownRoot", "SelfSigned"};
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Options, ValidationOutOfMemory,
     testing::Combine(
         testing::ValuesIn(subjects()), testing::ValuesIn(optionSets()),
         testing::Values(Memory::OpenSSL, Memory::Heap)),
     ValidationOutOfMemory::nameOf);
-
-} // namespace

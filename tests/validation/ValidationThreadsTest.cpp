@@ -8,10 +8,10 @@
 #include <atomic>
 #include <memory>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
+
+namespace {
 
 /// Counts unexpected verdicts. An expectation for each verdict would flood the output if all were wrong.
 class Verdicts
@@ -28,6 +28,8 @@ public:
     std::atomic<int> total{0};
     std::atomic<int> wrong{0};
 };
+
+} // namespace
 
 // No other test of this program uses the system's roots, so this is their first use.
 TEST(ValidationThreads, RaceForTheFirstUseOfTheSystemsRoots)
@@ -192,5 +194,3 @@ TEST(ValidationThreads, DownloadCrlsWhileOthersAddToTheTrustStores)
     EXPECT_EQ(verdicts.wrong, 0);
     EXPECT_EQ(fallback->size(), 3U);
 }
-
-} // namespace

@@ -17,11 +17,11 @@
 // OpenSSL answers some questions wrong while memory is short, instead of failing. None of these answers may
 // make a certificate valid.
 
-namespace foundation::test {
-namespace {
-
-using namespace certificates;
+using namespace foundation::certificates;
+using namespace foundation::test;
 using namespace std::chrono_literals;
+
+namespace {
 
 /// How many consecutive allocations are refused.
 constexpr std::size_t allNumRefusals[] = {1, 4, 16};
@@ -61,6 +61,8 @@ Mutation withCheapKey(Mutation const& mutate)
         }
     };
 }
+
+} // namespace
 
 TEST(Validation, ShortageNeverHidesFlawOfRoot)
 {
@@ -107,6 +109,3 @@ TEST(Validation, ShortageNeverLeadsToFallbackStore)
 
     expectNeverValid(validate);
 }
-
-} // namespace
-} // namespace foundation::test

@@ -11,14 +11,13 @@
 #include <map>
 #include <memory>
 
-namespace {
-
 using namespace foundation::certificates;
 using namespace foundation::test;
 using namespace std::chrono_literals;
 
-// The mapping by itself: every code there is, and some that there are not
+namespace {
 
+/// Returns all codes of OpenSSL, and some that do not exist.
 std::vector<int> codesToWalk()
 {
     std::vector<int> codes = {INT_MIN, -1, 1000, INT_MAX};
@@ -27,58 +26,6 @@ std::vector<int> codesToWalk()
     }
     return codes;
 }
-
-TEST(VerifyErrorMapping, CoversEveryCode)
-{
-    auto const certificate = makeRoot("subject");
-    auto const context = own(X509_STORE_CTX_new());
-    X509_STORE_CTX_set_current_cert(context.get(), certificate.certificate.get());
-    X509_STORE_CTX_set_error_depth(context.get(), 3);
-
-    for (auto const code : codesToWalk()) {
-        X509_STORE_CTX_set_error(context.get(), code);
-        auto const results = resultForFailedVerification(context.get());
-
-        EXPECT_EQ(statusForVerifyError(code), expectedStatus(code)) << code;
-        EXPECT_EQ(results.getCertificateChainStatus(), expectedStatus(code)) << code;
-        EXPECT_EQ(results.getValidationErrorString(), expectedText(code, 3, "CN=subject")) << code;
-        EXPECT_FALSE(results.getRootCertificate().has_value()) << code;
-    }
-}
-
-TEST(VerifyErrorMapping, ReportsErrorWithoutCertificate)
-{
-    auto const context = own(X509_STORE_CTX_new());
-    X509_STORE_CTX_set_error(context.get(), X509_V_ERR_CERT_HAS_EXPIRED);
-    X509_STORE_CTX_set_error_depth(context.get(), -1);
-
-    EXPECT_EQ(describeVerifyError(context.get()), report(10, -1, ""));
-}
-
-TEST(VerifyErrorMapping, ForgivesExactlyWhatOptionsAllow)
-{
-    for (auto const& tolerances : allTolerances()) {
-        auto const options = optionsWith(tolerances);
-        for (auto const code : codesToWalk()) {
-            auto const expected = (code == 10 && tolerances.expired) ||
-                                  ((code == 18 || code == 19) && tolerances.selfSigned) ||
-                                  (code == 23 && tolerances.revoked);
-            EXPECT_EQ(X509CertificateImpl::isForgiven(options, code), expected) << code << ", " << tolerances;
-        }
-    }
-}
-
-TEST(VerifyErrorMapping, ForgivesOnlyForValueOne)
-{
-    Options const options(
-        static_cast<Options::AllowSelfSignedCertificate>(2), static_cast<Options::AllowExpiredCertificate>(2),
-        static_cast<Options::AllowRevokedCertificate>(2));
-    for (auto const code : codesToWalk()) {
-        EXPECT_FALSE(X509CertificateImpl::isForgiven(options, code)) << code;
-    }
-}
-
-// The same with certificates
 
 struct Situation
 {
@@ -312,6 +259,62 @@ bool isTolerated(int code, Tolerances const& tolerances)
            (isAboutCrls && tolerances.revoked);
 }
 
+} // namespace
+
+// The mapping by itself
+
+TEST(VerifyErrorMapping, CoversEveryCode)
+{
+    auto const certificate = makeRoot("subject");
+    auto const context = own(X509_STORE_CTX_new());
+    X509_STORE_CTX_set_current_cert(context.get(), certificate.certificate.get());
+    X509_STORE_CTX_set_error_depth(context.get(), 3);
+
+    for (auto const code : codesToWalk()) {
+        X509_STORE_CTX_set_error(context.get(), code);
+        auto const results = resultForFailedVerification(context.get());
+
+        EXPECT_EQ(statusForVerifyError(code), expectedStatus(code)) << code;
+        EXPECT_EQ(results.getCertificateChainStatus(), expectedStatus(code)) << code;
+        EXPECT_EQ(results.getValidationErrorString(), expectedText(code, 3, "CN=subject")) << code;
+        EXPECT_FALSE(results.getRootCertificate().has_value()) << code;
+    }
+}
+
+TEST(VerifyErrorMapping, ReportsErrorWithoutCertificate)
+{
+    auto const context = own(X509_STORE_CTX_new());
+    X509_STORE_CTX_set_error(context.get(), X509_V_ERR_CERT_HAS_EXPIRED);
+    X509_STORE_CTX_set_error_depth(context.get(), -1);
+
+    EXPECT_EQ(describeVerifyError(context.get()), report(10, -1, ""));
+}
+
+TEST(VerifyErrorMapping, ForgivesExactlyWhatOptionsAllow)
+{
+    for (auto const& tolerances : allTolerances()) {
+        auto const options = optionsWith(tolerances);
+        for (auto const code : codesToWalk()) {
+            auto const expected = (code == 10 && tolerances.expired) ||
+                                  ((code == 18 || code == 19) && tolerances.selfSigned) ||
+                                  (code == 23 && tolerances.revoked);
+            EXPECT_EQ(X509CertificateImpl::isForgiven(options, code), expected) << code << ", " << tolerances;
+        }
+    }
+}
+
+TEST(VerifyErrorMapping, ForgivesOnlyForValueOne)
+{
+    Options const options(
+        static_cast<Options::AllowSelfSignedCertificate>(2), static_cast<Options::AllowExpiredCertificate>(2),
+        static_cast<Options::AllowRevokedCertificate>(2));
+    for (auto const code : codesToWalk()) {
+        EXPECT_FALSE(X509CertificateImpl::isForgiven(options, code)) << code;
+    }
+}
+
+// The same with certificates
+
 TEST_P(VerifyErrorOf, RealCertificatesMatchesReferenceUnderEveryTolerance)
 {
     auto const& row = GetParam();
@@ -346,5 +349,3 @@ TEST_P(VerifyErrorOf, RealCertificatesMatchesReferenceUnderEveryTolerance)
 INSTANTIATE_TEST_SUITE_P(
     Row, VerifyErrorOf, testing::ValuesIn(rows()),
     [](testing::TestParamInfo<Row> const& row) { return row.param.name; });
-
-} // namespace

@@ -14,10 +14,11 @@
 
 using namespace foundation::test;
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
-using Socket = boost::asio::ip::tcp::iostream;
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+using Socket = boost::asio::ip::tcp::iostream;
 
 std::string restOf(std::istream& stream)
 {

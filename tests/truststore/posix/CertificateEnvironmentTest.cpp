@@ -23,13 +23,11 @@
 
 #include <sys/stat.h>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
+namespace fs = std::filesystem;
 
 namespace {
-
-using namespace certificates;
-
-namespace fs = std::filesystem;
 
 using Names = std::set<std::string>;
 
@@ -82,6 +80,8 @@ void expectFailure(std::string const& text)
         EXPECT_THROWS_EXACTLY(TrustStoreException, text, systemRoots(rethrowOnFailure));
     }
 }
+
+} // namespace
 
 TEST(CertificateEnvironment, NamedFileIsTheOnlyLocation)
 {
@@ -272,19 +272,15 @@ TEST(CertificateEnvironment, AdderWithGivenLocationsIgnoresVariables)
     EXPECT_EQ(adder.folder(), "");
 }
 
-} // namespace
-
-} // namespace foundation::test
-
 // The C library's own answer depends on how the process was started.
 #ifdef __linux__
 extern "C" char* secure_getenv(char const* name) noexcept
 {
-    return foundation::test::isPrivileged ? nullptr : std::getenv(name);
+    return isPrivileged ? nullptr : std::getenv(name);
 }
 #else
 extern "C" int issetugid()
 {
-    return foundation::test::isPrivileged ? 1 : 0;
+    return isPrivileged ? 1 : 0;
 }
 #endif

@@ -33,7 +33,6 @@
 
 using namespace foundation::certificates;
 using namespace foundation::test;
-
 namespace fs = std::filesystem;
 
 namespace {
@@ -108,6 +107,74 @@ trustedPem(std::string const& name, std::vector<int> const& trusted, std::vector
     require(PEM_write_bio_X509_AUX(bio.get(), made.certificate.get()));
     return asText(contentOf(bio));
 }
+
+struct DamageRow
+{
+    std::string name;
+    std::string block;
+    std::string reportedLabel; ///< empty if the trust store refuses the block's content
+};
+
+std::vector<DamageRow> damagedBlocks()
+{
+    std::string const good = rootPem("damaged");
+    std::string const garbage = "-----BEGIN CERTIFICATE-----\nAQID\n-----END CERTIFICATE-----\n";
+    std::string badBase64 = good;
+    badBase64[badBase64.size() / 2] = '*';
+    std::string const header = "-----BEGIN CERTIFICATE-----\n";
+    auto const key = p256Key("stray key");
+    std::string encrypted = good;
+    encrypted.insert(
+        header.size(), "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
+    std::string const refusedByTrustStore;
+    return {
+        {"garbage in DER", garbage, refusedByTrustStore},
+        {"bad base64", badBase64, "CERTIFICATE"},
+        {"no END line", good.substr(0, good.size() / 2) + "\n", "CERTIFICATE"},
+        {"BEGIN line only", header, "CERTIFICATE"},
+        {"END line of another label", good.substr(0, good.find("-----END")) + "-----END NOVELTY-----\n",
+         "CERTIFICATE"},
+        {"no content", header + "-----END CERTIFICATE-----\n", "CERTIFICATE"},
+        {"encrypted", encrypted, "CERTIFICATE"},
+        {"private key", toPem(key), "PRIVATE KEY"},
+        {"CRL", toPem(makeCrl(makeRoot("issuer"))), "X509 CRL"},
+        {"unknown label", relabelled(good, "NOVELTY"), "NOVELTY"},
+        {"trust settings of garbage", relabelled(garbage, "TRUSTED CERTIFICATE"), "TRUSTED CERTIFICATE"},
+    };
+}
+
+/// The usages for which a certificate is delivered.
+enum class Fit
+{
+    Neither,
+    Servers,
+    Signing,
+    Both
+};
+
+bool fitsServers(Fit fit)
+{
+    return fit == Fit::Servers || fit == Fit::Both;
+}
+
+bool fitsSigning(Fit fit)
+{
+    return fit == Fit::Signing || fit == Fit::Both;
+}
+
+std::string pemFor(std::string const& name, std::string const& extendedKeyUsage)
+{
+    return makeRoot(
+               name,
+               [&](CertificateSpec& spec) {
+                   if (!extendedKeyUsage.empty()) {
+                       spec.setExtension("extendedKeyUsage", extendedKeyUsage);
+                   }
+               })
+        .pem();
+}
+
+} // namespace
 
 TEST(PosixSystemCertificateLocations, FirstExistingFileIsRead)
 {
@@ -293,41 +360,6 @@ TEST(PosixSystemCertificateBundle, WeakKeyIsDelivered)
     EXPECT_EQ(deliveredFrom(weak.pem()), Names{"weak"});
 }
 
-struct DamageRow
-{
-    std::string name;
-    std::string block;
-    std::string reportedLabel; ///< empty if the trust store refuses the block's content
-};
-
-std::vector<DamageRow> damagedBlocks()
-{
-    std::string const good = rootPem("damaged");
-    std::string const garbage = "-----BEGIN CERTIFICATE-----\nAQID\n-----END CERTIFICATE-----\n";
-    std::string badBase64 = good;
-    badBase64[badBase64.size() / 2] = '*';
-    std::string const header = "-----BEGIN CERTIFICATE-----\n";
-    auto const key = p256Key("stray key");
-    std::string encrypted = good;
-    encrypted.insert(
-        header.size(), "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
-    std::string const refusedByTrustStore;
-    return {
-        {"garbage in DER", garbage, refusedByTrustStore},
-        {"bad base64", badBase64, "CERTIFICATE"},
-        {"no END line", good.substr(0, good.size() / 2) + "\n", "CERTIFICATE"},
-        {"BEGIN line only", header, "CERTIFICATE"},
-        {"END line of another label", good.substr(0, good.find("-----END")) + "-----END NOVELTY-----\n",
-         "CERTIFICATE"},
-        {"no content", header + "-----END CERTIFICATE-----\n", "CERTIFICATE"},
-        {"encrypted", encrypted, "CERTIFICATE"},
-        {"private key", toPem(key), "PRIVATE KEY"},
-        {"CRL", toPem(makeCrl(makeRoot("issuer"))), "X509 CRL"},
-        {"unknown label", relabelled(good, "NOVELTY"), "NOVELTY"},
-        {"trust settings of garbage", relabelled(garbage, "TRUSTED CERTIFICATE"), "TRUSTED CERTIFICATE"},
-    };
-}
-
 TEST(PosixSystemCertificateBundle, DamagedBlockIsLoggedAndSkipped)
 {
     for (DamageRow const& row : damagedBlocks()) {
@@ -378,37 +410,6 @@ TEST(PosixSystemCertificateBundle, ErrorQueueIsUnchangedAfterManyDamagedBlocks)
     store.addSystemCertificates(serverAuthentication);
     EXPECT_EQ(log.records().size(), 41U);
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
-}
-
-/// The usages for which a certificate is delivered.
-enum class Fit
-{
-    Neither,
-    Servers,
-    Signing,
-    Both
-};
-
-bool fitsServers(Fit fit)
-{
-    return fit == Fit::Servers || fit == Fit::Both;
-}
-
-bool fitsSigning(Fit fit)
-{
-    return fit == Fit::Signing || fit == Fit::Both;
-}
-
-std::string pemFor(std::string const& name, std::string const& extendedKeyUsage)
-{
-    return makeRoot(
-               name,
-               [&](CertificateSpec& spec) {
-                   if (!extendedKeyUsage.empty()) {
-                       spec.setExtension("extendedKeyUsage", extendedKeyUsage);
-                   }
-               })
-        .pem();
 }
 
 TEST(PosixSystemCertificateUsage, ExtendedKeyUsageDecides)
@@ -487,5 +488,3 @@ TEST(PosixSystemCertificateTrustSettings, SettingsRestrictUsageAndAreNotDelivere
     adder.addCertificatesTo(store, serverAuthentication, true);
     EXPECT_EQ(X509_get0_trust_objects(store.x509At(0)), nullptr);
 }
-
-} // namespace

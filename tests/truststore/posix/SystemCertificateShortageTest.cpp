@@ -18,11 +18,10 @@
 #include <memory>
 #include <string>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
-
-using namespace certificates;
 
 void withCheapKey(CertificateSpec& spec)
 {
@@ -78,6 +77,8 @@ Outcome outcomeOf(Bundle const& bundle, std::size_t allocation, std::size_t refu
     return store.size() == bundle.numCertificates ? Outcome::Complete : Outcome::MissesCertificates;
 }
 
+} // namespace
+
 TEST(SystemCertificateShortage, CertificateIsNotSkippedIfMemoryRunsOut)
 {
     constexpr std::size_t stride = 11; // the sweep of all allocations would take minutes
@@ -93,7 +94,3 @@ TEST(SystemCertificateShortage, CertificateIsNotSkippedIfMemoryRunsOut)
         RecordProperty("allocations", static_cast<int>(allocation));
     }
 }
-
-} // namespace
-
-} // namespace foundation::test

@@ -21,11 +21,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
 
 namespace {
 
-using namespace certificates;
 using Status = CertificateChainStatus;
 
 /// Two hierarchies. The first root is the system's, until a test changes that.
@@ -68,6 +68,16 @@ void inFreshProcess(Body const& body)
     EXPECT_EQ(status, 0) << "The child process reports the failures above.";
 }
 
+PKCS7CertificateValidationResults
+verify(CertificateAndKey const& signer, X509CertificateChain const& intermediates = {})
+{
+    ERR_clear_error();
+    PKCS7Certificate const signedData(toDer(makeSignedData("content", signer)));
+    return signedData.verifySignature(intermediates, TrustStore(), ByteArray());
+}
+
+} // namespace
+
 TEST_F(SystemRootsCache, FailureToOpenTheBundleIsNotCached)
 {
     for (int const error : {EMFILE, ENFILE, ENOMEM, EIO}) {
@@ -103,14 +113,6 @@ TEST_F(SystemRootsCache, ValidationKeepsTheRootsOfItsFirstUse)
     });
 }
 
-PKCS7CertificateValidationResults
-verify(CertificateAndKey const& signer, X509CertificateChain const& intermediates = {})
-{
-    ERR_clear_error();
-    PKCS7Certificate const signedData(toDer(makeSignedData("content", signer)));
-    return signedData.verifySignature(intermediates, TrustStore(), ByteArray());
-}
-
 TEST_F(SystemRootsCache, VerifySignatureReadsTheRootsEachTime)
 {
     inFreshProcess([&] {
@@ -133,7 +135,3 @@ TEST_F(SystemRootsCache, VerifySignatureIgnoresUnreadableRoots)
         EXPECT_EQ(results.getValidationErrorString(), "");
     });
 }
-
-} // namespace
-
-} // namespace foundation::test

@@ -17,15 +17,14 @@
 #include <string>
 #include <vector>
 
-namespace foundation::test {
+using namespace foundation::certificates;
+using namespace foundation::test;
+namespace fs = std::filesystem;
 
 namespace {
 
-using namespace certificates;
 using posix::SystemCertificateAdder;
 using posix::SystemCertificateLocations;
-
-namespace fs = std::filesystem;
 
 struct ErrorRow
 {
@@ -89,6 +88,29 @@ private:
         return (folder.path() / name).string();
     }
 };
+
+#ifdef __linux__
+// The memory of the process opens like a regular file. Address 0 cannot be read.
+constexpr char const unreadableFile[] = "/proc/self/mem";
+#endif
+
+} // namespace
+
+#ifdef __linux__
+TEST(UnreadableSystemCertificates, BundleThatFailsWhileItIsReadIsReported)
+{
+    Locations const locations;
+    SystemCertificateLocations unreadableFirst;
+    unreadableFirst.files = {unreadableFile, locations.firstFile};
+    for (bool const rethrowOnFailure : {false, true}) {
+        LogCapture const log;
+        EXPECT_THROWS_EXACTLY(
+            TrustStoreException, std::string("Failed to read ") + unreadableFile,
+            numDelivered(SystemCertificateAdder(unreadableFirst), rethrowOnFailure));
+        EXPECT_EQ(log.messages(), std::vector<std::string>());
+    }
+}
+#endif
 
 TEST(UnreadableSystemCertificates, BundleThatIsMissingLeadsToNextBundle)
 {
@@ -156,25 +178,6 @@ TEST(UnreadableSystemCertificates, LackOfDescriptorsIsReportedForBundleAndFolder
         TrustStoreException, "Failed to read " + locations.firstFolder, numDelivered(locations.folders()));
 }
 
-#ifdef __linux__
-// The memory of the process opens like a regular file. Address 0 cannot be read.
-constexpr char const unreadableFile[] = "/proc/self/mem";
-
-TEST(UnreadableSystemCertificates, BundleThatFailsWhileItIsReadIsReported)
-{
-    Locations const locations;
-    SystemCertificateLocations unreadableFirst;
-    unreadableFirst.files = {unreadableFile, locations.firstFile};
-    for (bool const rethrowOnFailure : {false, true}) {
-        LogCapture const log;
-        EXPECT_THROWS_EXACTLY(
-            TrustStoreException, std::string("Failed to read ") + unreadableFile,
-            numDelivered(SystemCertificateAdder(unreadableFirst), rethrowOnFailure));
-        EXPECT_EQ(log.messages(), std::vector<std::string>());
-    }
-}
-#endif
-
 TEST(UnreadableSystemCertificates, FolderThatFailsWhileItIsListedIsReported)
 {
     Locations const locations;
@@ -217,7 +220,3 @@ TEST(UnreadableSystemCertificates, ShortageIsReportedForMemberOfFolder)
             TrustStoreException, "Failed to read " + member.string(), numDelivered(locations.folders()));
     }
 }
-
-} // namespace
-
-} // namespace foundation::test

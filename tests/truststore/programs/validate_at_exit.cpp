@@ -19,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
-
 using namespace foundation::certificates;
+
+namespace {
 
 void printVerdict(char const* when, X509Certificate const& leaf)
 {
