@@ -34,31 +34,39 @@ struct Locking
     Nestings nestings = {};
 };
 
+/// Returns the locks of an operation, and which of them it takes while it holds another.
+Locking locking(Names const& locked, Nestings const& nestings = {})
+{
+    Locking made;
+    made.locked = locked;
+    made.nestings = nestings;
+    return made;
+}
+
 /// The operations that lock other objects than their own. All others lock their own object alone.
 std::map<std::string, Locking> const& lockingOfOthers()
 {
-    Locking const validation{
-        {}, {}, {"certificate", "chain", "store"}, {{"certificate", "chain"}, {"certificate", "store"}}};
+    auto const validation =
+        locking({"certificate", "chain", "store"}, {{"certificate", "chain"}, {"certificate", "store"}});
     static std::map<std::string, Locking> const table{
         {"X509Certificate::validateCertificate", validation},
         {"X509Certificate::getRootCACertificate", validation},
         {"X509Certificate::validateCertificate, chain with leaf",
-         {{},
-          {},
-          {"certificate", "chainWithLeaf", "store"},
-          {{"certificate", "chainWithLeaf"}, {"certificate", "store"}}}},
-        {"X509Certificate::operator!=, certificate of a bundle", {{}, {}, {"certificate", "bundle"}}},
-        {"X509CertificateChain::operator!=, other chain", {{}, {}, {"chain", "chainWithLeaf"}}},
-        {"X509CertificateChain::addCertificate", {{}, {}, {"chain", "certificate"}}},
-        {"TrustStore::addCertificate", {{}, {}, {"store", "certificate"}}},
-        {"TrustStore::addCertificates", {{}, {}, {"store", "chain"}, {{"store", "chain"}}}},
-        {"PKCS7Certificate::addCertificate", {{}, {}, {"signedData", "certificate"}}},
+         locking(
+             {"certificate", "chainWithLeaf", "store"},
+             {{"certificate", "chainWithLeaf"}, {"certificate", "store"}})},
+        {"X509Certificate::operator!=, certificate of a bundle", locking({"certificate", "bundle"})},
+        {"X509CertificateChain::operator!=, other chain", locking({"chain", "chainWithLeaf"})},
+        {"X509CertificateChain::addCertificate", locking({"chain", "certificate"})},
+        {"TrustStore::addCertificate", locking({"store", "certificate"})},
+        {"TrustStore::addCertificates", locking({"store", "chain"}, {{"store", "chain"}})},
+        {"PKCS7Certificate::addCertificate", locking({"signedData", "certificate"})},
         {"PKCS7Certificate::verifySignature",
-         {{}, {}, {"signedData", "chain", "store"}, {{"signedData", "chain"}, {"signedData", "store"}}}},
+         locking({"signedData", "chain", "store"}, {{"signedData", "chain"}, {"signedData", "store"}})},
         {"PKCS7Certificate::verifySignature, detached content",
-         {{}, {}, {"detached", "chain", "store"}, {{"detached", "chain"}, {"detached", "store"}}}},
-        {"PKCS7Certificate::operator!=, other signed data", {{}, {}, {"signedData", "detached"}}},
-        {"CertificateValidationResults::setRootCertificate", {{}, {}, {"certificate"}}},
+         locking({"detached", "chain", "store"}, {{"detached", "chain"}, {"detached", "store"}})},
+        {"PKCS7Certificate::operator!=, other signed data", locking({"signedData", "detached"})},
+        {"CertificateValidationResults::setRootCertificate", locking({"certificate"})},
     };
     return table;
 }

@@ -35,8 +35,18 @@ ExpectedBlock unended(std::string label, std::string text)
     return {std::move(label), std::move(text), false};
 }
 
+/// A text and the blocks in it.
 struct ScannerRow
 {
+    ScannerRow(std::string theName, std::string theText) : name(std::move(theName)), text(std::move(theText))
+    {}
+
+    ScannerRow& finds(std::vector<ExpectedBlock> value)
+    {
+        blocks = std::move(value);
+        return *this;
+    }
+
     std::string name;
     std::string text;
     std::vector<ExpectedBlock> blocks;
@@ -45,21 +55,19 @@ struct ScannerRow
 std::vector<ScannerRow> linesThatAreNoBlock()
 {
     return {
-        {"nothing", "", {}},
-        {"no BEGIN line", "text\n-----END A-----\n", {}},
-        {"a BEGIN line after other text", "text -----BEGIN A-----\n-----END A-----\n", {}},
-        {"a BEGIN line after a blank", " -----BEGIN A-----\n-----END A-----\n", {}},
-        {"a BEGIN line without label", "-----BEGIN \n-----END A-----\n", {}},
-        {"a BEGIN line without the last dashes", "-----BEGIN A\n-----END A-----\n", {}},
-        {"a BEGIN line with four last dashes", "-----BEGIN A----\n-----END A-----\n", {}},
-        {"text after a BEGIN line", "-----BEGIN A----- text\n-----END A-----\n", {}},
+        {"nothing", ""},
+        {"no BEGIN line", "text\n-----END A-----\n"},
+        {"a BEGIN line after other text", "text -----BEGIN A-----\n-----END A-----\n"},
+        {"a BEGIN line after a blank", " -----BEGIN A-----\n-----END A-----\n"},
+        {"a BEGIN line without label", "-----BEGIN \n-----END A-----\n"},
+        {"a BEGIN line without the last dashes", "-----BEGIN A\n-----END A-----\n"},
+        {"a BEGIN line with four last dashes", "-----BEGIN A----\n-----END A-----\n"},
+        {"text after a BEGIN line", "-----BEGIN A----- text\n-----END A-----\n"},
         {"two byte order marks",
-         std::string(byteOrderMark) + byteOrderMark + "-----BEGIN A-----\n-----END A-----\n",
-         {}},
-        {"the byte order mark of UTF-16", "\xFE\xFF-----BEGIN A-----\n-----END A-----\n", {}},
+         std::string(byteOrderMark) + byteOrderMark + "-----BEGIN A-----\n-----END A-----\n"},
+        {"the byte order mark of UTF-16", "\xFE\xFF-----BEGIN A-----\n-----END A-----\n"},
         {"a BEGIN line longer than a piece",
-         "-----BEGIN " + std::string(longestPiece, 'A') + "-----\n-----END A-----\n",
-         {}},
+         "-----BEGIN " + std::string(longestPiece, 'A') + "-----\n-----END A-----\n"},
     };
 }
 
@@ -81,25 +89,27 @@ std::vector<ScannerRow> singleBlocks()
     std::string const emptyLabel = "-----BEGIN -----\n-----END -----\n";
     std::string const dashesInLabel = "-----BEGIN A-B-----\n-----END A-B-----\n";
     return {
-        {"text around it", "x\n" + simple + "y\n", {ended("A", simple)}},
-        {"no line end", noLineEnd, {ended("A", noLineEnd)}},
-        {"DOS line ends", dosLineEnds, {ended("A", dosLineEnds)}},
-        {"blanks and tabs at line ends", blanksAndTabs, {ended("A", blanksAndTabs)}},
-        {"high bytes at line ends", highBytes, {ended("A", highBytes)}},
-        {"a byte order mark", byteOrderMark + simple, {ended("A", byteOrderMark + simple)}},
-        {"a byte order mark after text",
-         std::string("x\n") + byteOrderMark + simple,
-         {ended("A", byteOrderMark + simple)}},
-        {"an END line of another label", otherEnd, {ended("A", otherEnd)}},
-        {"bare END lines", bareEnd, {ended("A", bareEnd)}},
-        {"an END line without the last dashes", endWithoutDashes, {ended("A", endWithoutDashes)}},
-        {"an END line after a blank", indentedEnd, {unended("A", indentedEnd)}},
-        {"an END line after a full piece", fullPiece, {ended("A", fullPiece)}},
-        {"an END line within a piece", partPiece, {unended("A", partPiece)}},
-        {"a BEGIN line after a full piece", std::string(longestPiece, 'x') + simple, {ended("A", simple)}},
-        {"an empty label", emptyLabel, {ended("", emptyLabel)}},
-        {"a label with a dash", dashesInLabel, {ended("A-B", dashesInLabel)}},
-        {"nothing but a BEGIN line", "-----BEGIN A-----", {unended("A", "-----BEGIN A-----")}},
+        ScannerRow("text around it", "x\n" + simple + "y\n").finds({ended("A", simple)}),
+        ScannerRow("no line end", noLineEnd).finds({ended("A", noLineEnd)}),
+        ScannerRow("DOS line ends", dosLineEnds).finds({ended("A", dosLineEnds)}),
+        ScannerRow("blanks and tabs at line ends", blanksAndTabs).finds({ended("A", blanksAndTabs)}),
+        ScannerRow("high bytes at line ends", highBytes).finds({ended("A", highBytes)}),
+        ScannerRow("a byte order mark", byteOrderMark + simple).finds({ended("A", byteOrderMark + simple)}),
+        ScannerRow("a byte order mark after text", std::string("x\n") + byteOrderMark + simple)
+            .finds({ended("A", byteOrderMark + simple)}),
+        ScannerRow("an END line of another label", otherEnd).finds({ended("A", otherEnd)}),
+        ScannerRow("bare END lines", bareEnd).finds({ended("A", bareEnd)}),
+        ScannerRow("an END line without the last dashes", endWithoutDashes)
+            .finds({ended("A", endWithoutDashes)}),
+        ScannerRow("an END line after a blank", indentedEnd).finds({unended("A", indentedEnd)}),
+        ScannerRow("an END line after a full piece", fullPiece).finds({ended("A", fullPiece)}),
+        ScannerRow("an END line within a piece", partPiece).finds({unended("A", partPiece)}),
+        ScannerRow("a BEGIN line after a full piece", std::string(longestPiece, 'x') + simple)
+            .finds({ended("A", simple)}),
+        ScannerRow("an empty label", emptyLabel).finds({ended("", emptyLabel)}),
+        ScannerRow("a label with a dash", dashesInLabel).finds({ended("A-B", dashesInLabel)}),
+        ScannerRow("nothing but a BEGIN line", "-----BEGIN A-----")
+            .finds({unended("A", "-----BEGIN A-----")}),
     };
 }
 
@@ -109,16 +119,15 @@ std::vector<ScannerRow> severalBlocks()
     std::string const c = "-----BEGIN C D-----\r\n-----END C D-----";
     std::string const unendedA = "-----BEGIN A-----\nB\n";
     return {
-        {"one after the other", a + c, {ended("A", a), ended("C D", c)}},
-        {"text between", a + "x\n" + c, {ended("A", a), ended("C D", c)}},
-        {"no END line of the first", unendedA + c, {unended("A", unendedA), ended("C D", c)}},
-        {"no END line of the first, a byte order mark before the second",
-         unendedA + byteOrderMark + c,
-         {unended("A", unendedA), ended("C D", byteOrderMark + c)}},
-        {"a bare END line of the first",
-         unendedA + "-----END \n" + c,
-         {unended("A", unendedA + "-----END \n"), ended("C D", c)}},
-        {"no END line of the last", a + unendedA, {ended("A", a), unended("A", unendedA)}},
+        ScannerRow("one after the other", a + c).finds({ended("A", a), ended("C D", c)}),
+        ScannerRow("text between", a + "x\n" + c).finds({ended("A", a), ended("C D", c)}),
+        ScannerRow("no END line of the first", unendedA + c).finds({unended("A", unendedA), ended("C D", c)}),
+        ScannerRow(
+            "no END line of the first, a byte order mark before the second", unendedA + byteOrderMark + c)
+            .finds({unended("A", unendedA), ended("C D", byteOrderMark + c)}),
+        ScannerRow("a bare END line of the first", unendedA + "-----END \n" + c)
+            .finds({unended("A", unendedA + "-----END \n"), ended("C D", c)}),
+        ScannerRow("no END line of the last", a + unendedA).finds({ended("A", a), unended("A", unendedA)}),
     };
 }
 
@@ -136,17 +145,25 @@ void expectBlocks(std::vector<ScannerRow> const& rows)
     }
 }
 
+/// A text, which stays as it is or becomes another one.
 struct HighByteRow
 {
+    HighByteRow(std::string theName, std::string const& theText)
+        : name(std::move(theName)),
+          text(theText),
+          expected(theText)
+    {}
+
+    HighByteRow& becomes(std::string value)
+    {
+        expected = std::move(value);
+        return *this;
+    }
+
     std::string name;
     std::string text;
     std::string expected;
 };
-
-HighByteRow unchanged(std::string name, std::string const& text)
-{
-    return {std::move(name), text, text};
-}
 
 std::vector<HighByteRow> textsWithHighBytes()
 {
@@ -154,27 +171,27 @@ std::vector<HighByteRow> textsWithHighBytes()
     std::string const full(longestPiece, 'x');
     std::string const almostFull(longestPiece - 1, 'x');
     return {
-        unchanged("nothing", ""),
-        unchanged("ASCII", "abc \t\r\n-----BEGIN A-----\n\n"),
-        unchanged("high bytes within a line", "a\xC3\xA4z\n\x80z"),
-        unchanged("a byte order mark before text", "\xEF\xBB\xBFz\n"),
-        unchanged("the last ASCII character", "a\x7F\n"),
-        unchanged("a NUL character at a line end", "a\0\n"s),
-        unchanged("high bytes at the start of a second piece", full + "\x80z\n"),
-        {"a letter at a line end", "a\xC3\xA4\nb", "a  \nb"},
-        {"a letter at the end of the text", "a\xC3\xA4", "a  "},
-        {"a letter before a DOS line end", "a\xC3\xA4\r\n", "a  \r\n"},
-        {"the first and the last high byte", "a\x80\nb\xFF\n", "a \nb \n"},
-        {"high bytes and white space in turn", "a \x80\t\xFF\v\n", "a  \t \v\n"},
-        {"high bytes around a NUL character", "a\x80\0\x80\n"s, "a \0 \n"s},
-        {"high bytes before the last ASCII character", "a\x80\x7F\x80\n", "a\x80\x7F \n"},
-        {"a line of high bytes", "\xEF\xBB\xBF\n", "   \n"},
-        {"every line", "a\x80\nb\x80\nc\x80\n", "a \nb \nc \n"},
-        {"the end of a piece", almostFull + "\x80z\n", almostFull + " z\n"},
-        {"the last piece of a line", full + "z\x80\n", full + "z \n"},
-        {"a piece of high bytes", full + "\x80\xFF\n", full + "  \n"},
-        {"the ends of two pieces", almostFull + "\x80" + almostFull + "\x80\n",
-         almostFull + " " + almostFull + " \n"},
+        HighByteRow("nothing", ""),
+        HighByteRow("ASCII", "abc \t\r\n-----BEGIN A-----\n\n"),
+        HighByteRow("high bytes within a line", "a\xC3\xA4z\n\x80z"),
+        HighByteRow("a byte order mark before text", "\xEF\xBB\xBFz\n"),
+        HighByteRow("the last ASCII character", "a\x7F\n"),
+        HighByteRow("a NUL character at a line end", "a\0\n"s),
+        HighByteRow("high bytes at the start of a second piece", full + "\x80z\n"),
+        HighByteRow("a letter at a line end", "a\xC3\xA4\nb").becomes("a  \nb"),
+        HighByteRow("a letter at the end of the text", "a\xC3\xA4").becomes("a  "),
+        HighByteRow("a letter before a DOS line end", "a\xC3\xA4\r\n").becomes("a  \r\n"),
+        HighByteRow("the first and the last high byte", "a\x80\nb\xFF\n").becomes("a \nb \n"),
+        HighByteRow("high bytes and white space in turn", "a \x80\t\xFF\v\n").becomes("a  \t \v\n"),
+        HighByteRow("high bytes around a NUL character", "a\x80\0\x80\n"s).becomes("a \0 \n"s),
+        HighByteRow("high bytes before the last ASCII character", "a\x80\x7F\x80\n").becomes("a\x80\x7F \n"),
+        HighByteRow("a line of high bytes", "\xEF\xBB\xBF\n").becomes("   \n"),
+        HighByteRow("every line", "a\x80\nb\x80\nc\x80\n").becomes("a \nb \nc \n"),
+        HighByteRow("the end of a piece", almostFull + "\x80z\n").becomes(almostFull + " z\n"),
+        HighByteRow("the last piece of a line", full + "z\x80\n").becomes(full + "z \n"),
+        HighByteRow("a piece of high bytes", full + "\x80\xFF\n").becomes(full + "  \n"),
+        HighByteRow("the ends of two pieces", almostFull + "\x80" + almostFull + "\x80\n")
+            .becomes(almostFull + " " + almostFull + " \n"),
     };
 }
 

@@ -122,6 +122,35 @@ protected:
     void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
+/// The algorithms that protect a bundle.
+struct CipherRow
+{
+    explicit CipherRow(char const* theName) : name(theName) {}
+
+    CipherRow& key(int value)
+    {
+        keyCipher = value;
+        return *this;
+    }
+
+    CipherRow& certificate(int value)
+    {
+        certificateCipher = value;
+        return *this;
+    }
+
+    CipherRow& mac(EVP_MD const* value)
+    {
+        macDigest = value;
+        return *this;
+    }
+
+    char const* name;
+    int keyCipher = 0;
+    int certificateCipher = 0;
+    EVP_MD const* macDigest = nullptr;
+};
+
 } // namespace
 
 TEST(PKCS12Load, BytesLoad)
@@ -306,25 +335,25 @@ TEST(PKCS12Load, ContentThatDoesNotDecryptReportsOpenSSLsReason)
 TEST(PKCS12Load, OldAndNewCiphersOpen)
 {
     constexpr int noCipher = -1;
-    struct Row
-    {
-        char const* what;
-        int keyCipher;
-        int certificateCipher;
-        EVP_MD const* macDigest;
-    };
-    Row const rows[] = {
-        {"3DES and 40-bit RC2 with SHA-1", NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
-         NID_pbe_WithSHA1And40BitRC2_CBC, EVP_sha1()},
-        {"3DES with SHA-1", NID_pbe_WithSHA1And3_Key_TripleDES_CBC, NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
-         EVP_sha1()},
-        {"128-bit RC4", NID_pbe_WithSHA1And128BitRC4, NID_pbe_WithSHA1And128BitRC4, EVP_sha1()},
-        {"AES-128", NID_aes_128_cbc, NID_aes_128_cbc, EVP_sha256()},
-        {"AES-256 with SHA-512", NID_aes_256_cbc, NID_aes_256_cbc, EVP_sha512()},
-        {"no encryption, only the MAC", noCipher, noCipher, EVP_sha256()},
+    CipherRow const rows[] = {
+        CipherRow("3DES and 40-bit RC2 with SHA-1")
+            .key(NID_pbe_WithSHA1And3_Key_TripleDES_CBC)
+            .certificate(NID_pbe_WithSHA1And40BitRC2_CBC)
+            .mac(EVP_sha1()),
+        CipherRow("3DES with SHA-1")
+            .key(NID_pbe_WithSHA1And3_Key_TripleDES_CBC)
+            .certificate(NID_pbe_WithSHA1And3_Key_TripleDES_CBC)
+            .mac(EVP_sha1()),
+        CipherRow("128-bit RC4")
+            .key(NID_pbe_WithSHA1And128BitRC4)
+            .certificate(NID_pbe_WithSHA1And128BitRC4)
+            .mac(EVP_sha1()),
+        CipherRow("AES-128").key(NID_aes_128_cbc).certificate(NID_aes_128_cbc).mac(EVP_sha256()),
+        CipherRow("AES-256 with SHA-512").key(NID_aes_256_cbc).certificate(NID_aes_256_cbc).mac(EVP_sha512()),
+        CipherRow("no encryption, only the MAC").key(noCipher).certificate(noCipher).mac(EVP_sha256()),
     };
     for (auto const& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.name);
         auto const bytes = bundle([&](Pkcs12Spec& spec) {
             spec.keyCipher = row.keyCipher;
             spec.certificateCipher = row.certificateCipher;

@@ -203,6 +203,35 @@ Outcome expectSameOutcome(Bytes const& bytes, std::string const& passphrase)
     return bare.outcome;
 }
 
+/// What a file contains.
+struct Contents
+{
+    explicit Contents(char const* theName) : name(theName) {}
+
+    Contents& certificate()
+    {
+        hasCertificate = true;
+        return *this;
+    }
+
+    Contents& key()
+    {
+        hasKey = true;
+        return *this;
+    }
+
+    Contents& others(std::size_t value)
+    {
+        numOthers = value;
+        return *this;
+    }
+
+    char const* name;
+    bool hasCertificate = false;
+    bool hasKey = false;
+    std::size_t numOthers = 0;
+};
+
 } // namespace
 
 TEST(PKCS12Vectors, PythonLibraryFilesOpenAsInOpenSSL)
@@ -221,19 +250,12 @@ TEST(PKCS12Vectors, PythonLibraryFilesOpenAsInOpenSSL)
 // The set of files differs between releases of the library. Every release has these.
 TEST(PKCS12Vectors, FilesContainWhatTheirNamesSay)
 {
-    struct Row
-    {
-        char const* name;
-        bool hasCertificate;
-        bool hasKey;
-        std::size_t others;
-    };
-    constexpr bool certificate = true;
-    constexpr bool key = true;
-    Row const rows[] = {
-        {"cert-aes256cbc-no-key", !certificate, !key, 1}, {"cert-key-aes256cbc", certificate, key, 0},
-        {"cert-none-key-none", certificate, key, 0},      {"cert-rc2-key-3des", certificate, key, 0},
-        {"no-cert-key-aes256cbc", !certificate, key, 0},
+    Contents const rows[] = {
+        Contents("cert-aes256cbc-no-key").others(1),
+        Contents("cert-key-aes256cbc").certificate().key(),
+        Contents("cert-none-key-none").certificate().key(),
+        Contents("cert-rc2-key-3des").certificate().key(),
+        Contents("no-cert-key-aes256cbc").key(),
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.name);
@@ -242,7 +264,7 @@ TEST(PKCS12Vectors, FilesContainWhatTheirNamesSay)
 
         EXPECT_EQ(opened.getCertificate().empty(), !row.hasCertificate);
         EXPECT_EQ(opened.getPrivateKeyInfo().has_value(), row.hasKey);
-        EXPECT_EQ(opened.getCAChain().getNumCertificates(), row.others);
+        EXPECT_EQ(opened.getCAChain().getNumCertificates(), row.numOthers);
     }
 }
 

@@ -329,6 +329,35 @@ void expectSignatureErrors(PKCS7Certificate const& loaded, std::vector<int> cons
     EXPECT_EQ(drainReasons(), std::vector<int>(reasons.begin() + 1, reasons.end()));
 }
 
+/// The changes of two signers, and the reasons that OpenSSL reports.
+struct SignersRow
+{
+    explicit SignersRow(char const* theName) : name(theName) {}
+
+    SignersRow& first(SignerChange value)
+    {
+        changeOfFirst = value;
+        return *this;
+    }
+
+    SignersRow& second(SignerChange value)
+    {
+        changeOfSecond = value;
+        return *this;
+    }
+
+    SignersRow& reports(std::vector<int> const& value)
+    {
+        reasons = value;
+        return *this;
+    }
+
+    char const* name;
+    SignerChange changeOfFirst{};
+    SignerChange changeOfSecond{};
+    std::vector<int> reasons;
+};
+
 } // namespace
 
 TEST(PKCS7UntrustedInput, TypeWithoutBodyHasNoContent)
@@ -468,29 +497,34 @@ TEST(PKCS7UntrustedInput, OnlyAttributeMistypedDoesNotVerifyOverTheContent)
 
 TEST(PKCS7UntrustedInput, MistypedMessageDigestIsReportedInSignerOrder)
 {
-    auto const reasons = [](std::vector<int> const& codes) { return codes; };
-    struct SignersRow
-    {
-        char const* name;
-        SignerChange first;
-        SignerChange second;
-        std::vector<int> reasons;
-    };
-    std::vector<SignersRow> const rows{
-        {"first mistyped, second valid", mistypeDigest, leaveSigner, digestNotFound()},
-        {"first valid, second mistyped", leaveSigner, mistypeDigest, digestNotFound()},
-        {"both mistyped", mistypeDigest, mistypeDigest, digestNotFound()},
-        {"first with another digest, second mistyped", changeDigest, mistypeDigest,
-         reasons({PKCS7_R_DIGEST_FAILURE, PKCS7_R_SIGNATURE_FAILURE})},
-        {"first mistyped, second with another digest", mistypeDigest, changeDigest, digestNotFound()},
-        {"first with another signing time, second mistyped", changeAttributes, mistypeDigest,
-         reasons({PKCS7_R_SIGNATURE_FAILURE, PKCS7_R_SIGNATURE_FAILURE})},
+    std::vector<SignersRow> const rows = {
+        SignersRow("first mistyped, second valid")
+            .first(mistypeDigest)
+            .second(leaveSigner)
+            .reports(digestNotFound()),
+        SignersRow("first valid, second mistyped")
+            .first(leaveSigner)
+            .second(mistypeDigest)
+            .reports(digestNotFound()),
+        SignersRow("both mistyped").first(mistypeDigest).second(mistypeDigest).reports(digestNotFound()),
+        SignersRow("first with another digest, second mistyped")
+            .first(changeDigest)
+            .second(mistypeDigest)
+            .reports({PKCS7_R_DIGEST_FAILURE, PKCS7_R_SIGNATURE_FAILURE}),
+        SignersRow("first mistyped, second with another digest")
+            .first(mistypeDigest)
+            .second(changeDigest)
+            .reports(digestNotFound()),
+        SignersRow("first with another signing time, second mistyped")
+            .first(changeAttributes)
+            .second(mistypeDigest)
+            .reports({PKCS7_R_SIGNATURE_FAILURE, PKCS7_R_SIGNATURE_FAILURE}),
     };
     for (auto const& row : rows) {
         for (auto const order : {SignerOrder::Encoding, SignerOrder::Reversed}) {
             SCOPED_TRACE(row.name);
             SCOPED_TRACE(order == SignerOrder::Encoding ? "in DER order" : "against DER order");
-            PKCS7Certificate const loaded(twoSigners(row.first, row.second, order));
+            PKCS7Certificate const loaded(twoSigners(row.changeOfFirst, row.changeOfSecond, order));
             expectSignatureErrors(loaded, row.reasons);
             useAll(loaded);
         }

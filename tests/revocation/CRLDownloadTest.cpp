@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -32,6 +33,8 @@ using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
 constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
 constexpr DownloadCRL tolerantModes[] = {DownloadCRL::None, DownloadCRL::BestEffort};
+
+constexpr std::int64_t lastSecondOf9999 = 253402300799; // in seconds since 1970
 
 constexpr char const notFetchedText[] =
     "CRL Download Error: Unable to get Certificate Revocation List HTTP data. "
@@ -92,6 +95,25 @@ std::function<void(CrlSpec&)> withNextUpdate(TimeSpec const& time)
 {
     return [time](CrlSpec& spec) { spec.nextUpdate = time; };
 }
+
+/// The URIs of a certificate, and the path that the download asks for.
+struct RequestRow
+{
+    RequestRow& uris(std::vector<std::string> const& value)
+    {
+        urisOfLeaf = value;
+        return *this;
+    }
+
+    RequestRow& asksFor(std::string const& value)
+    {
+        path = value;
+        return *this;
+    }
+
+    std::vector<std::string> urisOfLeaf;
+    std::string path;
+};
 
 class CRLDownload : public LeavesNoTrace
 {
@@ -177,7 +199,7 @@ TEST_F(CRLDownload, AcceptsEveryValidCRL)
         {"a hundred thousand entries", makeCrl(root, manyEntries)},
         {"negative serial number", makeCrl(root, {{"-5"}})},
         {"next update in a minute", makeCrl(root, {}, withNextUpdate(TimeSpec::fromNow(1min)))},
-        {"next update in the year 9999", makeCrl(root, {}, withNextUpdate(TimeSpec::at(253402300799)))},
+        {"next update in the year 9999", makeCrl(root, {}, withNextUpdate(TimeSpec::at(lastSecondOf9999)))},
         {"next update with a time zone",
          makeCrl(root, {}, withNextUpdate(TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "29991231235959Z")))},
         {"not yet valid", makeCrl(root, {}, [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(24h); })},
@@ -277,21 +299,20 @@ TEST_F(CRLDownload, FailsWithoutPlainHttpURL)
 TEST_F(CRLDownload, UsesFirstPlainHttpURL)
 {
     auto const crl = makeCrl(root);
-    struct
-    {
-        std::vector<std::string> uris;
-        std::string requestLine;
-    } const rows[] = {
-        {{"ldap://127.0.0.2/cn=root", "http://127.0.0.2/second.crl"}, "GET /second.crl HTTP/1.0\r\n"},
-        {{"http://127.0.0.2/first.crl", "http://127.0.0.2/second.crl"}, "GET /first.crl HTTP/1.0\r\n"},
-        {{"http://127.0.0.2/"}, "GET / HTTP/1.0\r\n"},
-        {{"http://127.0.0.2/a/b%20c?d=e/f#g"}, "GET /a/b%20c?d=e/f#g HTTP/1.0\r\n"},
+    RequestRow const rows[] = {
+        RequestRow().uris({"ldap://127.0.0.2/cn=root", "http://127.0.0.2/second.crl"}).asksFor("/second.crl"),
+        RequestRow()
+            .uris({"http://127.0.0.2/first.crl", "http://127.0.0.2/second.crl"})
+            .asksFor("/first.crl"),
+        RequestRow().uris({"http://127.0.0.2/"}).asksFor("/"),
+        RequestRow().uris({"http://127.0.0.2/a/b%20c?d=e/f#g"}).asksFor("/a/b%20c?d=e/f#g"),
     };
     for (auto const& row : rows) {
         ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
-        expectSuccess(leafNaming(row.uris), crl);
+        expectSuccess(leafNaming(row.urisOfLeaf), crl);
         ASSERT_EQ(server.requests().size(), 3u);
-        EXPECT_EQ(server.requests()[0].substr(0, row.requestLine.size()), row.requestLine);
+        auto const requestLine = "GET " + row.path + " HTTP/1.0\r\n";
+        EXPECT_EQ(server.requests()[0].substr(0, requestLine.size()), requestLine);
     }
 }
 

@@ -23,6 +23,8 @@ namespace {
 
 using DownloadCRL = CertificateValidationOptions::DownloadCRL;
 
+constexpr std::size_t severalMegabytes = 3000000;
+
 constexpr DownloadCRL everyMode[] = {DownloadCRL::None, DownloadCRL::BestEffort, DownloadCRL::Required};
 
 /// A connection without a network. It gives the same answer to every request.
@@ -67,6 +69,76 @@ std::string manyHeaders(std::size_t size)
     return headers;
 }
 
+/// A host and a path, and the request that asks for them.
+struct RequestRow
+{
+    RequestRow& host(std::string const& value)
+    {
+        hostName = value;
+        return *this;
+    }
+
+    RequestRow& path(std::string const& value)
+    {
+        pathOfFile = value;
+        return *this;
+    }
+
+    RequestRow& sends(std::string const& value)
+    {
+        request = value;
+        return *this;
+    }
+
+    std::string hostName;
+    std::string pathOfFile;
+    std::string request;
+};
+
+/// What a server answers, and the body in it.
+struct AnswerRow
+{
+    explicit AnswerRow(char const* theName) : name(theName) {}
+
+    AnswerRow& answer(std::string const& value)
+    {
+        answerOfServer = value;
+        return *this;
+    }
+
+    AnswerRow& body(std::string const& value)
+    {
+        bodyOfAnswer = value;
+        return *this;
+    }
+
+    char const* name;
+    std::string answerOfServer;
+    std::string bodyOfAnswer;
+};
+
+/// What a server does in turn, and the body that it sends.
+struct ScriptRow
+{
+    explicit ScriptRow(char const* theName) : name(theName) {}
+
+    ScriptRow& script(Script const& value)
+    {
+        scriptOfServer = value;
+        return *this;
+    }
+
+    ScriptRow& body(std::string const& value)
+    {
+        bodyOfAnswer = value;
+        return *this;
+    }
+
+    char const* name;
+    Script scriptOfServer;
+    std::string bodyOfAnswer;
+};
+
 class HttpClient : public LeavesNoTrace
 {};
 
@@ -80,62 +152,76 @@ class FetchHttpResponse : public LeavesNoTrace
 
 TEST(HttpExchange, SendsOneGetRequestInFixedForm)
 {
-    struct
-    {
-        std::string host;
-        std::string path;
-        std::string request;
-    } const rows[] = {
-        {"ca.example", "/root.crl",
-         "GET /root.crl HTTP/1.0\r\nHost: ca.example\r\nAccept: */*\r\nConnection: close\r\n\r\n"},
-        {"ca.example:8080", "/?a=b c%20",
-         "GET /?a=b c%20 HTTP/1.0\r\nHost: ca.example:8080\r\nAccept: */*\r\nConnection: close\r\n\r\n"},
-        {"", "/", "GET / HTTP/1.0\r\nHost: \r\nAccept: */*\r\nConnection: close\r\n\r\n"},
+    RequestRow const rows[] = {
+        RequestRow()
+            .host("ca.example")
+            .path("/root.crl")
+            .sends("GET /root.crl HTTP/1.0\r\nHost: ca.example\r\nAccept: */*\r\nConnection: close\r\n\r\n"),
+        RequestRow()
+            .host("ca.example:8080")
+            .path("/?a=b c%20")
+            .sends("GET /?a=b c%20 HTTP/1.0\r\nHost: ca.example:8080\r\nAccept: */*\r\nConnection: "
+                   "close\r\n\r\n"),
+        RequestRow().host("").path("/").sends(
+            "GET / HTTP/1.0\r\nHost: \r\nAccept: */*\r\nConnection: close\r\n\r\n"),
     };
     for (auto const& row : rows) {
         CannedAnswer buffer("HTTP/1.0 200 OK\r\n\r\nbody");
         std::iostream connection(&buffer);
-        exchangeOverHttp(connection, row.host, row.path);
+        exchangeOverHttp(connection, row.hostName, row.pathOfFile);
         EXPECT_EQ(buffer.request, row.request);
     }
 }
 
 TEST(HttpExchange, ReturnsBodyOfAnswerWithStatus200)
 {
-    std::string const megabytes(3000000, 'x');
-    struct
-    {
-        char const* name;
-        std::string answer;
-        std::string body;
-    } const rows[] = {
-        {"no headers", "HTTP/1.0 200 OK\r\n\r\nbody", "body"},
-        {"headers", "HTTP/1.0 200 OK\r\nServer: x\r\nContent-Length: 4\r\n\r\nbody", "body"},
-        {"HTTP/1.1", "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nbody", "body"},
-        {"chunks stay as they are",
-         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nbody\r\n0\r\n\r\n",
-         "4\r\nbody\r\n0\r\n\r\n"},
-        {"no status message", "HTTP/1.0 200\r\n\r\nbody", "body"},
-        {"long status message", "HTTP/1.0 200 " + megabytes + "\r\n\r\nbody", "body"},
-        {"first word is not HTTP", "ICY 200 OK\r\n\r\nbody", "body"},
-        {"first word of megabytes", megabytes + " 200 OK\r\n\r\nbody", "body"},
-        {"length too small", "HTTP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nbody", "body"},
-        {"length too large", "HTTP/1.0 200 OK\r\nContent-Length: 999\r\n\r\nbody", "body"},
-        {"every kind of byte", "HTTP/1.0 200 OK\r\n\r\n\0\xFF\x80\r\n\n\r\x1A"s, "\0\xFF\x80\r\n\n\r\x1A"s},
-        {"body begins with blanks", "HTTP/1.0 200 OK\r\n\r\n \t\r\n\r\nbody", " \t\r\n\r\nbody"},
-        {"body of megabytes", "HTTP/1.0 200 OK\r\n\r\n" + megabytes, megabytes},
-        {"one header of megabytes", "HTTP/1.0 200 OK\r\nX: " + megabytes + "\r\n\r\nbody", "body"},
-        {"megabytes of headers", "HTTP/1.0 200 OK\r\n" + manyHeaders(3000000) + "\r\nbody", "body"},
-        {"blank lines before the status line", "\r\n\n\r\nHTTP/1.0 200 OK\r\n\r\nbody", "body"},
-        {"status code on the next line", "HTTP/1.0\r\n200 OK\r\n\r\nbody", "body"},
-        {"status code without blank behind it", "HTTP/1.0 200OK\r\n\r\nbody", "body"},
-        {"leading zeros", "HTTP/1.0 00200 OK\r\n\r\nbody", "body"},
-        {"bare line feeds but for the end", "HTTP/1.0 200 OK\nServer: x\n\n\r\nbody", "body"},
-        {"carriage returns within a header", "HTTP/1.0 200 OK\r\nX: \r\r\n\r\r\n\r\nbody", "body"},
-        {"HTML", "HTTP/1.0 200 OK\r\n\r\n<html></html>", "<html></html>"},
+    std::string const megabytes(severalMegabytes, 'x');
+    AnswerRow const rows[] = {
+        AnswerRow("no headers").answer("HTTP/1.0 200 OK\r\n\r\nbody").body("body"),
+        AnswerRow("headers")
+            .answer("HTTP/1.0 200 OK\r\nServer: x\r\nContent-Length: 4\r\n\r\nbody")
+            .body("body"),
+        AnswerRow("HTTP/1.1").answer("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nbody").body("body"),
+        AnswerRow("chunks stay as they are")
+            .answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nbody\r\n0\r\n\r\n")
+            .body("4\r\nbody\r\n0\r\n\r\n"),
+        AnswerRow("no status message").answer("HTTP/1.0 200\r\n\r\nbody").body("body"),
+        AnswerRow("long status message").answer("HTTP/1.0 200 " + megabytes + "\r\n\r\nbody").body("body"),
+        AnswerRow("first word is not HTTP").answer("ICY 200 OK\r\n\r\nbody").body("body"),
+        AnswerRow("first word of megabytes").answer(megabytes + " 200 OK\r\n\r\nbody").body("body"),
+        AnswerRow("length too small").answer("HTTP/1.0 200 OK\r\nContent-Length: 1\r\n\r\nbody").body("body"),
+        AnswerRow("length too large")
+            .answer("HTTP/1.0 200 OK\r\nContent-Length: 999\r\n\r\nbody")
+            .body("body"),
+        AnswerRow("every kind of byte")
+            .answer("HTTP/1.0 200 OK\r\n\r\n\0\xFF\x80\r\n\n\r\x1A"s)
+            .body("\0\xFF\x80\r\n\n\r\x1A"s),
+        AnswerRow("body begins with blanks")
+            .answer("HTTP/1.0 200 OK\r\n\r\n \t\r\n\r\nbody")
+            .body(" \t\r\n\r\nbody"),
+        AnswerRow("body of megabytes").answer("HTTP/1.0 200 OK\r\n\r\n" + megabytes).body(megabytes),
+        AnswerRow("one header of megabytes")
+            .answer("HTTP/1.0 200 OK\r\nX: " + megabytes + "\r\n\r\nbody")
+            .body("body"),
+        AnswerRow("megabytes of headers")
+            .answer("HTTP/1.0 200 OK\r\n" + manyHeaders(severalMegabytes) + "\r\nbody")
+            .body("body"),
+        AnswerRow("blank lines before the status line")
+            .answer("\r\n\n\r\nHTTP/1.0 200 OK\r\n\r\nbody")
+            .body("body"),
+        AnswerRow("status code on the next line").answer("HTTP/1.0\r\n200 OK\r\n\r\nbody").body("body"),
+        AnswerRow("status code without blank behind it").answer("HTTP/1.0 200OK\r\n\r\nbody").body("body"),
+        AnswerRow("leading zeros").answer("HTTP/1.0 00200 OK\r\n\r\nbody").body("body"),
+        AnswerRow("bare line feeds but for the end")
+            .answer("HTTP/1.0 200 OK\nServer: x\n\n\r\nbody")
+            .body("body"),
+        AnswerRow("carriage returns within a header")
+            .answer("HTTP/1.0 200 OK\r\nX: \r\r\n\r\r\n\r\nbody")
+            .body("body"),
+        AnswerRow("HTML").answer("HTTP/1.0 200 OK\r\n\r\n<html></html>").body("<html></html>"),
     };
     for (auto const& row : rows) {
-        EXPECT_TRUE(exchange(row.answer) == row.body) << row.name;
+        EXPECT_TRUE(exchange(row.answerOfServer) == row.bodyOfAnswer) << row.name;
     }
 }
 
@@ -153,8 +239,8 @@ TEST(HttpExchange, ReturnsEmptyBodyIfHeadersDoNotEnd)
         {"end behind a header", "HTTP/1.0 200 OK\r\nServer: x\r\n"},
         {"end before the last line feed", "HTTP/1.0 200 OK\r\nServer: x\r\n\r"},
         {"bare line feeds", "HTTP/1.0 200 OK\nServer: x\n\nbody\nmore body\n"},
-        {"megabytes of headers", "HTTP/1.0 200 OK\r\n" + manyHeaders(3000000)},
-        {"one header of megabytes", "HTTP/1.0 200 OK\r\nX: " + std::string(3000000, 'x')},
+        {"megabytes of headers", "HTTP/1.0 200 OK\r\n" + manyHeaders(severalMegabytes)},
+        {"one header of megabytes", "HTTP/1.0 200 OK\r\nX: " + std::string(severalMegabytes, 'x')},
     };
     for (auto const& row : rows) {
         EXPECT_EQ(exchange(row.answer), "") << row.name;
@@ -194,7 +280,7 @@ TEST(HttpExchange, RefusesEveryOtherStatus)
         {"HTTP", "CRL Download Error: Invalid response\n"},
         {"http/1.0 OK\r\n\r\nbody", "CRL Download Error: Invalid response\n"},
         {"<html>not found</html>", "CRL Download Error: Invalid response\n"},
-        {std::string(3000000, 'x'), "CRL Download Error: Invalid response\n"},
+        {std::string(severalMegabytes, 'x'), "CRL Download Error: Invalid response\n"},
     };
     for (auto const& row : rows) {
         EXPECT_THROWS_EXACTLY(X509CertificateException, row.text, exchange(row.answer));
@@ -231,35 +317,38 @@ TEST_F(HttpClient, SendsRequestOfAnyLength)
 
 TEST_F(HttpClient, AcceptsAnswerInAnyPortions)
 {
-    std::string const megabytes(3000000, 'x');
-    struct
-    {
-        char const* name;
-        Script script;
-        std::string body;
-    } const rows[] = {
-        {"one byte at a time",
-         {readRequest(), sendByteByByte("HTTP/1.0 200 OK\r\nX: y\r\n\r\nbody", 2ms)},
-         "body"},
-        {"a pause within the head",
-         {readRequest(), send("HTTP/1.0 20"), wait(100ms), send("0 OK\r"), wait(100ms), send("\n\r\nbody")},
-         "body"},
-        {"a pause within the body",
-         {readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbo"), wait(100ms), send("dy")},
-         "body"},
-        {"megabytes of headers",
-         {readRequest(), send("HTTP/1.0 200 OK\r\n" + manyHeaders(3000000) + "\r\nbody")},
-         "body"},
-        {"megabytes of body", {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n" + megabytes)}, megabytes},
-        {"first word is not HTTP", {readRequest(), send("ICY 200 OK\r\n\r\nbody")}, "body"},
-        {"reset in the midst of the body",
-         {readRequest(), send("HTTP/1.0 200 OK\r\nContent-Length: 9\r\n\r\nbody"), wait(300ms), reset()},
-         "body"},
-        {"200 with an empty body", {readRequest(), send("HTTP/1.0 200 OK\r\n\r\n")}, ""},
+    std::string const megabytes(severalMegabytes, 'x');
+    ScriptRow const rows[] = {
+        ScriptRow("one byte at a time")
+            .script({readRequest(), sendByteByByte("HTTP/1.0 200 OK\r\nX: y\r\n\r\nbody", 2ms)})
+            .body("body"),
+        ScriptRow("a pause within the head")
+            .script(
+                {readRequest(), send("HTTP/1.0 20"), wait(100ms), send("0 OK\r"), wait(100ms),
+                 send("\n\r\nbody")})
+            .body("body"),
+        ScriptRow("a pause within the body")
+            .script({readRequest(), send("HTTP/1.0 200 OK\r\n\r\nbo"), wait(100ms), send("dy")})
+            .body("body"),
+        ScriptRow("megabytes of headers")
+            .script({readRequest(), send("HTTP/1.0 200 OK\r\n" + manyHeaders(severalMegabytes) + "\r\nbody")})
+            .body("body"),
+        ScriptRow("megabytes of body")
+            .script({readRequest(), send("HTTP/1.0 200 OK\r\n\r\n" + megabytes)})
+            .body(megabytes),
+        ScriptRow("first word is not HTTP")
+            .script({readRequest(), send("ICY 200 OK\r\n\r\nbody")})
+            .body("body"),
+        ScriptRow("reset in the midst of the body")
+            .script(
+                {readRequest(), send("HTTP/1.0 200 OK\r\nContent-Length: 9\r\n\r\nbody"), wait(300ms),
+                 reset()})
+            .body("body"),
+        ScriptRow("200 with an empty body").script({readRequest(), send("HTTP/1.0 200 OK\r\n\r\n")}).body(""),
     };
     for (auto const& row : rows) {
-        ScriptedServer const server("127.0.0.2", 80, {row.script});
-        EXPECT_TRUE(fetchOverHttp("127.0.0.2", "/root.crl?x=1") == row.body) << row.name;
+        ScriptedServer const server("127.0.0.2", 80, {row.scriptOfServer});
+        EXPECT_TRUE(fetchOverHttp("127.0.0.2", "/root.crl?x=1") == row.bodyOfAnswer) << row.name;
         EXPECT_EQ(server.requests(), std::vector<std::string>{request}) << row.name;
     }
 }

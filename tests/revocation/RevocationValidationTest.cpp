@@ -78,31 +78,71 @@ void expectRevoked(
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), serial);
 }
 
+/// How many CRLs a validation downloads, and which revoked certificates it finds with them.
 struct Reach
 {
+    constexpr Reach(CheckCRL theCheck, DownloadCRL theDownload) : check(theCheck), download(theDownload) {}
+
+    constexpr Reach& downloads(std::size_t value)
+    {
+        numDownloads = value;
+        return *this;
+    }
+
+    constexpr Reach& findsRevokedLeaf()
+    {
+        findsLeaf = true;
+        return *this;
+    }
+
+    constexpr Reach& findsRevokedIntermediate()
+    {
+        findsIntermediate = true;
+        return *this;
+    }
+
     CheckCRL check;
     DownloadCRL download;
-    std::size_t downloads;
-    bool findsLeaf;
-    bool findsIntermediate;
+    std::size_t numDownloads = 0;
+    bool findsLeaf = false;
+    bool findsIntermediate = false;
 };
 
 constexpr Reach reaches[] = {
-    {CheckCRL::None, DownloadCRL::None, 0, false, false},
-    {CheckCRL::None, DownloadCRL::BestEffort, 2, false, false},
-    {CheckCRL::None, DownloadCRL::Required, 2, false, false},
-    {CheckCRL::LeafOnly, DownloadCRL::None, 0, false, false},
-    {CheckCRL::LeafOnly, DownloadCRL::BestEffort, 1, true, false},
-    {CheckCRL::LeafOnly, DownloadCRL::Required, 1, true, false},
-    {CheckCRL::WholeChain, DownloadCRL::None, 0, false, false},
-    {CheckCRL::WholeChain, DownloadCRL::BestEffort, 2, true, true},
-    {CheckCRL::WholeChain, DownloadCRL::Required, 2, true, true},
+    Reach(CheckCRL::None, DownloadCRL::None).downloads(0),
+    Reach(CheckCRL::None, DownloadCRL::BestEffort).downloads(2),
+    Reach(CheckCRL::None, DownloadCRL::Required).downloads(2),
+    Reach(CheckCRL::LeafOnly, DownloadCRL::None).downloads(0),
+    Reach(CheckCRL::LeafOnly, DownloadCRL::BestEffort).downloads(1).findsRevokedLeaf(),
+    Reach(CheckCRL::LeafOnly, DownloadCRL::Required).downloads(1).findsRevokedLeaf(),
+    Reach(CheckCRL::WholeChain, DownloadCRL::None).downloads(0),
+    Reach(CheckCRL::WholeChain, DownloadCRL::BestEffort)
+        .downloads(2)
+        .findsRevokedLeaf()
+        .findsRevokedIntermediate(),
+    Reach(CheckCRL::WholeChain, DownloadCRL::Required)
+        .downloads(2)
+        .findsRevokedLeaf()
+        .findsRevokedIntermediate(),
 };
 
+/// The files that a server offers, and the text of the exception that follows.
 struct FailedDownload
 {
-    std::string text;
+    FailedDownload& offered(std::map<std::string, Bytes> const& value)
+    {
+        files = value;
+        return *this;
+    }
+
+    FailedDownload& throws(std::string const& value)
+    {
+        text = value;
+        return *this;
+    }
+
     std::map<std::string, Bytes> files;
+    std::string text;
 };
 
 } // namespace
@@ -118,11 +158,11 @@ TEST_F(RevocationValidation, FindsRevokedLeafIfCrlsAreApplied)
         auto const results = validate(reach.check, reach.download);
 
         if (reach.findsLeaf) {
-            expectRevoked(results, report(23, 0, "CN=leaf"), januaryText, leafSerial);
+            expectRevoked(results, report(X509_V_ERR_CERT_REVOKED, 0, "CN=leaf"), januaryText, leafSerial);
         } else {
             expectValid(results);
         }
-        EXPECT_EQ(server->numConnections(), reach.downloads);
+        EXPECT_EQ(server->numConnections(), reach.numDownloads);
     }
 }
 
@@ -137,11 +177,11 @@ TEST_F(RevocationValidation, FindsRevokedIntermediateIfWholeChainIsChecked)
         auto const results = validate(reach.check, reach.download);
 
         if (reach.findsIntermediate) {
-            expectRevoked(results, report(23, 1, "CN=ca"), marchText, "4711");
+            expectRevoked(results, report(X509_V_ERR_CERT_REVOKED, 1, "CN=ca"), marchText, "4711");
         } else {
             expectValid(results);
         }
-        EXPECT_EQ(server->numConnections(), reach.downloads);
+        EXPECT_EQ(server->numConnections(), reach.numDownloads);
     }
 }
 
@@ -149,8 +189,8 @@ TEST_F(RevocationValidation, NamesLeafIfLeafAndIssuerAreRevoked)
 {
     serve(pki.leafCrl({revoke(pki.leaf, januaryDate)}), pki.caCrl({revoke(pki.ca, marchDate)}));
     expectRevoked(
-        validate(CheckCRL::WholeChain, DownloadCRL::Required), report(23, 0, "CN=leaf"), januaryText,
-        leafSerial);
+        validate(CheckCRL::WholeChain, DownloadCRL::Required), report(X509_V_ERR_CERT_REVOKED, 0, "CN=leaf"),
+        januaryText, leafSerial);
 }
 
 TEST_F(RevocationValidation, AcceptsChainThatNoCrlLists)
@@ -196,7 +236,7 @@ TEST_F(RevocationValidation, UsesRootOfChainForHighestCrl)
     auto const results = load(pki.leaf).validateCertificate(
         chainOf({pki.leaf, pki.ca, pki.root}), optionsWith({}, CheckCRL::WholeChain, DownloadCRL::Required),
         trustStore);
-    expectRevoked(results, report(23, 1, "CN=ca"), marchText, "4711");
+    expectRevoked(results, report(X509_V_ERR_CERT_REVOKED, 1, "CN=ca"), marchText, "4711");
 }
 
 TEST_F(RevocationValidation, TreatsSecondLeafOfChainAsIssuer)
@@ -225,7 +265,7 @@ TEST_F(RevocationValidation, StoredCrlRevokesWithoutDetails)
     auto const results = validate(CheckCRL::WholeChain, DownloadCRL::Required);
 
     EXPECT_EQ(results.getCertificateChainStatus(), Status::Revoked);
-    EXPECT_EQ(results.getValidationErrorString(), report(23, 0, "CN=leaf"));
+    EXPECT_EQ(results.getValidationErrorString(), report(X509_V_ERR_CERT_REVOKED, 0, "CN=leaf"));
     auto const revocation = results.getCertificateRevocationResults();
     EXPECT_EQ(revocation.getRevocationStatus(), RevocationStatus::NotRevoked);
     EXPECT_EQ(revocation.getRevocationDateString(), "");
@@ -273,17 +313,23 @@ TEST_F(RevocationValidation, RequiredCrlThrowsItsFault)
     std::string const badSignature =
         "CRL Verification Error: Failed to verify the Certificate Revocation List signature\n";
     std::vector<FailedDownload> const rows = {
-        {noData, {}},
-        {noData, {{"/leaf.crl", goodLeafCrl}}},
-        {"CRL Download Error: Invalid Certificate Revocation List\n", {{"/leaf.crl", {'n', 'o'}}}},
-        {badSignature, withLeafCrl([](CrlSpec& spec) { spec.damagedSignature = true; })},
-        {badSignature, {{"/leaf.crl", goodCaCrl}}},
-        {badSignature, {{"/leaf.crl", goodLeafCrl}, {"/ca.crl", goodLeafCrl}}},
-        {"CRL Verification Error: Failed to retrieve the next update date from the Certificate Revocation "
-         "List\n",
-         withLeafCrl([](CrlSpec& spec) { spec.nextUpdate.reset(); })},
-        {"CRL Verification Error: Certificate Revocation List has expired\n",
-         withLeafCrl([](CrlSpec& spec) { spec.nextUpdate = TimeSpec::fromNow(-1s); })},
+        FailedDownload().offered({}).throws(noData),
+        FailedDownload().offered({{"/leaf.crl", goodLeafCrl}}).throws(noData),
+        FailedDownload()
+            .offered({{"/leaf.crl", {'n', 'o'}}})
+            .throws("CRL Download Error: Invalid Certificate Revocation List\n"),
+        FailedDownload()
+            .offered(withLeafCrl([](CrlSpec& spec) { spec.damagedSignature = true; }))
+            .throws(badSignature),
+        FailedDownload().offered({{"/leaf.crl", goodCaCrl}}).throws(badSignature),
+        FailedDownload().offered({{"/leaf.crl", goodLeafCrl}, {"/ca.crl", goodLeafCrl}}).throws(badSignature),
+        FailedDownload()
+            .offered(withLeafCrl([](CrlSpec& spec) { spec.nextUpdate.reset(); }))
+            .throws("CRL Verification Error: Failed to retrieve the next update date from the Certificate "
+                    "Revocation List\n"),
+        FailedDownload()
+            .offered(withLeafCrl([](CrlSpec& spec) { spec.nextUpdate = TimeSpec::fromNow(-1s); }))
+            .throws("CRL Verification Error: Certificate Revocation List has expired\n"),
     };
 
     for (auto const& row : rows) {
@@ -373,7 +419,8 @@ TEST_F(RevocationValidation, BestEffortIsUntrustedWithoutRoot)
     trustStore = storeOf({makeRoot("other")});
     auto const results = validate(CheckCRL::WholeChain, DownloadCRL::BestEffort);
     EXPECT_EQ(results.getCertificateChainStatus(), Status::Untrusted);
-    EXPECT_EQ(results.getValidationErrorString(), report(20, 1, "CN=ca"));
+    EXPECT_EQ(
+        results.getValidationErrorString(), report(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, 1, "CN=ca"));
 }
 
 TEST(RevocationValidationWithoutServer, RequiredCrlThrowsForLeafThatIsNotYetValid)
@@ -419,7 +466,7 @@ TEST_F(RevocationValidation, RevokedCertificateDoesNotUseFallback)
     auto const fallback = std::make_shared<TrustStore>(storeOf({makeRoot("other")}));
     expectRevoked(
         validate(optionsWith({}, CheckCRL::LeafOnly, DownloadCRL::BestEffort, fallback)),
-        report(23, 0, "CN=leaf"), januaryText, leafSerial);
+        report(X509_V_ERR_CERT_REVOKED, 0, "CN=leaf"), januaryText, leafSerial);
     EXPECT_EQ(server->numConnections(), 1U);
 }
 
@@ -429,7 +476,7 @@ TEST_F(RevocationValidation, CrlErrorDoesNotUseFallback)
     auto const fallback = std::make_shared<TrustStore>(storeOf({makeRoot("other")}));
     auto const results = validate(optionsWith({}, CheckCRL::LeafOnly, DownloadCRL::BestEffort, fallback));
     EXPECT_EQ(results.getCertificateChainStatus(), Status::CRLError);
-    EXPECT_EQ(results.getValidationErrorString(), report(11, 0, "CN=leaf"));
+    EXPECT_EQ(results.getValidationErrorString(), report(X509_V_ERR_CRL_NOT_YET_VALID, 0, "CN=leaf"));
     EXPECT_EQ(server->numConnections(), 1U);
 }
 
@@ -441,7 +488,7 @@ TEST_F(RevocationValidation, FallbackDownloadsAllCrlsAgain)
 
     expectRevoked(
         validate(optionsWith({}, CheckCRL::WholeChain, DownloadCRL::BestEffort, fallback)),
-        report(23, 0, "CN=leaf"), januaryText, leafSerial);
+        report(X509_V_ERR_CERT_REVOKED, 0, "CN=leaf"), januaryText, leafSerial);
 
     // Without a root the first run stops below it: one CRL there, two in the second run.
     EXPECT_EQ(server->numConnections(), 3U);

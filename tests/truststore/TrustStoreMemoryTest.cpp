@@ -104,10 +104,16 @@ Subject withSystem(posix::SystemCertificateLocations locations)
     return subject;
 }
 
-std::function<std::string(Subject&)> adding(Usage usage, bool rethrowOnFailure)
+enum class OnFailure
+{
+    Skip,
+    Rethrow
+};
+
+std::function<std::string(Subject&)> adding(Usage usage, OnFailure onFailure)
 {
     return [=](Subject& s) {
-        s.store.addSystemCertificates(usage, rethrowOnFailure);
+        s.store.addSystemCertificates(usage, onFailure == OnFailure::Rethrow);
         return std::string();
     };
 }
@@ -126,19 +132,13 @@ AllowedOutcomes systemUnread()
         systemStride);
 }
 
-std::vector<OperationOn<Subject>> tolerantAdditions()
+std::vector<OperationOn<Subject>> additions(OnFailure onFailure)
 {
+    auto const openSSL = systemUnread();
+    AllowedOutcomes const heap;
     return {
-        {"for signing", adding(Usage::Signing, false), systemUnread(), {}, Effect::Partial},
-        {"for servers", adding(Usage::ServerAuthentication, false), systemUnread(), {}, Effect::Partial},
-    };
-}
-
-std::vector<OperationOn<Subject>> strictAdditions()
-{
-    return {
-        {"for signing", adding(Usage::Signing, true), systemUnread(), {}, Effect::Partial},
-        {"for servers", adding(Usage::ServerAuthentication, true), systemUnread(), {}, Effect::Partial},
+        {"for signing", adding(Usage::Signing, onFailure), openSSL, heap, Effect::Partial},
+        {"for servers", adding(Usage::ServerAuthentication, onFailure), openSSL, heap, Effect::Partial},
     };
 }
 
@@ -154,18 +154,18 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(
                               [] {
                                   return withSystem({{systemRoots().mixedFile}, {}});
                               },
-                              tolerantAdditions()));
+                              additions(OnFailure::Skip)));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     SystemFolderWithDamage, operationsOn<Subject>(
                                 "",
                                 [] {
                                     return withSystem({{}, {systemRoots().mixed.path().string()}});
                                 },
-                                tolerantAdditions()));
+                                additions(OnFailure::Skip)));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     SoundSystemFile, operationsOn<Subject>(
                          "",
                          [] {
                              return withSystem({{systemRoots().soundFile}, {}});
                          },
-                         strictAdditions()));
+                         additions(OnFailure::Rethrow)));

@@ -46,6 +46,13 @@ void expectFailure(CertificateValidationResults const& results, Status status, s
         CertificateRevocationResults::RevocationStatus::NotRevoked);
 }
 
+// The limits of the two forms of a date, in seconds since 1970.
+constexpr std::int64_t startOf1950 = -631152000;
+constexpr std::int64_t lastSecondOf1969 = -1;
+constexpr std::int64_t lastSecondOf2049 = 2524607999;
+constexpr std::int64_t startOf2050 = 2524608000;
+constexpr std::int64_t lastSecondOf9999 = 253402300799;
+
 void expireAnHourAgo(CertificateSpec& spec)
 {
     spec.notAfter = TimeSpec::fromNow(-1h);
@@ -60,6 +67,42 @@ void damageSignature(CertificateSpec& spec)
 {
     spec.damagedSignature = true;
 }
+
+/// A chain with two faults, the faults that the validation tolerates, and the verdict.
+struct FaultyChain
+{
+    explicit FaultyChain(char const* theName) : name(theName) {}
+
+    FaultyChain& leaf(CertificateAndKey const& value)
+    {
+        leafOfChain = value;
+        return *this;
+    }
+
+    FaultyChain& issuer(CertificateAndKey const& value)
+    {
+        issuerOfLeaf = value;
+        return *this;
+    }
+
+    FaultyChain& tolerating(Tolerances const& value)
+    {
+        tolerances = value;
+        return *this;
+    }
+
+    FaultyChain& is(Status value)
+    {
+        status = value;
+        return *this;
+    }
+
+    char const* name;
+    CertificateAndKey leafOfChain;
+    CertificateAndKey issuerOfLeaf;
+    Tolerances tolerances;
+    Status status = Status::Valid;
+};
 
 class Fallback : public ChainValidation
 {
@@ -131,7 +174,8 @@ TEST_F(ChainValidation, ValidatesAnchorItself)
 TEST_F(ChainValidation, DoesNotTrustIntermediateWithoutRoot)
 {
     expectFailure(
-        validate(X509CertificateChain(), storeOf({pki["ca"]})), Status::Untrusted, report(2, 1, "CN=ca"));
+        validate(X509CertificateChain(), storeOf({pki["ca"]})), Status::Untrusted,
+        report(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, 1, "CN=ca"));
 }
 
 TEST_F(ChainValidation, DoesNotTrustRootOfChain)
@@ -201,12 +245,16 @@ TEST_F(ChainValidation, UsesSystemRootsForMovedFromTrustStore)
     auto trustStore = storeOf({pki["root"]});
     auto const taker = std::move(trustStore);
 
-    expectFailure(validate(chainOf({pki["ca"]}), trustStore), Status::Untrusted, report(20, 1, "CN=ca"));
+    expectFailure(
+        validate(chainOf({pki["ca"]}), trustStore), Status::Untrusted,
+        report(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, 1, "CN=ca"));
 }
 
 TEST_F(ChainValidation, UsesSystemRootsForEmptyTrustStore)
 {
-    expectFailure(validate(chainOf({pki["ca"]}), TrustStore()), Status::Untrusted, report(20, 1, "CN=ca"));
+    expectFailure(
+        validate(chainOf({pki["ca"]}), TrustStore()), Status::Untrusted,
+        report(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, 1, "CN=ca"));
 }
 
 TEST_F(ChainValidation, RefusesAnchorWithUnsupportedKey)
@@ -257,7 +305,8 @@ TEST_F(ChainValidation, ChecksSignatureOfAnchor)
 {
     auto const root = makeRoot("root", damageSignature);
     expectFailure(
-        validate(chainOf({pki["ca"]}), storeOf({root})), Status::BadSignature, report(7, 2, "CN=root"));
+        validate(chainOf({pki["ca"]}), storeOf({root})), Status::BadSignature,
+        report(X509_V_ERR_CERT_SIGNATURE_FAILURE, 2, "CN=root"));
 }
 
 TEST_F(ChainValidation, AllowsProxyCertificates)
@@ -345,8 +394,8 @@ TEST_F(ChainValidation, ReportsFirstErrorThatIsNotTolerated)
     auto const tolerant =
         load(leaf).validateCertificate(chain, optionsWith(expiredTolerated), storeOf({pki["root"]}));
     EXPECT_EQ(results.getValidationErrorString(), report(bare.code, bare.depth, bare.subject));
-    EXPECT_EQ(bareTolerant.code, 7);
-    expectFailure(tolerant, Status::BadSignature, report(7, 0, "CN=leaf"));
+    EXPECT_EQ(bareTolerant.code, X509_V_ERR_CERT_SIGNATURE_FAILURE);
+    expectFailure(tolerant, Status::BadSignature, report(X509_V_ERR_CERT_SIGNATURE_FAILURE, 0, "CN=leaf"));
 }
 
 TEST_F(ChainValidation, ReportsFaultAfterToleratedFault)
@@ -361,7 +410,7 @@ TEST_F(ChainValidation, ReportsFaultAfterToleratedFault)
     selfSigned.selfSigned = true;
     Tolerances expired;
     expired.expired = true;
-    Tolerances all{true, true, true};
+    auto const all = everyTolerance();
     auto const expiredCa = makeIntermediate(pki["root"], "ca", expireAnHourAgo);
     auto const forgedCa = makeIntermediate(pki["root"], "ca", also(expireAnHourAgo, damageSignature));
     auto const noCa = makeIntermediate(pki["root"], "ca", [](CertificateSpec& spec) {
@@ -369,35 +418,59 @@ TEST_F(ChainValidation, ReportsFaultAfterToleratedFault)
         spec.setExtension("basicConstraints", "critical,CA:FALSE").removeExtension("keyUsage");
     });
     auto const ofOtherRoot = makeLeaf(makeRoot("other"), "leaf", expireAnHourAgo);
-    struct
-    {
-        char const* name;
-        CertificateAndKey leaf;
-        CertificateAndKey issuer;
-        Tolerances tolerances;
-        Status status;
-    } const rows[] = {
-        {"expired and forged", makeLeaf(pki["ca"], "leaf", also(expireAnHourAgo, damageSignature)), pki["ca"],
-         all, Status::BadSignature},
-        {"self-signed and forged", makeSelfSignedLeaf("leaf", damageSignature), pki["ca"], all,
-         Status::BadSignature},
-        {"self-signed and expired", makeSelfSignedLeaf("leaf", expireAnHourAgo), pki["ca"], selfSigned,
-         Status::Expired},
-        {"expired and self-signed", makeSelfSignedLeaf("leaf", expireAnHourAgo), pki["ca"], expired,
-         Status::SelfSigned},
-        {"self-signed and not yet valid", makeSelfSignedLeaf("leaf", startInAnHour), pki["ca"], all,
-         Status::Failed},
-        {"expired and of another root", ofOtherRoot, pki["ca"], all, Status::Untrusted},
-        {"forged below what has expired", makeLeaf(expiredCa, "leaf", damageSignature), expiredCa, all,
-         Status::BadSignature},
-        {"below what has expired and is forged", makeLeaf(forgedCa, "leaf"), forgedCa, all,
-         Status::BadSignature},
-        {"below what has expired and is no CA", makeLeaf(noCa, "leaf"), noCa, all, Status::Untrusted},
+    FaultyChain const rows[] = {
+        FaultyChain("expired and forged")
+            .leaf(makeLeaf(pki["ca"], "leaf", also(expireAnHourAgo, damageSignature)))
+            .issuer(pki["ca"])
+            .tolerating(all)
+            .is(Status::BadSignature),
+        FaultyChain("self-signed and forged")
+            .leaf(makeSelfSignedLeaf("leaf", damageSignature))
+            .issuer(pki["ca"])
+            .tolerating(all)
+            .is(Status::BadSignature),
+        FaultyChain("self-signed and expired")
+            .leaf(makeSelfSignedLeaf("leaf", expireAnHourAgo))
+            .issuer(pki["ca"])
+            .tolerating(selfSigned)
+            .is(Status::Expired),
+        FaultyChain("expired and self-signed")
+            .leaf(makeSelfSignedLeaf("leaf", expireAnHourAgo))
+            .issuer(pki["ca"])
+            .tolerating(expired)
+            .is(Status::SelfSigned),
+        FaultyChain("self-signed and not yet valid")
+            .leaf(makeSelfSignedLeaf("leaf", startInAnHour))
+            .issuer(pki["ca"])
+            .tolerating(all)
+            .is(Status::Failed),
+        FaultyChain("expired and of another root")
+            .leaf(ofOtherRoot)
+            .issuer(pki["ca"])
+            .tolerating(all)
+            .is(Status::Untrusted),
+        FaultyChain("forged below what has expired")
+            .leaf(makeLeaf(expiredCa, "leaf", damageSignature))
+            .issuer(expiredCa)
+            .tolerating(all)
+            .is(Status::BadSignature),
+        FaultyChain("below what has expired and is forged")
+            .leaf(makeLeaf(forgedCa, "leaf"))
+            .issuer(forgedCa)
+            .tolerating(all)
+            .is(Status::BadSignature),
+        FaultyChain("below what has expired and is no CA")
+            .leaf(makeLeaf(noCa, "leaf"))
+            .issuer(noCa)
+            .tolerating(all)
+            .is(Status::Untrusted),
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.name);
-        auto const results = load(row.leaf).validateCertificate(
-            chainOf({row.issuer}), optionsWith(row.tolerances), storeOf({pki["root"]}));
+        auto const results =
+            load(row.leafOfChain)
+                .validateCertificate(
+                    chainOf({row.issuerOfLeaf}), optionsWith(row.tolerances), storeOf({pki["root"]}));
         EXPECT_EQ(results.getCertificateChainStatus(), row.status);
         EXPECT_FALSE(results.getRootCertificate().has_value());
     }
@@ -406,9 +479,8 @@ TEST_F(ChainValidation, ReportsFaultAfterToleratedFault)
 TEST_F(ChainValidation, AcceptsDatesOfAnyCentury)
 {
     for (auto const& notBefore :
-         {TimeSpec::at(-631152000), TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")}) {
-        for (auto const notAfter :
-             {std::int64_t{2524607999}, std::int64_t{2524608000}, std::int64_t{253402300799}}) {
+         {TimeSpec::at(startOf1950), TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")}) {
+        for (auto const notAfter : {lastSecondOf2049, startOf2050, lastSecondOf9999}) {
             auto const leaf = makeLeaf(pki["ca"], "leaf", [&](CertificateSpec& spec) {
                 spec.notBefore = notBefore;
                 spec.notAfter = TimeSpec::at(notAfter);
@@ -419,12 +491,12 @@ TEST_F(ChainValidation, AcceptsDatesOfAnyCentury)
         }
     }
     auto const longAgo = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
-        spec.notBefore = TimeSpec::at(-631152000);
-        spec.notAfter = TimeSpec::at(-1);
+        spec.notBefore = TimeSpec::at(startOf1950);
+        spec.notAfter = TimeSpec::at(lastSecondOf1969);
     });
     expectFailure(
         load(longAgo).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
-        Status::Expired, report(10, 0, "CN=leaf"));
+        Status::Expired, report(X509_V_ERR_CERT_HAS_EXPIRED, 0, "CN=leaf"));
 }
 
 TEST_F(ChainValidation, AppliesStrictChecksToVersion)
@@ -463,7 +535,8 @@ TEST_F(ChainValidation, ToleratesOnlyWhatOptionsAllow)
         expectFailure(
             load(leaf).validateCertificate(
                 chainOf({pki["ca"]}), optionsWith(tolerances), storeOf({pki["root"]})),
-            Status::Failed, "Validation Failed. Return code=9." + report(9, 0, "CN=leaf"));
+            Status::Failed,
+            "Validation Failed. Return code=9." + report(X509_V_ERR_CERT_NOT_YET_VALID, 0, "CN=leaf"));
     }
 }
 
@@ -475,7 +548,8 @@ TEST_F(ChainValidation, ReportsSubjectInFormatOfRfc2253)
     });
     expectFailure(
         load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
-        Status::Expired, report(10, 0, "CN=a\\+b,O=Smith\\, \\\"Jones\\\" & S\\C3\\B6hne"));
+        Status::Expired,
+        report(X509_V_ERR_CERT_HAS_EXPIRED, 0, "CN=a\\+b,O=Smith\\, \\\"Jones\\\" & S\\C3\\B6hne"));
 }
 
 TEST_F(ChainValidation, ReportsEmptySubjectAsEmptyText)
@@ -487,7 +561,7 @@ TEST_F(ChainValidation, ReportsEmptySubjectAsEmptyText)
     });
     expectFailure(
         load(leaf).validateCertificate(chainOf({pki["ca"]}), Options(), storeOf({pki["root"]})),
-        Status::Expired, report(10, 0, ""));
+        Status::Expired, report(X509_V_ERR_CERT_HAS_EXPIRED, 0, ""));
 }
 
 // The second trust store
@@ -524,7 +598,7 @@ TEST_F(Fallback, IsNotUsedForExpiredCertificate)
     auto const expiredCa = makeIntermediate(pki["root"], "ca", expireAnHourAgo);
     expectFailure(
         validateWith(pki["leaf"], chainOf({expiredCa}), withRoot, storeOf({pki["root"], pki["ca"]})),
-        Status::Expired, report(10, 1, "CN=ca"));
+        Status::Expired, report(X509_V_ERR_CERT_HAS_EXPIRED, 1, "CN=ca"));
 }
 
 TEST_F(Fallback, IsNotUsedForValidCertificate)
@@ -538,14 +612,14 @@ TEST_F(Fallback, ResultCountsEvenIfItIsWorse)
     auto const expiredRoot = makeRoot("root", expireAnHourAgo);
     expectFailure(
         validateWith(leaf, chainOf({pki["ca"]}), withOther, storeOf({expiredRoot})), Status::Expired,
-        report(10, 2, "CN=root"));
+        report(X509_V_ERR_CERT_HAS_EXPIRED, 2, "CN=root"));
 }
 
 TEST_F(Fallback, EmptyStoreMeansSystemRoots)
 {
     expectFailure(
         validateWith(pki["leaf"], chainOf({pki["ca"]}), withOther, TrustStore()), Status::Untrusted,
-        report(20, 1, "CN=ca"));
+        report(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, 1, "CN=ca"));
 }
 
 // The implementation below the handle

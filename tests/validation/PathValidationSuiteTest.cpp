@@ -228,7 +228,7 @@ private:
     {
         list = verifier.untrusted;
         auto lookup = verifier;
-        lookup.tolerances = {true, true, true};
+        lookup.tolerances = everyTolerance();
         auto const found = lookup.verify();
         if (found.result == 1) {
             list.push_back(found.chain.back());

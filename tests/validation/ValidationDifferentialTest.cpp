@@ -301,7 +301,7 @@ private:
     bool appendRoot()
     {
         auto lookup = verifier;
-        lookup.tolerances = {true, true, true};
+        lookup.tolerances = everyTolerance();
         auto const outcome = lookup.verify();
         if (outcome.result != 1) {
             return false;

@@ -20,8 +20,9 @@ namespace {
 /// Returns all codes of OpenSSL, and some that do not exist.
 std::vector<int> codesToWalk()
 {
+    constexpr int aboveAllCodes = 120;
     std::vector<int> codes = {INT_MIN, -1, 1000, INT_MAX};
-    for (int code = 0; code <= 120; ++code) {
+    for (int code = 0; code <= aboveAllCodes; ++code) {
         codes.push_back(code);
     }
     return codes;
@@ -37,13 +38,37 @@ struct Situation
     std::map<std::string, Bytes> served = {};
 };
 
+/// Certificates whose validation fails, and how it fails.
 struct Row
 {
+    Row(std::string theName, std::function<Situation()> theMake)
+        : name(std::move(theName)),
+          make(std::move(theMake))
+    {}
+
+    Row& failsWith(int value)
+    {
+        code = value;
+        return *this;
+    }
+
+    Row& atDepth(int value)
+    {
+        depth = value;
+        return *this;
+    }
+
+    Row& of(std::string value)
+    {
+        subject = std::move(value);
+        return *this;
+    }
+
     std::string name;
-    int code;
-    int depth;
-    std::string subject;
     std::function<Situation()> make;
+    int code = X509_V_OK;
+    int depth = 0;
+    std::string subject;
 };
 
 void PrintTo(Row const& row, std::ostream* out)
@@ -151,7 +176,10 @@ Situation serving(
     Revocable const& pki, CrlHandle const& leafCrl, CrlHandle const& caCrl,
     std::vector<CrlHandle> trusted = {})
 {
-    return {pki.leaf, {pki.ca}, {pki.root}, std::move(trusted), filesOf(leafCrl, caCrl)};
+    Situation situation{pki.leaf, {pki.ca}, {pki.root}};
+    situation.trustedCrls = std::move(trusted);
+    situation.served = filesOf(leafCrl, caCrl);
+    return situation;
 }
 
 /// A CRL that the right key has signed under a wrong name: it can be downloaded, but OpenSSL does not take it
@@ -220,31 +248,91 @@ Situation crlWithUnreadableEnd()
 std::vector<Row> rows()
 {
     return {
-        {"ExpiredLeaf", 10, 0, "CN=leaf", threeWith("leaf", expired())},
-        {"ExpiredIntermediate", 10, 1, "CN=ca", threeWith("ca", expired())},
-        {"ExpiredRoot", 10, 2, "CN=root", threeWith("root", expired())},
-        {"LeafNotYetValid", 9, 0, "CN=leaf", threeWith("leaf", notYetValid())},
-        {"IntermediateNotYetValid", 9, 1, "CN=ca", threeWith("ca", notYetValid())},
-        {"LeafWithUnreadableStart", 13, 0, "CN=leaf", threeWith("leaf", unreadableStart())},
-        {"LeafWithUnreadableEnd", 14, 0, "CN=leaf", threeWith("leaf", unreadableEnd())},
-        {"BadSignatureOfLeaf", 7, 0, "CN=leaf", threeWith("leaf", damaged())},
-        {"BadSignatureOfIntermediate", 7, 1, "CN=ca", threeWith("ca", damaged())},
-        {"BadSignatureOfRoot", 7, 2, "CN=root", threeWith("root", damaged())},
-        {"PathLengthExceeded", 25, 2, "CN=ca", fourWith("ca", pathLength(0))},
-        {"IssuerThatIsNoCa", 79, 1, "CN=ca", threeWith("ca", noCa())},
-        {"UnknownIssuer", 20, 0, "CN=leaf", withoutIssuer},
-        {"UnknownRoot", 2, 1, "CN=ca", withoutRoot},
-        {"SelfSignedLeaf", 18, 0, "CN=leaf", selfSignedLeaf},
-        {"SelfSignedInChain", 19, 2, "CN=root", selfSignedInChain},
-        {"ChainTooLong", 22, 101, "CN=ca2", tooLong},
-        {"RevokedLeaf", 23, 0, "CN=leaf", revokedLeaf},
-        {"RevokedIntermediate", 23, 1, "CN=ca", revokedIntermediate},
-        {"NoCrl", 3, 0, "CN=leaf", noCrl},
-        {"CrlNotYetValid", 11, 0, "CN=leaf", futureCrl},
-        {"StaleCrl", 12, 0, "CN=leaf", staleCrl},
-        {"BadSignatureOfCrl", 8, 0, "CN=leaf", damagedCrl},
-        {"CrlWithUnreadableStart", 15, 0, "CN=leaf", crlWithUnreadableStart},
-        {"CrlWithUnreadableEnd", 16, 0, "CN=leaf", crlWithUnreadableEnd},
+        Row("ExpiredLeaf", threeWith("leaf", expired()))
+            .failsWith(X509_V_ERR_CERT_HAS_EXPIRED)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("ExpiredIntermediate", threeWith("ca", expired()))
+            .failsWith(X509_V_ERR_CERT_HAS_EXPIRED)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("ExpiredRoot", threeWith("root", expired()))
+            .failsWith(X509_V_ERR_CERT_HAS_EXPIRED)
+            .atDepth(2)
+            .of("CN=root"),
+        Row("LeafNotYetValid", threeWith("leaf", notYetValid()))
+            .failsWith(X509_V_ERR_CERT_NOT_YET_VALID)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("IntermediateNotYetValid", threeWith("ca", notYetValid()))
+            .failsWith(X509_V_ERR_CERT_NOT_YET_VALID)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("LeafWithUnreadableStart", threeWith("leaf", unreadableStart()))
+            .failsWith(X509_V_ERR_ERROR_IN_CERT_NOT_BEFORE_FIELD)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("LeafWithUnreadableEnd", threeWith("leaf", unreadableEnd()))
+            .failsWith(X509_V_ERR_ERROR_IN_CERT_NOT_AFTER_FIELD)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("BadSignatureOfLeaf", threeWith("leaf", damaged()))
+            .failsWith(X509_V_ERR_CERT_SIGNATURE_FAILURE)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("BadSignatureOfIntermediate", threeWith("ca", damaged()))
+            .failsWith(X509_V_ERR_CERT_SIGNATURE_FAILURE)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("BadSignatureOfRoot", threeWith("root", damaged()))
+            .failsWith(X509_V_ERR_CERT_SIGNATURE_FAILURE)
+            .atDepth(2)
+            .of("CN=root"),
+        Row("PathLengthExceeded", fourWith("ca", pathLength(0)))
+            .failsWith(X509_V_ERR_PATH_LENGTH_EXCEEDED)
+            .atDepth(2)
+            .of("CN=ca"),
+        Row("IssuerThatIsNoCa", threeWith("ca", noCa()))
+            .failsWith(X509_V_ERR_INVALID_CA)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("UnknownIssuer", withoutIssuer)
+            .failsWith(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("UnknownRoot", withoutRoot)
+            .failsWith(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("SelfSignedLeaf", selfSignedLeaf)
+            .failsWith(X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("SelfSignedInChain", selfSignedInChain)
+            .failsWith(X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN)
+            .atDepth(2)
+            .of("CN=root"),
+        Row("ChainTooLong", tooLong).failsWith(X509_V_ERR_CERT_CHAIN_TOO_LONG).atDepth(101).of("CN=ca2"),
+        Row("RevokedLeaf", revokedLeaf).failsWith(X509_V_ERR_CERT_REVOKED).atDepth(0).of("CN=leaf"),
+        Row("RevokedIntermediate", revokedIntermediate)
+            .failsWith(X509_V_ERR_CERT_REVOKED)
+            .atDepth(1)
+            .of("CN=ca"),
+        Row("NoCrl", noCrl).failsWith(X509_V_ERR_UNABLE_TO_GET_CRL).atDepth(0).of("CN=leaf"),
+        Row("CrlNotYetValid", futureCrl).failsWith(X509_V_ERR_CRL_NOT_YET_VALID).atDepth(0).of("CN=leaf"),
+        Row("StaleCrl", staleCrl).failsWith(X509_V_ERR_CRL_HAS_EXPIRED).atDepth(0).of("CN=leaf"),
+        Row("BadSignatureOfCrl", damagedCrl)
+            .failsWith(X509_V_ERR_CRL_SIGNATURE_FAILURE)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("CrlWithUnreadableStart", crlWithUnreadableStart)
+            .failsWith(X509_V_ERR_ERROR_IN_CRL_LAST_UPDATE_FIELD)
+            .atDepth(0)
+            .of("CN=leaf"),
+        Row("CrlWithUnreadableEnd", crlWithUnreadableEnd)
+            .failsWith(X509_V_ERR_ERROR_IN_CRL_NEXT_UPDATE_FIELD)
+            .atDepth(0)
+            .of("CN=leaf"),
     };
 }
 
@@ -254,7 +342,7 @@ class VerifyErrorOf : public testing::TestWithParam<Row>
 /// Tolerance of revoked certificates switches all use of CRLs off.
 bool isTolerated(int code, Tolerances const& tolerances)
 {
-    auto const isAboutCrls = expectedStatus(code) == Status::CRLError || code == 23;
+    auto const isAboutCrls = expectedStatus(code) == Status::CRLError || code == X509_V_ERR_CERT_REVOKED;
     return X509CertificateImpl::isForgiven(optionsWith(tolerances), code) ||
            (isAboutCrls && tolerances.revoked);
 }
@@ -287,7 +375,7 @@ TEST(VerifyErrorMapping, ReportsErrorWithoutCertificate)
     X509_STORE_CTX_set_error(context.get(), X509_V_ERR_CERT_HAS_EXPIRED);
     X509_STORE_CTX_set_error_depth(context.get(), -1);
 
-    EXPECT_EQ(describeVerifyError(context.get()), report(10, -1, ""));
+    EXPECT_EQ(describeVerifyError(context.get()), report(X509_V_ERR_CERT_HAS_EXPIRED, -1, ""));
 }
 
 TEST(VerifyErrorMapping, ForgivesExactlyWhatOptionsAllow)
@@ -295,9 +383,11 @@ TEST(VerifyErrorMapping, ForgivesExactlyWhatOptionsAllow)
     for (auto const& tolerances : allTolerances()) {
         auto const options = optionsWith(tolerances);
         for (auto const code : codesToWalk()) {
-            auto const expected = (code == 10 && tolerances.expired) ||
-                                  ((code == 18 || code == 19) && tolerances.selfSigned) ||
-                                  (code == 23 && tolerances.revoked);
+            auto const expected = (code == X509_V_ERR_CERT_HAS_EXPIRED && tolerances.expired) ||
+                                  ((code == X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT ||
+                                    code == X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN) &&
+                                   tolerances.selfSigned) ||
+                                  (code == X509_V_ERR_CERT_REVOKED && tolerances.revoked);
             EXPECT_EQ(X509CertificateImpl::isForgiven(options, code), expected) << code << ", " << tolerances;
         }
     }

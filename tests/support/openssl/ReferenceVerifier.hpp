@@ -21,6 +21,8 @@ struct Tolerances
 
 std::ostream& operator<<(std::ostream& out, Tolerances const& tolerances);
 
+/// Returns the tolerance of all three failures.
+Tolerances everyTolerance();
 /// Returns all eight combinations.
 std::vector<Tolerances> allTolerances();
 

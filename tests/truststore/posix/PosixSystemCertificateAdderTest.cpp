@@ -174,6 +174,35 @@ std::string pemFor(std::string const& name, std::string const& extendedKeyUsage)
         .pem();
 }
 
+/// A root's trust settings, and the usages that it fits.
+struct TrustRow
+{
+    explicit TrustRow(std::string theName) : name(std::move(theName)) {}
+
+    TrustRow& trustedFor(std::vector<int> const& usages)
+    {
+        trusted = usages;
+        return *this;
+    }
+
+    TrustRow& rejectedFor(std::vector<int> const& usages)
+    {
+        rejected = usages;
+        return *this;
+    }
+
+    TrustRow& fits(Fit value)
+    {
+        fit = value;
+        return *this;
+    }
+
+    std::string name;
+    std::vector<int> trusted;
+    std::vector<int> rejected;
+    Fit fit = Fit::Neither;
+};
+
 } // namespace
 
 TEST(PosixSystemCertificateLocations, FirstExistingFileIsRead)
@@ -458,24 +487,19 @@ TEST(PosixSystemCertificateUsage, UnreadableRestrictionFitsNoUsage)
 
 TEST(PosixSystemCertificateTrustSettings, SettingsRestrictUsageAndAreNotDelivered)
 {
-    struct Row
-    {
-        std::string name;
-        std::vector<int> trusted;
-        std::vector<int> rejected;
-        Fit fit;
+    std::vector<TrustRow> const rows = {
+        TrustRow("no settings").fits(Fit::Both),
+        TrustRow("trusted for servers").trustedFor({NID_server_auth}).fits(Fit::Servers),
+        TrustRow("trusted for mail").trustedFor({NID_email_protect}).fits(Fit::Signing),
+        TrustRow("trusted for all").trustedFor({NID_anyExtendedKeyUsage}).fits(Fit::Both),
+        TrustRow("rejected for servers").rejectedFor({NID_server_auth}).fits(Fit::Signing),
+        TrustRow("rejected for time stamps")
+            .trustedFor({NID_server_auth, NID_code_sign})
+            .rejectedFor({NID_time_stamp})
+            .fits(Fit::Servers),
+        TrustRow("rejected for all").rejectedFor({NID_anyExtendedKeyUsage}).fits(Fit::Neither),
     };
-    std::vector<int> const none;
-    std::vector<Row> const rows = {
-        {"no settings", none, none, Fit::Both},
-        {"trusted for servers", {NID_server_auth}, none, Fit::Servers},
-        {"trusted for mail", {NID_email_protect}, none, Fit::Signing},
-        {"trusted for all", {NID_anyExtendedKeyUsage}, none, Fit::Both},
-        {"rejected for servers", none, {NID_server_auth}, Fit::Signing},
-        {"rejected for time stamps", {NID_server_auth, NID_code_sign}, {NID_time_stamp}, Fit::Servers},
-        {"rejected for all", none, {NID_anyExtendedKeyUsage}, Fit::Neither},
-    };
-    for (Row const& row : rows) {
+    for (TrustRow const& row : rows) {
         SCOPED_TRACE(row.name);
         std::string const pem = trustedPem(row.name, row.trusted, row.rejected);
         ASSERT_EQ(pem.rfind("-----BEGIN TRUSTED CERTIFICATE-----\n", 0), 0U);
