@@ -310,9 +310,9 @@ void addTextQueries()
     beginGroup(
         "Queries that return text",
         "OpenSSL's side also returns a `std::string`, or a vector or map of them. The name of the signature\n"
-        "algorithm is a lookup of some nanoseconds, so the handle's lock shows. The row below includes a\n"
-        "lock in OpenSSL's time. OpenSSL writes an object identifier twice, the first time to find its\n"
-        "length.");
+        "algorithm is a lookup of some nanoseconds. The cost of the handle's lock is visible there. The row\n"
+        "below includes a lock in OpenSSL's time. OpenSSL writes an object identifier twice, the first time\n"
+        "to find its length.");
     addQuery("subject", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSubjectName), [](X509* x) {
         return bareName(X509_get_subject_name(x));
     });
@@ -359,10 +359,10 @@ void addOtherQueries()
 {
     beginGroup(
         "Other queries, equality, copy",
-        "Where OpenSSL takes some nanoseconds, the handle's lock and the reference count of the key show. A\n"
-        "time point is the difference to the epoch by `ASN1_TIME_diff`, compared with `timegm`. The\n"
-        "self-signed query compares the printed names. Equality compares SHA-256 digests of both encodings.\n"
-        "A copy is a handle with a lock, compared with one reference.");
+        "Where OpenSSL takes some nanoseconds, the cost of the handle's lock and of the key's reference\n"
+        "count is visible. A time point is the difference to the epoch by `ASN1_TIME_diff`, compared with\n"
+        "`timegm`. The self-signed query compares the printed names. Equality compares SHA-256 digests of\n"
+        "both encodings. A copy is a handle with a lock, compared with one reference.");
     addQuery(
         "not before as time point", std::nullopt, FOUNDATION_BENCHMARK_QUERY(getValidNotBeforeTimePoint),
         [](X509* x) { return bareTimePoint(X509_get0_notBefore(x)); });

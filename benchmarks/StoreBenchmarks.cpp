@@ -41,7 +41,7 @@ void addStoreBenchmarks()
     beginGroup(
         "Trust store",
         "A store holds duplicates, and each duplicate is a parse, on both sides. OpenSSL sorts the store's\n"
-        "objects again at each addition, which shows in the largest store.");
+        "objects again at each addition. The largest store makes this visible.");
     for (std::size_t const count : {1U, 10U, 150U, 1000U}) {
         addStoresOf(count);
     }
