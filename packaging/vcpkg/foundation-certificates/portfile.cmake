@@ -15,5 +15,5 @@ vcpkg_fixup_pkgconfig()
 file(INSTALL "${CMAKE_CURRENT_LIST_DIR}/usage" DESTINATION "${CURRENT_PACKAGES_DIR}/share/${PORT}")
 file(REMOVE_RECURSE "${CURRENT_PACKAGES_DIR}/debug/include")
 
-# The source tree has no licence file to install as the port's copyright.
+# The source tree has no license file to install as the port's copyright.
 set(VCPKG_POLICY_SKIP_COPYRIGHT_CHECK enabled)
