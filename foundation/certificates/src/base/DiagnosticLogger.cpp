@@ -8,6 +8,7 @@ log::basic_diagnostic_logger<char>& diagnosticLogger()
 {
     // A local, because the library may be used in static initializers. Never destroyed, because it may also
     // be used while the process ends, in the destructor of a global object or in a thread.
+    // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): all records go through it
     static auto* const logger =
         std::make_unique<log::basic_diagnostic_logger<char>>("foundation::certificates").release();
     return *logger;
