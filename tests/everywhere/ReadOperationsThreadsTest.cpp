@@ -56,6 +56,12 @@ private:
     std::set<std::vector<std::string>> different;
 };
 
+/// Whether the operation may answer nothing: there is no folder if a file holds the system's roots.
+bool mayBeEmpty(std::string const& operation)
+{
+    return operation == "getSystemCertificatesFolder";
+}
+
 } // namespace
 
 TEST(ReadOperationsThreads, AnswerAlikeOnSharedObjects)
@@ -112,7 +118,8 @@ TEST(ReadOperationsThreads, AnswerWhileOthersAddToContainers)
     inParallel(numThreads, [&](int number) {
         if (number % 2 == 0) {
             for (auto const& operation : readOperations()) {
-                wrong += !operation.answer(shared).empty() ? 0 : 1;
+                bool const hasAnswer = !operation.answer(shared).empty();
+                wrong += hasAnswer || mayBeEmpty(operation.name) ? 0 : 1;
             }
             --numReading;
             return;
