@@ -23,8 +23,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// How many consecutive allocations are refused.
-constexpr std::size_t allNumRefusals[] = {1, 4, 16};
+/// How many consecutive allocations are refused, and the distance between the first ones of two runs. Four
+/// refusals provoke each known wrong answer from four neighbouring allocations.
+struct Sweep
+{
+    static constexpr Sweep refusing(std::size_t number) { return {number, 1}; }
+    constexpr Sweep withStride(std::size_t distance) const { return {numRefusals, distance}; }
+
+    std::size_t numRefusals;
+    std::size_t stride;
+};
 
 /// The verdict while OpenSSL is refused memory; none after an exception.
 std::optional<Status>
@@ -41,12 +49,17 @@ verdictDuring(std::size_t allocation, std::size_t numRefusals, std::function<Sta
 /// Validates again and again, each time with another allocation as the first that is refused.
 void expectNeverValid(std::function<Status()> const& validate)
 {
-    for (auto const numRefusals : allNumRefusals) {
+    constexpr Sweep sweeps[] = {
+        Sweep::refusing(1).withStride(5),
+        Sweep::refusing(4).withStride(2),
+        Sweep::refusing(16).withStride(7),
+    };
+    for (auto const [numRefusals, stride] : sweeps) {
         std::size_t allocation = 0;
         do {
             EXPECT_NE(verdictDuring(allocation, numRefusals, validate), Status::Valid)
                 << numRefusals << " refusals from allocation " << allocation;
-            ++allocation;
+            allocation += stride;
         } while (Shortage::hasOccurred());
         EXPECT_GT(allocation, 100U);
     }
