@@ -45,6 +45,21 @@ TEST_F(PKCS7Threads, ReadOneObjectConcurrently)
     });
 }
 
+TEST_F(PKCS7Threads, VerifyCopiesThatShareCertificates)
+{
+    inParallel(numThreads, [&](int) {
+        for (int round = 0; round < numRounds; ++round) {
+            PKCS7Certificate const copy(shared);
+            EXPECT_TRUE(
+                copy.verifySignature(X509CertificateChain(), trusted, ByteArray()).isValidSignature());
+            EXPECT_EQ(copy.getAsString(), shared.getAsString());
+            auto const certificates = copy.getCertificates();
+            EXPECT_EQ(certificates.at(0).getAsBytes(), signer.der());
+            EXPECT_FALSE(certificates.at(0).isCACertificate());
+        }
+    });
+}
+
 TEST_F(PKCS7Threads, AddCertificatesWhileOthersRead)
 {
     X509Certificate const added(root.der());

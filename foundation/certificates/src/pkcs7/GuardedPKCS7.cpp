@@ -117,6 +117,13 @@ STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure)
                                                             : structure->d.signed_and_enveloped->cert;
 }
 
+void replaceEmbeddedCertificate(PKCS7* structure, int index, X509UPtr certificate)
+{
+    auto* const embedded = embeddedCertificates(structure);
+    auto const replaced = makeX509(sk_X509_value(embedded, index));
+    static_cast<void>(sk_X509_set(embedded, index, certificate.release())); // fails only without such a place
+}
+
 PKCS7UPtr duplicatePKCS7(PKCS7 const* structure)
 {
     if (structure == nullptr) {

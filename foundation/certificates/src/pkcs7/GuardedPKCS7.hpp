@@ -15,6 +15,9 @@ bool hasSignedType(PKCS7 const* structure);
 /// Returns the embedded certificates, which the structure owns; null if there are no certificates.
 STACK_OF(X509) * embeddedCertificates(PKCS7 const* structure);
 
+/// Puts the certificate in the place of the embedded one at the index, which must be an equal one.
+void replaceEmbeddedCertificate(PKCS7* structure, int index, X509UPtr certificate);
+
 /// Returns a copy (`PKCS7_dup`); null for null, and for a structure that OpenSSL cannot encode.
 /// @throws PKCS7CertificateException "Internal error: The PKCS7 structure could not be copied." if OpenSSL
 ///     runs out of memory

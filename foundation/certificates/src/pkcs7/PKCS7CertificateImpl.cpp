@@ -1,5 +1,7 @@
 #include <foundation/certificates/PKCS7CertificateImpl.hpp>
 
+#include "certificate/Extensions.hpp"
+#include "certificate/X509Access.hpp"
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
@@ -13,9 +15,12 @@
 
 #include <openssl/pem.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <ostream>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace foundation::certificates {
 
@@ -23,6 +28,35 @@ namespace {
 
 constexpr std::string_view pemHeader = "-----BEGIN PKCS7-----";
 constexpr StructureFunctions<PKCS7> pkcs7Functions = {PEM_read_bio_PKCS7, d2i_PKCS7_bio, PKCS7_free};
+
+// The structure and the list share each embedded certificate whose extensions are valid, and so do copies.
+// X509CertificateImpl has let OpenSSL parse those. In a certificate of the structure's own, OpenSSL would
+// parse them during a verification. If it ran out of memory there, it would cache that for all later
+// verifications.
+//
+// A certificate with invalid extensions is not shared. The first verification that needs them must find their
+// errors in OpenSSL's queue, and OpenSSL queues them only when it parses.
+
+/// Whether the list's certificate is the same OpenSSL object.
+bool isShared(X509Certificate const& certificate, X509 const* embedded)
+{
+    return !certificate.empty() && X509Access::share(certificate).get() == embedded;
+}
+
+/// Returns a copy of the structure that shares those certificates which the structure shares with the list.
+PKCS7UPtr duplicateWithSharedCertificates(PKCS7 const* structure, std::vector<X509Certificate> const& list)
+{
+    auto copy = duplicatePKCS7(structure);
+    auto const* const embedded = embeddedCertificates(structure);
+    int const count = std::min(sk_X509_num(embedded), sk_X509_num(embeddedCertificates(copy.get())));
+    for (int index = 0; index < count; ++index) {
+        auto const position = static_cast<std::size_t>(index);
+        if (position < list.size() && isShared(list[position], sk_X509_value(embedded, index))) {
+            replaceEmbeddedCertificate(copy.get(), index, X509Access::share(list[position]));
+        }
+    }
+    return copy;
+}
 
 } // namespace
 
@@ -51,7 +85,7 @@ PKCS7CertificateImpl::PKCS7CertificateImpl(std::istream& stream) : PKCS7Certific
 PKCS7CertificateImpl::PKCS7CertificateImpl(
     PKCS7CertificateImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
     : certificates(other.certificates),
-      pkcs7(duplicatePKCS7(other.pkcs7.get()))
+      pkcs7(duplicateWithSharedCertificates(other.pkcs7.get(), other.certificates))
 {}
 
 PKCS7CertificateImpl::PKCS7CertificateImpl(PKCS7CertificateImpl&& other) noexcept
@@ -66,7 +100,8 @@ PKCS7CertificateImpl& PKCS7CertificateImpl::operator=(PKCS7CertificateImpl const
     // The steps that can throw come first, so that a failure leaves the object unchanged.
     auto copies = other.certificates;
     // On purpose: the target keeps its own structure, as callers expect.
-    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7) : duplicatePKCS7(pkcs7.get());
+    auto structure = other.pkcs7 == nullptr ? std::move(pkcs7)
+                                            : duplicateWithSharedCertificates(pkcs7.get(), certificates);
     if (this != &other) {
         certificates = std::move(copies);
     }
@@ -107,6 +142,10 @@ void PKCS7CertificateImpl::readCertificates()
     try {
         for (int index = 0; index < sk_X509_num(embedded); ++index) {
             certificates.emplace_back(X509CertificateImpl(sk_X509_value(embedded, index)));
+            auto parsed = X509Access::share(certificates.back());
+            if (hasValidExtensions(parsed.get())) {
+                replaceEmbeddedCertificate(pkcs7.get(), index, std::move(parsed));
+            }
         }
     } catch (CertificateException const& failure) {
         throw PKCS7CertificateException(

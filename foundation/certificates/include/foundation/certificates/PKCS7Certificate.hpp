@@ -60,7 +60,8 @@ public:
     /// @throws PKCS7CertificateException "Error: Loading a certificate failed. Reason=" and
     ///     OpenSSL's reason
     /// @throws PKCS7CertificateException "Error: Unable to parse X509 certificate(s) inside PKCS7
-    ///     certificate." and what() of the failure, if X509Certificate refuses an embedded certificate
+    ///     certificate." and what() of the failure, if X509Certificate refuses an embedded certificate. It
+    ///     does so too if OpenSSL runs out of memory; it accepts invalid extensions
     /// @throws PKCS7CertificateException "Internal error: The given certificate data could not be written
     ///     to a buffer."
     PKCS7Certificate(ByteArray const& data);
@@ -147,7 +148,8 @@ public:
     ///
     /// OpenSSL's reason is the oldest entry in its error queue, which this operation does not clear. An entry
     /// from an earlier call, such as a getSignedData that returned nothing, replaces the reason. A failed
-    /// chain is then reported as an invalid signature.
+    /// chain is then reported as an invalid signature. So is a chain with invalid extensions in an embedded
+    /// certificate, but only once: OpenSSL queues their errors in the first verification that needs them.
     ///
     /// Holds the lock for the whole call. A trust store that cannot be read or copied is not reported; the
     /// roots read before the failure are used.

@@ -20,8 +20,9 @@ struct pkcs7_st;
 namespace foundation::certificates {
 
 /// The implementation of PKCS7Certificate. Owns the parsed structure, which no operation changes, and the
-/// list of embedded and added certificates. Has no lock; the handle calls it under the handle's lock.
-/// PKCS7Certificate documents the operations.
+/// list of embedded and added certificates. The structure and the list share the embedded certificates; the
+/// structure has its own only of those with invalid extensions. Has no lock; the handle calls it under the
+/// handle's lock. PKCS7Certificate documents the operations.
 class FOUNDATION_CERTIFICATES_EXPORT PKCS7CertificateImpl
 {
 public:
