@@ -21,7 +21,9 @@ bool isFailedStream(std::string const& answer, std::string const& answerAtRest);
 
 /// Accepts a verdict of a validation that is not `Valid`, where the one at rest is `Valid` or a refusal.
 bool isStricterVerdict(std::string const& answer, std::string const& answerAtRest);
-/// Accepts signed data whose signature could not be checked, or whose chain is not trusted.
+/// Accepts signed data whose signature could not be checked, or whose chain is not trusted. For a chain that
+/// is trusted at rest, also accepts that only the library's own check could finish: the same verdict, with a
+/// text.
 bool isStricterVerification(std::string const& answer, std::string const& answerAtRest);
 
 /// The outcomes that an operation may have besides the answer at rest, for one kind of memory. For C++'s
