@@ -118,7 +118,7 @@ TEST(NoPrompt, AppearsForBuilderWithEmptyPassphrase)
 }
 
 // Checks the tests themselves: OpenSSL alone prompts, and the terminal shows it.
-TEST(Prompt, OfOpenSSLIsDetected)
+TEST(OpenSSLPrompt, IsDetected)
 {
     auto const pem = encryptedPem();
     Bytes const bytes(pem.begin(), pem.end());

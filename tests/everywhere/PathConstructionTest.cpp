@@ -16,14 +16,14 @@
 
 /// @file
 /// A path converts to a string of its own characters. Loading from that string would parse the path instead
-/// of the file, so that no class with a constructor from strings is constructible from a path.
+/// of the file. So no class with a constructor from strings has one from paths.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
 
 namespace {
 
-/// Converts to a string as a path does, but is no path.
+/// Converts to a string like a path, but is not a path.
 struct Text
 {
     operator std::string() const { return "text"; }
@@ -51,7 +51,7 @@ TYPED_TEST(PathConstruction, IsRefused)
     EXPECT_FALSE((std::is_constructible_v<TypeParam, Path const>));
 }
 
-TYPED_TEST(PathConstruction, IsRefusedForNothingButPaths)
+TYPED_TEST(PathConstruction, IsRefusedForPathsOnly)
 {
     EXPECT_TRUE((std::is_constructible_v<TypeParam, char const(&)[5]>));
     EXPECT_TRUE((std::is_constructible_v<TypeParam, char const*>));
@@ -64,7 +64,7 @@ TYPED_TEST(PathConstruction, IsRefusedForNothingButPaths)
     EXPECT_FALSE((std::is_constructible_v<TypeParam, int>));
 }
 
-TEST(PathConstructionOfCertificates, LeavesEveryOtherFormOfInput)
+TEST(PathConstruction, LeavesOtherFormsOfInput)
 {
     auto const made = makeRoot("root");
     std::string const pem = made.pem();

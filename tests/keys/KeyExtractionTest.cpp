@@ -53,7 +53,7 @@ KeyHandle publicHalf(KeyHandle const& key)
     return own(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
 }
 
-/// Returns an elliptic-curve key for which OpenSSL knows nothing but the type.
+/// Returns an elliptic-curve key of which OpenSSL knows only the type.
 KeyHandle keyWithoutCurve()
 {
     auto key = own(EVP_PKEY_new());

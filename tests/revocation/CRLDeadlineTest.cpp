@@ -73,7 +73,7 @@ protected:
         });
     }
 
-    /// The whole validation of a leaf whose CRL is there; "verdict" and its number, or the text of the
+    /// Validates a leaf whose CRL is on the host. Returns "verdict" and its number, or the text of the
     /// exception.
     std::future<Outcome> startValidation(std::string const& host, DownloadCRL mode) const
     {

@@ -141,7 +141,7 @@ protected:
         }
     }
 
-    /// Thrown if CRLs are required, otherwise false; the lists are as before.
+    /// Expects an exception if CRLs are required and `false` if not. Both lists stay unchanged.
     void expectFailure(X509Certificate const& certificate, Download& download, std::string const& text) const
     {
         for (auto const mode : tolerantModes) {
@@ -462,7 +462,8 @@ TEST_F(CRLDownload, RefusesExpiredCRL)
         {"a day ago", TimeSpec::fromNow(-24h)},
         {"1970", TimeSpec::at(0)},
         {"1969", TimeSpec::at(-1)},
-        {"1676, out of the reach of nanoseconds", TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "16761231000000Z")},
+        {"1676, beyond the range of nanoseconds in 64 bits",
+         TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "16761231000000Z")},
         {"the year 0", TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "00000101000000Z")},
     };
     for (auto const& row : rows) {
@@ -524,7 +525,7 @@ TEST_F(CRLDownload, MissingTemporaryDirectoryThrowsInEveryMode)
             Download download(root);
             EXPECT_THROW(download.run(leaf, mode), std::filesystem::filesystem_error);
         }
-        // What fails before the file is needed fails as ever.
+        // A failure that comes before the file is needed stays the same.
         expectFailure(
             leafNaming({"ldap://127.0.0.2/cn=root"}),
             "CRL Download Error: Unable to resolve Certificate Revocation List Distribution Points\n");
@@ -560,7 +561,7 @@ TEST_F(CRLDownload, KeepsContentOfStoreAndList)
 
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
-    // The store has it already, which is no failure.
+    // The store already has this CRL. Adding it again succeeds.
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
 
     ASSERT_EQ(download.crls.size(), 3u);
@@ -582,7 +583,7 @@ TEST_F(CRLDownload, HasEmptyFileWhileItWaits)
     Download download(root);
 
     EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
-    server.stop(); // what its thread has noted is ours from here on
+    server.stop(); // joins the thread that writes the variables
 
     ASSERT_EQ(files.size(), 1u);
     EXPECT_TRUE(std::regex_match(files[0].filename().string(), std::regex("certCRL_[A-Za-z0-9]{6}")));

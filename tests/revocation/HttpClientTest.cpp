@@ -212,7 +212,7 @@ TEST(HttpExchange, ReturnsBodyOfAnswerWithStatus200)
         AnswerRow("status code on the next line").answer("HTTP/1.0\r\n200 OK\r\n\r\nbody").body("body"),
         AnswerRow("status code without blank behind it").answer("HTTP/1.0 200OK\r\n\r\nbody").body("body"),
         AnswerRow("leading zeros").answer("HTTP/1.0 00200 OK\r\n\r\nbody").body("body"),
-        AnswerRow("bare line feeds but for the end")
+        AnswerRow("bare line feeds except at the end")
             .answer("HTTP/1.0 200 OK\nServer: x\n\n\r\nbody")
             .body("body"),
         AnswerRow("carriage returns within a header")
@@ -339,7 +339,7 @@ TEST_F(HttpClient, AcceptsAnswerInAnyPortions)
         ScriptRow("first word is not HTTP")
             .script({readRequest(), send("ICY 200 OK\r\n\r\nbody")})
             .body("body"),
-        ScriptRow("reset in the midst of the body")
+        ScriptRow("reset within the body")
             .script(
                 {readRequest(), send("HTTP/1.0 200 OK\r\nContent-Length: 9\r\n\r\nbody"), wait(300ms),
                  reset()})
@@ -362,7 +362,7 @@ TEST_F(HttpClient, FailsWithoutConnection)
         fetchOverHttp("127.0.0.99", "/root.crl"));
 }
 
-TEST_F(HttpClient, FailsForHostThatIsNoName)
+TEST_F(HttpClient, FailsForInvalidHostName)
 {
     std::string const hosts[] = {
         "127.0.0.2:80",

@@ -147,7 +147,7 @@ struct FailedDownload
 
 } // namespace
 
-// Which CRLs are fetched, and which applied
+// Which CRLs are downloaded and applied
 
 TEST_F(RevocationValidation, FindsRevokedLeafIfCrlsAreApplied)
 {
@@ -253,7 +253,7 @@ TEST_F(RevocationValidation, TreatsSecondLeafOfChainAsIssuer)
         leaf.validateCertificate(chainOf({pki.ca, pki.leaf}), options, trustStore));
 }
 
-// CRLs that the trust store brought
+// CRLs of the trust store
 
 TEST_F(RevocationValidation, StoredCrlRevokesWithoutDetails)
 {

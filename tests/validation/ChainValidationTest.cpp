@@ -126,7 +126,7 @@ protected:
 
 } // namespace
 
-// What goes in
+// Accepted input
 
 TEST_F(ChainValidation, AcceptsIntermediatesWithoutLeaf)
 {
@@ -211,7 +211,7 @@ TEST_F(ChainValidation, ChangesNeitherTrustStoreNorChain)
     EXPECT_EQ(chain.getNumCertificates(), 1U);
 }
 
-// What prevents a verdict
+// Unusable input
 
 TEST_F(ChainValidation, RefusesCertificateWithoutContent)
 {
@@ -288,7 +288,7 @@ TEST_F(ChainValidation, UsesStoreWithCrl)
     expectValid(validate(chainOf({pki["ca"]}), trustStore), pki["root"]);
 }
 
-// Which rules are always in force
+// Rules that always apply
 
 TEST_F(ChainValidation, AppliesStrictChecks)
 {
@@ -372,7 +372,7 @@ TEST_F(ChainValidation, ToleratedExpiryLeavesNoTrace)
 
 TEST_F(ChainValidation, ReportsFirstErrorThatIsNotTolerated)
 {
-    // Given a leaf with two faults, of which the dates are looked at before the signatures
+    // The leaf has two faults. The report names the one that OpenSSL finds first.
     auto const leaf = makeLeaf(pki["ca"], "leaf", [](CertificateSpec& spec) {
         expireAnHourAgo(spec);
         damageSignature(spec);
@@ -381,7 +381,6 @@ TEST_F(ChainValidation, ReportsFirstErrorThatIsNotTolerated)
     Tolerances expiredTolerated;
     expiredTolerated.expired = true;
 
-    // When the signature is checked first, it is what is reported; OpenSSL's order counts.
     ReferenceVerifier verifier;
     verifier.leaf = leaf.certificate;
     verifier.untrusted = {pki["ca"].certificate};
@@ -449,17 +448,17 @@ TEST_F(ChainValidation, ReportsFaultAfterToleratedFault)
             .issuer(pki["ca"])
             .tolerating(all)
             .is(Status::Untrusted),
-        FaultyChain("forged below what has expired")
+        FaultyChain("forged, below an expired issuer")
             .leaf(makeLeaf(expiredCa, "leaf", damageSignature))
             .issuer(expiredCa)
             .tolerating(all)
             .is(Status::BadSignature),
-        FaultyChain("below what has expired and is forged")
+        FaultyChain("below an expired and forged issuer")
             .leaf(makeLeaf(forgedCa, "leaf"))
             .issuer(forgedCa)
             .tolerating(all)
             .is(Status::BadSignature),
-        FaultyChain("below what has expired and is no CA")
+        FaultyChain("below an expired issuer that is not a CA")
             .leaf(makeLeaf(noCa, "leaf"))
             .issuer(noCa)
             .tolerating(all)

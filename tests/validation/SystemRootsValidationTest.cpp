@@ -90,7 +90,7 @@ public:
     ~NoFileSystem()
     {
         if (outside >= 0 && (fchdir(outside) != 0 || chroot(".") != 0)) {
-            std::cerr << "There is no way back to the file system.\n";
+            std::cerr << "Cannot return to the file system.\n";
             std::abort();
         }
         close(outside);
@@ -113,8 +113,8 @@ private:
 } // namespace
 
 #ifdef __linux__
-// This test comes first: once the system's roots have been read, they stay. In a run that shuffles the tests
-// they may have been read before, so the test makes sure by itself that it is alone in its process.
+// A process reads the system's roots once and keeps them. Another test may have read them before, so this
+// test runs in a process of its own.
 TEST(SystemRootsUnreadableDeathTest, NextCallTriesAgain)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
@@ -130,7 +130,7 @@ TEST(SystemRootsUnreadableDeathTest, NextCallTriesAgain)
             {
                 NoFileSystem const hidden;
                 if (!hidden.isInForce()) {
-                    std::cerr << "left out: the system lets nobody change the root of the file system\n";
+                    std::cerr << "left out: the system does not allow a change of the root folder\n";
                     std::_Exit(0);
                 }
                 try {

@@ -182,8 +182,8 @@ Situation serving(
     return situation;
 }
 
-/// A CRL that the right key has signed under a wrong name: it can be downloaded, but OpenSSL does not take it
-/// for one of the issuer's.
+/// Returns a CRL that the right key signed under a wrong name. It can be downloaded, but OpenSSL does not use
+/// it for the issuer.
 CrlHandle misnamedCrl(Revocable const& pki)
 {
     return pki.leafCrl({}, [](CrlSpec& spec) { spec.issuerName = commonName("somebody else"); });
@@ -336,7 +336,7 @@ std::vector<Row> rows()
     };
 }
 
-class VerifyErrorOf : public testing::TestWithParam<Row>
+class ErrorOfRealCertificates : public testing::TestWithParam<Row>
 {};
 
 /// Tolerance of revoked certificates switches all use of CRLs off.
@@ -349,7 +349,7 @@ bool isTolerated(int code, Tolerances const& tolerances)
 
 } // namespace
 
-// The mapping by itself
+// The mapping without certificates
 
 TEST(VerifyErrorMapping, CoversEveryCode)
 {
@@ -405,7 +405,7 @@ TEST(VerifyErrorMapping, ForgivesOnlyForValueOne)
 
 // The same with certificates
 
-TEST_P(VerifyErrorOf, RealCertificatesMatchesReferenceUnderEveryTolerance)
+TEST_P(ErrorOfRealCertificates, IsAsExpectedUnderEveryTolerance)
 {
     auto const& row = GetParam();
     auto const situation = row.make();
@@ -437,5 +437,5 @@ TEST_P(VerifyErrorOf, RealCertificatesMatchesReferenceUnderEveryTolerance)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Row, VerifyErrorOf, testing::ValuesIn(rows()),
+    Row, ErrorOfRealCertificates, testing::ValuesIn(rows()),
     [](testing::TestParamInfo<Row> const& row) { return row.param.name; });
