@@ -14,13 +14,9 @@
 #include <thread>
 #include <vector>
 
-using foundation::log::basic_diagnostic_logger;
-using foundation::log::diagnostic_severity_mask;
-using foundation::log::set_diagnostic_severity_mask;
-using foundation::log::severity;
+using namespace foundation::log;
+using namespace foundation::test;
 using foundation::log::detail::current_exception_chain_as_string;
-using foundation::test::LogCapture;
-using foundation::test::LogRecord;
 
 namespace {
 

@@ -418,8 +418,7 @@ TEST(SelfSignedCertSynthesis, EmptyCommonNameFailsTheBuild)
     CleanErrorQueue const queue;
     auto const builder = fastBuilder().withCommonName("");
 
-    // The oldest error is that of the subject, which is left without a name. The alternative name fails the
-    // build.
+    // The subject stays without a name, which leaves the oldest error. The alternative name fails the build.
     EXPECT_THROWS_WITH_PREFIX(std::runtime_error, failureText, builder.build());
     EXPECT_THROWS_WITH_PREFIX(std::runtime_error, failureText, builder.buildAndGetKeyBytesInPKCS12());
 }

@@ -196,7 +196,7 @@ TEST(X509CertificateChainLoad, RefusesTextWithDamagedBlockInMiddle)
     std::string const middle = pki()["intermediate"].pem();
     auto const endLine = middle.find("-----END");
     auto const beginLine = middle.find('\n');
-    // Without an END line OpenSSL reads on to that of the next block and reports nothing.
+    // Without an END line OpenSSL reads on to the END line of the next block and reports nothing.
     std::string const noEnd = reasonText(ERR_LIB_PEM, PEM_R_BAD_END_LINE);
     struct
     {

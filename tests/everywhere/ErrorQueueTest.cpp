@@ -177,7 +177,7 @@ TEST(ErrorQueue, ForeignErrorsChangeNoFailure)
 {
     Objects empty{};
     for (auto const& operation : readOperations()) {
-        // If this operation fails, its text is that of the oldest entry, as documented.
+        // If this operation fails, its text comes from the oldest entry, as documented.
         if (contains(operation.name, "verifySignature")) {
             continue;
         }

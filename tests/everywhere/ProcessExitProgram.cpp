@@ -37,7 +37,7 @@ using namespace foundation::test;
 
 namespace {
 
-/// Holds one object of a class. The constructor of the object is all that uses the library before main.
+/// Holds one object of a class. Before main, only the constructor of the object uses the library.
 class Guest
 {
 public:

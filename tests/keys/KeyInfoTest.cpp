@@ -93,27 +93,29 @@ TEST(PublicKeyInfo, StoresAnySizeUnchanged)
 
 TEST(PublicKeyInfo, ComparesKindSizeAndNumbers)
 {
+    constexpr bool equal = true;
+    constexpr bool different = false;
     struct Row
     {
         PublicKeyInfo left;
         PublicKeyInfo right;
-        bool equal;
+        bool areEqual;
     };
     PublicKeyInfo const sameNumbersAsPoint(256, point, point);
     for (Row const& row :
-         {Row{rsaPublic, PublicKeyInfo(2048, exponent, modulus), true},
-          Row{rsaPublic, PublicKeyInfo(2049, exponent, modulus), false},
-          Row{rsaPublic, PublicKeyInfo(2048, {3}, modulus), false},
-          Row{rsaPublic, PublicKeyInfo(2048, exponent, {1}), false},
-          Row{rsaPublic, PublicKeyInfo(2048, {0, 1, 0, 1}, modulus), false},
-          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Prime256v1), true},
-          Row{eccPublic, PublicKeyInfo(255, point, EllipticCurve::Prime256v1), false},
-          Row{eccPublic, PublicKeyInfo(256, {4}, EllipticCurve::Prime256v1), false},
-          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Ed25519), false},
-          Row{eccPublic, sameNumbersAsPoint, false}}) {
-        EXPECT_EQ(row.left == row.right, row.equal);
-        EXPECT_EQ(row.right == row.left, row.equal);
-        EXPECT_EQ(row.left != row.right, !row.equal);
+         {Row{rsaPublic, PublicKeyInfo(2048, exponent, modulus), equal},
+          Row{rsaPublic, PublicKeyInfo(2049, exponent, modulus), different},
+          Row{rsaPublic, PublicKeyInfo(2048, {3}, modulus), different},
+          Row{rsaPublic, PublicKeyInfo(2048, exponent, {1}), different},
+          Row{rsaPublic, PublicKeyInfo(2048, {0, 1, 0, 1}, modulus), different},
+          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Prime256v1), equal},
+          Row{eccPublic, PublicKeyInfo(255, point, EllipticCurve::Prime256v1), different},
+          Row{eccPublic, PublicKeyInfo(256, {4}, EllipticCurve::Prime256v1), different},
+          Row{eccPublic, PublicKeyInfo(256, point, EllipticCurve::Ed25519), different},
+          Row{eccPublic, sameNumbersAsPoint, different}}) {
+        EXPECT_EQ(row.left == row.right, row.areEqual);
+        EXPECT_EQ(row.right == row.left, row.areEqual);
+        EXPECT_EQ(row.left != row.right, !row.areEqual);
     }
 }
 
@@ -178,22 +180,24 @@ TEST(PrivateKeyInfo, RefusesEmptyNumbers)
 
 TEST(PrivateKeyInfo, ComparesKindAndNumbers)
 {
+    constexpr bool equal = true;
+    constexpr bool different = false;
     struct Row
     {
         PrivateKeyInfo left;
         PrivateKeyInfo right;
-        bool equal;
+        bool areEqual;
     };
     ByteArray const other{1};
     for (Row const& row :
-         {Row{rsaPrivate, PrivateKeyInfo(secret), true}, Row{rsaPrivate, PrivateKeyInfo(other), false},
-          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Ed25519), true},
-          Row{eccPrivate, PrivateKeyInfo(other, EllipticCurve::Ed25519), false},
-          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), false},
-          Row{rsaPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), false}}) {
-        EXPECT_EQ(row.left == row.right, row.equal);
-        EXPECT_EQ(row.right == row.left, row.equal);
-        EXPECT_EQ(row.left != row.right, !row.equal);
+         {Row{rsaPrivate, PrivateKeyInfo(secret), equal}, Row{rsaPrivate, PrivateKeyInfo(other), different},
+          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Ed25519), equal},
+          Row{eccPrivate, PrivateKeyInfo(other, EllipticCurve::Ed25519), different},
+          Row{eccPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), different},
+          Row{rsaPrivate, PrivateKeyInfo(secret, EllipticCurve::Prime256v1), different}}) {
+        EXPECT_EQ(row.left == row.right, row.areEqual);
+        EXPECT_EQ(row.right == row.left, row.areEqual);
+        EXPECT_EQ(row.left != row.right, !row.areEqual);
     }
 }
 

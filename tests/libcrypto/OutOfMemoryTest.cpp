@@ -133,7 +133,7 @@ CertificateAndKey withExtension(std::string const& extension, Bytes const& conte
     return makeRoot("root", [&](CertificateSpec& spec) { spec.setRawExtension(extension, content); });
 }
 
-/// The caller's entries that fit beside those of one attempt, but not beside those of two.
+/// Numbers of the caller's entries that leave room for the entries of one attempt, but not of two.
 constexpr int earlierErrorCounts[] = {2, 4};
 
 /// The number of the caller's entries that fit beside those of one parse. OpenSSL drops the latter itself and

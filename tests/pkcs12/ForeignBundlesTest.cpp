@@ -76,7 +76,7 @@ protected:
         return std::string(GetParam().maker) + '-' + GetParam().key + '-' + algorithms;
     }
 
-    /// Returns the bundle. Returns nothing if its maker refused it; the reason must be that of the table.
+    /// Returns the bundle. Returns nothing if its maker refused it for the reason in the table.
     static ByteArray bundleOf(std::string const& algorithms)
     {
         auto const name = nameOf(algorithms);

@@ -123,7 +123,7 @@ std::vector<OperationOn<Input>> loads()
 AllowedOutcomes const notCopied = failsWith(
     {failure<PKCS7CertificateException>("Internal error: The PKCS7 structure could not be copied.")}, 3);
 
-/// Accepts every verdict except that of a valid signature under a trusted chain.
+/// Accepts every verdict except a valid signature under a trusted chain.
 bool isNotTrusted(std::string const& answer, std::string const& /*answerAtRest*/)
 {
     return answer.rfind("true 0 ", 0) != 0;

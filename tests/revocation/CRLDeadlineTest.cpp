@@ -156,7 +156,7 @@ TEST_F(CRLDeadline, EndsEveryExchangeAfterOneMinute)
     EXPECT_EQ(outcomeAfterAMinute(fromSlowHead).result, "");
     EXPECT_EQ(outcomeAfterAMinute(fromEndlessHeaders).result, "");
 
-    // What arrived counts as the whole.
+    // The part of the body that arrived counts as the whole body.
     auto const body = outcomeAfterAMinute(fromSlowBody).result;
     EXPECT_GT(body.size(), 4u + 20u);
     EXPECT_LT(body.size(), 4u + 130u);

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-// For every behaviour of a CRL server, a validation ends in the verdict or the failure that is documented,
-// asks once, and leaves neither an open file nor one in the temporary directory.
+// For every behaviour of a CRL server, a validation asks once and ends in the documented verdict or failure.
+// It leaves no open file and no temporary file.
 
 using namespace foundation::certificates;
 using namespace foundation::test;

@@ -36,7 +36,7 @@ using DownloadCRL = Options::DownloadCRL;
 /// CRLs in DER form, by the fingerprint of the certificate whose distribution point offers them.
 using Published = std::map<std::string, Bytes>;
 
-/// The CRLs that downloads find at present.
+/// The CRLs that a download finds now.
 Published const*& published()
 {
     static Published const* current = nullptr;
@@ -403,8 +403,8 @@ Names const revocation = {
     "InvaliddeltaCRLTest9",
     "InvaliddeltaCRLTest10"};
 
-/// The key of the next certificate of the path has to sign the CRL. A CA with another key for CRLs, or with a
-/// new key and a self-issued certificate, signs with a key that the path does not have.
+/// The key of the next certificate of the path must sign the CRL. Some CAs have a separate key for CRLs, or a
+/// new key and a self-issued certificate. The path does not have the key that signs.
 Names const anotherKeySignedTheCrl = {
     "ValidSeparateCertificateandCRLKeysTest19",  "ValidBasicSelfIssuedOldWithNewTest1",
     "ValidBasicSelfIssuedNewWithOldTest4",       "ValidBasicSelfIssuedCRLSigningKeyTest6",

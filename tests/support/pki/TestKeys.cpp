@@ -119,7 +119,7 @@ Bytes otherGeneratorOf(EC_GROUP const* curve)
     return uncompressed(curve, point.get());
 }
 
-/// Returns parameters that differ from those of prime256v1 in the generator, so that they have no name.
+/// Returns parameters of prime256v1 with another generator, so that they have no name.
 KeyHandle namelessCurve()
 {
     auto const curve = own(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));

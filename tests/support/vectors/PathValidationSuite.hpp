@@ -16,7 +16,7 @@ enum class Verdict
     Invalid
 };
 
-/// The suite is meant for the years from 2010 to 2030.
+/// The suite covers the years 2010 to 2030.
 constexpr std::time_t aMomentOfValidity = 1577880000; // 2020-01-01 12:00:00 UTC
 
 /// One of the suite's tests. Certificates and CRLs have the names of their files, without extension.
@@ -51,7 +51,7 @@ CrlHandle crl(std::string const& name);
 X509Handle endEntityOf(Case const& test);
 /// Returns the certificates between, from the end entity's issuer up to the one below the trust anchor.
 std::vector<X509Handle> intermediatesOf(Case const& test);
-/// Returns the case's CRLs, that of the trust anchor first.
+/// Returns the case's CRLs, beginning with the trust anchor's CRL.
 std::vector<CrlHandle> crlsOf(Case const& test);
 
 /// Signed data with detached content.
