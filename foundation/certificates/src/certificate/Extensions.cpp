@@ -11,9 +11,6 @@ namespace foundation::certificates {
 
 namespace {
 
-constexpr char const unreadableExtensionsText[] =
-    "Internal error: Unable to read the certificate's extensions.";
-
 /// Whether OpenSSL found issuer and subject equal, but does not take the certificate for self-signed. That is
 /// correct if the keys or algorithms differ, and wrong if OpenSSL ran out of memory while it compared them.
 bool isSelfIssuedOnly(X509* certificate)

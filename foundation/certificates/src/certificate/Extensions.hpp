@@ -6,6 +6,9 @@
 
 namespace foundation::certificates {
 
+inline constexpr char const unreadableExtensionsText[] =
+    "Internal error: Unable to read the certificate's extensions.";
+
 /// Returns the extension's value in OpenSSL's form for it, owned by the caller. Null if the certificate has
 /// no such extension, has it more than once, or has one that cannot be decoded.
 /// @throws X509CertificateException "Internal error: Unable to read the certificate's extensions." if out of

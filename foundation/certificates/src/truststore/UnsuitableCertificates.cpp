@@ -33,7 +33,7 @@ bool isTLSServerAnchor(X509* certificate)
         return duplicate != nullptr && hasValidExtensions(duplicate.get());
     });
     if (lacksMemory) {
-        throw X509CertificateException("Internal error: Unable to read the certificate's extensions.");
+        throw X509CertificateException(unreadableExtensionsText);
     }
     X509* const judged = duplicate == nullptr ? certificate : duplicate.get();
     return X509_check_purpose(judged, X509_PURPOSE_SSL_SERVER, X509_check_ca(judged)) > 0;
