@@ -167,12 +167,15 @@ std::vector<OperationOn<Subject>> detached()
              return verify(s, {'a', 'p', 'a', 'r', 't'});
          },
          failsWith(
-             {failure<PKCS7CertificateException>(
-                  "Internal error: The given input data bytes could not be written to a buffer."),
-              failure<TrustStoreException>("Failed to create X509_STORE"),
-              failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "),
-              failure<X509CertificateException>("Error: X509Certificate has no content."),
-              failure<X509CertificateException>("Internal error: Could not serialize the X509 certificate.")},
+             storeUnread() +
+                 Failures{
+                     failure<PKCS7CertificateException>(
+                         "Internal error: The given input data bytes could not be written to a buffer."),
+                     failure<TrustStoreException>("Failed to create X509_STORE"),
+                     failureBeginning<TrustStoreException>("Failed to add certificate to store, CN: "),
+                     certificateWithoutContent(),
+                     certificateUnwritten(),
+                 },
              7)}};
 }
 

@@ -3,6 +3,7 @@
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <boost/core/demangle.hpp>
+#include <openssl/opensslv.h>
 
 namespace foundation::test {
 
@@ -88,9 +89,18 @@ Failures certificateUnloaded()
            };
 }
 
+Failures storeUnread()
+{
+#if OPENSSL_VERSION_NUMBER >= 0x30300000L
+    return {failure<TrustStoreException>("Failed to read X509_STORE")};
+#else
+    return {};
+#endif
+}
+
 Failures validationUnfinished()
 {
-    return certificateUntaken() +
+    return certificateUntaken() + storeUnread() +
            Failures{
                nameUnread(),
                certificateUnwritten(),

@@ -58,6 +58,9 @@ Failures keyUnread();
 Failures certificateUntaken();
 /// A certificate could not be loaded. The reason is OpenSSL's text.
 Failures certificateUnloaded();
+/// The entries of a trust store could not be read. OpenSSL allocates memory for that from 3.3 on; empty for
+/// earlier releases.
+Failures storeUnread();
 /// A validation ended without a verdict.
 Failures validationUnfinished();
 
