@@ -23,14 +23,6 @@ struct basic_diagnostic_logger<CharT>::source
 {
     explicit source(std::string const& name) : channel(name) {}
 
-    boost::log::attribute_set attributesOf(severity level) const
-    {
-        boost::log::attribute_set attributes;
-        attributes.insert(severityName, attributes::constant<int>(static_cast<int>(level)));
-        attributes.insert(channelName, channel);
-        return attributes;
-    }
-
     boost::log::core_ptr const core = boost::log::core::get();
     boost::log::attribute_name const severityName{"Severity"};
     boost::log::attribute_name const channelName{"Channel"};
@@ -50,8 +42,11 @@ template <typename CharT>
 void basic_diagnostic_logger<CharT>::write_enabled(
     severity level, std::function<void(std::basic_ostream<CharT>&)> const& compose)
 {
+    boost::log::attribute_set ofRecord;
+    ofRecord.insert(source_->severityName, attributes::constant<int>(static_cast<int>(level)));
+    ofRecord.insert(source_->channelName, source_->channel);
     // The core tells here whether logging is enabled and whether a sink accepts the record.
-    auto record = source_->core->open_record(source_->attributesOf(level));
+    auto record = source_->core->open_record(ofRecord);
     if (!record) {
         return;
     }
