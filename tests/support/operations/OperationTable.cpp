@@ -10,6 +10,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <memory>
+#include <mutex>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -242,6 +243,22 @@ AllowedOutcomes const notAdded = failsWith({
     certificateUnwritten(),
 });
 
+/// Returns a context that is made once for each thread, so that a sweep refuses no allocation of its
+/// construction. The list owns it, because a thread's own objects with destructors are not reliable in
+/// programs of MinGW.
+SSL_CTX* contextOfThisThread()
+{
+    static std::mutex mutex;
+    static std::vector<std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)>> all;
+    thread_local SSL_CTX* context = nullptr;
+    if (context == nullptr) {
+        std::lock_guard<std::mutex> const lock(mutex);
+        all.emplace_back(SSL_CTX_new(TLS_method()), SSL_CTX_free);
+        context = all.back().get();
+    }
+    return context;
+}
+
 std::vector<Operation<TrustStore>> storeQueries()
 {
     auto noOpenSSLCopy = notCopied(3);
@@ -266,10 +283,9 @@ std::vector<Operation<TrustStore>> storeQueries()
         query<TrustStore>(
             "attachTrustStoreToSSLCTX",
             [](TrustStore const& store) {
-                thread_local std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> const context(
-                    SSL_CTX_new(TLS_method()), SSL_CTX_free);
-                attachTrustStoreToSSLCTX(store, context.get());
-                auto* const attached = SSL_CTX_get_cert_store(context.get());
+                SSL_CTX* const context = contextOfThisThread();
+                attachTrustStoreToSSLCTX(store, context);
+                auto* const attached = SSL_CTX_get_cert_store(context);
                 return numObjectsIn(attached) +
                        (attached == getOpenSSLStore(store).get() ? " shared" : " copied");
             }),
