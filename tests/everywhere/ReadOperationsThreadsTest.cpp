@@ -56,10 +56,11 @@ private:
     std::set<std::vector<std::string>> different;
 };
 
-/// Whether the operation may answer nothing: there is no folder if a file holds the system's roots.
+/// Whether the operation may answer nothing. The system's roots are in a file or in a folder, and on Windows
+/// in neither.
 bool mayBeEmpty(std::string const& operation)
 {
-    return operation == "getSystemCertificatesFolder";
+    return operation == "getSystemCertificatesFile" || operation == "getSystemCertificatesFolder";
 }
 
 } // namespace
