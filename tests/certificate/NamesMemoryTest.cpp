@@ -164,10 +164,11 @@ TEST(CertificateName, IsWholeOrThrowsWhenOutOfMemory)
         // Issuer and subject differ only in their last attribute.
         auto issuer = subject;
         issuer.push_back({"OU", "unit"});
-        X509Certificate const certificate(makeLeaf(root, "leaf", [&](CertificateSpec& spec) {
-                                              spec.subject = subject;
-                                              spec.issuer = issuer;
-                                          }).der());
+        X509Certificate const certificate(
+            makeLeaf(root, "leaf", [&, &subject = subject](CertificateSpec& spec) {
+                spec.subject = subject;
+                spec.issuer = issuer;
+            }).der());
         ASSERT_FALSE(certificate.isSelfSigned());
         for (auto const& query : nameQueries()) {
             SCOPED_TRACE(query.name);
@@ -180,8 +181,9 @@ TEST(CertificateName, StaysEqualInBothPlacesWhenOutOfMemory)
 {
     for (auto const& [description, subject] : subjects()) {
         SCOPED_TRACE(description);
-        X509Certificate const certificate(
-            makeRoot("root", [&](CertificateSpec& spec) { spec.subject = subject; }).der());
+        X509Certificate const certificate(makeRoot("root", [&, &subject = subject](CertificateSpec& spec) {
+                                              spec.subject = subject;
+                                          }).der());
         ASSERT_TRUE(certificate.isSelfSigned());
         sweep([&] { return rendered(certificate.isSelfSigned()); }, isWholeOrThrown);
     }
