@@ -65,7 +65,7 @@ TEST_F(CRLDownload, ShortageDoesNotWidenScopeOfCRL)
 
     // Eight refusals lose the scope from at least three neighbouring allocations.
     constexpr std::size_t stride = 2;
-    for (std::size_t const numRefusals : {1, 8}) {
+    for (std::size_t const numRefusals : {1U, 8U}) {
         std::size_t allocation = 0;
         do {
             auto const error = errorAfterDownload(allocation, numRefusals);

@@ -328,7 +328,7 @@ TEST_P(ValidationOutOfMemory, MakesNoCertificateValid)
     atRest = outcomeOf(validation, [memory = memory] { return Shortage(memory, unlimited); });
     auto const numAllocations = Shortage::numGranted();
 
-    for (std::size_t const numRefused : {1, 2, 4, 8, 16}) {
+    for (std::size_t const numRefused : {1U, 2U, 4U, 8U, 16U}) {
         auto const stride = std::max(numAllocations / runsPerNumber, std::size_t{1}) + numRefused - 1;
         for (auto first = 3 * numRefused % stride; first < numAllocations; first += stride) {
             SCOPED_TRACE(
