@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Access to the OpenSSL object behind a certificate, without a copy and without an encoding. All of it is in
-/// this header, so code outside the library can use it without a further exported function.
+/// Access to the OpenSSL object behind a certificate, without a copy and without an encoding. PKCS#7
+/// structures share their embedded certificates this way. X509Duplicates makes copies instead.
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"

@@ -1,9 +1,8 @@
 #pragma once
 
 /// @file
-/// Copies of a certificate's OpenSSL object, for code that holds only the encoding or the handle. A handle
-/// does not expose its implementation, so a copy goes through the DER form, which the handle returns under
-/// its lock.
+/// Copies of a certificate's OpenSSL object, made from its DER form. They are for code that changes the
+/// object or passes it on. X509Access shares the object instead.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
