@@ -51,6 +51,11 @@ using ASN1_INTEGERUPtr = OpenSSLHandle<ASN1_INTEGER>;
 using ASN1_BIT_STRINGUPtr = OpenSSLHandle<ASN1_BIT_STRING>;
 using PKCS7UPtr = OpenSSLHandle<PKCS7>;
 using PKCS12UPtr = OpenSSLHandle<PKCS12>;
+using PKCS8_PRIV_KEY_INFOUPtr = OpenSSLHandle<PKCS8_PRIV_KEY_INFO>;
+using EVP_PKEY_CTXUPtr = OpenSSLHandle<EVP_PKEY_CTX>;
+using X509_REQUPtr = OpenSSLHandle<X509_REQ>;
+using X509_NAMEUPtr = OpenSSLHandle<X509_NAME>;
+using GENERAL_NAMEUPtr = OpenSSLHandle<GENERAL_NAME>;
 
 /// Characters or bytes that OpenSSL allocated. OPENSSL_free releases them.
 using OpenSSLCharsUPtr = OpenSSLHandle<char>;
@@ -62,6 +67,10 @@ using X509_INFOStackUPtr = OpenSSLHandle<STACK_OF(X509_INFO)>;
 using ASN1_OBJECTStackUPtr = OpenSSLHandle<STACK_OF(ASN1_OBJECT)>;
 using POLICYINFOStackUPtr = OpenSSLHandle<STACK_OF(POLICYINFO)>;
 using DIST_POINTStackUPtr = OpenSSLHandle<STACK_OF(DIST_POINT)>;
+using GENERAL_NAMEStackUPtr = OpenSSLHandle<STACK_OF(GENERAL_NAME)>;
+using ACCESS_DESCRIPTIONStackUPtr = OpenSSLHandle<STACK_OF(ACCESS_DESCRIPTION)>;
+using X509_CRLStackUPtr = OpenSSLHandle<STACK_OF(X509_CRL)>;
+using X509_EXTENSIONStackUPtr = OpenSSLHandle<STACK_OF(X509_EXTENSION)>;
 
 /// Releases a stack without its elements, which have other owners. Such a stack has a type of its own, so
 /// that it cannot be confused with one that owns its elements.
@@ -186,6 +195,31 @@ inline PKCS12UPtr makePKCS12(PKCS12* pointer)
     return {pointer, PKCS12_free};
 }
 
+inline PKCS8_PRIV_KEY_INFOUPtr makePKCS8_PRIV_KEY_INFO(PKCS8_PRIV_KEY_INFO* pointer)
+{
+    return {pointer, PKCS8_PRIV_KEY_INFO_free};
+}
+
+inline EVP_PKEY_CTXUPtr makeEVP_PKEY_CTX(EVP_PKEY_CTX* pointer)
+{
+    return {pointer, EVP_PKEY_CTX_free};
+}
+
+inline X509_REQUPtr makeX509_REQ(X509_REQ* pointer)
+{
+    return {pointer, X509_REQ_free};
+}
+
+inline X509_NAMEUPtr makeX509_NAME(X509_NAME* pointer)
+{
+    return {pointer, X509_NAME_free};
+}
+
+inline GENERAL_NAMEUPtr makeGENERAL_NAME(GENERAL_NAME* pointer)
+{
+    return {pointer, GENERAL_NAME_free};
+}
+
 inline OpenSSLCharsUPtr makeOpenSSLChars(char* pointer)
 {
     return {pointer, [](char* chars) { OPENSSL_free(chars); }};
@@ -224,6 +258,31 @@ inline POLICYINFOStackUPtr makePOLICYINFOStack(STACK_OF(POLICYINFO) * pointer)
 inline DIST_POINTStackUPtr makeDIST_POINTStack(STACK_OF(DIST_POINT) * pointer)
 {
     return {pointer, [](STACK_OF(DIST_POINT) * stack) { sk_DIST_POINT_pop_free(stack, DIST_POINT_free); }};
+}
+
+inline GENERAL_NAMEStackUPtr makeGENERAL_NAMEStack(STACK_OF(GENERAL_NAME) * pointer)
+{
+    return {
+        pointer, [](STACK_OF(GENERAL_NAME) * stack) { sk_GENERAL_NAME_pop_free(stack, GENERAL_NAME_free); }};
+}
+
+inline ACCESS_DESCRIPTIONStackUPtr makeACCESS_DESCRIPTIONStack(STACK_OF(ACCESS_DESCRIPTION) * pointer)
+{
+    return {pointer, [](STACK_OF(ACCESS_DESCRIPTION) * stack) {
+                sk_ACCESS_DESCRIPTION_pop_free(stack, ACCESS_DESCRIPTION_free);
+            }};
+}
+
+inline X509_CRLStackUPtr makeX509_CRLStack(STACK_OF(X509_CRL) * pointer)
+{
+    return {pointer, [](STACK_OF(X509_CRL) * stack) { sk_X509_CRL_pop_free(stack, X509_CRL_free); }};
+}
+
+inline X509_EXTENSIONStackUPtr makeX509_EXTENSIONStack(STACK_OF(X509_EXTENSION) * pointer)
+{
+    return {pointer, [](STACK_OF(X509_EXTENSION) * stack) {
+                sk_X509_EXTENSION_pop_free(stack, X509_EXTENSION_free);
+            }};
 }
 
 } // namespace foundation::certificates

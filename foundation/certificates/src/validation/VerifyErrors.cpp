@@ -1,6 +1,6 @@
 #include "validation/VerifyErrors.hpp"
 
-#include "certificate/X509CertificateImpl.hpp"
+#include "certificate/NamesAndTimes.hpp"
 
 #include <openssl/x509_vfy.h>
 

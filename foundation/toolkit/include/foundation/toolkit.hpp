@@ -1,0 +1,6 @@
+#pragma once
+
+/// @file
+/// Includes all public headers of the toolkit.
+
+#include <foundation/toolkit/Certificate.hpp>
