@@ -1,7 +1,8 @@
 #include <foundation/toolkit/Certificate.hpp>
 
-#include "AddressText.hpp"
+#include "Asn1Strings.hpp"
 #include "CertificateAccess.hpp"
+#include "GeneralNames.hpp"
 #include "PeerName.hpp"
 #include "certificate/Extensions.hpp"
 #include "certificate/NamesAndTimes.hpp"
@@ -86,19 +87,6 @@ X509UPtr parse(PEMBlock const& block)
     return der ? parse(*der) : makeX509(nullptr);
 }
 
-std::string asText(ASN1_STRING const* value)
-{
-    auto const size = static_cast<std::size_t>(std::max(ASN1_STRING_length(value), 0));
-    unsigned char const* const data = ASN1_STRING_get0_data(value);
-    return data == nullptr ? std::string() : std::string(data, data + size);
-}
-
-ByteArray asBytes(ASN1_STRING const* value)
-{
-    std::string const text = value == nullptr ? std::string() : asText(value);
-    return ByteArray(text.begin(), text.end());
-}
-
 /// Returns the time as a point of the clock, or the end of the clock's range that is nearer to it.
 std::chrono::system_clock::time_point asTimePoint(ASN1_TIME const* time)
 {
@@ -140,41 +128,6 @@ std::string curveOf(EVP_PKEY const* key)
         return isNamed;
     });
     return isNamed ? std::string(name.data(), length) : "EC";
-}
-
-std::string printed(GENERAL_NAME* name)
-{
-    std::string text;
-    runUnlessOutOfMemory([&] {
-        auto const bio = makeMemoryBIO();
-        bool const isPrinted = bio != nullptr && GENERAL_NAME_print(bio.get(), name) == 1;
-        text = contentsAsString(bio.get());
-        return isPrinted;
-    });
-    return text;
-}
-
-AlternativeName asAlternativeName(GENERAL_NAME* name)
-{
-    using Kind = AlternativeName::Kind;
-    int type = -1;
-    auto const* const value = static_cast<ASN1_STRING const*>(GENERAL_NAME_get0_value(name, &type));
-    switch (type) {
-    case GEN_DNS:
-        return {Kind::DNS, asText(value)};
-    case GEN_EMAIL:
-        return {Kind::Email, asText(value)};
-    case GEN_URI:
-        return {Kind::URI, asText(value)};
-    case GEN_IPADD:
-        if (auto address = addressAsText(asBytes(value))) {
-            return {Kind::IPAddress, std::move(*address)};
-        }
-        break;
-    default:
-        break;
-    }
-    return {Kind::Other, printed(name)};
 }
 
 /// Appends the name if it is a URI.
@@ -413,11 +366,7 @@ std::vector<AlternativeName> Certificate::getAlternativeNames() const
     RAIIOpenSSLErrorRemover const errors(false);
     auto const names =
         makeGENERAL_NAMEStack(static_cast<GENERAL_NAMES*>(extensionOf(x509.get(), NID_subject_alt_name)));
-    std::vector<AlternativeName> result;
-    for (int index = 0; index < sk_GENERAL_NAME_num(names.get()); ++index) {
-        result.push_back(asAlternativeName(sk_GENERAL_NAME_value(names.get(), index)));
-    }
-    return result;
+    return alternativeNamesFrom(names.get());
 }
 
 std::vector<std::string> Certificate::getIssuerURLs() const
