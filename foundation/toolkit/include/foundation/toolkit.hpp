@@ -4,3 +4,4 @@
 /// Includes all public headers of the toolkit.
 
 #include <foundation/toolkit/Certificate.hpp>
+#include <foundation/toolkit/PathValidation.hpp>
