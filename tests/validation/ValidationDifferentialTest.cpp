@@ -1,3 +1,4 @@
+#include "support/Dice.hpp"
 #include "support/Text.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
@@ -5,12 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <optional>
-#include <random>
 
 // Random hierarchies with random faults, validated by the library and by bare OpenSSL: the same verdict, the
 // same text, the same root. Another seed than the default one comes from FOUNDATION_TEST_SEED.
@@ -25,32 +23,6 @@ using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 
 constexpr int numHierarchies = 500;
-
-class Dice
-{
-public:
-    explicit Dice(std::uint64_t seed) : engine(seed) {}
-
-    int below(int limit) { return static_cast<int>(engine() % static_cast<std::uint64_t>(limit)); }
-    bool oneIn(int times) { return below(times) == 0; }
-
-    template <class T>
-    T const& pick(std::vector<T> const& values)
-    {
-        return values[static_cast<std::size_t>(below(static_cast<int>(values.size())))];
-    }
-
-    template <class T>
-    void shuffle(std::vector<T>& values)
-    {
-        for (auto left = values.size(); left > 1; --left) {
-            std::swap(values[left - 1], values[static_cast<std::size_t>(below(static_cast<int>(left)))]);
-        }
-    }
-
-private:
-    std::mt19937_64 engine;
-};
 
 /// A handful of keys serves all hierarchies.
 KeyHandle anyKey(Dice& dice)
@@ -362,17 +334,11 @@ std::optional<CertificateValidationResults> validate(Hierarchy const& hierarchy)
     }
 }
 
-std::uint64_t chooseSeed()
-{
-    auto const* const chosen = std::getenv("FOUNDATION_TEST_SEED");
-    return chosen != nullptr ? std::strtoull(chosen, nullptr, 10) : 20240229;
-}
-
 } // namespace
 
 TEST(ValidationDifferential, AgreesWithOpenSslOnRandomHierarchies)
 {
-    auto const seed = chooseSeed();
+    auto const seed = numberFromEnvironment("FOUNDATION_TEST_SEED", 20240229);
     std::cout << "Seed: " << seed << "\n";
     std::map<std::string, int> verdicts;
     for (int number = 0; number < numHierarchies; ++number) {
