@@ -5,3 +5,4 @@
 
 #include <foundation/toolkit/Certificate.hpp>
 #include <foundation/toolkit/PathValidation.hpp>
+#include <foundation/toolkit/PrivateKeys.hpp>
