@@ -1,0 +1,23 @@
+#pragma once
+
+/// @file
+/// Which keys certificates are made for, and with which digest a key signs.
+
+#include "libcrypto/OpenSSLHandles.hpp"
+
+namespace foundation::toolkit {
+
+/// Refuses a public key that no valid certificate can have, or that OpenSSL's default security level refuses.
+/// @throws certificates::InvalidArgument "The key is of a kind that certificates are not made for.", "The
+///     key is too weak.", "The key has explicit curve parameters."
+void requireCertifiableKey(EVP_PKEY* key);
+
+/// Returns the digest to sign with: the one that the key prescribes, or one as strong as the key. Null for
+/// keys that sign without a digest, such as Ed25519.
+EVP_MD const* digestFor(EVP_PKEY* key);
+
+/// Whether both have the same public key.
+/// @throws certificates::CertificateException errorText if OpenSSL runs out of memory
+bool isSamePublicKey(EVP_PKEY* first, EVP_PKEY* second, char const* errorText);
+
+} // namespace foundation::toolkit
