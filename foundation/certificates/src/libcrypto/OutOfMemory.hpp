@@ -8,12 +8,12 @@
 /// OpenSSL queues an entry when an allocation fails. So a failed step runs a second time, if memory is
 /// available then.
 
+#include "libcrypto/ErrorMark.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <openssl/crypto.h>
-#include <openssl/err.h>
 
 #include <cstddef>
 
@@ -29,31 +29,6 @@ inline bool hasMemoryAtHand()
     return makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(enough))) != nullptr;
 }
 
-/// A mark in OpenSSL's error queue. An exception removes the mark and keeps the entries.
-class ErrorMark
-{
-public:
-    ErrorMark() { ERR_set_mark(); }
-    ~ErrorMark()
-    {
-        if (isSet) {
-            ERR_clear_last_mark();
-        }
-    }
-    ErrorMark(ErrorMark const&) = delete;
-    ErrorMark& operator=(ErrorMark const&) = delete;
-
-    /// Removes the entries behind the mark, and the mark.
-    void removeErrors()
-    {
-        ERR_pop_to_mark();
-        isSet = false;
-    }
-
-private:
-    bool isSet = true;
-};
-
 } // namespace detail
 
 /// Runs the step, which returns whether it succeeded. If it fails although memory is available, runs it a
@@ -67,7 +42,7 @@ template <typename Step>
 bool lacksMemoryFor(Step const& step)
 {
     {
-        detail::ErrorMark mark;
+        ErrorMark mark;
         if (step()) {
             return false;
         }
