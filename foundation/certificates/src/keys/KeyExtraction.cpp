@@ -2,14 +2,19 @@
 
 #include "libcrypto/OpenSSLResult.hpp"
 
+#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
 #include <openssl/core_names.h>
 
+#include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace foundation::certificates {
 
 namespace {
 
+constexpr std::string_view prime256v1Name = "prime256v1";
 constexpr char const nullKeyText[] = "Failed to sanity check EVP_PKEY. Argument is nullptr";
 
 [[noreturn]] void refuseKeyKind(int baseId)
@@ -37,6 +42,50 @@ std::string parameterText(OSSL_PARAM const& parameter)
     return std::string(text, strnlen(text, parameter.data_size));
 }
 
+/// Returns the number's absolute value as bigNumToByteArray does; no bytes without a number.
+ByteArray numberIn(OSSL_PARAM const* parameters, char const* name)
+{
+    auto const* parameter = OSSL_PARAM_locate_const(parameters, name);
+    auto const number = makeBIGNUM(BN_new());
+    BIGNUM* target = number.get();
+    bool const isRead =
+        parameter != nullptr && target != nullptr && OSSL_PARAM_get_BN(parameter, &target) == 1;
+    return isRead ? bigNumToByteArray(target) : ByteArray();
+}
+
+/// Returns the octets of a string parameter; none without it.
+ByteArray octetsIn(OSSL_PARAM const* parameters, char const* name)
+{
+    auto const* parameter = OSSL_PARAM_locate_const(parameters, name);
+    auto const* bytes = parameter == nullptr ? nullptr : static_cast<unsigned char const*>(parameter->data);
+    return bytes == nullptr ? ByteArray() : ByteArray(bytes, bytes + parameter->data_size);
+}
+
+bool namesPrime256v1(OSSL_PARAM const* parameters)
+{
+    auto const* group = OSSL_PARAM_locate_const(parameters, OSSL_PKEY_PARAM_GROUP_NAME);
+    return group != nullptr && parameterText(*group) == prime256v1Name;
+}
+
+std::optional<PublicKeyInfo> rsaKeyIn(OSSL_PARAM const* parameters, std::uint64_t bits)
+{
+    ByteArray const exponent = numberIn(parameters, OSSL_PKEY_PARAM_RSA_E);
+    ByteArray const modulus = numberIn(parameters, OSSL_PKEY_PARAM_RSA_N);
+    if (exponent.empty() || modulus.empty()) {
+        return std::nullopt;
+    }
+    return PublicKeyInfo(bits, exponent, modulus);
+}
+
+std::optional<PublicKeyInfo> eccKeyIn(OSSL_PARAM const* parameters, std::uint64_t bits, EllipticCurve curve)
+{
+    ByteArray const point = octetsIn(parameters, OSSL_PKEY_PARAM_PUB_KEY);
+    if (point.empty() || (curve == EllipticCurve::Prime256v1 && !namesPrime256v1(parameters))) {
+        return std::nullopt;
+    }
+    return PublicKeyInfo(bits, point, curve);
+}
+
 EllipticCurve curveOfECKey(EVP_PKEY* key)
 {
     auto const parameters =
@@ -45,7 +94,7 @@ EllipticCurve curveOfECKey(EVP_PKEY* key)
         OSSL_PARAM_locate_const(parameters.get(), OSSL_PKEY_PARAM_GROUP_NAME),
         "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC");
     std::string const name = parameterText(*group);
-    if (name != "prime256v1") {
+    if (name != prime256v1Name) {
         throw UnsupportedEllipticCurve("ECC-based key is not using supported ECC Curve. Curve: " + name);
     }
     return EllipticCurve::Prime256v1;
@@ -79,6 +128,28 @@ EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key)
         return curveOfECKey(key);
     default:
         refuseKeyKind(baseId);
+    }
+}
+
+std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    int const bits = key == nullptr ? 0 : EVP_PKEY_get_bits(key);
+    OSSL_PARAM* exported = nullptr;
+    if (bits < 1 || EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &exported) != 1 || exported == nullptr) {
+        return std::nullopt;
+    }
+    auto const parameters = makeOSSL_PARAMUPtr(exported);
+    auto const size = static_cast<std::uint64_t>(bits);
+    switch (EVP_PKEY_get_base_id(key)) {
+    case EVP_PKEY_RSA:
+        return rsaKeyIn(parameters.get(), size);
+    case EVP_PKEY_EC:
+        return eccKeyIn(parameters.get(), size, EllipticCurve::Prime256v1);
+    case EVP_PKEY_ED25519:
+        return eccKeyIn(parameters.get(), size, EllipticCurve::Ed25519);
+    default:
+        return std::nullopt;
     }
 }
 

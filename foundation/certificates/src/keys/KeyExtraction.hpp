@@ -10,6 +10,8 @@
 #include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/KeyInfo.hpp>
 
+#include <optional>
+
 namespace foundation::certificates {
 
 /// Returns the kind of the key: RSA, or ECC for `EVP_PKEY_EC` and `EVP_PKEY_ED25519`.
@@ -24,6 +26,11 @@ KeyType sanityCheckEVPKey(EVP_PKEY* key);
 /// @throws CertificateException "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC"
 /// @throws UnsupportedEllipticCurve "ECC-based key is not using supported ECC Curve. Curve: " and its name
 EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key);
+
+/// Returns the record of a public key. Reads all its numbers by one export, which is much cheaper than one
+/// read for each. Returns nothing if any step fails or the key is not accepted. Leaves OpenSSL's error queue
+/// as it is.
+std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key);
 
 /// Returns the number's absolute value, big-endian and without leading zero bytes; no bytes for zero.
 /// @throws CertificateException "Failed to convert BIGNUM to ByteArray. Argument is nullptr.", or "Wrote
