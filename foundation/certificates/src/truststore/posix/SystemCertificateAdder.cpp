@@ -291,9 +291,11 @@ private:
     bool deliverCertificate(ByteArray const& content) const
     {
         auto const certificate = x509FromDER(content);
-        // A block that holds no certificate also goes to the trust store, whose exception says what is wrong.
-        if (certificate == nullptr || extendedKeyUsageFits(certificate.get(), wanted)) {
+        if (certificate == nullptr) {
+            // The trust store's exception says what is wrong.
             store.addDERCertificate(content);
+        } else if (extendedKeyUsageFits(certificate.get(), wanted)) {
+            store.addX509(certificate.get());
         }
         return true;
     }
