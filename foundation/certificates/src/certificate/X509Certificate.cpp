@@ -277,6 +277,17 @@ X509Certificate::getRootCACertificate(X509CertificateChain const& chain, TrustSt
 
 bool X509Certificate::operator==(X509Certificate const& other) const
 {
+    auto const encodingOf = [](X509Certificate const& certificate) {
+        std::lock_guard<std::mutex> const lock(certificate.mutex);
+        certificate.throwIfImplEmpty();
+        return certificate.impl->encoding();
+    };
+    ByteArray const theirs = encodingOf(other);
+    ByteArray const mine = encodingOf(*this);
+    if (!theirs.empty() && !mine.empty()) {
+        return mine == theirs;
+    }
+    // The failure that follows is that of the fingerprint.
     std::string const otherFingerprint = other.getSHA256Fingerprint();
     return getSHA256Fingerprint() == otherFingerprint;
 }

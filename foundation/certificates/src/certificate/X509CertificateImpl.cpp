@@ -3,6 +3,7 @@
 #include "certificate/Extensions.hpp"
 #include "keys/KeyExtraction.hpp"
 #include "keys/RSAKeySize.hpp"
+#include "libcrypto/ErrorMark.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLCleanup.hpp"
@@ -49,6 +50,22 @@ EVP_PKEYUPtr publicKeyOf(X509* certificate)
     return makeEVP_PKEY(X509_get_pubkey(certificate));
 }
 
+/// Returns 0 if OpenSSL cannot encode the certificate. Leaves OpenSSL's error queue as it is.
+std::size_t encodedSizeOf(X509 const* certificate)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    return static_cast<std::size_t>(std::max(i2d_X509(certificate, nullptr), 0));
+}
+
+/// Removes what is not part of the certificate's encoding.
+void removeAuxiliaryData(X509* certificate)
+{
+    X509_trust_clear(certificate);
+    X509_reject_clear(certificate);
+    X509_alias_set1(certificate, nullptr, 0);
+    X509_keyid_set1(certificate, nullptr, 0);
+}
+
 } // namespace
 
 X509CertificateImpl::X509CertificateImpl()
@@ -78,6 +95,25 @@ X509CertificateImpl::X509CertificateImpl(X509* certificate)
 {
     throwIfKeyTooWeak();
     parseExtensions(x509.get());
+}
+
+X509CertificateImpl X509CertificateImpl::adopt(X509* certificate)
+{
+    ErrorMark mark;
+    try {
+        X509CertificateImpl adopted;
+        if (certificate != nullptr && X509_up_ref(certificate) == 1) {
+            adopted.x509 = makeX509(certificate);
+            removeAuxiliaryData(certificate);
+        }
+        adopted.throwIfKeyTooWeak();
+        parseExtensions(adopted.x509.get());
+        return adopted;
+    } catch (CertificateException const&) {
+        // OpenSSL may have lacked memory for the key or the extensions. A duplicate is parsed again.
+        mark.removeErrors();
+    }
+    return X509CertificateImpl(certificate);
 }
 
 X509CertificateImpl::X509CertificateImpl(
@@ -232,6 +268,14 @@ bool X509CertificateImpl::isValidForDigitalSigning() const
 
 PublicKeyInfo X509CertificateImpl::getPublicKeyInfo() const
 {
+    if (auto info = readPublicKeyInfo(publicKeyOf(content()).get())) {
+        return *std::move(info);
+    }
+    return publicKeyInfoInSteps();
+}
+
+PublicKeyInfo X509CertificateImpl::publicKeyInfoInSteps() const
+{
     switch (sanityCheckEVPKey(publicKeyOf(content()).get())) {
     case KeyType::RSA: {
         ByteArray const modulus = getModulus();
@@ -327,6 +371,26 @@ void X509CertificateImpl::throwIfKeyTooWeak() const
 }
 
 ByteArray X509CertificateImpl::getAsBytes() const
+{
+    ByteArray bytes = encoding();
+    return bytes.empty() ? bytesByBIO() : bytes;
+}
+
+ByteArray X509CertificateImpl::encoding() const
+{
+    X509 const* const certificate = content();
+    if (encodedSize == 0) {
+        encodedSize = encodedSizeOf(certificate);
+    }
+    ByteArray bytes(encodedSize);
+    unsigned char* position = bytes.data();
+    if (encodedSize > 0 && i2d_X509(certificate, &position) != static_cast<int>(encodedSize)) {
+        bytes.clear();
+    }
+    return bytes;
+}
+
+ByteArray X509CertificateImpl::bytesByBIO() const
 {
     auto const bio = makeMemoryBIO();
     throwIfBelowOne<X509CertificateException>(

@@ -6,6 +6,7 @@
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
@@ -45,6 +46,11 @@ public:
     X509CertificateImpl(std::istream& stream);
     /// Duplicates the certificate. Refuses its key as loading does.
     X509CertificateImpl(X509* certificate);
+    /// Becomes a further owner of the certificate instead of duplicating it. The result is that of the
+    /// duplicating constructor, and so are the failures. Only for a certificate that OpenSSL has just parsed
+    /// and whose other owners release it without any further use. Removes what a duplicate would not have:
+    /// trust settings, alias and key identifier.
+    static X509CertificateImpl adopt(X509* certificate);
     /// Shares the source's certificate. The guard proves that the caller holds the lock of the source's
     /// handle.
     X509CertificateImpl(X509CertificateImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
@@ -97,6 +103,8 @@ public:
     void throwIfKeyTooWeak() const;
 
     ByteArray getAsBytes() const;
+    /// Returns the same bytes as getAsBytes; none if OpenSSL cannot encode the certificate.
+    ByteArray encoding() const;
     std::string getAsString() const;
     std::string getAsPEMString() const;
     void print(std::ostream& out) const;
@@ -148,9 +156,16 @@ private:
     void load(ByteArray const& data);
     /// Returns the certificate, which the caller must not change.
     X509* content() const;
+    /// Reads the key in the steps whose failures getPublicKeyInfo reports.
+    PublicKeyInfo publicKeyInfoInSteps() const;
+    /// Encodes through a BIO, whose failures getAsBytes reports.
+    ByteArray bytesByBIO() const;
     ByteArray rsaParameter(char const* name, char const* notRSAText, char const* failureText) const;
 
     std::shared_ptr<X509> x509;
+    /// The size of the encoding; 0 until it is needed. Finding it takes OpenSSL a third of the time of an
+    /// output.
+    mutable std::size_t encodedSize = 0;
 };
 
 struct X509CertificateImpl::ValidationRun

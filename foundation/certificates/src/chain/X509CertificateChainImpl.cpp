@@ -40,7 +40,7 @@ X509* certificateIn(X509_INFO const* entry)
 X509Certificate loadCertificate(X509_INFO const* entry)
 {
     try {
-        return X509Certificate(X509CertificateImpl(certificateIn(entry)));
+        return X509Certificate(X509CertificateImpl::adopt(certificateIn(entry)));
     } catch (CertificateException const& failure) {
         throw X509CertificateChainException(
             std::string("Error: Unable to parse X509 certificate inside X509 certificate chain.") +

@@ -180,10 +180,10 @@ void PKCS12CertificateImpl::takeCertificates(X509* matchingTheKey, STACK_OF(X509
 {
     try {
         if (matchingTheKey != nullptr) {
-            certificate = X509Certificate(X509CertificateImpl(matchingTheKey));
+            certificate = X509Certificate(X509CertificateImpl::adopt(matchingTheKey));
         }
         for (int index = 0; index < sk_X509_num(others); ++index) {
-            caChain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(others, index))));
+            caChain.addCertificate(X509Certificate(X509CertificateImpl::adopt(sk_X509_value(others, index))));
         }
     } catch (UnsupportedEllipticCurve const& failure) {
         throw UnsupportedEllipticCurve(
