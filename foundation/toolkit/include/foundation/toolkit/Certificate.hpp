@@ -122,7 +122,7 @@ public:
     /// "ED448". A curve without a name is "EC". A key that OpenSSL cannot decode has the short name of its
     /// algorithm, or its dotted OID.
     std::string getKeyKind() const;
-    /// Returns the size of the key in bits (`EVP_PKEY_get_bits`): 384 for secp384r1, 253 for Ed25519; 0 for a
+    /// Returns the size of the key in bits (`EVP_PKEY_get_bits`), for example 384 for secp384r1; 0 for a
     /// key that OpenSSL cannot decode.
     int getKeyBits() const;
     /// Returns OpenSSL's short name of the signature algorithm, such as "RSA-SHA256" or "ecdsa-with-SHA384";
