@@ -2,6 +2,7 @@
 #include "support/Text.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/RandomHierarchies.hpp"
 #include "support/system/ScriptedServer.hpp"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,6 @@
 
 using namespace foundation::certificates;
 using namespace foundation::test;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -23,180 +23,6 @@ using CheckCRL = Options::CheckCRL;
 using DownloadCRL = Options::DownloadCRL;
 
 constexpr int numHierarchies = 500;
-
-/// A handful of keys serves all hierarchies.
-KeyHandle anyKey(Dice& dice)
-{
-    auto const name = std::to_string(dice.below(4));
-    switch (dice.below(3)) {
-    case 0:
-        return rsaKey(1024, name);
-    case 1:
-        return ed25519Key(name);
-    default:
-        return p256Key(name);
-    }
-}
-
-std::vector<Mutation> const& certificateFaults()
-{
-    static std::vector<Mutation> const faults = {
-        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); },
-        [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
-        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); },
-        [](CertificateSpec& spec) { spec.damagedSignature = true; },
-        [](CertificateSpec& spec) { spec.signingKey = p256Key("unrelated"); },
-        [](CertificateSpec& spec) { spec.issuer = commonName("unrelated"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:TRUE,pathlen:0"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:FALSE"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "CA:TRUE"); },
-        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,digitalSignature"); },
-        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,keyCertSign"); },
-        [](CertificateSpec& spec) {
-            spec.setRawExtension("1.3.6.1.4.1.99999.7", {5, 0}, true);
-        },
-        [](CertificateSpec& spec) { spec.removeExtension("subjectKeyIdentifier"); },
-    };
-    return faults;
-}
-
-std::string uriOf(std::size_t level)
-{
-    return "http://127.0.0.1/" + std::to_string(level) + ".crl";
-}
-
-std::string pathOf(std::size_t level)
-{
-    return "/" + std::to_string(level) + ".crl";
-}
-
-/// All that a validation gets to see.
-struct Hierarchy
-{
-    /// From the leaf to the root.
-    std::vector<CertificateAndKey> members;
-    std::vector<CertificateAndKey> chain;
-    std::vector<CertificateAndKey> anchors;
-    std::vector<CrlHandle> trustedCrls;
-    /// By the path under which they are served.
-    std::map<std::string, CrlHandle> served;
-    Tolerances tolerances;
-    CheckCRL check = CheckCRL::None;
-    DownloadCRL download = DownloadCRL::None;
-};
-
-CertificateAndKey makeMember(
-    Dice& dice, std::size_t level, std::size_t depth, std::optional<CertificateAndKey> const& issuer,
-    Mutation const& fault)
-{
-    auto const name = "level " + std::to_string(level);
-    auto spec = !issuer      ? rootSpec(name)
-                : level == 0 ? leafSpec(*issuer, name)
-                             : intermediateSpec(*issuer, name);
-    spec.key = anyKey(dice);
-    if (level < depth) {
-        spec.setDistributionPoints({uriOf(level)});
-    }
-    if (fault) {
-        fault(spec);
-    }
-    return make(spec);
-}
-
-std::vector<CertificateAndKey> makeMembers(Dice& dice)
-{
-    auto const depth = static_cast<std::size_t>(dice.below(6));
-    auto const faultyLevel =
-        dice.oneIn(3) ? depth + 1 : static_cast<std::size_t>(dice.below(static_cast<int>(depth) + 1));
-    std::vector<CertificateAndKey> members;
-    std::optional<CertificateAndKey> issuer;
-    for (auto level = depth + 1; level-- > 0;) {
-        auto const& fault = level == faultyLevel ? dice.pick(certificateFaults()) : Mutation();
-        issuer = makeMember(dice, level, depth, issuer, fault);
-        members.insert(members.begin(), *issuer);
-    }
-    return members;
-}
-
-void deal(Dice& dice, Hierarchy& hierarchy)
-{
-    auto const& members = hierarchy.members;
-    hierarchy.chain.assign(members.begin() + 1, members.end());
-    if (dice.oneIn(2) && !hierarchy.chain.empty()) {
-        hierarchy.chain.pop_back(); // the root, which belongs to the store
-    }
-    if (dice.oneIn(8) && !hierarchy.chain.empty()) {
-        hierarchy.chain.erase(hierarchy.chain.begin() + dice.below(static_cast<int>(hierarchy.chain.size())));
-    }
-    if (dice.oneIn(3)) {
-        hierarchy.chain.insert(hierarchy.chain.begin(), members.front());
-    }
-    if (dice.oneIn(6)) {
-        dice.shuffle(hierarchy.chain);
-    }
-    // Never empty: an empty store means the operating system's roots.
-    hierarchy.anchors = {makeRoot("somebody else")};
-    if (!dice.oneIn(6)) {
-        hierarchy.anchors.push_back(members.back());
-    }
-    if (dice.oneIn(6)) {
-        hierarchy.anchors.push_back(dice.pick(members));
-    }
-}
-
-CrlHandle makeCrlFor(Dice& dice, CertificateAndKey const& subject, CertificateAndKey const& issuer)
-{
-    std::vector<RevokedEntry> revoked = {{"1", TimeSpec::fromNow(-2h), {}}};
-    if (dice.oneIn(4)) {
-        revoked.push_back(revoke(subject));
-    }
-    return makeCrl(issuer, revoked, [&](CrlSpec& spec) {
-        switch (dice.below(16)) {
-        case 0:
-            spec.nextUpdate = TimeSpec::fromNow(-1h);
-            break;
-        case 1:
-            spec.thisUpdate = TimeSpec::fromNow(1h);
-            break;
-        case 2:
-            spec.damagedSignature = true;
-            break;
-        case 3:
-            spec.issuerName = commonName("unrelated");
-            break;
-        case 4:
-            spec.nextUpdate.reset();
-            break;
-        default:
-            break;
-        }
-    });
-}
-
-void dealCrls(Dice& dice, Hierarchy& hierarchy)
-{
-    auto const& members = hierarchy.members;
-    hierarchy.check = static_cast<CheckCRL>(dice.below(3));
-    hierarchy.download = static_cast<DownloadCRL>(dice.below(3));
-    for (std::size_t level = 0; level + 1 < members.size(); ++level) {
-        if (dice.oneIn(6)) {
-            hierarchy.trustedCrls.push_back(makeCrlFor(dice, members[level], members[level + 1]));
-        }
-        if (!dice.oneIn(12)) {
-            hierarchy.served[pathOf(level)] = makeCrlFor(dice, members[level], members[level + 1]);
-        }
-    }
-}
-
-Hierarchy makeHierarchy(Dice& dice)
-{
-    Hierarchy hierarchy;
-    hierarchy.members = makeMembers(dice);
-    deal(dice, hierarchy);
-    dealCrls(dice, hierarchy);
-    hierarchy.tolerances = {dice.oneIn(3), dice.oneIn(3), dice.oneIn(4)};
-    return hierarchy;
-}
 
 // The reference: the expected result, found with the bare API
 
@@ -285,7 +111,7 @@ private:
     CrlHandle crlFor(X509Handle const& certificate) const
     {
         for (std::size_t level = 0; level + 1 < hierarchy.members.size(); ++level) {
-            auto const found = hierarchy.served.find(pathOf(level));
+            auto const found = hierarchy.served.find(pathOfCrl(level));
             if (found != hierarchy.served.end() &&
                 X509_cmp(hierarchy.members[level].certificate.get(), certificate.get()) == 0) {
                 return found->second;
