@@ -74,6 +74,11 @@ void startCounting()
     counting = true;
 }
 
+void noteKept()
+{
+    current.kept = live;
+}
+
 Allocations stopCounting()
 {
     counting = false;

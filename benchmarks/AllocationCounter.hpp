@@ -14,6 +14,8 @@ struct Allocations
     std::int64_t bytes = 0;
     /// The largest amount in use at one time, without what was allocated before.
     std::int64_t peak = 0;
+    /// What is still in use while the result exists.
+    std::int64_t kept = 0;
 };
 
 /// Starts to count OpenSSL's allocations. Call it before OpenSSL's first allocation.
@@ -24,6 +26,8 @@ template <typename Operation>
 Allocations allocationsOf(Operation const& operation);
 
 void startCounting();
+/// Takes what is in use now as the amount that the result keeps.
+void noteKept();
 Allocations stopCounting();
 
 template <typename Operation>
@@ -33,6 +37,7 @@ Allocations allocationsOf(Operation const& operation)
     {
         auto const result = operation();
         static_cast<void>(result);
+        noteKept();
     }
     return stopCounting();
 }

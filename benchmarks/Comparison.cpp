@@ -36,15 +36,55 @@ std::vector<Group>& groups()
     return all;
 }
 
+std::vector<MemoryRow>& memoryRows()
+{
+    static std::vector<MemoryRow> all;
+    return all;
+}
+
+std::vector<PlotPoint>& plotPoints()
+{
+    static std::vector<PlotPoint> all;
+    return all;
+}
+
 std::vector<Scaling*>& scalings()
 {
     static std::vector<Scaling*> all;
     return all;
 }
 
+std::vector<SharedStoreRow*>& sharedStoreRows()
+{
+    static std::vector<SharedStoreRow*> all;
+    return all;
+}
+
 void runEachOnce()
 {
     eachOnce = true;
+}
+
+bool eachRunsOnce()
+{
+    return eachOnce;
+}
+
+std::vector<std::size_t> rootCounts()
+{
+    // OpenSSL sorts a store at each addition, so the largest store takes seconds to build.
+    return eachOnce ? std::vector<std::size_t>{1, 150} : std::vector<std::size_t>{1, 10, 150, 1000, 10000};
+}
+
+std::string rootsText(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " root" : " roots");
+}
+
+void noteMemory(
+    std::string what, Quantity quantity, Comparison const& comparison, std::optional<std::int64_t> target)
+{
+    memoryRows().push_back({std::move(what), quantity, &comparison, target});
 }
 
 void beginGroup(std::string title, std::string note)
@@ -84,11 +124,24 @@ Scaling& declareScaling(std::string operation)
     return all.back();
 }
 
+SharedStoreRow& declareSharedStore(int threads, std::optional<double> target)
+{
+    static std::list<SharedStoreRow> all;
+    all.push_back({threads, target, {}, {}, {}, {}});
+    sharedStoreRows().push_back(&all.back());
+    return all.back();
+}
+
 void registerThreads(
     std::string const& name, int threads, Side& side, std::function<void(benchmark::State&)> run)
 {
     sides()[name] = &side;
-    benchmark::RegisterBenchmark(name.c_str(), std::move(run))->Threads(threads)->UseRealTime();
+    auto* const registered = benchmark::RegisterBenchmark(name.c_str(), std::move(run));
+    registered->Threads(threads)->UseRealTime();
+    if (!eachOnce) {
+        constexpr double secondsPerRepetition = 0.1; // long enough for all threads to run side by side
+        registered->MinTime(secondsPerRepetition);
+    }
 }
 
 Side& sideNamed(std::string const& name)

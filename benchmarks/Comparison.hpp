@@ -3,12 +3,15 @@
 /// @file
 /// Compares each operation of the library with the least work that OpenSSL alone needs for the same answer,
 /// with the same checks. One run measures both and shuffles all repetitions, so other load affects both sides
-/// alike.
+/// alike. Each repetition first runs its operation without counting it, because the operations before it have
+/// filled the caches with their own data.
 
 #include "AllocationCounter.hpp"
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -35,6 +38,39 @@ struct Comparison
     Side bare;
 };
 
+/// What a row of the memory table shows of a comparison.
+enum class Quantity
+{
+    Kept,
+    Bytes,
+    Peak,
+    Count
+};
+
+struct MemoryRow
+{
+    std::string what;
+    Quantity quantity;
+    Comparison const* comparison;
+    /// The largest allowed value of the library.
+    std::optional<std::int64_t> target;
+};
+
+std::vector<MemoryRow>& memoryRows();
+void noteMemory(
+    std::string what, Quantity quantity, Comparison const& comparison,
+    std::optional<std::int64_t> target = std::nullopt);
+
+/// A validation over the number of roots, as the plot and the table of other libraries show it.
+struct PlotPoint
+{
+    std::size_t roots;
+    Comparison const* privateStore;
+    Comparison const* handedOutStore;
+};
+
+std::vector<PlotPoint>& plotPoints();
+
 struct Group
 {
     std::string title;
@@ -52,8 +88,14 @@ struct Effort
     int repetitions = 0;
 };
 
-/// From now on, each added operation runs only once.
+/// From now on, each added operation runs only once, and rootCounts() is short.
 void runEachOnce();
+bool eachRunsOnce();
+
+/// Returns the sizes of the trust stores that validations are measured with.
+std::vector<std::size_t> rootCounts();
+/// Returns the count with its unit, such as "150 roots".
+std::string rootsText(std::size_t count);
 
 /// Starts a group. The note explains the figures.
 void beginGroup(std::string title, std::string note);
@@ -62,12 +104,24 @@ Comparison& declare(std::string operation, std::optional<double> target);
 void registerSide(
     std::string const& name, Side& side, Effort effort, std::function<void(benchmark::State&)> run);
 
+/// Fills the caches with what the operation needs: runs it at least once, and for some milliseconds.
+template <typename Operation>
+void warmUp(Operation const& operation)
+{
+    constexpr std::chrono::milliseconds longEnough(3);
+    auto const end = std::chrono::steady_clock::now() + longEnough;
+    do {
+        auto result = operation();
+        benchmark::DoNotOptimize(result);
+    } while (!eachRunsOnce() && std::chrono::steady_clock::now() < end);
+}
+
 template <typename Operation>
 void measure(benchmark::State& state, Side& side, Operation const& operation)
 {
+    warmUp(operation);
     if (!side.allocations) {
-        allocationsOf(operation); // excludes what is allocated once per process
-        side.allocations = allocationsOf(operation);
+        side.allocations = allocationsOf(operation); // without what is allocated once per process
     }
     for (auto _ : state) {
         auto result = operation();
@@ -78,7 +132,7 @@ void measure(benchmark::State& state, Side& side, Operation const& operation)
 /// Both operations return a value, which is destroyed inside the measured time. The result of the maker of
 /// the surroundings lives outside the measured time.
 template <typename Surroundings, typename Library, typename Bare>
-void compareWithin(
+Comparison& compareWithin(
     Surroundings surroundings, std::string const& operation, std::optional<double> target, Library library,
     Bare bare, Effort effort = {})
 {
@@ -92,14 +146,15 @@ void compareWithin(
         [[maybe_unused]] auto const around = surroundings();
         measure(state, comparison.bare, bare);
     });
+    return comparison;
 }
 
 template <typename Library, typename Bare>
-void compare(
+Comparison& compare(
     std::string const& operation, std::optional<double> target, Library library, Bare bare,
     Effort effort = {})
 {
-    compareWithin([] { return 0; }, operation, target, library, bare, effort);
+    return compareWithin([] { return 0; }, operation, target, library, bare, effort);
 }
 
 /// Throughput of one thread and of eight, each with its own objects: seconds per operation over all threads
@@ -113,23 +168,45 @@ struct Scaling
 
 std::vector<Scaling*>& scalings();
 Scaling& declareScaling(std::string operation);
+
+/// Validations of several threads on one trust store: seconds per validation over all threads together.
+struct SharedStoreRow
+{
+    int threads = 1;
+    /// The smallest allowed ratio of the library's throughput to that of bare OpenSSL.
+    std::optional<double> target;
+    Side privateStore;
+    Side handedOutStore;
+    Side oneHandle;
+    Side bare;
+};
+
+std::vector<SharedStoreRow*>& sharedStoreRows();
+SharedStoreRow& declareSharedStore(int threads, std::optional<double> target);
+
 void registerThreads(
     std::string const& name, int threads, Side& side, std::function<void(benchmark::State&)> run);
 
 /// Calls the maker once in each thread. The maker returns the operation.
 template <typename Maker>
-void scale(std::string const& operation, Maker maker)
+void measureThreads(std::string const& name, int threads, Side& side, Maker maker)
 {
-    Scaling& scaling = declareScaling(operation);
-    auto const run = [maker](benchmark::State& state) {
+    registerThreads(name, threads, side, [maker](benchmark::State& state) {
         auto const perform = maker();
+        warmUp(perform);
         for (auto _ : state) {
             auto result = perform();
             benchmark::DoNotOptimize(result);
         }
-    };
-    registerThreads("Threads/" + operation + "/1", 1, scaling.oneThread, run);
-    registerThreads("Threads/" + operation + "/8", 8, scaling.eightThreads, run);
+    });
+}
+
+template <typename Maker>
+void scale(std::string const& operation, Maker maker)
+{
+    Scaling& scaling = declareScaling(operation);
+    measureThreads("Threads/" + operation + "/1", 1, scaling.oneThread, maker);
+    measureThreads("Threads/" + operation + "/8", 8, scaling.eightThreads, maker);
 }
 
 /// Returns where the reporter stores the time of the benchmark with this name.

@@ -99,15 +99,18 @@ CertificateAndKey const& typicalLeaf(KeyKind kind)
 
 std::vector<CertificateAndKey> roots(std::size_t count)
 {
-    std::vector<CertificateAndKey> made;
-    for (std::size_t index = 0; index < count; ++index) {
+    static std::vector<CertificateAndKey> made;
+    constexpr std::size_t mixedKeys = 1000;
+    while (made.size() < count) {
+        std::size_t const index = made.size();
         made.push_back(
             test::makeRoot("Root Authority " + std::to_string(index), [&](test::CertificateSpec& spec) {
                 std::string const name = "root " + std::to_string(index % 4);
-                spec.key = index % 2 == 0 ? test::rsaKey(2048, name) : test::p256Key(name);
+                bool const isRSA = index % 2 == 0 && index < mixedKeys;
+                spec.key = isRSA ? test::rsaKey(2048, name) : test::p256Key(name);
             }));
     }
-    return made;
+    return {made.begin(), made.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
 std::vector<CertificateAndKey> chainBelow(CertificateAndKey const& root, std::size_t length)
@@ -160,8 +163,7 @@ X509_STOREUPtr bareStore(std::vector<CertificateAndKey> const& certificates)
 {
     auto store = makeX509_STORE(X509_STORE_new());
     for (auto const& certificate : certificates) {
-        auto const duplicate = makeX509(X509_dup(certificate.certificate.get()));
-        X509_STORE_add_cert(store.get(), duplicate.get());
+        X509_STORE_add_cert(store.get(), certificate.certificate.get());
     }
     return store;
 }
@@ -171,11 +173,28 @@ X509_STOREUPtr bareCopy(X509_STORE* store)
     auto copy = makeX509_STORE(X509_STORE_new());
     auto const* const objects = X509_STORE_get0_objects(store);
     for (int index = 0; index < sk_X509_OBJECT_num(objects); ++index) {
+        X509_STORE_add_cert(copy.get(), X509_OBJECT_get0_X509(sk_X509_OBJECT_value(objects, index)));
+    }
+    return copy;
+}
+
+X509_STOREUPtr bareDeepCopy(X509_STORE* store)
+{
+    auto copy = makeX509_STORE(X509_STORE_new());
+    auto const* const objects = X509_STORE_get0_objects(store);
+    for (int index = 0; index < sk_X509_OBJECT_num(objects); ++index) {
         auto const duplicate =
             makeX509(X509_dup(X509_OBJECT_get0_X509(sk_X509_OBJECT_value(objects, index))));
         X509_STORE_add_cert(copy.get(), duplicate.get());
     }
     return copy;
+}
+
+void writeMaterial(std::string const& folder, std::size_t rootCount)
+{
+    auto const trusted = roots(rootCount);
+    std::ofstream(folder + "/chain.pem") << test::toPemBundle(chainBelow(trusted.front(), 3));
+    std::ofstream(folder + "/roots.pem") << test::toPemBundle(trusted);
 }
 
 } // namespace foundation::benchmarks

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "Peers.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <vector>
 
 namespace foundation::benchmarks {
 
@@ -14,7 +17,7 @@ public:
     void ReportRuns(std::vector<Run> const& runs) override;
 };
 
-/// Writes all results as a Markdown page.
-std::string reportAsMarkdown();
+/// Writes all results as a Markdown page. The page shows the image if its name is not empty.
+std::string reportAsMarkdown(std::vector<Peer> const& peers, std::string const& image);
 
 } // namespace foundation::benchmarks

@@ -2,12 +2,16 @@
 #include "Material.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
 
 #include <openssl/x509_vfy.h>
 
 #include <array>
 #include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace foundation::benchmarks {
 
@@ -44,38 +48,98 @@ void addQueryScaling()
     });
 }
 
-void addValidationScaling()
+/// What all threads share. The library's store is copied before anything was handed out.
+struct Shared
 {
-    auto const trusted = std::make_shared<std::vector<CertificateAndKey>>(roots(10));
-    auto const chain = std::make_shared<std::vector<CertificateAndKey>>(chainBelow(trusted->front(), 2));
-    scale("validation, library", [trusted, chain] {
-        return [leaf = load(chain->front()), intermediates = chainOf(*chain), store = storeOf(*trusted)] {
-            return leaf.validateCertificate(intermediates, CertificateValidationOptions(), store);
+    X509Certificate leaf;
+    X509CertificateChain chain;
+    TrustStore store;
+    TrustStore handedOutStore;
+    std::shared_ptr<X509_STORE> handedOut;
+    CertificateAndKey bareLeaf;
+    X509StackUPtr bareUntrusted;
+    X509_STOREUPtr bareStore;
+};
+
+Shared makeShared()
+{
+    constexpr std::size_t rootCount = 150;
+    auto const trusted = roots(rootCount);
+    auto const chain = chainBelow(trusted.front(), 3);
+    std::vector<CertificateAndKey> const intermediates(chain.begin() + 1, chain.end());
+    Shared shared{
+        load(chain.front()),
+        chainOf(intermediates),
+        storeOf(trusted),
+        storeOf(trusted),
+        nullptr,
+        chain.front(),
+        makeX509Stack(sk_X509_new_null()),
+        bareStore(trusted)};
+    shared.handedOut = getOpenSSLStore(shared.handedOutStore);
+    for (auto const& certificate : intermediates) {
+        X509_up_ref(certificate.certificate.get());
+        sk_X509_push(shared.bareUntrusted.get(), certificate.certificate.get());
+    }
+    return shared;
+}
+
+int bareVerify(Shared const& shared)
+{
+    auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
+    X509_STORE_CTX_init(
+        context.get(), shared.bareStore.get(), shared.bareLeaf.certificate.get(), shared.bareUntrusted.get());
+    X509_STORE_CTX_set_flags(
+        context.get(), X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
+                           X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
+    return X509_verify_cert(context.get());
+}
+
+/// Returns an operation for one thread, which validates with a copy of the certificate.
+auto validationWithCopy(Lazy<Shared> const& shared, TrustStore Shared::*store)
+{
+    return [shared, store, leaf = shared->leaf] {
+        return leaf.validateCertificate(shared->chain, CertificateValidationOptions(), *shared.*store);
+    };
+}
+
+void addSharedStore(Lazy<Shared> const& shared, int threads, std::optional<double> target)
+{
+    SharedStoreRow& row = declareSharedStore(threads, target);
+    std::string const name = "Threads/one store/" + std::to_string(threads);
+    measureThreads(name + "/private", threads, row.privateStore, [shared] {
+        return validationWithCopy(shared, &Shared::store);
+    });
+    measureThreads(name + "/handed out", threads, row.handedOutStore, [shared] {
+        return validationWithCopy(shared, &Shared::handedOutStore);
+    });
+    measureThreads(name + "/one handle", threads, row.oneHandle, [shared] {
+        return [shared] {
+            return shared->leaf.validateCertificate(
+                shared->chain, CertificateValidationOptions(), shared->store);
         };
     });
-    scale("validation, OpenSSL", [trusted, chain] {
-        std::shared_ptr<X509_STORE> const store(bareStore(*trusted));
-        return [store, chain] {
-            auto const copy = bareCopy(store.get());
-            auto const untrusted = makeX509Stack(sk_X509_new_null());
-            for (auto const& certificate : *chain) {
-                sk_X509_push(untrusted.get(), X509_dup(certificate.certificate.get()));
-            }
-            auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
-            X509_STORE_CTX_init(
-                context.get(), copy.get(), sk_X509_value(untrusted.get(), 0), untrusted.get());
-            return X509_verify_cert(context.get());
-        };
-    });
+    measureThreads(
+        name + "/OpenSSL", threads, row.bare, [shared] { return [shared] { return bareVerify(*shared); }; });
+}
+
+void addSharedStores()
+{
+    constexpr double target = 0.65;
+    constexpr int withTarget = 2; // the number of processors that the target was set for
+    Lazy<Shared> const shared(makeShared);
+    for (int const threads : {1, 2, 4, 8}) {
+        addSharedStore(shared, threads, threads <= withTarget ? std::optional<double>(target) : std::nullopt);
+    }
 }
 
 } // namespace
 
 void addThreadBenchmarks()
 {
+    addSharedStores();
     addLoadScaling();
     addQueryScaling();
-    addValidationScaling();
 }
 
 } // namespace foundation::benchmarks

@@ -1,18 +1,26 @@
 // Compares the library with bare OpenSSL and prints a table.
 //
-//     foundation_benchmarks [--once] [--report FILE] [--benchmark_filter=REGEX ...]
+//     foundation_benchmarks [--once] [--report FILE] [--peers FOLDER] [--plot FILE] [--image NAME]
+//                           [--benchmark_filter=REGEX ...]
+//     foundation_benchmarks --material FOLDER ROOTS
 //
-// --once runs each operation once, to check that it works.
+// --once runs each operation once, to check that it works. --report also writes the table as a page, which
+// shows the image. --peers names the folder with the results of other libraries, --plot the file for the
+// points of the plot. --material only writes the certificates that the programs of other libraries measure.
 
 #include "AllocationCounter.hpp"
 #include "Comparison.hpp"
+#include "Material.hpp"
+#include "Peers.hpp"
 #include "Report.hpp"
 
 #include "support/system/NetworkNamespace.hpp"
 
+#include <cstddef>
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,8 +32,32 @@ struct Arguments
 {
     bool once = false;
     std::string report;
+    std::string peers;
+    std::string plot;
+    std::string image;
+    std::string material;
+    std::size_t materialRoots = 0;
     std::vector<std::string> forBenchmark;
 };
+
+/// Returns where the value of the option goes; null for other words.
+std::string* optionNamed(Arguments& arguments, std::string const& word)
+{
+    std::map<std::string, std::string*> const options{
+        {"--report", &arguments.report},
+        {"--peers", &arguments.peers},
+        {"--plot", &arguments.plot},
+        {"--image", &arguments.image}};
+    auto const place = options.find(word);
+    return place == options.end() ? nullptr : place->second;
+}
+
+void writeIfNamed(std::string const& path, std::string const& content)
+{
+    if (!path.empty()) {
+        std::ofstream(path) << content;
+    }
+}
 
 Arguments parse(int argc, char** argv)
 {
@@ -35,8 +67,11 @@ Arguments parse(int argc, char** argv)
         std::string const word = argv[index];
         if (word == "--once") {
             arguments.once = true;
-        } else if (word == "--report" && index + 1 < argc) {
-            arguments.report = argv[++index];
+        } else if (auto* const value = optionNamed(arguments, word); value != nullptr && index + 1 < argc) {
+            *value = argv[++index];
+        } else if (word == "--material" && index + 2 < argc) {
+            arguments.material = argv[++index];
+            arguments.materialRoots = std::stoul(argv[++index]);
         } else {
             arguments.forBenchmark.push_back(word);
         }
@@ -76,11 +111,11 @@ void run(Arguments const& arguments)
 
     Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
-    std::string const report = reportAsMarkdown();
+    auto const peers = arguments.peers.empty() ? std::vector<Peer>() : readPeers(arguments.peers);
+    std::string const report = reportAsMarkdown(peers, arguments.image);
     std::cout << report;
-    if (!arguments.report.empty()) {
-        std::ofstream(arguments.report) << report;
-    }
+    writeIfNamed(arguments.report, report);
+    writeIfNamed(arguments.plot, plotData(peers));
 }
 
 } // namespace
@@ -91,6 +126,10 @@ int main(int argc, char** argv)
         countAllocationsOfOpenSSL();
         foundation::test::isolateNetwork();
         Arguments const arguments = parse(argc, argv);
+        if (!arguments.material.empty()) {
+            writeMaterial(arguments.material, arguments.materialRoots);
+            return 0;
+        }
         initializeBenchmark(arguments);
         run(arguments);
     } catch (std::exception const& failure) {

@@ -13,7 +13,9 @@ compiler_packages=(clang libc++-dev libc++abi-dev googletest)
 # Compilers, sources and headers for Windows programs, and Wine.
 windows_packages=(cmake ninja-build make perl g++-mingw-w64-x86-64-posix dpkg-dev libboost-dev libboost-log-dev
     googletest wine wine64 ca-certificates netbase)
-bench_packages=(libbenchmark-dev ca-certificates netbase)
+bench_packages=(libbenchmark-dev libgnutls28-dev ca-certificates netbase)
+# The page of results also shows Go, which takes 450 MB, and a plot.
+peer_packages=(golang-go gnuplot-nox)
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
