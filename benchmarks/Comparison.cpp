@@ -127,7 +127,7 @@ Scaling& declareScaling(std::string operation)
 SharedStoreRow& declareSharedStore(int threads, std::optional<double> target)
 {
     static std::list<SharedStoreRow> all;
-    all.push_back({threads, target, {}, {}, {}, {}});
+    all.push_back({threads, target, {}, {}, {}, {}, {}});
     sharedStoreRows().push_back(&all.back());
     return all.back();
 }

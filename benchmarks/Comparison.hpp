@@ -67,6 +67,8 @@ struct PlotPoint
     std::size_t roots;
     Comparison const* privateStore;
     Comparison const* handedOutStore;
+    /// The toolkit's validator; null if the toolkit is not built.
+    Comparison const* pathValidator;
 };
 
 std::vector<PlotPoint>& plotPoints();
@@ -178,6 +180,8 @@ struct SharedStoreRow
     Side privateStore;
     Side handedOutStore;
     Side oneHandle;
+    /// The toolkit's validator; without a value if the toolkit is not built.
+    Side pathValidator;
     Side bare;
 };
 
@@ -217,5 +221,8 @@ void addStoreBenchmarks();
 void addValidationBenchmarks();
 void addContainerBenchmarks();
 void addThreadBenchmarks();
+/// Measures the toolkit, if it is built. Adds to the points of the plot and to the rows of threads on one
+/// store, so it comes last.
+void addPathValidatorBenchmarks();
 
 } // namespace foundation::benchmarks

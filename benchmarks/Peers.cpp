@@ -57,8 +57,12 @@ std::vector<Peer> readPeers(std::string const& folder)
 std::string plotData(std::vector<Peer> const& peers)
 {
     std::ostringstream out;
-    out << "roots \"this library\" \"this library, handed-out store\" \"OpenSSL "
-        << OpenSSL_version(OPENSSL_VERSION_STRING) << "\"";
+    bool const hasPathValidator = !plotPoints().empty() && plotPoints().front().pathValidator != nullptr;
+    out << "roots \"this library\" \"this library, handed-out store\"";
+    if (hasPathValidator) {
+        out << " \"toolkit\"";
+    }
+    out << " \"OpenSSL " << OpenSSL_version(OPENSSL_VERSION_STRING) << '"';
     for (Peer const& peer : peers) {
         if (!peer.seconds.empty()) {
             out << " \"" << peer.name << "\"";
@@ -67,7 +71,11 @@ std::string plotData(std::vector<Peer> const& peers)
     out << '\n';
     for (PlotPoint const& point : plotPoints()) {
         out << point.roots << ' ' << valueOf(point.privateStore->library) << ' '
-            << valueOf(point.handedOutStore->library) << ' ' << valueOf(point.privateStore->bare);
+            << valueOf(point.handedOutStore->library);
+        if (hasPathValidator) {
+            out << ' ' << valueOf(point.pathValidator->library);
+        }
+        out << ' ' << valueOf(point.privateStore->bare);
         for (Peer const& peer : peers) {
             if (auto const seconds = peer.secondsFor(point.roots)) {
                 out << ' ' << *seconds * 1e6;

@@ -144,18 +144,24 @@ void writePeers(std::ostream& out, std::vector<Peer> const& peers, std::string c
     if (!image.empty()) {
         out << "![Time per validation over the number of roots](" << image << ")\n\n";
     }
-    out << "| Roots | Library | Library, handed out | OpenSSL " << OpenSSL_version(OPENSSL_VERSION_STRING);
+    bool const hasPathValidator = !plotPoints().empty() && plotPoints().front().pathValidator != nullptr;
+    out << "| Roots | Library | Library, handed out" << (hasPathValidator ? " | `PathValidator`" : "")
+        << " | OpenSSL " << OpenSSL_version(OPENSSL_VERSION_STRING);
     for (Peer const& peer : peers) {
         out << (peer.seconds.empty() ? "" : " | " + peer.name);
     }
-    out << " |\n|--:|--:|--:|--:";
+    out << " |\n|--:|--:|--:|--:" << (hasPathValidator ? "|--:" : "");
     for (Peer const& peer : peers) {
         out << (peer.seconds.empty() ? "" : "|--:");
     }
     out << "|\n";
     for (PlotPoint const& point : plotPoints()) {
         out << "| " << point.roots << cell(medianOf(point.privateStore->library))
-            << cell(medianOf(point.handedOutStore->library)) << cell(medianOf(point.privateStore->bare));
+            << cell(medianOf(point.handedOutStore->library));
+        if (hasPathValidator) {
+            out << cell(medianOf(point.pathValidator->library));
+        }
+        out << cell(medianOf(point.privateStore->bare));
         for (Peer const& peer : peers) {
             out << (peer.seconds.empty() ? "" : cell(peer.secondsFor(point.roots)));
         }
@@ -188,17 +194,20 @@ void writeSharedStores(std::ostream& out)
            "a\n"
         << "reference. In the third, all threads use one handle. Its lock admits one call at a time, so "
            "more\n"
-        << "threads do not help. The ratio compares the first column with OpenSSL. With more threads than\n"
+        << "threads do not help. The toolkit's `PathValidator` has no lock of its own. The ratio compares "
+           "the\n"
+        << "first column with OpenSSL. With more threads than\n"
         << "processors (" << std::thread::hardware_concurrency()
         << " here), a thread can lose its processor while it holds a lock that others need.\n\n"
-        << "| Threads | Private store | Handed-out store | One handle | OpenSSL | Ratio | Target |\n"
-        << "|--:|--:|--:|--:|--:|--:|---|\n";
+        << "| Threads | Private store | Handed-out store | One handle | `PathValidator` | OpenSSL | Ratio "
+           "| Target |\n"
+        << "|--:|--:|--:|--:|--:|--:|--:|---|\n";
     for (SharedStoreRow const* row : sharedStoreRows()) {
         if (row->privateStore.seconds.empty() || row->bare.seconds.empty()) {
             continue;
         }
         out << "| " << row->threads << perSecond(row->privateStore) << perSecond(row->handedOutStore)
-            << perSecond(row->oneHandle) << perSecond(row->bare) << " | "
+            << perSecond(row->oneHandle) << perSecond(row->pathValidator) << perSecond(row->bare) << " | "
             << withDigits(row->bare.median() / row->privateStore.median(), 2) << " | "
             << throughputTargetOf(*row) << " |\n";
     }

@@ -1,10 +1,9 @@
+#include "BareValidation.hpp"
 #include "Comparison.hpp"
 #include "Material.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
-
-#include <openssl/x509_vfy.h>
 
 #include <array>
 #include <memory>
@@ -48,7 +47,7 @@ void addQueryScaling()
     });
 }
 
-/// What all threads share. The library's store is copied before anything was handed out.
+/// What all threads share.
 struct Shared
 {
     X509Certificate leaf;
@@ -56,9 +55,7 @@ struct Shared
     TrustStore store;
     TrustStore handedOutStore;
     std::shared_ptr<X509_STORE> handedOut;
-    CertificateAndKey bareLeaf;
-    X509StackUPtr bareUntrusted;
-    X509_STOREUPtr bareStore;
+    BareTask bare;
 };
 
 Shared makeShared()
@@ -68,31 +65,10 @@ Shared makeShared()
     auto const chain = chainBelow(trusted.front(), 3);
     std::vector<CertificateAndKey> const intermediates(chain.begin() + 1, chain.end());
     Shared shared{
-        load(chain.front()),
-        chainOf(intermediates),
-        storeOf(trusted),
-        storeOf(trusted),
-        nullptr,
-        chain.front(),
-        makeX509Stack(sk_X509_new_null()),
-        bareStore(trusted)};
+        load(chain.front()),         chainOf(intermediates), storeOf(trusted), storeOf(trusted), nullptr,
+        makeBareTask(chain, trusted)};
     shared.handedOut = getOpenSSLStore(shared.handedOutStore);
-    for (auto const& certificate : intermediates) {
-        X509_up_ref(certificate.certificate.get());
-        sk_X509_push(shared.bareUntrusted.get(), certificate.certificate.get());
-    }
     return shared;
-}
-
-int bareVerify(Shared const& shared)
-{
-    auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
-    X509_STORE_CTX_init(
-        context.get(), shared.bareStore.get(), shared.bareLeaf.certificate.get(), shared.bareUntrusted.get());
-    X509_STORE_CTX_set_flags(
-        context.get(), X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
-                           X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
-    return X509_verify_cert(context.get());
 }
 
 /// Returns an operation for one thread, which validates with a copy of the certificate.
@@ -119,8 +95,9 @@ void addSharedStore(Lazy<Shared> const& shared, int threads, std::optional<doubl
                 shared->chain, CertificateValidationOptions(), shared->store);
         };
     });
-    measureThreads(
-        name + "/OpenSSL", threads, row.bare, [shared] { return [shared] { return bareVerify(*shared); }; });
+    measureThreads(name + "/OpenSSL", threads, row.bare, [shared] {
+        return [shared] { return bareVerify(shared->bare); };
+    });
 }
 
 void addSharedStores()

@@ -1,3 +1,4 @@
+#include "BareValidation.hpp"
 #include "Comparison.hpp"
 #include "Material.hpp"
 
@@ -6,8 +7,6 @@
 
 #include <foundation/certificates/CertificateValidation.hpp>
 #include <foundation/certificates/FreeFunctions.hpp>
-
-#include <openssl/x509_vfy.h>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -32,7 +31,6 @@ constexpr std::size_t typicalCount = 150;
 constexpr std::size_t typicalLength = 3;
 
 using Options = CertificateValidationOptions;
-using Stack = X509StackUPtr;
 
 /// One task in the form of both sides. The library gets the chain without the leaf, as callers have it.
 struct Task
@@ -42,50 +40,14 @@ struct Task
     TrustStore store;
     /// OpenSSL's view of the store, if it was handed out.
     std::shared_ptr<X509_STORE> handedOut;
-    std::vector<CertificateAndKey> bareChain;
-    std::shared_ptr<STACK_OF(X509)> bareUntrusted;
-    std::shared_ptr<X509_STORE> bareStore;
+    BareTask bare;
 };
-
-std::shared_ptr<STACK_OF(X509)> stackOf(std::vector<CertificateAndKey> const& certificates)
-{
-    auto stack = makeX509Stack(sk_X509_new_null());
-    for (auto const& certificate : certificates) {
-        X509_up_ref(certificate.certificate.get());
-        sk_X509_push(stack.get(), certificate.certificate.get());
-    }
-    return stack;
-}
 
 Task makeTask(std::vector<CertificateAndKey> const& chain, std::vector<CertificateAndKey> const& trusted)
 {
     std::vector<CertificateAndKey> const intermediates(chain.begin() + 1, chain.end());
-    return {load(chain.front()),    chainOf(intermediates), storeOf(trusted), nullptr, chain,
-            stackOf(intermediates), bareStore(trusted)};
-}
-
-/// Returns a reference to the root, or null if the chain does not verify.
-X509UPtr bareVerify(Task const& task, X509_STORE* store, unsigned long flags, STACK_OF(X509_CRL) * crls)
-{
-    auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
-    X509_STORE_CTX_init(
-        context.get(), store, task.bareChain.front().certificate.get(), task.bareUntrusted.get());
-    X509_STORE_CTX_set_flags(
-        context.get(), flags | X509_V_FLAG_X509_STRICT | X509_V_FLAG_ALLOW_PROXY_CERTS |
-                           X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST);
-    X509_STORE_CTX_set0_crls(context.get(), crls);
-    if (X509_verify_cert(context.get()) != 1) {
-        return makeX509(nullptr);
-    }
-    auto const* const chain = X509_STORE_CTX_get0_chain(context.get());
-    X509* const root = sk_X509_value(chain, sk_X509_num(chain) - 1);
-    X509_up_ref(root);
-    return makeX509(root);
-}
-
-X509UPtr bareVerify(Task const& task)
-{
-    return bareVerify(task, task.bareStore.get(), 0, nullptr);
+    return {
+        load(chain.front()), chainOf(intermediates), storeOf(trusted), nullptr, makeBareTask(chain, trusted)};
 }
 
 CertificateValidationResults validate(Task const& task)
@@ -103,7 +65,7 @@ void expectValid(bool valid)
 Task checked(Task task)
 {
     expectValid(validate(task).getCertificateChainStatus() == CertificateChainStatus::Valid);
-    expectValid(bareVerify(task) != nullptr);
+    expectValid(bareVerify(task.bare) != nullptr);
     return task;
 }
 
@@ -133,7 +95,7 @@ addValidation(std::size_t rootCount, std::size_t length, Store store, std::optio
     return compare(
         "chain of " + std::to_string(length) + ", " + rootsText(rootCount) +
             (store == Store::Private ? "" : ", handed out"),
-        target, [task] { return validate(*task); }, [task] { return bareVerify(*task); });
+        target, [task] { return validate(*task); }, [task] { return bareVerify(task->bare); });
 }
 
 /// A program that validates only once: it adds the roots of a chain to a new store first.
@@ -151,9 +113,9 @@ void addFirstValidation()
             return store;
         },
         [task, bareTrusted] {
-            auto store = bareStore(*bareTrusted);
-            bareVerify(*task, store.get(), 0, nullptr);
-            return store;
+            BareTask const once{task->bare.chain, task->bare.intermediates, bareStore(*bareTrusted)};
+            bareVerify(once);
+            return once.store;
         });
     noteMemory("store of 150 roots of a chain, after a validation", Quantity::Kept, first);
 }
@@ -187,7 +149,7 @@ void addPlainValidations()
         auto const& handedOut = addValidation(
             count, typicalLength, Store::HandedOut,
             count <= typicalCount ? std::optional<double>(handedOutTarget) : std::nullopt);
-        plotPoints().push_back({count, &hidden, &handedOut});
+        plotPoints().push_back({count, &hidden, &handedOut, nullptr});
         if (count == typicalCount) {
             noteMemoryOfValidation(hidden);
             noteMemoryOfValidation(handedOut);
@@ -252,15 +214,17 @@ X509_CRLUPtr bareFetch(std::string const& path, X509* subject, X509* issuer)
 
 X509UPtr bareVerifyWithCRLs(Task const& task)
 {
-    auto const certificateAt = [&](std::size_t index) { return task.bareChain[index].certificate.get(); };
+    auto const certificateAt = [&](std::size_t index) { return task.bare.chain[index].certificate.get(); };
     auto const leafCRL = bareFetch("/leaf.crl", certificateAt(0), certificateAt(1));
     auto const caCRL = bareFetch("/ca.crl", certificateAt(1), certificateAt(2));
     std::unique_ptr<STACK_OF(X509_CRL), void (*)(STACK_OF(X509_CRL)*)> const crls(
         sk_X509_CRL_new_null(), [](STACK_OF(X509_CRL) * stack) { sk_X509_CRL_free(stack); });
     sk_X509_CRL_push(crls.get(), leafCRL.get());
     sk_X509_CRL_push(crls.get(), caCRL.get());
-    return bareVerify(
-        task, task.bareStore.get(), X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL, crls.get());
+    BareOptions options;
+    options.flags |= X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL;
+    options.crls = crls.get();
+    return bareVerify(task.bare, options);
 }
 
 std::vector<test::RevokedEntry> entries(std::size_t count)

@@ -108,6 +108,9 @@ void run(Arguments const& arguments)
     addValidationBenchmarks();
     addContainerBenchmarks();
     addThreadBenchmarks();
+#ifdef WITH_TOOLKIT
+    addPathValidatorBenchmarks();
+#endif
 
     Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
