@@ -1,27 +1,16 @@
 // make_self_signed --name NAME: creates a self-signed certificate and writes it and its private key to files.
+#include "new_file.hpp"
 #include "passphrase.hpp"
 
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#ifdef _WIN32
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
-
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
 using foundation::certificates::SelfSignedCertBuilder;
@@ -116,54 +105,6 @@ Options optionsFrom(std::vector<std::string> const& arguments)
     return options;
 }
 
-// Creates a file that must not exist. The destructor removes it unless keep was called.
-class NewFile
-{
-public:
-    NewFile(std::string const& file, int mode) : path(file), descriptor(create(file, mode))
-    {
-        if (descriptor < 0) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
-    }
-
-    ~NewFile()
-    {
-        close(descriptor);
-        if (!kept) {
-            static_cast<void>(std::remove(path.c_str()));
-        }
-    }
-
-    NewFile(NewFile const&) = delete;
-    NewFile& operator=(NewFile const&) = delete;
-
-    void write(std::string const& text)
-    {
-        if (::write(descriptor, text.data(), static_cast<unsigned>(text.size())) !=
-            static_cast<int>(text.size())) {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
-    }
-
-    void keep() { kept = true; }
-
-private:
-    static int create(std::string const& file, int mode)
-    {
-#ifdef _WIN32
-        // The folder's access list controls who may read the file.
-        return open(file.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, mode & (_S_IREAD | _S_IWRITE));
-#else
-        return open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-#endif
-    }
-
-    std::string path;
-    int descriptor;
-    bool kept = false;
-};
-
 SelfSignedCertBuilder builderFrom(Options const& options)
 {
     SelfSignedCertBuilder builder;
@@ -179,8 +120,8 @@ SelfSignedCertBuilder builderFrom(Options const& options)
 
 void writeFiles(Options const& options, std::string const& certificate, std::string const& privateKey)
 {
-    NewFile certificateFile(options.prefix + ".pem", 0644);
-    NewFile keyFile(options.prefix + ".key", 0600);
+    example::NewFile certificateFile(options.prefix + ".pem", 0644);
+    example::NewFile keyFile(options.prefix + ".key", 0600);
     certificateFile.write(certificate);
     keyFile.write(privateKey);
     certificateFile.keep();
