@@ -58,9 +58,9 @@ std::string plotData(std::vector<Peer> const& peers)
 {
     std::ostringstream out;
     bool const hasPathValidator = !plotPoints().empty() && plotPoints().front().pathValidator != nullptr;
-    out << "roots \"this library\" \"this library, handed-out store\"";
+    out << "roots \"TrustStore\" \"TrustStore, handed out\"";
     if (hasPathValidator) {
-        out << " \"toolkit\"";
+        out << " \"PathValidator\"";
     }
     out << " \"OpenSSL " << OpenSSL_version(OPENSSL_VERSION_STRING) << '"';
     for (Peer const& peer : peers) {

@@ -188,17 +188,17 @@ void writeSharedStores(std::ostream& out)
 {
     out << "\n## Threads on one trust store\n\n"
         << "Validations per second, over all threads together, in wall-clock time. The chain has three\n"
-        << "certificates below the root, and the store 150 roots. All threads use the same store and chain. "
-           "In\n"
-        << "the first two columns each thread has its own copy of the leaf's handle, which costs a lock and "
-           "a\n"
-        << "reference. In the third, all threads use one handle. Its lock admits one call at a time, so "
+        << "certificates below the root, and the store has 150 roots. All threads use the same store and "
+           "chain.\n"
+        << "In the first two columns each thread has its own copy of the leaf's handle, which costs a lock "
+           "and\n"
+        << "a reference. In the third, all threads use one handle. Its lock admits one call at a time, so "
            "more\n"
         << "threads do not help. The toolkit's `PathValidator` has no lock of its own. The ratio compares "
            "the\n"
-        << "first column with OpenSSL. With more threads than\n"
-        << "processors (" << std::thread::hardware_concurrency()
-        << " here), a thread can lose its processor while it holds a lock that others need.\n\n"
+        << "first column with OpenSSL. With more threads than processors ("
+        << std::thread::hardware_concurrency()
+        << " here), a thread can lose its\nprocessor while it holds a lock that others need.\n\n"
         << "| Threads | Private store | Handed-out store | One handle | `PathValidator` | OpenSSL | Ratio "
            "| Target |\n"
         << "|--:|--:|--:|--:|--:|--:|--:|---|\n";

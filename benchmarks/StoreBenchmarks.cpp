@@ -112,8 +112,8 @@ X509_STOREUPtr bareSystemStore(std::string const& path)
 void addSystemStore()
 {
     std::string const path = getSystemCertificatesFile();
-    if (path.empty()) {
-        return;
+    if (path.empty() || !getSystemCertificatesFolder().empty()) {
+        return; // OpenSSL's side reads one file
     }
     compare(
         "system's roots", systemTarget,

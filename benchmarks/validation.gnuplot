@@ -6,8 +6,10 @@ set output image
 set xlabel "roots in the trust store"
 set ylabel "microseconds per validation"
 set logscale xy
+set yrange [20:]
 set xrange [0.8:12500]
 set grid
-set key outside right top
+set key below maxcols 3 samplen 2
+set linetype 5 linecolor rgb "#d55e00"
 set datafile missing "?"
 plot for [column=2:STATS_columns] data using 1:column with linespoints linewidth 2 pointsize 0.8 title columnheader(column)
