@@ -47,6 +47,27 @@ TEST(MemoryBIO, ReadOnlyBIOTakesNothing)
     EXPECT_EQ(contentsAsString(readOnly.get()), "abc");
 }
 
+TEST(MemoryBIO, ReaderReadsInPlaceAndEndsAsAWrittenBIOEnds)
+{
+    ByteArray const data{'a', '\n', 'b'};
+    auto const reader = makeReaderOf(data);
+    char* content = nullptr;
+    EXPECT_EQ(BIO_get_mem_data(reader.get(), &content), 3);
+    EXPECT_EQ(static_cast<void const*>(content), data.data());
+
+    auto const written = makeMemoryBIO();
+    EXPECT_TRUE(writeAll(written.get(), data));
+    for (auto* const bio : {reader.get(), written.get()}) {
+        char line[8] = {};
+        EXPECT_EQ(BIO_gets(bio, line, sizeof line), 2);
+        EXPECT_EQ(BIO_read(bio, line, sizeof line), 1);
+        EXPECT_EQ(line[0], 'b');
+        EXPECT_EQ(BIO_read(bio, line, sizeof line), -1);
+        EXPECT_TRUE(BIO_should_retry(bio));
+        EXPECT_EQ(BIO_gets(bio, line, sizeof line), 0);
+    }
+}
+
 // A test with two gigabytes of input takes too long. The limit that writeAll applies is tested instead.
 TEST(IntRange, EndsAtLargestInt)
 {

@@ -1,13 +1,16 @@
 #include "libcrypto/InputReading.hpp"
 
+#include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 
 #include <openssl/asn1.h>
 #include <openssl/pem.h>
 
+#include <climits>
 #include <istream>
 #include <iterator>
+#include <utility>
 
 namespace foundation::certificates {
 
@@ -58,6 +61,17 @@ bool containsMarker(ByteArray const& data, std::string_view marker)
     return asText(data).find(marker) != std::string_view::npos;
 }
 
+bool isReadAlikeInPlace(ByteArray const& der)
+{
+    constexpr unsigned char longForm = 0x80;
+    constexpr unsigned char longestLengthField = 5; // OpenSSL refuses the eighth byte too
+    if (der.size() < 2 || !fitsInInt(der.size())) {
+        return false;
+    }
+    unsigned char const length = der[1];
+    return length < longForm || (length > longForm && length <= longForm + longestLengthField);
+}
+
 int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
 {
     return -1;
@@ -65,9 +79,13 @@ int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /
 
 namespace detail {
 
-bool writeInput(BIO* bio, ByteArray const& data, InputForm form)
+BIOUPtr makeInputReader(ByteArray const& data, InputForm form)
 {
-    return form == InputForm::PEM ? writePEM(bio, asText(data)) : writeAll(bio, data);
+    if (CHAR_MIN < 0 || form == InputForm::DER) {
+        return makeReaderOf(data);
+    }
+    auto bio = makeMemoryBIO(); // where char is unsigned, OpenSSL must read a changed copy
+    return writePEM(bio.get(), asText(data)) ? std::move(bio) : makeBIO(nullptr);
 }
 
 void throwIfOtherForm(InputForm form)

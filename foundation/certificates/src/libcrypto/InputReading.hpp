@@ -50,10 +50,24 @@ struct StructureFunctions
     void (*release)(Object*);
 };
 
-/// Returns a memory BIO from which OpenSSL's reader of that form gets the data.
+/// Returns a BIO from which OpenSSL's reader of that form gets the data. It reads in place where it can, so
+/// the data must outlive it.
 /// @throws Exception "Internal error: The given certificate data could not be written to a buffer."
 template <typename Exception>
 BIOUPtr bufferOf(ByteArray const& data, InputForm form);
+
+/// Whether OpenSSL's decoders for memory and for BIOs read the same object from the beginning of the data, if
+/// the one for memory succeeds. False for some data on which they agree, but never true if they differ.
+///
+/// The decoder for BIOs takes a header of at most seven bytes. It finds the end of an element of indefinite
+/// length by rules of its own.
+bool isReadAlikeInPlace(ByteArray const& der);
+
+/// Returns the structure that the data holds, decoded without a copy of the data. Returns null, and leaves
+/// OpenSSL's error queue empty, if readStructure must read it: it then succeeds, or reports the failure.
+template <typename Object>
+OpenSSLHandle<Object> decodeInPlace(
+    ByteArray const& der, Object* (*decode)(Object**, unsigned char const**, long), void (*release)(Object*));
 
 /// Returns the structure that the data holds.
 /// @throws Exception as bufferOf and throwIfLoadingFailed do
@@ -78,7 +92,7 @@ int refusePassphrase(char* buffer, int size, int forWriting, void* userData);
 
 namespace detail {
 
-bool writeInput(BIO* bio, ByteArray const& data, InputForm form);
+BIOUPtr makeInputReader(ByteArray const& data, InputForm form);
 void throwIfOtherForm(InputForm form);
 
 } // namespace detail
@@ -86,11 +100,27 @@ void throwIfOtherForm(InputForm form);
 template <typename Exception>
 BIOUPtr bufferOf(ByteArray const& data, InputForm form)
 {
-    auto bio = makeMemoryBIO();
-    if (!detail::writeInput(bio.get(), data, form)) {
+    auto bio = detail::makeInputReader(data, form);
+    if (bio == nullptr) {
         throw Exception("Internal error: The given certificate data could not be written to a buffer.");
     }
     return bio;
+}
+
+template <typename Object>
+OpenSSLHandle<Object> decodeInPlace(
+    ByteArray const& der, Object* (*decode)(Object**, unsigned char const**, long), void (*release)(Object*))
+{
+    OpenSSLHandle<Object> structure(nullptr, release);
+    if (isReadAlikeInPlace(der)) {
+        unsigned char const* position = der.data();
+        structure.reset(decode(nullptr, &position, static_cast<long>(der.size())));
+    }
+    if (ERR_peek_error() != 0) { // a result with an entry in the queue is a failure too
+        structure.reset();
+        ERR_clear_error();
+    }
+    return structure;
 }
 
 template <typename Exception, typename Object>

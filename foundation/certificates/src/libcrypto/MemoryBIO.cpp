@@ -21,6 +21,19 @@ bool write(BIO* bio, void const* data, std::size_t size)
 
 } // namespace
 
+BIOUPtr makeReaderOf(ByteArray const& data)
+{
+    if (!fitsInInt(data.size())) {
+        return makeBIO(nullptr);
+    }
+    constexpr int retryAtEnd = -1; // what a memory BIO for writing returns when it has no more bytes
+    auto bio = makeBIO(BIO_new_mem_buf(data.data(), static_cast<int>(data.size())));
+    if (bio != nullptr) {
+        BIO_set_mem_eof_return(bio.get(), retryAtEnd);
+    }
+    return bio;
+}
+
 bool writeAll(BIO* bio, ByteArray const& data)
 {
     return write(bio, data.data(), data.size());
