@@ -192,6 +192,46 @@ TEST(PKCS7Extensions, DamagedOnesGetOpenSSLsReasonInFirstVerificationOfEachObjec
     }
 }
 
+TEST(PKCS7Extensions, QueryOfSignersDoesNotUseUpTheFirstAnswer)
+{
+    for (auto const& row : damagedExtensions()) {
+        SCOPED_TRACE(row.extension);
+        auto const signer = signerWith(row);
+        auto const der = signedBy(signer);
+        auto const errors = errorsOfOpenSSL(parsePkcs7(der).get());
+        PKCS7Certificate const loaded(der);
+        auto const signers = loaded.getSignerCerts().getCertificates();
+        ASSERT_EQ(signers.size(), 1u);
+        EXPECT_EQ(signers.front().getAsBytes(), signer.der());
+        EXPECT_FALSE(signers.front().isCACertificate());
+        expectFirstAnswer(loaded, errors);
+        expectLaterAnswer(loaded, signer);
+    }
+}
+
+TEST(PKCS7Extensions, DamagedIntermediateGetsTheSameAnswerEachTime)
+{
+    for (auto const& row : damagedExtensions()) {
+        SCOPED_TRACE(row.extension);
+        auto const damaged = makeIntermediate(root(), "damaged", [&](CertificateSpec& spec) {
+            spec.setRawExtension(row.extension, row.content);
+        });
+        PKCS7Certificate const below(signedBy(makeLeaf(damaged, "signer")));
+        X509CertificateChain intermediates;
+        intermediates.addCertificate(X509Certificate(damaged.der()));
+        auto const answer = [&](X509CertificateChain const& chain) {
+            CleanErrorQueue const clean;
+            auto const results = rendered(below.verifySignature(chain, trusted(), ByteArray()));
+            return std::make_pair(results, drainErrorQueue());
+        };
+        auto const first = answer(intermediates);
+        X509CertificateChain again;
+        again.addCertificate(X509Certificate(damaged.der()));
+        EXPECT_EQ(answer(again), first);
+        EXPECT_EQ(answer(intermediates), first);
+    }
+}
+
 TEST(PKCS7Extensions, DamagedOnesKeepTheirPlaceBesideSoundOnes)
 {
     auto const intermediate = makeIntermediate(root(), "intermediate");

@@ -3,6 +3,7 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
+#include "support/pki/Der.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
@@ -70,6 +71,91 @@ std::string reasonOf(std::string const& data)
     PKCS7_free(
         isPem ? PEM_read_bio_PKCS7(bio.get(), nullptr, refuse, nullptr) : d2i_PKCS7_bio(bio.get(), nullptr));
     return oldestReasonText();
+}
+
+Pkcs7Handle readByBIO(Bytes const& der)
+{
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    require(BIO_write(bio.get(), der.data(), static_cast<int>(der.size())));
+    return {d2i_PKCS7_bio(bio.get(), nullptr), PKCS7_free};
+}
+
+bool decodesFromMemory(Bytes const& der)
+{
+    CleanErrorQueue const clean;
+    unsigned char const* position = der.data();
+    return Pkcs7Handle(d2i_PKCS7(nullptr, &position, static_cast<long>(der.size())), PKCS7_free) != nullptr;
+}
+
+/// Returns what a load must do according to OpenSSL's decoder for BIOs: the text of the failure, or "loaded".
+std::string outcomeByBIO(Bytes const& der)
+{
+    CleanErrorQueue const clean;
+    auto const structure = readByBIO(der);
+    if (ERR_GET_REASON(ERR_peek_error()) == ASN1_R_WRONG_TAG) {
+        return notDer;
+    }
+    if (structure == nullptr || ERR_peek_error() != 0) {
+        return loadingFailed + oldestReasonText();
+    }
+    int const type = OBJ_obj2nid(structure->type);
+    return type == NID_pkcs7_signed || type == NID_pkcs7_signedAndEnveloped ? "loaded" : wrongType;
+}
+
+/// Returns what a load does.
+std::string outcomeOfLoad(Bytes const& der)
+{
+    try {
+        PKCS7Certificate const loaded(der);
+        return "loaded";
+    } catch (CertificateException const& failure) {
+        return failure.what();
+    }
+}
+
+Bytes withoutCertificates()
+{
+    SignedDataSpec spec;
+    spec.signers = {signer()};
+    spec.withoutCertificates = true;
+    return toDer(makeSignedData(spec));
+}
+
+/// Returns the content of an element whose length takes the given number of bytes after the first one.
+Bytes contentOf(Bytes const& element)
+{
+    std::size_t const lengthField = element.at(1) < 0x80 ? 0U : element.at(1) - 0x80U;
+    return Bytes(element.begin() + 2 + static_cast<std::ptrdiff_t>(lengthField), element.end());
+}
+
+/// Returns a sequence whose length has leading zeros, so that it takes the given number of bytes.
+Bytes withLengthField(Bytes const& content, int size)
+{
+    Bytes header{0x30, static_cast<unsigned char>(0x80 + size)};
+    for (int index = size - 1; index >= 0; --index) {
+        bool const isZero = index >= static_cast<int>(sizeof(std::size_t));
+        header.push_back(isZero ? 0 : static_cast<unsigned char>(content.size() >> (8 * index)));
+    }
+    return joined({header, content});
+}
+
+Bytes withIndefiniteLength(int tag, Bytes const& content)
+{
+    return joined({{static_cast<unsigned char>(tag), 0x80}, content, {0, 0}});
+}
+
+/// Returns signed data without signers, in elements of indefinite length. The certificates are a set without
+/// elements, or absent.
+Bytes indefiniteSignedData(bool hasEmptyCertificates)
+{
+    auto const type = contentInfoWithoutContent(NID_pkcs7_signed);
+    Bytes const version{0x02, 0x01, 0x01};
+    Bytes const emptySet{0x31, 0x00};
+    Bytes const certificates = hasEmptyCertificates ? Bytes{0xA0, 0x00} : Bytes();
+    auto const content = contentInfoWithoutContent(NID_pkcs7_data);
+    auto const body =
+        withIndefiniteLength(0x30, joined({version, emptySet, content, certificates, emptySet}));
+    return withIndefiniteLength(0x30, joined({contentOf(type), withIndefiniteLength(0xA0, body)}));
 }
 
 } // namespace
@@ -212,6 +298,58 @@ TEST(PKCS7Load, UnreadableInputReportsOpenSSLsReason)
         EXPECT_THROWS_EXACTLY(PKCS7CertificateException, loadingFailed + reason, PKCS7Certificate(data));
         EXPECT_TRUE(queueIsEmpty());
     }
+}
+
+// OpenSSL decodes an element from memory and from a BIO by different rules. The rules for a BIO hold.
+
+TEST(PKCS7Load, DamagedHeaderGetsTheOutcomeOfABIO)
+{
+    constexpr std::size_t lastChanged = 40;
+    auto const whole = withoutCertificates();
+    ASSERT_EQ(outcomeOfLoad(whole), "loaded");
+    for (std::size_t index = 0; index < lastChanged; ++index) {
+        for (int value = 0; value <= 0xFF; ++value) {
+            auto damaged = whole;
+            damaged[index] = static_cast<unsigned char>(value);
+            EXPECT_EQ(outcomeOfLoad(damaged), outcomeByBIO(damaged))
+                << "byte " << index << " changed to " << value;
+        }
+    }
+}
+
+TEST(PKCS7Load, TruncationGetsTheOutcomeOfABIO)
+{
+    auto const whole = withoutCertificates();
+    for (std::size_t size = 1; size <= whole.size(); ++size) {
+        Bytes const part(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_EQ(outcomeOfLoad(part), outcomeByBIO(part)) << size;
+    }
+}
+
+TEST(PKCS7Load, LongLengthFieldGetsTheOutcomeOfABIO)
+{
+    auto const content = contentOf(withoutCertificates());
+    for (int size = 2; size <= 20; ++size) {
+        auto const data = withLengthField(content, size);
+        EXPECT_EQ(outcomeOfLoad(data), outcomeByBIO(data)) << size;
+    }
+    EXPECT_EQ(outcomeOfLoad(withLengthField(content, 5)), "loaded");
+    auto const tooLong = withLengthField(content, 6);
+    EXPECT_NE(outcomeOfLoad(tooLong), "loaded");
+    EXPECT_TRUE(decodesFromMemory(tooLong));
+}
+
+TEST(PKCS7Load, IndefiniteLengthGetsTheOutcomeOfABIO)
+{
+    auto const plain = indefiniteSignedData(false);
+    EXPECT_EQ(outcomeOfLoad(plain), "loaded");
+    EXPECT_EQ(outcomeByBIO(plain), "loaded");
+
+    // OpenSSL takes the empty element for the end when it reads from a BIO.
+    auto const withEmptyElement = indefiniteSignedData(true);
+    EXPECT_TRUE(decodesFromMemory(withEmptyElement));
+    EXPECT_EQ(outcomeOfLoad(withEmptyElement), outcomeByBIO(withEmptyElement));
+    EXPECT_NE(outcomeOfLoad(withEmptyElement), "loaded");
 }
 
 TEST(PKCS7Load, TrailingBytesAreIgnored)

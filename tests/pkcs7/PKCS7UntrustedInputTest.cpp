@@ -545,6 +545,21 @@ TEST(PKCS7UntrustedInput, MistypedMessageDigestIsReportedInSignerOrder)
     }
 }
 
+TEST(PKCS7UntrustedInput, SignersInAnotherOrderComeInDerOrder)
+{
+    std::vector<Bytes> const expected{signer().der(), longNamedSigner().der()};
+    for (auto const order : {SignerOrder::Encoding, SignerOrder::Reversed}) {
+        SCOPED_TRACE(order == SignerOrder::Encoding ? "in DER order" : "against DER order");
+        PKCS7Certificate const loaded(twoSigners(leaveSigner, leaveSigner, order));
+        CleanErrorQueue const clean;
+        auto const foreign = queueForeignError();
+        EXPECT_EQ(derOf(loaded.getSignerCerts()), expected);
+        EXPECT_EQ(derOf(PKCS7Certificate(loaded).getSignerCerts()), expected);
+        EXPECT_EQ(drainErrorQueue(), ErrorCodes{foreign});
+        EXPECT_TRUE(verify(loaded, "").isValidSignature());
+    }
+}
+
 TEST(PKCS7UntrustedInput, TruncationIsRefused)
 {
     auto const whole = signedData();

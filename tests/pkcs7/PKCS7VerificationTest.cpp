@@ -2,6 +2,7 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
+#include "support/operations/Rendering.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"
 
@@ -640,6 +641,50 @@ TEST_F(PKCS7Verification, TrustStoreThatCannotBeCopiedTrustsNothing)
     expectResult(
         load(signedBy({signer()})).verifySignature(chainOf({root()}), trusted, ByteArray()), true,
         Status::Valid, "");
+}
+
+// The same OpenSSL object in the signed data, among the intermediates and in the trust store
+
+TEST_F(PKCS7Verification, SharedObjectsGetTheResultOfEqualOnes)
+{
+    auto const selfSigned = makeSelfSignedLeaf("self-signed");
+    auto const selfIssued =
+        makeLeaf(root(), "self-issued", [](CertificateSpec& spec) { spec.issuer = spec.subject; });
+    struct SharingRow
+    {
+        char const* name;
+        Pkcs7Handle data;
+        std::size_t shared; ///< the position of the embedded certificate that is shared
+    };
+    std::vector<SharingRow> const rows{
+        {"signer", signedBy({signer()}), 0},
+        {"untrusted signer", signedBy({untrusted()}), 0},
+        {"self-signed signer", signedBy({selfSigned}), 0},
+        {"self-issued signer", signedBy({selfIssued}), 0},
+        {"root", withEmbedded(signer(), root()), 1},
+        {"intermediate", withEmbedded(deepSigner(), intermediate()), 1},
+        {"disguised root", withEmbedded(makeLeaf(disguisedRoot(), "signer"), disguisedRoot()), 1},
+    };
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto const loaded = load(row.data);
+        X509Certificate const shared = loaded.getCertificates().at(row.shared);
+        X509Certificate const equal(shared.getAsBytes());
+        auto const answer = [&](X509Certificate const* intermediate, X509Certificate const* anchor) {
+            X509CertificateChain chain;
+            if (intermediate != nullptr) {
+                chain.addCertificate(*intermediate);
+            }
+            TrustStore store;
+            store.addCertificate(anchor != nullptr ? *anchor : X509Certificate(otherRoot().der()));
+            CleanErrorQueue const clean;
+            auto const results = rendered(loaded.verifySignature(chain, store, ByteArray()));
+            return std::make_pair(results, drainErrorQueue());
+        };
+        EXPECT_EQ(answer(nullptr, &shared), answer(nullptr, &equal));
+        EXPECT_EQ(answer(&shared, nullptr), answer(&equal, nullptr));
+        EXPECT_EQ(answer(&shared, &shared), answer(&equal, &equal));
+    }
 }
 
 // Objects that cannot be verified

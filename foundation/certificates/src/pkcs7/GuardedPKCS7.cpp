@@ -2,6 +2,7 @@
 
 #include "libcrypto/OpenSSLResult.hpp"
 
+#include <foundation/certificates/ByteArray.hpp>
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
@@ -9,6 +10,9 @@
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace foundation::certificates {
 
@@ -87,6 +91,43 @@ PKCS7UPtr withMistypedDigestsHidden(PKCS7* structure)
     return copy;
 }
 
+/// Returns the signer's encoding; empty if OpenSSL cannot encode it.
+ByteArray encodingOf(PKCS7_SIGNER_INFO* signer)
+{
+    unsigned char* encoding = nullptr;
+    int const length = i2d_PKCS7_SIGNER_INFO(signer, &encoding);
+    auto const owned = makeOpenSSLBytes(encoding);
+    return length < 1 ? ByteArray() : ByteArray(encoding, encoding + length);
+}
+
+/// Whether the signers are in the order of DER, in which a copy has them.
+bool hasSignersInDEROrder(PKCS7* structure)
+{
+    auto* const signers = structure->d.sign->signer_info;
+    int const count = sk_PKCS7_SIGNER_INFO_num(signers);
+    if (count < 2) {
+        return true;
+    }
+    RAIIOpenSSLErrorRemover const errors(false);
+    std::vector<ByteArray> encodings;
+    for (int index = 0; index < count; ++index) {
+        encodings.push_back(encodingOf(sk_PKCS7_SIGNER_INFO_value(signers, index)));
+        if (encodings.back().empty()) {
+            return false;
+        }
+    }
+    return std::is_sorted(encodings.begin(), encodings.end());
+}
+
+/// Returns the signers' certificates in the order of the structure.
+X509StackUPtr storedSignersOf(PKCS7* structure)
+{
+    // This function owns the stack. The structure owns the certificates.
+    auto const borrowed =
+        makeBorrowingX509Stack(PKCS7_get0_signers(structure, nullptr, PKCS7_NO_DUAL_CONTENT));
+    return makeX509Stack(borrowed == nullptr ? nullptr : X509_chain_up_ref(borrowed.get()));
+}
+
 /// Whether OpenSSL supports the digests of the structure. Leaves the error queue unchanged.
 bool hasUsableDigests(PKCS7* structure)
 {
@@ -144,10 +185,11 @@ X509StackUPtr signersOf(PKCS7* structure)
         ERR_raise(ERR_LIB_PKCS7, PKCS7_R_NO_SIGNERS);
         return makeX509Stack(nullptr);
     }
-    // This function owns the stack. The structure owns the certificates.
-    auto const borrowed =
-        makeBorrowingX509Stack(PKCS7_get0_signers(structure, nullptr, PKCS7_NO_DUAL_CONTENT));
-    return makeX509Stack(borrowed == nullptr ? nullptr : X509_chain_up_ref(borrowed.get()));
+    if (isSignedWithBody(structure) && !hasSignersInDEROrder(structure)) {
+        auto const copy = duplicatePKCS7(structure);
+        return storedSignersOf(copy.get());
+    }
+    return storedSignersOf(structure);
 }
 
 bool verifySignatures(

@@ -43,6 +43,20 @@ bool isShared(X509Certificate const& certificate, X509 const* embedded)
     return !certificate.empty() && X509Access::share(certificate).get() == embedded;
 }
 
+/// Returns the list's handle of an embedded certificate, or a new one of a duplicate if they do not share it.
+X509Certificate
+handleOf(X509* certificate, STACK_OF(X509) const* embedded, std::vector<X509Certificate> const& list)
+{
+    auto const count = std::min(static_cast<std::size_t>(std::max(sk_X509_num(embedded), 0)), list.size());
+    for (std::size_t position = 0; position < count; ++position) {
+        if (sk_X509_value(embedded, static_cast<int>(position)) == certificate &&
+            isShared(list[position], certificate)) {
+            return list[position];
+        }
+    }
+    return X509Certificate(X509CertificateImpl(certificate));
+}
+
 /// Returns a copy of the structure that shares those certificates which the structure shares with the list.
 PKCS7UPtr duplicateWithSharedCertificates(PKCS7 const* structure, std::vector<X509Certificate> const& list)
 {
@@ -124,7 +138,12 @@ void PKCS7CertificateImpl::init(ByteArray const& data)
     RAIIOpenSSLErrorRemover errors(true);
     InputForm const form =
         autodetectEncoding(data) == CertificateEncoding::PEM ? InputForm::PEM : InputForm::DER;
-    pkcs7 = readStructure<PKCS7CertificateException>(data, form, pkcs7Functions, errors);
+    if (form == InputForm::DER) {
+        pkcs7 = decodeInPlace(data, d2i_PKCS7, PKCS7_free);
+    }
+    if (pkcs7 == nullptr) {
+        pkcs7 = readStructure<PKCS7CertificateException>(data, form, pkcs7Functions, errors);
+    }
     if (!hasSignedType(pkcs7.get())) {
         throw InvalidArgument("Input PKCS7 certificate is corrupt. It doesn't have the right type field.");
     }
@@ -205,12 +224,11 @@ ByteArray PKCS7CertificateImpl::getSignedData() const
 
 X509CertificateChain PKCS7CertificateImpl::getSignerCerts() const
 {
-    // OpenSSL requires a structure that it may change.
-    auto const copy = duplicatePKCS7(pkcs7.get());
-    auto const signers = signersOf(copy.get());
+    auto const signers = signersOf(pkcs7.get());
+    auto const* const embedded = embeddedCertificates(pkcs7.get());
     X509CertificateChain chain;
     for (int index = 0; index < sk_X509_num(signers.get()); ++index) {
-        chain.addCertificate(X509Certificate(X509CertificateImpl(sk_X509_value(signers.get(), index))));
+        chain.addCertificate(handleOf(sk_X509_value(signers.get(), index), embedded, certificates));
     }
     return chain;
 }

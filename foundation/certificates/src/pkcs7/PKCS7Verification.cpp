@@ -6,9 +6,9 @@
 #include "libcrypto/OpenSSLResult.hpp"
 #include "pkcs7/GuardedPKCS7.hpp"
 #include "truststore/SystemCertificateUsage.hpp"
+#include "truststore/VerificationStore.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
-#include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <string>
@@ -49,23 +49,23 @@ X509StackUPtr intermediateStack(X509CertificateChain const& intermediates)
     return certificates.empty() ? makeX509Stack(nullptr) : stackOf(certificates);
 }
 
-/// Adds the intermediates to the store of OpenSSL's own check, which then trusts them. The result is ignored
-/// on purpose: a certificate that the store refuses is not trusted.
+/// Adds the intermediates to the store of OpenSSL's own check, which then trusts them. A certificate that the
+/// store refuses is not trusted.
 void trustIntermediates(X509_STORE* store, STACK_OF(X509) const* intermediates)
 {
     for (int index = 0; index < sk_X509_num(intermediates); ++index) {
-        X509_STORE_add_cert(store, sk_X509_value(intermediates, index));
+        addTrustedCertificate(store, sk_X509_value(intermediates, index));
     }
 }
 
-/// Returns the detached content; null for embedded content.
+/// Returns the detached content, read in place; null for embedded content.
 BIOUPtr detachedContent(ByteArray const& data)
 {
     if (data.empty()) {
         return makeBIO(nullptr);
     }
-    auto content = makeMemoryBIO();
-    if (!writeAll(content.get(), data)) {
+    auto content = makeReaderOf(data);
+    if (content == nullptr) {
         throw PKCS7CertificateException(
             "Internal error: The given input data bytes could not be written to a buffer.");
     }
@@ -91,7 +91,7 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::verifySignature(
     X509CertificateChain const& intermediates, TrustStore const& trustStore, ByteArray const& data) const
 {
     TrustStore const workingStore = workingStoreFor(trustStore);
-    auto const store = copyOpenSSLStore(workingStore);
+    auto const store = makeVerificationStore(workingStore);
     throwIfNull<TrustStoreException>(store.get(), "Failed to create X509_STORE");
     auto const untrusted = intermediateStack(intermediates);
     trustIntermediates(store.get(), untrusted.get());
