@@ -48,8 +48,8 @@ public:
     X509CertificateImpl(X509* certificate);
     /// Becomes a further owner of the certificate instead of duplicating it. The result is that of the
     /// duplicating constructor, and so are the failures. Only for a certificate that OpenSSL has just parsed
-    /// and whose other owners release it without any further use. Removes what a duplicate would not have:
-    /// trust settings, alias and key identifier.
+    /// and whose other owners do not change it. Removes what a duplicate would not have: trust settings,
+    /// alias and key identifier.
     static X509CertificateImpl adopt(X509* certificate);
     /// Shares the source's certificate. The guard proves that the caller holds the lock of the source's
     /// handle.

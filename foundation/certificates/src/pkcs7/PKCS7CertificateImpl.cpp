@@ -34,8 +34,16 @@ constexpr StructureFunctions<PKCS7> pkcs7Functions = {PEM_read_bio_PKCS7, d2i_PK
 // parse them during a verification. If it ran out of memory there, it would cache that for all later
 // verifications.
 //
-// A certificate with invalid extensions is not shared. The first verification that needs them must find their
-// errors in OpenSSL's queue, and OpenSSL queues them only when it parses.
+// A certificate with invalid extensions is not shared: the structure gets a duplicate, whose extensions
+// OpenSSL has not parsed yet. The first verification that needs them must find their errors in OpenSSL's
+// queue, and OpenSSL queues them only when it parses.
+
+X509UPtr unparsedDuplicateOf(X509* certificate)
+{
+    auto duplicate = makeX509(X509_dup(certificate));
+    throwIfNull<X509CertificateException>(duplicate.get(), "Error: X509Certificate has no content.");
+    return duplicate;
+}
 
 /// Whether the list's certificate is the same OpenSSL object.
 bool isShared(X509Certificate const& certificate, X509 const* embedded)
@@ -160,11 +168,11 @@ void PKCS7CertificateImpl::readCertificates()
     auto const* const embedded = embeddedCertificates(pkcs7.get());
     try {
         for (int index = 0; index < sk_X509_num(embedded); ++index) {
-            certificates.emplace_back(X509CertificateImpl(sk_X509_value(embedded, index)));
-            auto parsed = X509Access::share(certificates.back());
-            if (hasValidExtensions(parsed.get())) {
-                replaceEmbeddedCertificate(pkcs7.get(), index, std::move(parsed));
-            }
+            certificates.emplace_back(X509CertificateImpl::adopt(sk_X509_value(embedded, index)));
+            auto listed = X509Access::share(certificates.back());
+            replaceEmbeddedCertificate(
+                pkcs7.get(), index,
+                hasValidExtensions(listed.get()) ? std::move(listed) : unparsedDuplicateOf(listed.get()));
         }
     } catch (CertificateException const& failure) {
         throw PKCS7CertificateException(
