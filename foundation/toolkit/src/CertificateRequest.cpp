@@ -74,6 +74,17 @@ X509_REQUPtr parsedDER(ByteArray const& der)
     return request;
 }
 
+/// Returns a duplicate that was parsed anew; null after a failure. X509_REQ_dup crashes if it runs out of
+/// memory.
+X509_REQUPtr duplicateOf(X509_REQ const* request)
+{
+    unsigned char* bytes = nullptr;
+    int const size = i2d_X509_REQ(request, &bytes);
+    auto const owner = makeOpenSSLBytes(bytes);
+    unsigned char const* position = bytes;
+    return makeX509_REQ(size < 1 ? nullptr : d2i_X509_REQ(nullptr, &position, size));
+}
+
 /// Returns the request, shared, after its alternative names have been read once: no later query finds them
 /// unreadable.
 std::shared_ptr<X509_REQ> checked(X509_REQUPtr request)
@@ -144,9 +155,9 @@ EVP_PKEYUPtr provenKey(X509_REQ* request)
     auto key = makeEVP_PKEY(nullptr);
     // Reads a duplicate. A request whose key was not decoded because memory ran out never decodes it again.
     auto const verify = [&] {
-        auto const duplicate = makeX509_REQ(X509_REQ_dup(request));
+        auto const duplicate = duplicateOf(request);
         key = makeEVP_PKEY(duplicate == nullptr ? nullptr : X509_REQ_get_pubkey(duplicate.get()));
-        if (key != nullptr && X509_REQ_verify(duplicate.get(), key.get()) != 1) {
+        if (!hasSize(key.get()) || X509_REQ_verify(duplicate.get(), key.get()) != 1) {
             key.reset();
         }
         return key != nullptr;

@@ -78,11 +78,11 @@ void addKeyUsage(X509* certificate, CertificateContents const& contents)
     auto const usage = makeASN1_BIT_STRING(made(ASN1_BIT_STRING_new()));
     auto const add = [&](int bit) { requireMade(ASN1_BIT_STRING_set_bit(usage.get(), bit, 1)); };
     add(digitalSignature);
-    if (EVP_PKEY_is_a(contents.key, "RSA") == 1 &&
+    if (isOfKind(contents.key, "RSA") &&
         allowsAnyOf(contents.purposes, {Purpose::Any, Purpose::TLSServer, Purpose::EmailProtection})) {
         add(keyEncipherment);
     }
-    if (EVP_PKEY_is_a(contents.key, "EC") == 1 &&
+    if (isOfKind(contents.key, "EC") &&
         allowsAnyOf(contents.purposes, {Purpose::Any, Purpose::EmailProtection})) {
         add(keyAgreement);
     }

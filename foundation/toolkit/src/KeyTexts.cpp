@@ -53,6 +53,11 @@ OpenSSLHandle<X509_SIG> encrypted(PKCS8_PRIV_KEY_INFO* key, std::string_view pas
 
 } // namespace
 
+bool hasSize(EVP_PKEY const* key)
+{
+    return key != nullptr && EVP_PKEY_get_bits(key) > 0;
+}
+
 EVP_PKEYUPtr privateKeyFromPEM(SecretString const& text)
 {
     auto key = makeEVP_PKEY(nullptr);
@@ -61,7 +66,7 @@ EVP_PKEYUPtr privateKeyFromPEM(SecretString const& text)
         auto const bio = makeBIO(BIO_new_mem_buf(text.view().data(), static_cast<int>(text.view().size())));
         key = makeEVP_PKEY(
             bio == nullptr ? nullptr : PEM_read_bio_PrivateKey(bio.get(), nullptr, refuseToAsk, nullptr));
-        return key != nullptr;
+        return hasSize(key.get());
     };
     bool const isText = !text.view().empty() && fitsInInt(text.view().size());
     if (isText && lacksMemoryFor(read)) {

@@ -9,6 +9,10 @@
 
 namespace foundation::toolkit {
 
+/// Whether there is a key and OpenSSL knows its size. OpenSSL computes size and strength when it reads a key.
+/// If it runs out of memory for them, they stay 0 without an error.
+bool hasSize(EVP_PKEY const* key);
+
 /// Returns the private key that the PEM text holds, never null.
 /// @throws certificates::InvalidArgument "The text holds no private key that can be read without a
 ///     passphrase."

@@ -31,10 +31,16 @@ bool hasExplicitParameters(EVP_PKEY* key)
 
 } // namespace
 
+bool isOfKind(EVP_PKEY const* key, std::string_view kind)
+{
+    char const* const name = EVP_PKEY_get0_type_name(key);
+    return name != nullptr && name == kind;
+}
+
 void requireCertifiableKey(EVP_PKEY* key)
 {
-    constexpr std::array<char const*, 5> kinds{"RSA", "RSA-PSS", "EC", "ED25519", "ED448"};
-    auto const is = [&](char const* kind) { return EVP_PKEY_is_a(key, kind) == 1; };
+    constexpr std::array<std::string_view, 5> kinds{"RSA", "RSA-PSS", "EC", "ED25519", "ED448"};
+    auto const is = [&](std::string_view kind) { return isOfKind(key, kind); };
     if (std::none_of(kinds.begin(), kinds.end(), is)) {
         throw InvalidArgument("The key is of a kind that certificates are not made for.");
     }
@@ -53,7 +59,7 @@ EVP_MD const* digestFor(EVP_PKEY* key)
     if (EVP_PKEY_get_default_digest_name(key, name.data(), name.size()) == isMandatory) {
         return EVP_get_digestbyname(name.data()); // null for "UNDEF"
     }
-    int const bits = EVP_PKEY_is_a(key, "EC") == 1 ? EVP_PKEY_get_bits(key) : 0;
+    int const bits = isOfKind(key, "EC") ? EVP_PKEY_get_bits(key) : 0;
     return bits > 384 ? EVP_sha512() : bits > 256 ? EVP_sha384() : EVP_sha256();
 }
 

@@ -5,7 +5,13 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
+#include <string_view>
+
 namespace foundation::toolkit {
+
+/// Whether the key is of OpenSSL's type with that name, such as "EC". Unlike EVP_PKEY_is_a, this allocates no
+/// memory, so that no key looks like one of another kind.
+bool isOfKind(EVP_PKEY const* key, std::string_view kind);
 
 /// Refuses a public key that no valid certificate can have, or that OpenSSL's default security level refuses.
 /// @throws certificates::InvalidArgument "The key is of a kind that certificates are not made for.", "The
