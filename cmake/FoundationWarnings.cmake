@@ -7,4 +7,6 @@ function(foundation_enable_warnings target)
             -Wall -Wextra -Wpedantic -Wconversion -Wshadow
             $<$<BOOL:${FOUNDATION_CERTIFICATES_WARNINGS_AS_ERRORS}>:-Werror>)
     endif()
+    # Releases after OpenSSL 3.0 deprecate calls that 3.0 has no other name for.
+    target_compile_definitions(${target} PRIVATE OPENSSL_API_COMPAT=30000)
 endfunction()

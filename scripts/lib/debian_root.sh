@@ -17,9 +17,16 @@ remove_debian_root() {
     rm -rf --one-file-system "$1"
 }
 
-# make_debian_root ROOT SUITE ARCH: creates a minimal installation of the release in ROOT.
+# base_suite SUITE: prints the suite that a root is installed from. "experimental" is no release of its own: it is sid
+# with some newer packages.
+base_suite() {
+    if [ "$1" = experimental ]; then echo sid; else echo "$1"; fi
+}
+
+# make_debian_root ROOT SUITE ARCH: creates a minimal installation of the release in ROOT. In "experimental" it holds
+# the newest OpenSSL.
 make_debian_root() {
-    local root=$1 suite=$2 arch=$3 cache
+    local root=$1 suite=$2 arch=$3 cache mirror=http://deb.debian.org/debian
     cache=$(debian_cache "$suite" "$arch")
     remove_debian_root "$root"
     mkdir -p "$root" "$cache/archives"
@@ -27,7 +34,7 @@ make_debian_root() {
         tar -C "$root" -xf "$cache/minbase.tar"
     else
         debootstrap --variant=minbase --arch="$arch" --cache-dir="$cache/archives" \
-            "$suite" "$root" http://deb.debian.org/debian "$(debootstrap_script "$suite")"
+            "$(base_suite "$suite")" "$root" "$mirror" "$(debootstrap_script "$suite")"
         tar -C "$root" -cf "$cache/minbase.tar.part" .
         mv "$cache/minbase.tar.part" "$cache/minbase.tar"
     fi
@@ -37,6 +44,13 @@ make_debian_root() {
     printf '%s\n' 'APT::Keep-Downloaded-Packages "true";' 'Acquire::Check-Valid-Until "false";' \
         >"$root/etc/apt/apt.conf.d/thrown-away"
     cp /etc/resolv.conf "$root/etc/resolv.conf"
+    if [ "$suite" = experimental ]; then
+        echo "deb $mirror experimental main" >"$root/etc/apt/sources.list.d/experimental.list"
+        run_in_debian_root "$root" "$suite" "$arch" bash -euo pipefail -c '
+            apt-get update -qq
+            apt-get install -y -qq --no-install-recommends -t experimental libssl-dev >/dev/null
+        '
+    fi
 }
 
 # run_in_debian_root ROOT SUITE ARCH COMMAND...: runs the command in ROOT with a clean environment.

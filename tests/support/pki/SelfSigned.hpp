@@ -35,7 +35,7 @@ inline X509Handle built(certificates::SelfSignedCertBuilder const& builder)
     return parsed(builder.build().first);
 }
 
-inline Bytes toDer(X509_EXTENSION* extension)
+inline Bytes toDer(X509_EXTENSION const* extension)
 {
     return encodedBy(i2d_X509_EXTENSION, extension);
 }

@@ -96,7 +96,8 @@ void spoilPublicKey(X509* certificate, PublicKeyFault fault)
     if (fault == PublicKeyFault::None) {
         return;
     }
-    auto* const publicKey = X509_get_X509_PUBKEY(certificate);
+    // Read-only since OpenSSL 4.
+    auto* const publicKey = const_cast<X509_PUBKEY*>(X509_get_X509_PUBKEY(certificate));
     ASN1_OBJECT* algorithm = nullptr;
     require(X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, publicKey));
     auto const chosen = own(

@@ -123,12 +123,13 @@ void addAttribute(X509_NAME* name, char const* field, int type, char const* valu
 
 void setNames(X509* certificate, std::string const& commonName)
 {
-    X509_NAME* const subject = X509_get_subject_name(certificate);
-    addAttribute(subject, "CN", MBSTRING_UTF8, commonName.c_str());
+    auto const name = makeX509_NAME(guarded(X509_NAME_new()));
+    addAttribute(name.get(), "CN", MBSTRING_UTF8, commonName.c_str());
     for (auto const& [field, value] : fixedSubjectAttributes) {
-        addAttribute(subject, field, MBSTRING_ASC, value);
+        addAttribute(name.get(), field, MBSTRING_ASC, value);
     }
-    guarded(X509_set_issuer_name(certificate, subject));
+    guarded(X509_set_subject_name(certificate, name.get()));
+    guarded(X509_set_issuer_name(certificate, name.get()));
 }
 
 void addExtension(X509* certificate, int nid, std::string const& value)
