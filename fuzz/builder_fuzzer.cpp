@@ -217,7 +217,7 @@ void checkCommonName(X509Certificate const& certificate, Settings const& setting
         "the common name is the one that was set");
 }
 
-bool isSame(X509_EXTENSION* one, X509_EXTENSION* other)
+bool isSame(X509_EXTENSION const* one, X509_EXTENSION const* other)
 {
     return X509_EXTENSION_get_critical(one) == X509_EXTENSION_get_critical(other) &&
            ASN1_STRING_cmp(X509_EXTENSION_get_data(one), X509_EXTENSION_get_data(other)) == 0;

@@ -206,7 +206,7 @@ TEST(CertificateName, KeepsPrintedPartOrThrowsWhenOutOfMemory)
 {
     // OpenSSL loads no certificate with such a name, but a program may build one: half a BMP character.
     auto const name = makeName({{"CN", "xx", V_ASN1_BMPSTRING}, {"O", "organization"}});
-    auto* const damaged = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name.get(), 0));
+    auto* const damaged = changeable(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name.get(), 0)));
     require(ASN1_STRING_set(damaged, "odd", 3));
     ASSERT_EQ(nameAsText(name.get()), "O=organization,CN=");
     sweep([&] { return nameAsText(name.get()); }, isWholeOrThrown);

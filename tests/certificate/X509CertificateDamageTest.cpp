@@ -116,8 +116,8 @@ Bytes withPublicKey(int algorithm, int parameterType, Bytes const& bits)
                        auto* const copy =
                            static_cast<unsigned char*>(OPENSSL_memdup(bits.data(), bits.size()));
                        require(X509_PUBKEY_set0_param(
-                           X509_get_X509_PUBKEY(certificate), OBJ_nid2obj(algorithm), parameterType,
-                           parameter, copy, static_cast<int>(bits.size())));
+                           changeable(X509_get_X509_PUBKEY(certificate)), OBJ_nid2obj(algorithm),
+                           parameterType, parameter, copy, static_cast<int>(bits.size())));
                    };
                })
         .der();

@@ -107,7 +107,7 @@ TEST(CommonNameOf, FirstCommonNameIsReturnedAsUtf8)
 
     auto const notUtf8 = own(X509_new());
     require(X509_set_subject_name(notUtf8.get(), makeName(commonName("ab")).get()));
-    X509_NAME_ENTRY* const entry = X509_NAME_get_entry(X509_get_subject_name(notUtf8.get()), 0);
-    require(ASN1_STRING_set(X509_NAME_ENTRY_get_data(entry), "\xFF\xFE", 2));
+    X509_NAME_ENTRY const* const entry = X509_NAME_get_entry(X509_get_subject_name(notUtf8.get()), 0);
+    require(ASN1_STRING_set(changeable(X509_NAME_ENTRY_get_data(entry)), "\xFF\xFE", 2));
     EXPECT_EQ(commonNameOf(notUtf8.get()), "");
 }

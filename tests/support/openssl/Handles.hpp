@@ -75,6 +75,13 @@ X509* newReference(X509Handle const& certificate);
 /// Throws `std::runtime_error` with OpenSSL's reason if the result of an OpenSSL call is below 1.
 void require(long result);
 
+/// Returns a part of an object for a test that damages it. Since OpenSSL 4 such parts are read-only.
+template <typename T>
+T* changeable(T const* part)
+{
+    return const_cast<T*>(part);
+}
+
 /// Returns the whole content of a memory BIO.
 Bytes contentOf(BioHandle const& bio);
 

@@ -96,8 +96,7 @@ void spoilPublicKey(X509* certificate, PublicKeyFault fault)
     if (fault == PublicKeyFault::None) {
         return;
     }
-    // Read-only since OpenSSL 4.
-    auto* const publicKey = const_cast<X509_PUBKEY*>(X509_get_X509_PUBKEY(certificate));
+    auto* const publicKey = changeable(X509_get_X509_PUBKEY(certificate));
     ASN1_OBJECT* algorithm = nullptr;
     require(X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, publicKey));
     auto const chosen = own(
