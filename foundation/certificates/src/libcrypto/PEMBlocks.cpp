@@ -28,15 +28,6 @@ bool endsWith(std::string_view text, std::string_view end)
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/// Returns the first line with its line feed, or the first piece of a long line.
-std::string_view firstLineOf(std::string_view text)
-{
-    constexpr std::size_t longestPiece = 254;
-    std::string_view const piece = text.substr(0, longestPiece);
-    std::size_t const lineFeed = piece.find('\n');
-    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
-}
-
 bool isHigh(char character)
 {
     return static_cast<unsigned char>(character) > 127;
@@ -55,9 +46,23 @@ std::string_view withoutIgnoredEnd(std::string_view line)
     return line;
 }
 
-/// Returns the label if this is a BEGIN line.
+std::string_view extendedBy(std::string_view block, std::string_view nextLine)
+{
+    return {block.data(), block.size() + nextLine.size()};
+}
+
+} // namespace
+
+std::string_view firstPEMLine(std::string_view text)
+{
+    std::string_view const piece = text.substr(0, longestPEMLine);
+    std::size_t const lineFeed = piece.find('\n');
+    return lineFeed == std::string_view::npos ? piece : piece.substr(0, lineFeed + 1);
+}
+
 std::optional<std::string_view> labelOfBeginLine(std::string_view line)
 {
+    line = withoutIgnoredEnd(line);
     if (startsWith(line, byteOrderMark)) {
         line.remove_prefix(byteOrderMark.size());
     }
@@ -69,30 +74,27 @@ std::optional<std::string_view> labelOfBeginLine(std::string_view line)
     return line;
 }
 
-std::string_view extendedBy(std::string_view block, std::string_view nextLine)
+bool isEndLine(std::string_view line)
 {
-    return {block.data(), block.size() + nextLine.size()};
+    return startsWith(withoutIgnoredEnd(line), endMarker);
 }
-
-} // namespace
 
 std::vector<PEMBlock> splitPEMBlocks(std::string_view text)
 {
     std::vector<PEMBlock> blocks;
     bool insideBlock = false;
     while (!text.empty()) {
-        std::string_view const wholeLine = firstLineOf(text);
-        std::string_view const line = withoutIgnoredEnd(wholeLine);
+        std::string_view const line = firstPEMLine(text);
         if (auto const label = labelOfBeginLine(line)) {
-            blocks.push_back({*label, wholeLine, false});
+            blocks.push_back({*label, line, false});
             insideBlock = true;
         } else if (insideBlock) {
             PEMBlock& block = blocks.back();
-            block.text = extendedBy(block.text, wholeLine);
-            block.hasEndLine = startsWith(line, endMarker);
+            block.text = extendedBy(block.text, line);
+            block.hasEndLine = isEndLine(line);
             insideBlock = !block.hasEndLine;
         }
-        text.remove_prefix(wholeLine.size());
+        text.remove_prefix(line.size());
     }
     return blocks;
 }
@@ -109,7 +111,7 @@ std::string blankHighBytesAtLineEnds(std::string_view text)
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        std::string_view const line = firstLineOf(text);
+        std::string_view const line = firstPEMLine(text);
         std::string_view const kept = withoutIgnoredEnd(line);
         std::string_view const ignored = line.substr(kept.size());
         result += kept;

@@ -19,6 +19,7 @@
 
 #include <foundation/certificates/ByteArray.hpp>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,18 @@ struct PEMBlock
     std::string_view text;
     bool hasEndLine = false;
 };
+
+/// The most characters that OpenSSL's reader takes as one line.
+constexpr std::size_t longestPEMLine = 254;
+
+/// Returns the first line with its line feed, or the first piece of a long line; empty for no text.
+std::string_view firstPEMLine(std::string_view text);
+
+/// Returns the label if the line is a BEGIN line.
+std::optional<std::string_view> labelOfBeginLine(std::string_view line);
+
+/// Whether the line is an END line.
+bool isEndLine(std::string_view line);
 
 /// Returns all blocks in their order, damaged ones too.
 std::vector<PEMBlock> splitPEMBlocks(std::string_view text);
