@@ -71,6 +71,8 @@ using GENERAL_NAMEStackUPtr = OpenSSLHandle<STACK_OF(GENERAL_NAME)>;
 using ACCESS_DESCRIPTIONStackUPtr = OpenSSLHandle<STACK_OF(ACCESS_DESCRIPTION)>;
 using X509_CRLStackUPtr = OpenSSLHandle<STACK_OF(X509_CRL)>;
 using X509_EXTENSIONStackUPtr = OpenSSLHandle<STACK_OF(X509_EXTENSION)>;
+using PKCS7StackUPtr = OpenSSLHandle<STACK_OF(PKCS7)>;
+using PKCS12_SAFEBAGStackUPtr = OpenSSLHandle<STACK_OF(PKCS12_SAFEBAG)>;
 
 /// Releases a stack without its elements, which have other owners. Such a stack has a type of its own, so
 /// that it cannot be confused with one that owns its elements.
@@ -282,6 +284,18 @@ inline X509_EXTENSIONStackUPtr makeX509_EXTENSIONStack(STACK_OF(X509_EXTENSION) 
 {
     return {pointer, [](STACK_OF(X509_EXTENSION) * stack) {
                 sk_X509_EXTENSION_pop_free(stack, X509_EXTENSION_free);
+            }};
+}
+
+inline PKCS7StackUPtr makePKCS7Stack(STACK_OF(PKCS7) * pointer)
+{
+    return {pointer, [](STACK_OF(PKCS7) * stack) { sk_PKCS7_pop_free(stack, PKCS7_free); }};
+}
+
+inline PKCS12_SAFEBAGStackUPtr makePKCS12_SAFEBAGStack(STACK_OF(PKCS12_SAFEBAG) * pointer)
+{
+    return {pointer, [](STACK_OF(PKCS12_SAFEBAG) * stack) {
+                sk_PKCS12_SAFEBAG_pop_free(stack, PKCS12_SAFEBAG_free);
             }};
 }
 
