@@ -8,12 +8,10 @@ namespace foundation::test {
 
 namespace {
 
-using ConnectionHandle = std::shared_ptr<SSL>;
-
 /// Returns one end of a connection over its half of a BIO pair.
-ConnectionHandle connectionOf(TLSContextHandle const& context, BIO* transport)
+TLSConnectionHandle connectionOf(TLSContextHandle const& context, BIO* transport)
 {
-    ConnectionHandle connection(SSL_new(context.get()), SSL_free);
+    TLSConnectionHandle connection(SSL_new(context.get()), SSL_free);
     SSL_set_bio(connection.get(), transport, transport);
     return connection;
 }
@@ -46,29 +44,53 @@ TLSContextHandle makeTLSClient()
     return context;
 }
 
-long verifyResultOfHandshake(
-    TLSContextHandle const& client, TLSContextHandle const& server, std::string const& hostName)
+TLSConnections makeConnections(TLSContextHandle const& client, TLSContextHandle const& server)
 {
-    ErrorQueueMark const queue;
     BIO* clientSide = nullptr;
     BIO* serverSide = nullptr;
     require(BIO_new_bio_pair(&clientSide, 0, &serverSide, 0));
-    auto const clientEnd = connectionOf(client, clientSide);
-    auto const serverEnd = connectionOf(server, serverSide);
-    if (!hostName.empty()) {
-        require(SSL_set1_host(clientEnd.get(), hostName.c_str()));
+    TLSConnections connections{connectionOf(client, clientSide), connectionOf(server, serverSide)};
+    SSL_set_connect_state(connections.client.get());
+    SSL_set_accept_state(connections.server.get());
+    return connections;
+}
+
+void shakeHands(TLSConnections& connections)
+{
+    ErrorQueueMark const queue;
+    constexpr int enoughRounds = 20;
+    for (int round = 0; round < enoughRounds && !connections.isComplete; ++round) {
+        bool const isClientDone = SSL_do_handshake(connections.client.get()) == 1;
+        bool const isServerDone = SSL_do_handshake(connections.server.get()) == 1;
+        connections.isComplete = isClientDone && isServerDone;
     }
-    SSL_set_connect_state(clientEnd.get());
-    SSL_set_accept_state(serverEnd.get());
-    for (int round = 0; round < 20; ++round) {
-        bool const clientDone = SSL_do_handshake(clientEnd.get()) == 1;
-        bool const serverDone = SSL_do_handshake(serverEnd.get()) == 1;
-        if (clientDone && serverDone) {
-            EXPECT_STREQ(SSL_get_version(clientEnd.get()), "TLSv1.3");
-            return SSL_get_verify_result(clientEnd.get());
+}
+
+TLSConnections connected(
+    TLSContextHandle const& client, TLSContextHandle const& server,
+    std::function<void(SSL* client)> const& prepare)
+{
+    auto connections = makeConnections(client, server);
+    if (prepare) {
+        prepare(connections.client.get());
+    }
+    shakeHands(connections);
+    return connections;
+}
+
+long verifyResultOfHandshake(
+    TLSContextHandle const& client, TLSContextHandle const& server, std::string const& hostName)
+{
+    auto const connections = connected(client, server, [&](SSL* connection) {
+        if (!hostName.empty()) {
+            require(SSL_set1_host(connection, hostName.c_str()));
         }
+    });
+    long const result = SSL_get_verify_result(connections.client.get());
+    if (connections.isComplete) {
+        EXPECT_STREQ(SSL_get_version(connections.client.get()), "TLSv1.3");
+        return result;
     }
-    long const result = SSL_get_verify_result(clientEnd.get());
     return result == X509_V_OK ? X509_V_ERR_UNSPECIFIED : result;
 }
 

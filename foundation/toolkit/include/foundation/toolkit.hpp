@@ -9,3 +9,4 @@
 #include <foundation/toolkit/Issuance.hpp>
 #include <foundation/toolkit/PathValidation.hpp>
 #include <foundation/toolkit/PrivateKeys.hpp>
+#include <foundation/toolkit/TLSPeer.hpp>
