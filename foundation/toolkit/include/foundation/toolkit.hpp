@@ -9,4 +9,5 @@
 #include <foundation/toolkit/Issuance.hpp>
 #include <foundation/toolkit/PathValidation.hpp>
 #include <foundation/toolkit/PrivateKeys.hpp>
+#include <foundation/toolkit/StandardErrorLog.hpp>
 #include <foundation/toolkit/TLSPeer.hpp>
