@@ -4,6 +4,7 @@
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 
+#include "certificate/X509Access.hpp"
 #include "certificate/X509CertificateImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -81,6 +82,26 @@ std::vector<SweptOperation> loadsWith(KeyHandle const& key)
         "from ", [input = inputWith(key)] { return input; }, loads());
 }
 
+/// An object as OpenSSL's readers return it. Nobody else has it.
+struct Parsed
+{
+    X509Handle object;
+};
+
+std::string rendered(Parsed const& parsed)
+{
+    return toPem(parsed.object);
+}
+
+std::vector<SweptOperation> adoptionsWith(KeyHandle const& key)
+{
+    return operationsOn<Parsed>(
+        "", [der = certificateWith(key)] { return Parsed{parseDer(der)}; },
+        {{"adopt",
+          [](Parsed& parsed) { return X509Certificate(X509CertificateImpl::adopt(parsed.object.get())); },
+          failsWith(certificateUnloaded(), loadStride)}});
+}
+
 /// The certificate is loaded anew for each run, so that OpenSSL has cached nothing of it.
 std::vector<SweptOperation> queriesWith(KeyHandle const& key)
 {
@@ -121,6 +142,23 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(Validations, validations());
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsP256, loadsWith(p256Key()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsRSA, loadsWith(rsaKey()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(LoadsEd25519, loadsWith(ed25519Key()));
+
+FOUNDATION_TEST_ALLOCATION_FAILURE(AdoptionsP256, adoptionsWith(p256Key()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(AdoptionsRSA, adoptionsWith(rsaKey()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(AdoptionsEd25519, adoptionsWith(ed25519Key()));
+
+TEST(X509CertificateOutOfMemory, AdoptionReplacesObjectWithUnreadExtensions)
+{
+    auto const object = parseDer(certificateWith(p256Key()));
+    {
+        CleanErrorQueue const clean;
+        Shortage const shortage(Memory::OpenSSL, 0, unlimited);
+        ASSERT_NE(X509_check_purpose(object.get(), -1, 0), 1);
+    }
+    X509Certificate const certificate(X509CertificateImpl::adopt(object.get()));
+    EXPECT_NE(X509Access::share(certificate).get(), object.get());
+    EXPECT_TRUE(certificate.isCACertificate());
+}
 
 TEST(X509CertificateOutOfMemory, ReportsUnreadableExtensionsWithAnyErrorQueue)
 {

@@ -56,6 +56,24 @@ TEST(X509CertificateOutput, WritesDer)
     EXPECT_EQ(X509Certificate(made.pem()).getAsBytes(), made.der());
 }
 
+TEST(X509CertificateOutput, WritesSameDerEachTimeAndForCopies)
+{
+    auto const der = makeRoot("root").der();
+    constexpr std::size_t sizeOfHeader = 4;
+    Bytes indefiniteLength{0x30, 0x80};
+    indefiniteLength.insert(indefiniteLength.end(), der.begin() + sizeOfHeader, der.end());
+    indefiniteLength.insert(indefiniteLength.end(), {0, 0});
+    for (auto const& input : {der, indefiniteLength}) {
+        X509Certificate certificate(input);
+        EXPECT_EQ(certificate.getAsBytes(), der);
+        EXPECT_EQ(certificate.getAsBytes(), der);
+        EXPECT_EQ(X509Certificate(certificate).getAsBytes(), der);
+        certificate = withOrganizationOf(20);
+        EXPECT_NE(certificate.getAsBytes().size(), der.size());
+        EXPECT_EQ(X509Certificate(certificate.getAsBytes()), certificate);
+    }
+}
+
 TEST(X509CertificateOutput, WritesBase64OnOneLine)
 {
     X509Certificate const certificate(makeRoot("root").der());

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -91,6 +92,22 @@ TEST(X509CertificateValue, ComparesWholeContent)
     EXPECT_FALSE(a != again);
     EXPECT_FALSE(a == other);
     EXPECT_TRUE(a != other);
+}
+
+TEST(X509CertificateValue, ComparesSignatures)
+{
+    auto const der = makeRoot("root", [](CertificateSpec& spec) { spec.key = ed25519Key(); }).der();
+    constexpr std::size_t sizeOfSignature = 64;
+    std::size_t const unusedBits = der.size() - sizeOfSignature - 1;
+    Bytes even = der;
+    even.back() &= 0xFEU;
+    Bytes odd = even;
+    odd.back() |= 1U;
+    Bytes shorter = even; // the same bytes, of which the last bit does not count
+    shorter[unusedBits] = 1;
+    EXPECT_FALSE(X509Certificate(even) == X509Certificate(odd));
+    EXPECT_FALSE(X509Certificate(even) == X509Certificate(shorter));
+    EXPECT_TRUE(X509Certificate(shorter) == X509Certificate(shorter));
 }
 
 TEST(X509CertificateValue, SharesContentOfImplementation)

@@ -1,9 +1,13 @@
+#include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/StreamBuffers.hpp"
+
+#include "certificate/X509Access.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
@@ -138,6 +142,17 @@ TEST(X509CertificateChainLoad, AcceptsOldAndTrustedLabels)
         text.replace(text.find(marker + "X509"), (marker + "X509").size(), marker + "TRUSTED");
     }
     EXPECT_EQ(namesIn(X509CertificateChain(text)), "root");
+}
+
+TEST(X509CertificateChainLoad, ForgetsTrustSettings)
+{
+    auto const object = parseDer(pki()["root"].der());
+    require(X509_add1_trust_object(object.get(), OBJ_nid2obj(NID_email_protect)));
+    require(X509_add1_reject_object(object.get(), OBJ_nid2obj(NID_server_auth)));
+    X509CertificateChain const chain(asText(writtenBy(PEM_write_bio_X509_AUX, object.get())));
+    auto const shared = X509Access::share(chain.getCertificates().at(0));
+    EXPECT_EQ(X509_get0_trust_objects(shared.get()), nullptr);
+    EXPECT_EQ(X509_get0_reject_objects(shared.get()), nullptr);
 }
 
 TEST(X509CertificateChainLoad, KeepsDuplicateCertificate)

@@ -56,6 +56,29 @@ OperationOn<Key> privateInteger(AllowedOutcomes const& outcomes)
         outcomes};
 }
 
+/// An empty answer means that nothing was read.
+OperationOn<Key> publicPoint()
+{
+    return {
+        "readPublicKeyInfo, point",
+        [](Key& k) {
+            auto const info = readPublicKeyInfo(k.key.get());
+            return info ? info->getECCPublicPoint() : ByteArray();
+        },
+        orEmptyAnswer()};
+}
+
+OperationOn<Key> modulus()
+{
+    return {
+        "readPublicKeyInfo, modulus",
+        [](Key& k) {
+            auto const info = readPublicKeyInfo(k.key.get());
+            return info ? info->getRSAModulus() : ByteArray();
+        },
+        orEmptyAnswer()};
+}
+
 Failure const noParameters =
     failure<CertificateException>("Fail to create OSSL_PARAMUPtr; the given raw pointer is NULL");
 Failure const noPublicKey =
@@ -102,13 +125,13 @@ std::vector<SweptOperation> withKey(KeyHandle const& key, std::vector<OperationO
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     P256,
     withKey(
-        p256Key(), {sanityCheck(), curve(failsWith(Failures{noPublicKey, noParameters})),
+        p256Key(), {sanityCheck(), publicPoint(), curve(failsWith(Failures{noPublicKey, noParameters})),
                     privateInteger(failsWith(Failures{noPrivateKey, noPublicKey, noParameters, noNumber}))}));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Ed25519, withKey(
-                 ed25519Key(), {sanityCheck(), curve({}),
+                 ed25519Key(), {sanityCheck(), publicPoint(), curve({}),
                                 privateInteger(failsWith(Failures{noPrivateKey, noParameters}))}));
-FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, withKey(rsaKey(), {sanityCheck()}));
+FOUNDATION_TEST_ALLOCATION_FAILURE(RSA, withKey(rsaKey(), {sanityCheck(), modulus()}));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Conversions, operationsOn<Curve>(
                      "", [] { return Curve(); }, conversions()));

@@ -2,15 +2,18 @@
 #include "keys/RSAKeySize.hpp"
 
 #include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestKeys.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <gtest/gtest.h>
+#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/objects.h>
 
 #include <string>
+#include <vector>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -53,6 +56,22 @@ KeyHandle publicHalf(KeyHandle const& key)
     return own(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
 }
 
+ByteArray numberIn(KeyHandle const& key, char const* name)
+{
+    BIGNUM* value = nullptr;
+    require(EVP_PKEY_get_bn_param(key.get(), name, &value));
+    return bigNumToByteArray(own(value).get());
+}
+
+ByteArray octetsIn(KeyHandle const& key, char const* name)
+{
+    ByteArray octets(200);
+    std::size_t length = 0;
+    require(EVP_PKEY_get_octet_string_param(key.get(), name, octets.data(), octets.size(), &length));
+    octets.resize(length);
+    return octets;
+}
+
 /// Returns an elliptic-curve key of which OpenSSL knows only the type.
 KeyHandle keyWithoutCurve()
 {
@@ -88,6 +107,44 @@ TEST(SanityCheckEVPKey, RefusesOtherKindsWithTheirNumber)
     EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "1034", sanityCheckEVPKey(x25519Key().get()));
     EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "912", sanityCheckEVPKey(rsaPssKey(1024).get()));
     EXPECT_THROWS_EXACTLY(UnsupportedKeyType, text + "0", sanityCheckEVPKey(own(EVP_PKEY_new()).get()));
+}
+
+TEST(ReadPublicKeyInfo, ReturnsNumbersOfRSAKey)
+{
+    for (unsigned const bits : {1023U, 1024U, 2048U}) {
+        auto const key = rsaKey(bits);
+        auto const info = readPublicKeyInfo(publicHalf(key).get());
+        ASSERT_TRUE(info.has_value());
+        EXPECT_TRUE(
+            *info ==
+            PublicKeyInfo(bits, numberIn(key, OSSL_PKEY_PARAM_RSA_E), numberIn(key, OSSL_PKEY_PARAM_RSA_N)));
+    }
+}
+
+TEST(ReadPublicKeyInfo, ReturnsPointAndCurveOfECCKey)
+{
+    for (auto const& key : {p256Key(), publicHalf(p256Key()), explicitP256Key()}) {
+        auto const info = readPublicKeyInfo(key.get());
+        ASSERT_TRUE(info.has_value());
+        EXPECT_TRUE(
+            *info == PublicKeyInfo(256, octetsIn(key, OSSL_PKEY_PARAM_PUB_KEY), EllipticCurve::Prime256v1));
+    }
+    auto const key = ed25519Key();
+    auto const info = readPublicKeyInfo(publicHalf(key).get());
+    ASSERT_TRUE(info.has_value());
+    EXPECT_TRUE(*info == PublicKeyInfo(256, octetsIn(key, OSSL_PKEY_PARAM_PUB_KEY), EllipticCurve::Ed25519));
+}
+
+TEST(ReadPublicKeyInfo, ReturnsNothingForOtherKeysAndLeavesErrorQueue)
+{
+    CleanErrorQueue const clean;
+    auto const entry = queueForeignError();
+    for (auto const& key :
+         {KeyHandle(), own(EVP_PKEY_new()), keyWithoutCurve(), namelessCurveKey(), p384Key(), p521Key(),
+          secp256k1Key(), ed448Key(), x25519Key(), dsaKey(), rsaPssKey(1024)}) {
+        EXPECT_FALSE(readPublicKeyInfo(key.get()).has_value());
+    }
+    EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{entry});
 }
 
 TEST(GetECCCurveFromEVPKey, ReturnsSupportedCurve)

@@ -5,6 +5,8 @@
 #include "support/pki/TestPki.hpp"
 #include "support/system/InParallel.hpp"
 
+#include "certificate/X509Access.hpp"
+
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>
 
@@ -138,6 +140,20 @@ TEST(PKCS12Queries, PartsOfTheBundleAreReturned)
     EXPECT_EQ(loadedBundle.getCertificate(), loaded("server"));
     EXPECT_EQ(loadedBundle.getCAChain().getCertificates(), othersByOpenSSL(bytes));
     EXPECT_EQ(loadedBundle.getCAChain().getNumCertificates(), 2U);
+}
+
+TEST(PKCS12Queries, CertificateForgetsItsNamesInTheBundle)
+{
+    auto const leaf = makeLeaf(makeRoot("root"), "leaf");
+    Pkcs12Spec spec;
+    spec.passphrase = "secret";
+    spec.certificate = leaf.certificate;
+    spec.key = leaf.key;
+    spec.friendlyName = "a friendly name";
+    PKCS12Certificate const bundle(toDer(makePkcs12(spec)), "secret");
+    auto const shared = X509Access::share(bundle.getCertificate());
+    EXPECT_EQ(X509_alias_get0(shared.get(), nullptr), nullptr);
+    EXPECT_EQ(X509_keyid_get0(shared.get(), nullptr), nullptr);
 }
 
 TEST(PKCS12Queries, CertificateMatchingTheKeyIsFoundAnywhere)
