@@ -134,23 +134,25 @@ EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key)
 std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    int const bits = key == nullptr ? 0 : EVP_PKEY_get_bits(key);
+    // In this order, because OpenSSL crashes on the export of a key without a kind, and on the size of a key
+    // without a curve.
+    int const kind = key == nullptr ? EVP_PKEY_NONE : EVP_PKEY_get_base_id(key);
+    bool const isAccepted = kind == EVP_PKEY_RSA || kind == EVP_PKEY_EC || kind == EVP_PKEY_ED25519;
     OSSL_PARAM* exported = nullptr;
-    if (bits < 1 || EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &exported) != 1 || exported == nullptr) {
+    if (!isAccepted || EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &exported) != 1 || exported == nullptr) {
         return std::nullopt;
     }
     auto const parameters = makeOSSL_PARAMUPtr(exported);
-    auto const size = static_cast<std::uint64_t>(bits);
-    switch (EVP_PKEY_get_base_id(key)) {
-    case EVP_PKEY_RSA:
-        return rsaKeyIn(parameters.get(), size);
-    case EVP_PKEY_EC:
-        return eccKeyIn(parameters.get(), size, EllipticCurve::Prime256v1);
-    case EVP_PKEY_ED25519:
-        return eccKeyIn(parameters.get(), size, EllipticCurve::Ed25519);
-    default:
+    int const bits = EVP_PKEY_get_bits(key);
+    if (bits < 1) {
         return std::nullopt;
     }
+    auto const size = static_cast<std::uint64_t>(bits);
+    if (kind == EVP_PKEY_RSA) {
+        return rsaKeyIn(parameters.get(), size);
+    }
+    bool const isEd25519 = kind == EVP_PKEY_ED25519;
+    return eccKeyIn(parameters.get(), size, isEd25519 ? EllipticCurve::Ed25519 : EllipticCurve::Prime256v1);
 }
 
 ByteArray bigNumToByteArray(BIGNUM const* number)
