@@ -8,6 +8,7 @@ test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools def
     python3-cryptography-vectors)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
+abi_packages=(abigail-tools)
 fuzz_packages=(clang libclang-rt-dev)
 compiler_packages=(clang libc++-dev libc++abi-dev googletest)
 # Compilers, sources and headers for Windows programs, and Wine.
