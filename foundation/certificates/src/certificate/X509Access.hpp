@@ -1,16 +1,18 @@
 #pragma once
 
 /// @file
-/// Access to the OpenSSL object behind a certificate, without a copy and without an encoding. PKCS#7
-/// structures share their embedded certificates this way. X509Duplicates makes copies instead.
+/// Access to the OpenSSL object behind a certificate, without a copy and without an encoding. Trust stores,
+/// verifications and PKCS#7 structures share certificates this way. X509Duplicates makes copies instead.
 
 #include "certificate/X509CertificateImpl.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 
 #include <mutex>
+#include <utility>
 
 namespace foundation::certificates {
 
@@ -31,6 +33,20 @@ struct X509Access
             throw X509CertificateException("Error: X509Certificate has no content.");
         }
         return makeX509(x509);
+    }
+
+    /// Returns an implementation that shares the certificate, or duplicates it if it may not be shared.
+    /// Refuses its key as loading does. Nothing may change a shared certificate afterwards.
+    static X509CertificateImpl implementationWith(X509* certificate)
+    {
+        if (certificate == nullptr || !mayBeShared(certificate) || X509_up_ref(certificate) != 1) {
+            return X509CertificateImpl(certificate);
+        }
+        auto reference = makeX509(certificate);
+        X509CertificateImpl sharing;
+        sharing.x509 = std::move(reference);
+        sharing.throwIfKeyTooWeak();
+        return sharing;
     }
 };
 

@@ -1,10 +1,13 @@
 #include "certificate/X509Duplicates.hpp"
 
+#include "certificate/Extensions.hpp"
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
+
+#include <openssl/x509v3.h>
 
 namespace foundation::certificates {
 
@@ -12,7 +15,27 @@ namespace {
 
 constexpr char const noContentText[] = "Error: X509Certificate has no content.";
 
+bool hasEqualNamesOnly(X509* certificate)
+{
+    auto const flags = X509_get_extension_flags(certificate);
+    return (flags & EXFLAG_SI) != 0 && (flags & EXFLAG_SS) == 0;
+}
+
+/// Returns the DER form; empty if OpenSSL cannot encode the certificate.
+ByteArray encodingOf(X509* certificate)
+{
+    unsigned char* encoding = nullptr;
+    int const length = i2d_X509(certificate, &encoding);
+    auto const bytes = makeOpenSSLBytes(encoding);
+    return length < 1 ? ByteArray() : ByteArray(encoding, encoding + length);
+}
+
 } // namespace
+
+X509UPtr furtherReference(X509* certificate)
+{
+    return makeX509(X509_up_ref(certificate) == 1 ? certificate : nullptr);
+}
 
 X509UPtr x509FromDER(ByteArray const& der)
 {
@@ -21,6 +44,33 @@ X509UPtr x509FromDER(ByteArray const& der)
     }
     unsigned char const* position = der.data();
     return makeX509(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+}
+
+bool isReadCompletely(X509* certificate)
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    return hasValidExtensions(certificate) && !hasEqualNamesOnly(certificate) &&
+           EVP_PKEY_get_bits(X509_get0_pubkey(certificate)) > 0;
+}
+
+bool hasTrustSettings(X509* certificate)
+{
+    return X509_get0_trust_objects(certificate) != nullptr ||
+           X509_get0_reject_objects(certificate) != nullptr;
+}
+
+bool mayBeShared(X509* certificate)
+{
+    return isReadCompletely(certificate) && !hasTrustSettings(certificate);
+}
+
+bool haveSameEncoding(X509* left, X509* right)
+{
+    if (left == right) {
+        return true;
+    }
+    // The cheap comparison does not look at each byte of the signature.
+    return X509_cmp(left, right) == 0 && encodingOf(left) == encodingOf(right);
 }
 
 X509UPtr duplicateX509Of(X509Certificate const& certificate)

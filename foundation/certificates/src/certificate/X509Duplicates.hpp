@@ -2,7 +2,7 @@
 
 /// @file
 /// Copies of a certificate's OpenSSL object, made from its DER form. They are for code that changes the
-/// object or passes it on. X509Access shares the object instead.
+/// object or passes it on. X509Access shares the object instead, if mayBeShared allows it.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -13,9 +13,29 @@
 
 namespace foundation::certificates {
 
+/// Returns a further owner of the object.
+X509UPtr furtherReference(X509* certificate);
+
 /// Returns the certificate at the start of the bytes, without the checks of a load; null if they hold none.
 /// Leaves OpenSSL's error queue as it is, except that a failure adds to it.
 X509UPtr x509FromDER(ByteArray const& der);
+
+/// Whether OpenSSL has read the key and all extensions, so that no later use changes the object. Reads the
+/// extensions if nothing has read them yet. Leaves OpenSSL's error queue as it is.
+///
+/// OpenSSL keeps in the object what it could not read, even if it ran out of memory. Only a duplicate is read
+/// again. A certificate with equal names that is not self-signed also counts as not read: running out of
+/// memory has the same sign.
+bool isReadCompletely(X509* certificate);
+
+/// Whether somebody has declared what the certificate is trusted for. A duplicate has no such settings.
+bool hasTrustSettings(X509* certificate);
+
+/// Whether handles and trust stores may share the object: it is read completely and has no trust settings.
+bool mayBeShared(X509* certificate);
+
+/// Whether both certificates have the same DER form.
+bool haveSameEncoding(X509* left, X509* right);
 
 /// Returns a duplicate of the certificate, never null. Clears OpenSSL's error queue, as loading a certificate
 /// does.

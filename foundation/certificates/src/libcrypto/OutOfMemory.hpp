@@ -19,8 +19,6 @@
 
 namespace foundation::certificates {
 
-namespace detail {
-
 /// Whether OpenSSL can allocate a small block that is larger than what extensions and names need.
 inline bool hasMemoryAtHand()
 {
@@ -28,8 +26,6 @@ inline bool hasMemoryAtHand()
     RAIIOpenSSLErrorRemover const errors(false);
     return makeOpenSSLBytes(static_cast<unsigned char*>(OPENSSL_malloc(enough))) != nullptr;
 }
-
-} // namespace detail
 
 /// Runs the step, which returns whether it succeeded. If it fails although memory is available, runs it a
 /// second time. The second run succeeds, or fails because of its input.
@@ -46,7 +42,7 @@ bool lacksMemoryFor(Step const& step)
         if (step()) {
             return false;
         }
-        if (!detail::hasMemoryAtHand()) {
+        if (!hasMemoryAtHand()) {
             return true;
         }
         mark.removeErrors();

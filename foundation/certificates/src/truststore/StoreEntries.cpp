@@ -4,25 +4,11 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 
-#include <openssl/opensslv.h>
-
 namespace foundation::certificates {
 
 namespace {
 
-#if OPENSSL_VERSION_NUMBER >= 0x30300000L
-StoreEntries::StackUPtr read(X509_STORE* store)
-{
-    return {X509_STORE_get1_objects(store), [](StoreEntries::Stack* stack) {
-                sk_X509_OBJECT_pop_free(stack, X509_OBJECT_free);
-            }};
-}
-#else
-StoreEntries::StackUPtr read(X509_STORE* store)
-{
-    return {liveEntriesOf(store), [](StoreEntries::Stack* /*borrowed*/) {}};
-}
-#endif
+constexpr char const unreadText[] = "Failed to read X509_STORE";
 
 } // namespace
 
@@ -49,22 +35,29 @@ X509* certificateOf(X509_OBJECT const* entry)
         X509_OBJECT_get0_X509(entry), "Null X509 certificate found in TrustStore");
 }
 
-StoreEntries::StoreEntries(X509_STORE* store) : entries(read(store))
+StoreLock::StoreLock(X509_STORE* theStore) : store(theStore)
 {
-    constexpr int countOfNoStack = -1;
-    if (count() == countOfNoStack) {
-        throw TrustStoreException("Failed to read X509_STORE");
-    }
+    throwIfNotOne<TrustStoreException>(X509_STORE_lock(store), unreadText);
 }
+
+StoreLock::~StoreLock()
+{
+    X509_STORE_unlock(store);
+}
+
+StoreEntries::StoreEntries(X509_STORE* store)
+    : entries(throwIfNull<TrustStoreException>(liveEntriesOf(store), unreadText)),
+      lock(store)
+{}
 
 int StoreEntries::count() const
 {
-    return sk_X509_OBJECT_num(entries.get());
+    return sk_X509_OBJECT_num(entries);
 }
 
 X509_OBJECT const* StoreEntries::at(int index) const
 {
-    return sk_X509_OBJECT_value(entries.get(), index);
+    return sk_X509_OBJECT_value(entries, index);
 }
 
 } // namespace foundation::certificates

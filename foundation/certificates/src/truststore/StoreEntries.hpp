@@ -10,8 +10,6 @@
 
 #include <openssl/x509_vfy.h>
 
-#include <memory>
-
 namespace foundation::certificates {
 
 /// Returns a new, empty store; null if OpenSSL cannot create one.
@@ -25,13 +23,24 @@ STACK_OF(X509_OBJECT) * liveEntriesOf(X509_STORE* store);
 /// @throws TrustStoreException "Null X509 certificate found in TrustStore"
 X509* certificateOf(X509_OBJECT const* entry);
 
-/// The entries of a store for reading. From OpenSSL 3.3 on, a snapshot of them.
+/// Holds OpenSSL's lock of a store: other threads that use the store through OpenSSL wait.
+class StoreLock
+{
+public:
+    /// @throws TrustStoreException "Failed to read X509_STORE"
+    explicit StoreLock(X509_STORE* store);
+    ~StoreLock();
+    StoreLock(StoreLock const&) = delete;
+    StoreLock& operator=(StoreLock const&) = delete;
+
+private:
+    X509_STORE* store;
+};
+
+/// The entries of a store for reading. Holds OpenSSL's lock of the store.
 class StoreEntries
 {
 public:
-    using Stack = STACK_OF(X509_OBJECT);
-    using StackUPtr = std::unique_ptr<Stack, void (*)(Stack*)>;
-
     /// @throws TrustStoreException "Failed to read X509_STORE" if out of memory
     explicit StoreEntries(X509_STORE* store);
 
@@ -40,7 +49,8 @@ public:
     X509_OBJECT const* at(int index) const;
 
 private:
-    StackUPtr entries;
+    STACK_OF(X509_OBJECT) * entries;
+    StoreLock lock;
 };
 
 } // namespace foundation::certificates
