@@ -1,3 +1,4 @@
+#include "support/openssl/TLSHandshake.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/InParallel.hpp"
 
@@ -11,6 +12,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <functional>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -117,4 +121,58 @@ TEST(TrustStoreThreads, ValidateACertificateWhileOthersAddIt)
     });
     EXPECT_EQ(store.size(), 3U);
     EXPECT_EQ(chain.getNumCertificates(), 1U);
+}
+
+TEST(TrustStoreThreads, ValidateAddCopyHandOutAndShakeHandsConcurrently)
+{
+    constexpr int numRounds = 20;
+    X509CertificateChain const chain(pki().pemBundle({"intermediate"}));
+    X509Certificate const leaf(pki()["leaf"].der());
+    CertificateValidationOptions const options;
+    TrustStore store;
+    store.addCertificate(X509Certificate(pki()["root"].der()));
+    auto const isValid = [&](X509Certificate const& certificate, TrustStore const& trustStore) {
+        return certificate.validateCertificate(chain, options, trustStore).getCertificateChainStatus() ==
+               CertificateChainStatus::Valid;
+    };
+    auto const server =
+        makeTLSServer(pki()["leaf"].certificate, pki()["leaf"].key, {pki()["intermediate"].certificate});
+    std::function<void(int)> const roles[] = {
+        [&](int) {
+            X509Certificate const own(leaf);
+            EXPECT_TRUE(isValid(own, store));
+        },
+        [&](int round) { store.addCertificate(manyRoots().at(static_cast<std::size_t>(round))); },
+        [&](int round) {
+            TrustStore copy(store);
+            EXPECT_TRUE(isValid(X509Certificate(leaf), copy));
+            copy.addCertificate(manyRoots().at(static_cast<std::size_t>(numRounds + round % 12)));
+            EXPECT_TRUE(isValid(X509Certificate(leaf), copy));
+        },
+        [&](int round) {
+            EXPECT_GE(store.getPEMStrings().size(), 1U);
+            EXPECT_FALSE(store.getCertificates().empty());
+            EXPECT_NE(copyOpenSSLStore(store), nullptr);
+            if (round >= numRounds / 2) {
+                EXPECT_NE(getOpenSSLStore(store), nullptr);
+            }
+        },
+        [&](int round) {
+            if (round >= numRounds / 2) {
+                auto const client = makeTLSClient();
+                attachTrustStoreToSSLCTX(store, client.get());
+                EXPECT_EQ(verifyResultOfHandshake(client, server), X509_V_OK);
+            } else {
+                EXPECT_TRUE(isValid(X509Certificate(leaf), store));
+            }
+        },
+    };
+    inParallel(numThreads, [&](int number) {
+        auto const& role = roles[static_cast<std::size_t>(number) % std::size(roles)];
+        for (int round = 0; round < numRounds; ++round) {
+            role(round);
+        }
+    });
+    EXPECT_EQ(store.size(), 1U + numRounds);
+    EXPECT_TRUE(isValid(leaf, store));
 }

@@ -34,20 +34,24 @@ struct Sweep
     std::size_t stride;
 };
 
+using Validation = std::function<Status(TrustStore const&)>;
+using StoreMaker = std::function<std::shared_ptr<TrustStore const>()>;
+
 /// The verdict while OpenSSL is refused memory; none after an exception.
-std::optional<Status>
-verdictDuring(std::size_t allocation, std::size_t numRefusals, std::function<Status()> const& validate)
+std::optional<Status> verdictDuring(
+    std::size_t allocation, std::size_t numRefusals, TrustStore const& store, Validation const& validate)
 {
     Shortage const shortage(Memory::OpenSSL, allocation, numRefusals);
     try {
-        return validate();
+        return validate(store);
     } catch (std::exception const&) {
         return std::nullopt;
     }
 }
 
-/// Validates again and again, each time with another allocation as the first that is refused.
-void expectNeverValid(std::function<Status()> const& validate)
+/// Validates again and again, each time with another allocation as the first that is refused. Expects more
+/// allocations than the given number.
+void expectNeverValid(Validation const& validate, StoreMaker const& makeStore, std::size_t numAllocations)
 {
     constexpr Sweep sweeps[] = {
         Sweep::refusing(1).withStride(5),
@@ -57,12 +61,24 @@ void expectNeverValid(std::function<Status()> const& validate)
     for (auto const [numRefusals, stride] : sweeps) {
         std::size_t allocation = 0;
         do {
-            EXPECT_NE(verdictDuring(allocation, numRefusals, validate), Status::Valid)
+            auto const store = makeStore();
+            EXPECT_NE(verdictDuring(allocation, numRefusals, *store, validate), Status::Valid)
                 << numRefusals << " refusals from allocation " << allocation;
             allocation += stride;
         } while (Shortage::hasOccurred());
-        EXPECT_GT(allocation, 100U);
+        EXPECT_GT(allocation, numAllocations);
     }
+}
+
+/// Validates against one store, and then against a new store each time. The first validation against a store
+/// reads its certificates. The verification itself has few allocations.
+void expectNeverValid(Validation const& validate, StoreMaker const& makeStore)
+{
+    auto const knownStore = makeStore();
+    validate(*knownStore);
+    expectNeverValid(
+        validate, [&] { return knownStore; }, 40);
+    expectNeverValid(validate, makeStore, 100);
 }
 
 Mutation withCheapKey(Mutation const& mutate)
@@ -92,15 +108,18 @@ TEST(Validation, ShortageNeverHidesFlawOfRoot)
         SCOPED_TRACE(row.name);
         auto const root = makeRoot("root", withCheapKey(row.mutateRoot));
         auto const leaf = load(makeLeaf(root, "leaf", withCheapKey({})));
-        TrustStore trustStore;
-        addUnchecked(trustStore, root.certificate);
-        auto const validate = [&] {
-            return leaf.validateCertificate(X509CertificateChain(), Options(), trustStore)
+        auto const makeStore = [&] {
+            auto const made = std::make_shared<TrustStore>();
+            addUnchecked(*made, root.certificate);
+            return made;
+        };
+        auto const validate = [&](TrustStore const& store) {
+            return leaf.validateCertificate(X509CertificateChain(), Options(), store)
                 .getCertificateChainStatus();
         };
-        ASSERT_EQ(validate(), row.verdict);
+        ASSERT_EQ(validate(*makeStore()), row.verdict);
 
-        expectNeverValid(validate);
+        expectNeverValid(validate, makeStore);
     }
 }
 
@@ -110,15 +129,18 @@ TEST(Validation, ShortageNeverLeadsToFallbackStore)
     auto const expiredRoot =
         makeRoot("root", withCheapKey([](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); }));
     auto const leaf = load(makeLeaf(root, "leaf", withCheapKey({})));
-    auto const trustStore = storeOf({expiredRoot});
+    auto const makeStore = [&] {
+        auto const made = std::make_shared<TrustStore const>(storeOf({expiredRoot}));
+        getOpenSSLStore(*made);
+        return made;
+    };
     auto const options = optionsWith(
         {}, Options::CheckCRL::None, Options::DownloadCRL::None,
         std::make_shared<TrustStore const>(storeOf({root})));
-    auto const validate = [&] {
-        return leaf.validateCertificate(X509CertificateChain(), options, trustStore)
-            .getCertificateChainStatus();
+    auto const validate = [&](TrustStore const& store) {
+        return leaf.validateCertificate(X509CertificateChain(), options, store).getCertificateChainStatus();
     };
-    ASSERT_EQ(validate(), Status::Expired);
+    ASSERT_EQ(validate(*makeStore()), Status::Expired);
 
-    expectNeverValid(validate);
+    expectNeverValid(validate, makeStore);
 }

@@ -9,7 +9,7 @@ namespace foundation::certificates {
 std::shared_ptr<x509_store_st> getOpenSSLStore(TrustStore const& trustStore)
 {
     std::lock_guard<std::mutex> const lock(trustStore.mutex);
-    return trustStore.impl == nullptr ? nullptr : trustStore.impl->getStore();
+    return trustStore.impl == nullptr ? nullptr : trustStore.impl->handOutStore();
 }
 
 std::unique_ptr<x509_store_st, void (*)(x509_store_st*)> copyOpenSSLStore(TrustStore const& trustStore)

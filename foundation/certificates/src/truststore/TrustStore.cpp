@@ -1,5 +1,6 @@
 #include <foundation/certificates/TrustStore.hpp>
 
+#include "certificate/X509Access.hpp"
 #include "truststore/TrustStoreImpl.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -65,11 +66,10 @@ void TrustStore::addCertificate(X509Certificate const& certificate)
     }
     // Validation takes this lock while it holds the certificate's. To avoid a deadlock, this operation never
     // holds both.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy takes the certificate's lock
-    X509Certificate const copy(certificate);
+    auto const shared = X509Access::share(certificate);
     std::lock_guard<std::mutex> const lock(mutex);
     ensureImpl();
-    impl->addCertificate(copy);
+    impl->addCertificate(shared.get());
 }
 
 void TrustStore::addCertificates(X509CertificateChain const& chain)

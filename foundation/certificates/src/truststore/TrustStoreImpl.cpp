@@ -1,6 +1,7 @@
 #include "truststore/TrustStoreImpl.hpp"
 
 #include "certificate/NamesAndTimes.hpp"
+#include "certificate/X509Access.hpp"
 #include "certificate/X509CertificateImpl.hpp"
 #include "certificate/X509Duplicates.hpp"
 #include "libcrypto/MemoryBIO.hpp"
@@ -48,11 +49,31 @@ std::string parseFailedText(ByteArray const& der)
            bytes.str();
 }
 
-/// Returns a certificate that shares nothing with the X509Certificate. Loading it as an X509Certificate would
-/// check it a second time and clear the caller's error queue.
-X509UPtr separate(X509Certificate const& certificate)
+/// Returns a new store with the entries in the same order: a certificate that `represent` returns for each
+/// one, and a reference to each CRL. Null if OpenSSL cannot create a store.
+template <typename Represent>
+X509_STOREUPtr copyOf(X509_STORE* store, Represent const& represent)
 {
-    return x509FromDER(certificate.getAsBytes());
+    auto copy = makeStore();
+    if (copy == nullptr) {
+        return copy;
+    }
+    StoreEntries const entries(store);
+    for (int index = 0; index < entries.count(); ++index) {
+        X509_OBJECT const* const entry = entries.at(index);
+        if (entry != nullptr && X509_OBJECT_get_type(entry) == X509_LU_CRL) {
+            throwIfNotOne<TrustStoreException>(
+                X509_STORE_add_crl(copy.get(), X509_OBJECT_get0_X509_CRL(entry)),
+                "Failed to add CRL to store");
+            continue;
+        }
+        X509* const certificate = certificateOf(entry);
+        auto const representative = represent(certificate);
+        if (X509_STORE_add_cert(copy.get(), representative.get()) != 1) {
+            throw TrustStoreException("Failed to add certificate to store, CN: " + commonNameOf(certificate));
+        }
+    }
+    return copy;
 }
 
 std::string writePEM(X509* certificate)
@@ -76,22 +97,33 @@ TrustStoreImpl::TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAd
 {
     registerOpenSSLCleanup();
     RAIIOpenSSLErrorRemover const errors(false);
-    store = shareStore(makeStore());
+    content = std::make_shared<Content>(Content{shareStore(makeStore()), nullptr});
 }
 
 TrustStoreImpl::TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
     : adder(require(other.adder).clone())
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    store = shareStore(other.copyStore());
+    if (other.isHandedOut()) {
+        content =
+            std::make_shared<Content>(Content{shareStore(other.liveReader->copy(other.store())), nullptr});
+        return;
+    }
+    other.isContentShared = true;
+    isContentShared = true;
+    content = other.content;
 }
 
 TrustStoreImpl::~TrustStoreImpl() = default;
 
-void TrustStoreImpl::addCertificate(X509Certificate const& certificate)
+void TrustStoreImpl::addCertificate(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    addX509(separate(certificate).get());
+    if (!isHandedOut() && mayBeShared(certificate)) {
+        addX509(certificate);
+    } else {
+        addX509(makeX509(X509_dup(certificate)).get());
+    }
 }
 
 void TrustStoreImpl::addCertificates(X509CertificateChain const& chain)
@@ -99,7 +131,7 @@ void TrustStoreImpl::addCertificates(X509CertificateChain const& chain)
     for (X509Certificate const& certificate : chain.getCertificates()) {
         RAIIOpenSSLErrorRemover const errors(false);
         if (certificate.isCACertificate()) {
-            addCertificate(certificate);
+            addCertificate(X509Access::share(certificate).get());
         }
     }
 }
@@ -127,7 +159,9 @@ X509CertificateChain TrustStoreImpl::getCertificates() const
     StoreEntries const entries = readEntries();
     for (int index = 0; index < entries.count(); ++index) {
         RAIIOpenSSLErrorRemover const errors(false);
-        chain.addCertificate(X509Certificate(X509CertificateImpl(certificateOf(entries.at(index)))));
+        X509* const certificate = certificateOf(entries.at(index));
+        chain.addCertificate(X509Certificate(
+            isHandedOut() ? X509CertificateImpl(certificate) : X509Access::implementationWith(certificate)));
     }
     return chain;
 }
@@ -156,8 +190,12 @@ void TrustStoreImpl::addDERCertificate(ByteArray const& der)
 void TrustStoreImpl::addX509(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
+    if (certificate != nullptr && hasTrustSettings(certificate)) {
+        return addX509(makeX509(X509_dup(certificate)).get());
+    }
+    beginChange();
     // Some releases of OpenSSL report a certificate that the store holds already. That is a success.
-    if (X509_STORE_add_cert(store.get(), certificate) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
+    if (X509_STORE_add_cert(store(), certificate) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
         throw TrustStoreException("Failed to add certificate to store");
     }
 }
@@ -170,37 +208,61 @@ X509* TrustStoreImpl::x509At(unsigned index) const
 X509_STOREUPtr TrustStoreImpl::copyStore() const
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    auto copy = makeStore();
-    if (copy == nullptr) {
-        return copy;
-    }
-    StoreEntries const entries = readEntries();
-    for (int index = 0; index < entries.count(); ++index) {
-        X509_OBJECT const* const entry = entries.at(index);
-        if (entry != nullptr && X509_OBJECT_get_type(entry) == X509_LU_CRL) {
-            throwIfNotOne<TrustStoreException>(
-                X509_STORE_add_crl(copy.get(), X509_OBJECT_get0_X509_CRL(entry)),
-                "Failed to add CRL to store");
-            continue;
-        }
-        X509* const certificate = certificateOf(entry);
-        auto const duplicate = makeX509(X509_dup(certificate));
-        if (X509_STORE_add_cert(copy.get(), duplicate.get()) != 1) {
-            throw TrustStoreException("Failed to add certificate to store, CN: " + commonNameOf(certificate));
-        }
-    }
-    return copy;
+    return copyOf(store(), [](X509* certificate) { return makeX509(X509_dup(certificate)); });
 }
 
-std::shared_ptr<X509_STORE> TrustStoreImpl::getStore() const
+std::shared_ptr<X509_STORE> TrustStoreImpl::handOutStore()
 {
-    return store;
+    if (!isHandedOut()) {
+        RAIIOpenSSLErrorRemover const errors(false);
+        auto reader = std::make_unique<LiveStoreReader>();
+        content = std::make_shared<Content>(Content{shareStore(copyStore()), nullptr});
+        isContentShared = false;
+        liveReader = std::move(reader);
+    }
+    return content->store;
+}
+
+SharedTrustedCertificates TrustStoreImpl::trustedCertificates()
+{
+    RAIIOpenSSLErrorRemover const errors(false);
+    if (isHandedOut()) {
+        return liveReader->read(store());
+    }
+    if (auto known = std::atomic_load(&content->reading)) {
+        return known;
+    }
+    TrustedCertificatesReading const reading(store());
+    if (reading.isFinal) {
+        std::atomic_store(&content->reading, reading.certificates);
+    }
+    return reading.certificates;
+}
+
+bool TrustStoreImpl::isHandedOut() const
+{
+    return liveReader != nullptr;
 }
 
 StoreEntries TrustStoreImpl::readEntries() const
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    return StoreEntries(store.get());
+    return StoreEntries(store());
+}
+
+X509_STORE* TrustStoreImpl::store() const
+{
+    return content->store.get();
+}
+
+void TrustStoreImpl::beginChange()
+{
+    if (isContentShared) {
+        auto copy = copyOf(store(), furtherReference);
+        content = std::make_shared<Content>(Content{shareStore(std::move(copy)), nullptr});
+        isContentShared = false;
+    }
+    content->reading = nullptr;
 }
 
 } // namespace foundation::certificates

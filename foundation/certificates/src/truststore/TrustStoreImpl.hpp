@@ -2,6 +2,7 @@
 
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "truststore/StoreEntries.hpp"
+#include "truststore/TrustedCertificates.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 
@@ -19,6 +20,14 @@ bool isValidForUsage(X509* certificate, TrustStore::Usage usage);
 /// The implementation of TrustStore. Owns the OpenSSL store, whose entries are all of its state, and the
 /// adder of system certificates.
 ///
+/// Until the store is handed out, nobody outside of the library can change it or its certificates. So
+/// certificates are shared with handles, with results and with other trust stores, and a copy shares the
+/// whole store until one of the two changes. The first hand-out replaces the store by one whose certificates
+/// are duplicates that nobody else has. From then on nothing is shared.
+///
+/// Nothing looks up certificates in the store, because a look-up sorts it, and getPEMStrings shows the order.
+/// Verifications read TrustedCertificates instead.
+///
 /// Has no lock: the handle calls it under the handle's lock. Every operation that calls OpenSSL runs inside
 /// an error scope with a mark, so that it leaves the caller's error queue unchanged.
 class TrustStoreImpl
@@ -31,7 +40,9 @@ public:
     TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std::mutex> const& sourceLock);
     ~TrustStoreImpl();
 
-    void addCertificate(X509Certificate const& certificate);
+    /// Shares the certificate of a handle, or adds a duplicate if it may not be shared.
+    /// @throws TrustStoreException "Failed to add certificate to store"
+    void addCertificate(X509* certificate);
     void addCertificates(X509CertificateChain const& chain);
     void addSystemCertificates(TrustStore::Usage usage, bool rethrowOnFailure);
     bool empty() const;
@@ -44,7 +55,8 @@ public:
     ///     size and the bytes
     /// @throws TrustStoreException "Failed to add certificate to store"
     void addDERCertificate(ByteArray const& der);
-    /// Adds a reference to the certificate. Succeeds if the store holds the certificate already.
+    /// Adds a reference to the certificate, which nobody may change afterwards. Adds a duplicate if the
+    /// certificate has trust settings. Succeeds if the store holds the certificate already.
     /// @throws TrustStoreException "Failed to add certificate to store"
     void addX509(X509* certificate);
     /// Returns the certificate at the index, borrowed from the store.
@@ -57,16 +69,36 @@ public:
     ///     and the certificate's common name, and as x509At does
     X509_STOREUPtr copyStore() const;
     /// Returns a further owner of the live store.
-    std::shared_ptr<X509_STORE> getStore() const;
+    /// @throws TrustStoreException as copyStore does, at the first call
+    std::shared_ptr<X509_STORE> handOutStore();
+    /// Returns the certificates and CRLs for a verification, which later changes do not reach.
+    /// @throws TrustStoreException as TrustedCertificatesReading does
+    SharedTrustedCertificates trustedCertificates();
 
     /// Removes every entry that has expired, does not fit the usage, or is no certificate. Logs each of them,
     /// and their number, at severity 4.
     void removeUnsuitableCertificates(TrustStore::Usage usage);
 
 private:
-    StoreEntries readEntries() const;
+    /// A store, and what a reading of it found. Copies of a trust store have different locks, so the reading
+    /// of a shared store is accessed atomically.
+    struct Content
+    {
+        std::shared_ptr<X509_STORE> store;
+        SharedTrustedCertificates reading;
+    };
 
-    std::shared_ptr<X509_STORE> store;
+    bool isHandedOut() const;
+    StoreEntries readEntries() const;
+    X509_STORE* store() const;
+    /// Prepares a change: ends the sharing with copies, and drops the reading.
+    void beginChange();
+
+    std::shared_ptr<Content> content;
+    /// Whether a copy has, or had, the same content. Nothing changes such content.
+    mutable bool isContentShared = false;
+    /// Present from the first hand-out on.
+    std::unique_ptr<LiveStoreReader> liveReader;
     std::unique_ptr<ISystemCertificateAdder> adder;
 };
 

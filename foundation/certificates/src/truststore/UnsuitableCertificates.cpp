@@ -97,6 +97,15 @@ bool isUnsuitableEntry(X509_OBJECT const* entry, TrustStore::Usage usage)
     return isUnsuitable(certificate, usage);
 }
 
+void removeEntries(X509_STORE* store, std::vector<X509_OBJECT*> const& unsuitable)
+{
+    STACK_OF(X509_OBJECT)* const entries = liveEntriesOf(store);
+    StoreLock const lock(store);
+    for (X509_OBJECT* const entry : unsuitable) {
+        auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
+    }
+}
+
 } // namespace
 
 bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
@@ -113,8 +122,9 @@ bool isValidForUsage(X509* certificate, TrustStore::Usage usage)
 
 void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
 {
+    beginChange();
     std::vector<X509_OBJECT*> unsuitable;
-    STACK_OF(X509_OBJECT)* const entries = liveEntriesOf(store.get());
+    STACK_OF(X509_OBJECT)* const entries = liveEntriesOf(store());
     for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
         X509_OBJECT* const entry = sk_X509_OBJECT_value(entries, index);
         if (isUnsuitableEntry(entry, usage)) {
@@ -122,9 +132,7 @@ void TrustStoreImpl::removeUnsuitableCertificates(TrustStore::Usage usage)
         }
     }
     // Removes the entries only now, because a removal changes the indices.
-    for (X509_OBJECT* const entry : unsuitable) {
-        auto const removed = makeX509_OBJECT(sk_X509_OBJECT_delete_ptr(entries, entry));
-    }
+    removeEntries(store(), unsuitable);
     diagnosticLogger().write(severity::information, [&](std::ostream& out) {
         out << "Removed " << std::to_string(unsuitable.size()) << " expired or invalid certificates";
     });

@@ -1,11 +1,13 @@
 #include "certificate/X509CertificateImpl.hpp"
 
+#include "certificate/X509Access.hpp"
 #include "certificate/X509Duplicates.hpp"
+#include "libcrypto/ErrorMark.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "truststore/SystemCertificateUsage.hpp"
+#include "truststore/VerificationStore.hpp"
 #include "validation/VerifyErrors.hpp"
 
-#include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
@@ -18,7 +20,7 @@
 
 // OpenSSL verifies; this file decides which store it uses, which certificates are untrusted input, which
 // flags apply and which errors are forgiven. VerifyErrors words the result. A run never changes the caller's
-// trust store: flags, callback and CRLs go to a copy.
+// trust store: flags, callback and CRLs go to a store of its own. Certificates are shared by reference.
 
 namespace foundation::certificates {
 
@@ -53,21 +55,45 @@ TrustStore const& systemTrustStore()
 
 X509_STOREUPtr privateStoreOf(TrustStore const& trustStore)
 {
-    auto store = copyOpenSSLStore(trustStore.empty() ? systemTrustStore() : trustStore);
+    auto store = makeVerificationStore(trustStore.empty() ? systemTrustStore() : trustStore);
     throwIfNull<TrustStoreException>(store.get(), "Failed to create X509_STORE");
     return store;
 }
 
 /// Returns the chain's certificates, and inserts the leaf at the front unless it is there already. The
 /// insertion clears OpenSSL's error queue, as loading a certificate does.
-std::vector<X509Certificate> leafFirst(X509CertificateImpl const& leaf, X509CertificateChain const& chain)
+std::vector<X509Certificate>
+leafFirst(X509CertificateImpl const& handle, X509* leaf, X509CertificateChain const& chain)
 {
     auto certificates = chain.getCertificates();
-    if (certificates.empty() || certificates.front().getAsPEMString() != leaf.getAsPEMString()) {
+    if (certificates.empty() || !haveSameEncoding(X509Access::share(certificates.front()).get(), leaf)) {
         ERR_clear_error();
-        certificates.insert(certificates.begin(), leaf.furtherHandle());
+        certificates.insert(certificates.begin(), handle.furtherHandle());
     }
     return certificates;
+}
+
+bool isSelfIssued(X509* certificate)
+{
+    return X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
+}
+
+/// Returns the certificates as a stack that shares them. A self-issued leaf is duplicated there: OpenSSL must
+/// find it as its own issuer, and never takes the object that it looks for the issuer of.
+X509StackUPtr untrustedStack(std::vector<X509Certificate> const& certificates, X509* leaf)
+{
+    auto stack = makeX509Stack(sk_X509_new_null());
+    for (auto const& certificate : certificates) {
+        auto untrusted = X509Access::share(certificate);
+        if (untrusted.get() == leaf && isSelfIssued(leaf)) {
+            untrusted = makeX509(X509_dup(leaf));
+        }
+        if (untrusted == nullptr || sk_X509_push(stack.get(), untrusted.get()) == 0) {
+            throw X509CertificateException("Error: X509Certificate has no content.");
+        }
+        static_cast<void>(untrusted.release()); // the stack owns it now; a failed push would not have
+    }
+    return stack;
 }
 
 unsigned long crlFlags(Options::CheckCRL check)
@@ -173,7 +199,7 @@ X509CertificateImpl topOfVerifiedChain(X509_STORE_CTX* context, int verifyResult
     if (verifyResult < 0 || length < 1 || hasSkippedRoot(root, length, progress.numVerified)) {
         throw X509CertificateException("Invalid certificate chain length.\n");
     }
-    return X509CertificateImpl(root);
+    return X509Access::implementationWith(root);
 }
 
 /// Whether another trust store may change the verdict. The verdicts on revoked and expired certificates and
@@ -209,28 +235,36 @@ void addCRLs(X509_STORE* store, X509CertificateImpl::CRLs const& crls)
 }
 
 /// Returns the result of `X509_verify_cert`.
+/// @throws TrustStoreException as throwIfIncomplete does
+int verifyOnce(Verification const& verification, X509* leaf, unsigned long flags, Progress& progress)
+{
+    prepare(verification, leaf, flags, progress);
+    int const result = X509_verify_cert(verification.context.get());
+    throwIfIncomplete(verification.store.get());
+    return result;
+}
+
+/// Returns the result of `X509_verify_cert`.
 ///
 /// With a fallback store, a failure that leads to it must happen twice. Running out of memory must not lead
-/// to it, because a certificate that is expired or revoked in this store may be valid in the other. OpenSSL
-/// caches in a certificate that it could not read it, so `renew` gives the second attempt new copies. Only
-/// the errors of the last attempt stay in the queue.
+/// to it, because a certificate that is expired or revoked in this store may be valid in the other. `renew`
+/// gives the second attempt a new store and new untrusted certificates. Only the errors of the last attempt
+/// stay in the queue.
 template <typename Renew>
 int verify(
     Verification const& verification, X509* leaf, unsigned long flags, Progress& progress, bool hasFallback,
     Renew const& renew)
 {
-    X509_STORE_CTX* const context = verification.context.get();
-    prepare(verification, leaf, flags, progress);
-    ERR_set_mark();
-    int const result = X509_verify_cert(context);
-    if (result != 0 || !hasFallback || !deservesFallback(statusOf(context))) {
-        ERR_clear_last_mark();
-        return result;
+    {
+        ErrorMark mark;
+        int const result = verifyOnce(verification, leaf, flags, progress);
+        if (result != 0 || !hasFallback || !deservesFallback(statusOf(verification.context.get()))) {
+            return result;
+        }
+        mark.removeErrors();
     }
-    ERR_pop_to_mark();
     renew();
-    prepare(verification, leaf, flags, progress);
-    return X509_verify_cert(context);
+    return verifyOnce(verification, leaf, flags, progress);
 }
 
 } // namespace
@@ -289,8 +323,8 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
     X509_STORE_CTX* const context = verification.context.get();
     throwIfNull<X509CertificateException>(context, noContextText);
     verification.store = privateStoreOf(trustStore);
-    auto certificates = leafFirst(*this, chain);
-    verification.untrusted = stackOf(certificates);
+    auto certificates = leafFirst(*this, leaf, chain);
+    verification.untrusted = untrustedStack(certificates, leaf);
     CRLs crls;
     bool const crlsReady = prepareCRLs(
         options.downloadCRL, options.checkCRL, crls, certificates, verification.store, chain, trustStore);
@@ -301,7 +335,7 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
 
     Progress progress{options};
     int const verifyResult = verify(verification, leaf, flags, progress, hasFallback, [&] {
-        verification.renew(privateStoreOf(trustStore), stackOf(leafFirst(*this, chain)));
+        verification.renew(privateStoreOf(trustStore), untrustedStack(leafFirst(*this, leaf, chain), leaf));
         if (crlsReady) {
             addCRLs(verification.store.get(), crls);
         }

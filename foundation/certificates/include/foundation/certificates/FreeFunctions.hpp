@@ -62,8 +62,12 @@ FOUNDATION_CERTIFICATES_EXPORT std::string getSystemCertificatesFolder();
 /// Returns a further owner of the trust store's live OpenSSL store; an empty pointer for a trust store that
 /// was moved from.
 ///
-/// The trust store's lock is held only during this call. Do not use the pointer while an operation of the
-/// trust store changes that store.
+/// The trust store's lock is held only during this call. Do not use the pointer while
+/// TrustStore::addSystemCertificates removes entries.
+///
+/// The first call for a trust store duplicates its certificates. So what is changed in the live store reaches
+/// no handle and no other store.
+/// @throws TrustStoreException as copyOpenSSLStore does, at the first call
 FOUNDATION_CERTIFICATES_EXPORT std::shared_ptr<x509_store_st> getOpenSSLStore(TrustStore const& trustStore);
 
 /// Returns an independent OpenSSL store, released with `X509_STORE_free`. It holds a duplicate of each
@@ -80,6 +84,7 @@ copyOpenSSLStore(TrustStore const& trustStore);
 /// Gives a TLS context the trust store's live store (`SSL_CTX_set_cert_store`). The context holds a reference
 /// of its own: it may outlive the trust store, and it sees certificates that are added later. Does nothing if
 /// the trust store was moved from or the context is null.
+/// @throws TrustStoreException as getOpenSSLStore does
 FOUNDATION_CERTIFICATES_EXPORT void
 attachTrustStoreToSSLCTX(TrustStore const& trustStore, ssl_ctx_st* context);
 

@@ -20,8 +20,8 @@ class ISystemCertificateAdder;
 class TrustStoreImpl;
 
 /// The set of certificates that validation, PKCS#7 verification and TLS set-up accept as trust anchors. A
-/// value type: a copy is an independent store, which shares no certificate with its source. The store holds
-/// no certificate twice.
+/// value type: a copy is an independent store. The store holds no certificate twice. Stores, handles and
+/// results share certificates in memory, except for a store whose OpenSSL store was handed out.
 ///
 /// A failure is a TrustStoreException without OpenSSL's error text, unless noted otherwise. It leaves the
 /// store usable, with what was already added, and leaves OpenSSL's error queue unchanged. Every operation
@@ -50,8 +50,8 @@ public:
     /// Creates an empty store that takes the operating system's certificates from the given adder, which must
     /// not be null.
     TrustStore(std::unique_ptr<ISystemCertificateAdder> adder);
-    /// Copies deeply: duplicates the certificates, shares the CRLs, clones the adder. Holds the source's
-    /// lock.
+    /// Shares the certificates and CRLs, clones the adder. Changes of one store do not reach the other. Holds
+    /// the source's lock.
     /// @throws TrustStoreException "Failed to add CRL to store", "Failed to add certificate to store, CN: "
     ///     and the common name
     TrustStore(TrustStore const& other);
@@ -66,8 +66,8 @@ public:
     /// Exchanges the contents, without a lock on either object.
     void swap(TrustStore& other) noexcept;
 
-    /// Adds a duplicate of the certificate, which may be a leaf. Does nothing if the store holds the
-    /// certificate already. Copies the argument before it takes this store's lock.
+    /// Adds the certificate, which may be a leaf. Does nothing if the store holds the certificate already.
+    /// Locks the argument and this store one after the other.
     /// @throws TrustStoreException "Input certificate is empty.", "Failed to add certificate to store"
     void addCertificate(X509Certificate const& certificate);
     /// Adds the CA certificates of the chain (X509Certificate::isCACertificate) and skips the others. A
@@ -114,6 +114,7 @@ private:
     friend std::shared_ptr<x509_store_st> getOpenSSLStore(TrustStore const& trustStore);
     friend std::unique_ptr<x509_store_st, void (*)(x509_store_st*)>
     copyOpenSSLStore(TrustStore const& trustStore);
+    friend struct TrustStoreAccess;
 
     void ensureImpl();
 

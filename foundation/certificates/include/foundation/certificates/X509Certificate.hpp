@@ -274,9 +274,9 @@ public:
     ///     once per process.
     /// @return the verdict; with `Valid`, also the root of the chain that was built
     ///
-    /// OpenSSL verifies the chain (`X509_verify_cert`) on a private copy of the trust store. Host names,
-    /// purposes and OCSP are not checked. Holds the lock for the whole call, which includes waiting for CRL
-    /// servers. May clear OpenSSL's error queue.
+    /// OpenSSL verifies the chain (`X509_verify_cert`). It reads the trust store as it is at the start, and
+    /// changes nothing in it. Host names, purposes and OCSP are not checked. Holds the lock for the whole
+    /// call, which includes waiting for CRL servers. May clear OpenSSL's error queue.
     /// @throws X509CertificateException if there is no verdict: "Internal error:" and the cause, if the
     ///     operating system's roots are needed and cannot be read; "Invalid certificate chain length.\n"
     ///     and further texts, if OpenSSL fails; with DownloadCRL::Required, if a CRL could not be fetched:
@@ -292,7 +292,7 @@ public:
     ///     loading does
     /// @throws X509CertificateChainException "Error: X509CertificateChain is uninitialized." for a moved-from
     ///     chain
-    /// @throws TrustStoreException if the trust store cannot be copied: "Failed to create X509_STORE",
+    /// @throws TrustStoreException if the trust store cannot be read: "Failed to create X509_STORE",
     ///     "Failed to read X509_STORE", "Failed to add CRL to store", "Failed to add certificate to store,
     ///     CN: " and the common name
     CertificateValidationResults validateCertificate(
