@@ -98,7 +98,10 @@ PKCS7CertificateValidationResults PKCS7CertificateImpl::verifySignature(
     auto const content = detachedContent(data);
     int const flags = content == nullptr ? PKCS7_NO_DUAL_CONTENT : 0;
 
-    if (verifySignatures(pkcs7.get(), untrusted.get(), store.get(), content.get(), nullptr, flags)) {
+    bool const isVerified =
+        verifySignatures(pkcs7.get(), untrusted.get(), store.get(), content.get(), nullptr, flags);
+    throwIfIncomplete(store.get());
+    if (isVerified) {
         return {true, CertificateChainStatus::Valid, ""};
     }
     std::string const text = takeReason();
