@@ -39,9 +39,16 @@ Lazy<Roots> makeRoots(std::size_t count)
     });
 }
 
+/// Returns references to all certificates. Checks their keys, as the library does.
 X509StackUPtr bareCertificates(X509_STORE* store)
 {
-    return makeX509Stack(X509_STORE_get1_all_certs(store));
+    auto certificates = makeX509Stack(X509_STORE_get1_all_certs(store));
+    for (int index = 0; index < sk_X509_num(certificates.get()); ++index) {
+        if (!hasFitKey(sk_X509_value(certificates.get(), index))) {
+            return makeX509Stack(nullptr);
+        }
+    }
+    return certificates;
 }
 
 TrustStore build(X509CertificateChain const& chain)
@@ -133,14 +140,17 @@ void addStoreBenchmarks()
         "Trust store",
         "A build adds the roots of a chain. OpenSSL's side shares the parsed certificates by reference, and\n"
         "so does its copy: a new `X509_STORE` to which `X509_STORE_add_cert` adds each root. It sorts the\n"
-        "store at each addition, which dominates the largest store. The certificates are those of\n"
-        "`X509_STORE_get1_all_certs`: one stack of references. The library returns a chain of handles. Each\n"
-        "of them has memory and a lock of its own, and this remains.\n"
+        "store at each addition, which dominates the largest store. A copy in the library shares everything\n"
+        "with its source until one of the two changes.\n"
+        "\n"
+        "The certificates are those of `X509_STORE_get1_all_certs`, one stack of references. Both sides "
+        "check\n"
+        "the keys, because a store may hold certificates with keys that the library refuses. The library\n"
+        "returns a chain of handles. Each of them has memory and a lock of its own, and this remains.\n"
         "\n"
         "What the library hands out shares nothing with it, so a hand-out duplicates each root, which is a\n"
-        "parse. Both sides of those rows do. The last row reads the operating system's bundle from its "
-        "file,\n"
-        "and leaves out the roots that have expired or do not fit TLS servers.");
+        "parse. Both sides of those rows do this. The last row reads the operating system's bundle from its\n"
+        "file, and leaves out the roots that have expired or do not fit TLS servers.");
     for (std::size_t const count : {1U, 10U, 150U, 1000U}) {
         if (count <= typicalCount || !eachRunsOnce()) {
             addStoresOf(count);
