@@ -73,7 +73,9 @@ std::optional<double> medianOf(Side const& side)
 
 std::string ratioOf(Comparison const& row)
 {
-    return withDigits(row.library.median() / row.bare.median(), 2);
+    double const ratio = row.library.median() / row.bare.median();
+    constexpr double small = 0.1;
+    return withDigits(ratio, ratio < small ? 4 : 2);
 }
 
 std::string verdictOf(bool reached)
