@@ -1,11 +1,15 @@
-# Installs the libraries, headers, the CMake package FoundationCertificates and the pkg-config file
-# foundation-certificates.pc. No installed file names the prefix, so an installed tree can be moved. A static and a
+# Installs the libraries, headers, the CMake package FoundationCertificates and the pkg-config files
+# foundation-certificates.pc and foundation-toolkit.pc. No installed file names the prefix, so an installed tree can be moved. A static and a
 # shared build can share a prefix if the shared one is installed last: its headers fit both.
 #
 # Programs need component `runtime` to run and component `development` to build.
 include(CMakePackageConfigHelpers)
 
-set(libraries foundation_certificates foundation_log)
+set(libraryFolders certificates log)
+if(FOUNDATION_CERTIFICATES_BUILD_TOOLKIT)
+    list(APPEND libraryFolders toolkit)
+endif()
+list(TRANSFORM libraryFolders PREPEND foundation_ OUTPUT_VARIABLE libraries)
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/FoundationCertificates)
 set(pkgConfigDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(kind static)
@@ -23,7 +27,7 @@ install(TARGETS ${libraries} EXPORT FoundationCertificates-${kind}-targets
     RUNTIME COMPONENT runtime
     LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
     ARCHIVE COMPONENT development)
-foreach(library certificates log)
+foreach(library IN LISTS libraryFolders)
     install(DIRECTORY foundation/${library}/include/ ${PROJECT_BINARY_DIR}/foundation/${library}/include/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endforeach()
@@ -74,4 +78,15 @@ endif()
 file(RELATIVE_PATH prefixFromPkgConfigDir "/${pkgConfigDir}" "/")
 string(REGEX REPLACE "/$" "" prefixFromPkgConfigDir "${prefixFromPkgConfigDir}")
 configure_file(cmake/foundation-certificates.pc.in foundation-certificates.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/foundation-certificates.pc DESTINATION ${pkgConfigDir} COMPONENT development)
+set(pkgConfigFiles ${PROJECT_BINARY_DIR}/foundation-certificates.pc)
+if(FOUNDATION_CERTIFICATES_BUILD_TOOLKIT)
+    set(toolkitDefinition -DFOUNDATION_TOOLKIT_STATIC_DEFINE)
+    if(BUILD_SHARED_LIBS)
+        set(privateToolkitDefinition ${toolkitDefinition})
+    else()
+        set(publicToolkitDefinition ${toolkitDefinition})
+    endif()
+    configure_file(cmake/foundation-toolkit.pc.in foundation-toolkit.pc @ONLY)
+    list(APPEND pkgConfigFiles ${PROJECT_BINARY_DIR}/foundation-toolkit.pc)
+endif()
+install(FILES ${pkgConfigFiles} DESTINATION ${pkgConfigDir} COMPONENT development)

@@ -1,4 +1,5 @@
-# The Debian packages of `cpack -G DEB`: one with what programs need to run, one with what they need to build. The
+# The Debian packages of `cpack -G DEB`: one with what programs need to run, one with what they need to build. Both
+# contain the toolkit. The
 # second also contains the static libraries if scripts/make-packages passes both builds to CPack.
 set(CPACK_PACKAGE_NAME foundation-certificates)
 set(CPACK_PACKAGE_CONTACT "foundation::certificates maintainers <maintainers@foundation.invalid>")
@@ -12,17 +13,18 @@ set(runtimePackage libfoundation-certificates${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtimePackage})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/foundation/log)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+    ${PROJECT_BINARY_DIR}/foundation/certificates ${PROJECT_BINARY_DIR}/foundation/log)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Certificates, chains, trust stores, validation, revocation lists, PKCS#7
-and PKCS#12 as values that can be copied, compared and printed.")
+and PKCS#12 as values that can be copied, compared and printed; and the toolkit beside it.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfoundation-certificates-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${runtimePackage} (= ${PROJECT_VERSION}), libboost-log-dev, libssl-dev (>= 3.0)")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, libraries, the CMake package FoundationCertificates and the
-pkg-config file foundation-certificates.")
+pkg-config files foundation-certificates and foundation-toolkit.")
 
 include(CPack)

@@ -64,6 +64,7 @@ class FoundationCertificatesConan(ConanFile):
     def package_info(self):
         self.cpp_info.set_property("cmake_file_name", "FoundationCertificates")
         self.cpp_info.set_property("pkg_config_name", "foundation-certificates")
+        self.cpp_info.set_property("cmake_components", ["toolkit"])
 
         log = self.cpp_info.components["log"]
         log.set_property("cmake_target_name", "foundation::log")
@@ -75,7 +76,14 @@ class FoundationCertificatesConan(ConanFile):
         certificates.libs = ["foundation_certificates"]
         certificates.requires = ["log", "boost::headers", "openssl::ssl", "openssl::crypto"]
 
+        toolkit = self.cpp_info.components["toolkit"]
+        toolkit.set_property("cmake_target_name", "foundation::toolkit")
+        toolkit.set_property("pkg_config_name", "foundation-toolkit")
+        toolkit.libs = ["foundation_toolkit"]
+        toolkit.requires = ["certificates", "log", "boost::headers", "boost::log", "openssl::ssl", "openssl::crypto"]
+
         if not self.options.shared:
+            toolkit.defines = ["FOUNDATION_TOOLKIT_STATIC_DEFINE"]
             log.defines = ["FOUNDATION_LOG_STATIC_DEFINE"]
             certificates.defines = ["FOUNDATION_CERTIFICATES_STATIC_DEFINE"]
         if self.settings.os == "Windows":

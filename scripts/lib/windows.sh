@@ -49,4 +49,5 @@ check_windows_package() {
         -DFOUNDATION_WINDOWS_LIBRARIES="$(joined_libraries);$prefix"
     cmake --build "$work"
     wine "$work/consumer.exe"
+    wine "$work/toolkit_consumer.exe"
 }

@@ -6,7 +6,7 @@ from conan.tools.cmake import CMake, cmake_layout
 
 
 class FoundationCertificatesTestConan(ConanFile):
-    """Builds and runs the same consumer as the project's own checks."""
+    """Builds and runs the same consumers as the project's own checks."""
 
     settings = "os", "arch", "compiler", "build_type"
     generators = "CMakeDeps", "CMakeToolchain"
@@ -24,4 +24,5 @@ class FoundationCertificatesTestConan(ConanFile):
 
     def test(self):
         if can_run(self):
-            self.run(os.path.join(self.cpp.build.bindir, "consumer"), env="conanrun")
+            for consumer in ("consumer", "toolkit_consumer"):
+                self.run(os.path.join(self.cpp.build.bindir, consumer), env="conanrun")
