@@ -39,6 +39,9 @@ using namespace foundation::certificates;
 
 constexpr std::size_t sizeOfSHA256 = 32;
 
+/// OpenSSL's type name of keys on elliptic curves.
+constexpr char const kindOfCurves[] = "EC";
+
 template <typename T>
 T* throwIfOutOfMemory(T* pointer)
 {
@@ -127,7 +130,7 @@ std::string curveOf(EVP_PKEY const* key)
         isNamed = EVP_PKEY_get_group_name(key, name.data(), name.size(), &length) == 1;
         return isNamed;
     });
-    return isNamed ? std::string(name.data(), length) : "EC";
+    return isNamed ? std::string(name.data(), length) : kindOfCurves;
 }
 
 /// Appends the name if it is a URI.
@@ -233,13 +236,18 @@ std::unique_ptr<x509_st, void (*)(x509_st*)> Certificate::duplicateX509() const
     RAIIOpenSSLErrorRemover const errors(false);
     auto duplicate = makeX509(X509_dup(x509.get()));
     throwIfOutOfMemory(duplicate.get());
+    // OpenSSL does not report that it had no memory to decode the key.
+    if (X509_get0_pubkey(x509.get()) != nullptr) {
+        throwIfOutOfMemory(X509_get0_pubkey(duplicate.get()));
+    }
     return duplicate;
 }
 
 X509Certificate Certificate::toX509Certificate() const
 {
     // As PEM, since bytes in DER that contain a PEM marker would be read as PEM.
-    return X509Certificate(getAsPEM());
+    std::string const pem = getAsPEM();
+    return X509Certificate(ByteArray(pem.begin(), pem.end()));
 }
 
 ByteArray Certificate::getAsDER() const
@@ -299,7 +307,9 @@ std::string Certificate::getKeyKind() const
     if (key == nullptr) {
         return algorithmOfKey(x509.get());
     }
-    return EVP_PKEY_is_a(key, "EC") == 1 ? curveOf(key) : throwIfOutOfMemory(EVP_PKEY_get0_type_name(key));
+    // Not EVP_PKEY_is_a, which denies everything when it runs out of memory.
+    std::string kind = throwIfOutOfMemory(EVP_PKEY_get0_type_name(key));
+    return kind == kindOfCurves ? curveOf(key) : kind;
 }
 
 int Certificate::getKeyBits() const
@@ -321,6 +331,10 @@ std::string Certificate::getSHA256Fingerprint() const
     unsigned int length = 0;
     throwIfNotOne<X509CertificateException>(
         X509_digest(x509.get(), EVP_sha256(), digest.data(), &length), outOfMemoryText);
+    // OpenSSL may take the digest for SHA-1 when it runs out of memory.
+    if (length != digest.size()) {
+        throw X509CertificateException(outOfMemoryText);
+    }
     return hexEncode(digest);
 }
 
@@ -412,13 +426,13 @@ bool Certificate::isCA() const
 bool Certificate::isIssuedBy(Certificate const& issuer) const
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    int const issued = X509_check_issued(issuer.x509.get(), x509.get());
-    // OpenSSL tests last whether the issuer may sign certificates.
-    if (issued != X509_V_OK && issued != X509_V_ERR_KEYUSAGE_NO_CERTSIGN) {
-        return false;
-    }
     EVP_PKEY* const key = X509_get0_pubkey(issuer.x509.get());
-    return key != nullptr && matches([&] { return X509_verify(x509.get(), key) == 1 ? 1 : 0; });
+    return key != nullptr && matches([&] {
+               int const issued = X509_check_issued(issuer.x509.get(), x509.get());
+               // OpenSSL tests last whether the issuer may sign certificates.
+               bool const fits = issued == X509_V_OK || issued == X509_V_ERR_KEYUSAGE_NO_CERTSIGN;
+               return fits && X509_verify(x509.get(), key) == 1 ? 1 : 0;
+           });
 }
 
 bool Certificate::matchesHost(std::string const& host) const

@@ -17,16 +17,43 @@ using foundation::certificates::throwIfNull;
 using foundation::certificates::X509CertificateException;
 using foundation::certificates::X509UPtr;
 
-/// OpenSSL decodes the key while it reads the certificate, and never again. A key that it cannot decode and a
-/// key without memory look alike, so a duplicate is decoded again.
-void throwIfKeyLacksMemory(X509* certificate)
+/// What OpenSSL keeps of the key and the signature algorithm after it has read the certificate.
+struct Strength
 {
-    if (X509_get0_pubkey(certificate) != nullptr) {
+    explicit Strength(X509* certificate)
+    {
+        if (EVP_PKEY const* const key = X509_get0_pubkey(certificate)) {
+            keyBits = EVP_PKEY_get_bits(key);
+            keySecurity = EVP_PKEY_get_security_bits(key);
+        }
+        X509_get_signature_info(certificate, nullptr, nullptr, &signatureSecurity, nullptr);
+    }
+
+    bool isKnown() const { return keyBits > 0 && keySecurity > 0 && signatureSecurity > 0; }
+
+    bool operator!=(Strength const& other) const
+    {
+        return keyBits != other.keyBits || keySecurity != other.keySecurity ||
+               signatureSecurity != other.signatureSecurity;
+    }
+
+    int keyBits = 0;
+    int keySecurity = 0;
+    int signatureSecurity = 0;
+};
+
+/// OpenSSL decodes the key and measures its strength once. An algorithm that it does not know and one that it
+/// had no memory for look alike, so a duplicate is read again.
+void throwIfStrengthLacksMemory(X509* certificate)
+{
+    Strength const strength(certificate);
+    if (strength.isKnown()) {
         return;
     }
     auto const duplicate = makeX509(X509_dup(certificate));
     throwIfNull<X509CertificateException>(duplicate.get(), outOfMemoryText);
-    if (X509_get0_pubkey(duplicate.get()) != nullptr) {
+    parseExtensions(duplicate.get());
+    if (Strength(duplicate.get()) != strength) {
         throw X509CertificateException(outOfMemoryText);
     }
 }
@@ -43,8 +70,8 @@ Certificate CertificateAccess::adopt(X509UPtr certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
     throwIfNull<X509CertificateException>(certificate.get(), outOfMemoryText);
-    throwIfKeyLacksMemory(certificate.get());
     parseExtensions(certificate.get());
+    throwIfStrengthLacksMemory(certificate.get());
     return Certificate(std::shared_ptr<X509>(std::move(certificate)));
 }
 

@@ -25,19 +25,24 @@ using namespace foundation::certificates;
 
 constexpr char const noNamesText[] = "Internal error: The alternative names could not be made.";
 
+/// OpenSSL does not report parts that it had no memory to print. So the name is printed twice, and memory is
+/// available in between.
 std::string printed(GENERAL_NAME* name)
 {
-    std::string text;
-    auto const print = [&] {
+    std::vector<std::string> attempts;
+    bool const lacksMemory = lacksMemoryFor([&] {
+        constexpr bool isCertain = false;
         auto const bio = makeMemoryBIO();
-        bool const isPrinted = bio != nullptr && GENERAL_NAME_print(bio.get(), name) == 1;
-        text = contentsAsString(bio.get());
-        return isPrinted;
-    };
-    if (lacksMemoryFor(print)) {
+        if (bio != nullptr) {
+            GENERAL_NAME_print(bio.get(), name);
+        }
+        attempts.push_back(contentsAsString(bio.get()));
+        return isCertain;
+    });
+    if (lacksMemory || attempts.front() != attempts.back()) {
         throw X509CertificateException(outOfMemoryText);
     }
-    return text;
+    return std::move(attempts.back());
 }
 
 AlternativeName asAlternativeName(GENERAL_NAME* name)

@@ -304,6 +304,20 @@ std::optional<PathResult> verifyOnce(
     return resultOf(context, isValid, leaf);
 }
 
+bool isValid(std::optional<PathResult> const& result)
+{
+    return result && result->isValid();
+}
+
+bool areAlike(std::optional<PathResult> const& left, std::optional<PathResult> const& right)
+{
+    if (!left || !right) {
+        return !left && !right;
+    }
+    return left->errorCode == right->errorCode && left->errorDepth == right->errorDepth &&
+           left->text == right->text && left->chain == right->chain;
+}
+
 } // namespace
 
 bool PathResult::isValid() const
@@ -333,18 +347,20 @@ PathResult PathValidator::validate(
 {
     RAIIOpenSSLErrorRemover const errors(false);
     Settings const settings(options);
-    std::optional<PathResult> result;
+    std::vector<std::optional<PathResult>> attempts;
     bool const lacksMemory = lacksMemoryFor([&] {
-        result = verifyOnce(store.get(), leaf, intermediates, settings);
-        return result && result->isValid();
+        attempts.push_back(verifyOnce(store.get(), leaf, intermediates, settings));
+        return isValid(attempts.back());
     });
-    if (lacksMemory) {
+    auto& last = attempts.back();
+    // One of two failed attempts may have run out of memory. A failure counts only if both are alike.
+    if (lacksMemory || (!isValid(last) && !areAlike(attempts.front(), last))) {
         throw X509CertificateException(outOfMemoryText);
     }
-    if (!result) {
+    if (!last) {
         throw X509CertificateException(noVerdictText);
     }
-    return std::move(*result);
+    return std::move(*last);
 }
 
 } // namespace foundation::toolkit

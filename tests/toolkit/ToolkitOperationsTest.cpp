@@ -1,0 +1,142 @@
+#include "support/toolkit/ToolkitOperations.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
+#include "support/system/InParallel.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+// What holds for every operation of the table: threads get the same answers, and the caller's entries in the
+// error queue change nothing.
+
+using namespace foundation::certificates;
+using namespace foundation::test;
+using namespace foundation::toolkit;
+
+namespace {
+
+constexpr int numThreads = 8;
+
+template <class Object>
+std::vector<std::string>
+answersOf(std::vector<Operation<Object>> const& table, Object& object, std::size_t start)
+{
+    std::vector<std::string> answers(table.size());
+    for (std::size_t count = 0; count < table.size(); ++count) {
+        auto const index = (start + count) % table.size();
+        answers[index] = table[index].answer(object, sharedObjects());
+    }
+    return answers;
+}
+
+/// Expects the same answers in all threads. Each begins with another operation.
+template <class Object>
+void expectSameInThreads(std::vector<Operation<Object>> const& table, Object shared)
+{
+    std::mutex mutex;
+    std::set<std::vector<std::string>> different;
+    inParallel(numThreads, [&](int number) {
+        auto own = shared;
+        auto const start = table.size() * static_cast<std::size_t>(number) / numThreads;
+        auto answers = answersOf(table, number % 2 == 0 ? shared : own, start);
+        std::lock_guard<std::mutex> const lock(mutex);
+        different.insert(std::move(answers));
+    });
+    EXPECT_EQ(different, (std::set<std::vector<std::string>>{answersOf(table, shared, 0)}));
+}
+
+template <class Object>
+void expectQueueKept(std::vector<Operation<Object>> const& table, Object object)
+{
+    for (auto const& operation : table) {
+        SCOPED_TRACE(operation.name);
+        CleanErrorQueue const clean;
+        auto const answer = operation.answer(object, sharedObjects());
+        EXPECT_TRUE(queueIsEmpty());
+        std::vector<unsigned long> foreign = {queueForeignError(), queueForeignError()};
+        EXPECT_EQ(operation.answer(object, sharedObjects()), answer);
+        if (operation.foreignErrors == ForeignErrors::Go) {
+            foreign.clear();
+        }
+        EXPECT_EQ(drainErrorQueue(), foreign);
+    }
+}
+
+Certificate newLeaf()
+{
+    return Certificate::fromDER(toolkitMaterial().leaf);
+}
+
+PathValidator newValidator()
+{
+    return PathValidator({Certificate::fromDER(toolkitMaterial().root)});
+}
+
+/// Returns the names of the exported functions of the classes that the table covers.
+std::set<std::string> exportedFunctions()
+{
+    std::string const start = "foundation_toolkit: foundation::toolkit::";
+    std::set<std::string> functions;
+    std::ifstream list(EXPORTED_SYMBOLS);
+    for (std::string line; std::getline(list, line);) {
+        bool const isOfTable =
+            line.rfind(start + "Certificate::", 0) == 0 || line.rfind(start + "CertificateLess::", 0) == 0 ||
+            line.rfind(start + "CertificateHash::", 0) == 0 || line.rfind(start + "PathValidator::", 0) == 0;
+        auto const name =
+            line.substr(0, line.find("(", start.size() + 1)).substr(isOfTable ? start.size() : 0);
+        if (isOfTable) {
+            functions.insert(name);
+        }
+    }
+    return functions;
+}
+
+template <class Object>
+void insertNames(std::vector<Operation<Object>> const& table, std::set<std::string>& names)
+{
+    for (auto const& operation : table) {
+        names.insert(operation.name.substr(0, operation.name.find(", ")));
+    }
+}
+
+} // namespace
+
+TEST(ToolkitThreads, AnswerAlikeOnSharedCertificateAndCopies)
+{
+    expectSameInThreads(toolkitCertificateOperations(), newLeaf());
+}
+
+TEST(ToolkitThreads, AnswerAlikeOnSharedValidatorAndCopies)
+{
+    expectSameInThreads(pathValidatorOperations(), newValidator());
+}
+
+TEST(ToolkitErrorQueue, ForeignErrorsStayAndChangeNoAnswer)
+{
+    expectQueueKept(toolkitCertificateOperations(), newLeaf());
+    expectQueueKept(pathValidatorOperations(), newValidator());
+}
+
+TEST(ToolkitOperationTable, HasRowForEveryExportedFunction)
+{
+    // They are tested by name: constructors, assignment, and a maker that reads the system's roots.
+    std::set<std::string> withRow = {"Certificate::Certificate",      "Certificate::~Certificate",
+                                     "Certificate::operator=",        "PathValidator::PathValidator",
+                                     "PathValidator::~PathValidator", "PathValidator::operator=",
+                                     "PathValidator::withSystemRoots"};
+    insertNames(toolkitCertificateOperations(), withRow);
+    insertNames(pathValidatorOperations(), withRow);
+    auto const exported = exportedFunctions();
+    EXPECT_GT(exported.size(), 30U);
+    for (auto const& function : exported) {
+        auto const name = function.find("operator()") != std::string::npos
+                              ? function.substr(0, function.find("operator()")) + "operator()"
+                              : function;
+        EXPECT_EQ(withRow.count(name.substr(0, name.find("[abi"))), 1U)
+            << function << ": add a row to tests/support/toolkit/ToolkitOperations.cpp";
+    }
+}
