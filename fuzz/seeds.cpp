@@ -22,6 +22,7 @@ constexpr Target targets[] = {
     {"distribution_points", foundation::fuzz::distributionPointsSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
     {"http", foundation::fuzz::httpSeeds},
+    {"path", foundation::fuzz::pathSeeds},
     {"pkcs12", foundation::fuzz::pkcs12Seeds},
     {"pkcs7", foundation::fuzz::pkcs7Seeds},
     {"trust_store", foundation::fuzz::trustStoreSeeds},

@@ -18,6 +18,7 @@ Seeds crlSeeds();
 Seeds distributionPointsSeeds();
 Seeds encodingsSeeds();
 Seeds httpSeeds();
+Seeds pathSeeds();
 Seeds pkcs12Seeds();
 Seeds pkcs7Seeds();
 Seeds trustStoreSeeds();
