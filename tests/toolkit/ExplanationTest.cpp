@@ -5,6 +5,7 @@
 #include "validation/VerifyErrors.hpp"
 
 #include <foundation/certificates/CertificateValidation.hpp>
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 #include <foundation/toolkit/Explanation.hpp>
@@ -14,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <new>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -129,6 +132,59 @@ void expectPlace(Explanation const& explanation, Case const& expected)
     EXPECT_EQ(explanation.subject, expected.subject);
     EXPECT_EQ(explanation.message, expected.message);
     EXPECT_FALSE(explanation.advice.empty());
+}
+
+/// Returns the cells of a table's row, trimmed; none for any other line.
+std::vector<std::string> cellsOf(std::string const& line)
+{
+    std::vector<std::string> cells;
+    std::istringstream stream(line);
+    std::string cell;
+    if (line.empty() || line.front() != '|') {
+        return cells;
+    }
+    std::getline(stream, cell, '|');
+    while (std::getline(stream, cell, '|')) {
+        auto const first = cell.find_first_not_of(' ');
+        auto const last = cell.find_last_not_of(' ');
+        cells.push_back(first == std::string::npos ? "" : cell.substr(first, last - first + 1));
+    }
+    return cells;
+}
+
+/// Returns the rows of the page's tables between two headings, without heads and lines.
+std::vector<std::vector<std::string>> rowsOfPage(std::string const& from, std::string const& to)
+{
+    auto const page = contentOfFile(ERRORS_PAGE);
+    auto const start = page.find("\n## " + from + "\n");
+    std::istringstream section(page.substr(start, page.find("\n## " + to + "\n") - start));
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(section, line);) {
+        auto const cells = cellsOf(line);
+        bool const isHead = cells.empty() || cells.front() == "Class" || beginsWith(cells.front(), "Text") ||
+                            beginsWith(cells.front(), "---");
+        if (!isHead) {
+            rows.push_back(cells);
+        }
+    }
+    return rows;
+}
+
+/// Returns the texts of a row that documents failures: in its second cell after the class, or in its first.
+std::vector<std::string> textsOf(std::vector<std::string> const& cells)
+{
+    bool const hasClass = cells.size() > 2;
+    auto text = cells[hasClass ? 1 : 0];
+    if (text == "as for a certificate" || text == "Internal error:…") {
+        return {};
+    }
+    std::vector<std::string> texts;
+    std::istringstream stream(text.substr(0, text.find("…")));
+    for (std::string part; std::getline(stream, part, ';');) {
+        auto const first = part.find_first_not_of(' ');
+        texts.push_back(part.substr(first, part.find("\\n") - first));
+    }
+    return texts;
 }
 
 CertificateValidationResults resultsWith(std::string const& text)
@@ -280,4 +336,65 @@ TEST(Explanation, IsOnThePageAboutErrors)
     auto const page = contentOfFile(ERRORS_PAGE);
     EXPECT_TRUE(contains(page, expectedTables())) << "Replace the tables in " ERRORS_PAGE " by:\n\n"
                                                   << expectedTables();
+}
+
+TEST(ExplanationOfFailure, HasWordsForEveryDocumentedText)
+{
+    auto rows = rowsOfPage("Any operation", "Verdicts and what to do");
+    EXPECT_GT(rows.size(), 100U);
+    auto const rare = rowsOfPage("Only out of memory, or never", "Stricter than a direct use of OpenSSL");
+    EXPECT_GT(rare.size(), 3U);
+    rows.insert(rows.end(), rare.begin(), rare.end());
+    for (auto const& row : rows) {
+        for (auto const& text : textsOf(row)) {
+            EXPECT_NE(explain(CertificateException(text)).message, text);
+        }
+    }
+}
+
+TEST(ExplanationOfFailure, IsOnThePageAboutErrors)
+{
+    auto const rows = rowsOfPage("Exceptions and what to do", "Only out of memory, or never");
+    EXPECT_GT(rows.size(), 90U);
+    for (auto const& row : rows) {
+        ASSERT_EQ(row.size(), 3U);
+        for (auto const& text : {row[0], row[0] + " and more"}) {
+            auto const explanation = explain(CertificateException(text));
+            EXPECT_EQ(explanation.message, row[1]) << text;
+            EXPECT_EQ(explanation.advice, row[2]) << text;
+        }
+    }
+}
+
+TEST(ExplanationOfFailure, UsesLongestBeginning)
+{
+    EXPECT_EQ(
+        explain(TrustStoreException("Failed to read X509_STORE")).message,
+        "The trust store could not be read because memory ran out.");
+    EXPECT_EQ(
+        explain(TrustStoreException("Failed to read /etc/ssl/certs")).message,
+        "A file or folder of roots could not be read.");
+}
+
+TEST(ExplanationOfFailure, HasNoPlace)
+{
+    auto const explanation = explain(IncorrectPassphrase("Input passphrase is incorrect."));
+    EXPECT_EQ(explanation.errorCode, 0);
+    EXPECT_EQ(explanation.depth, 0);
+    EXPECT_EQ(explanation.subject, "");
+    EXPECT_EQ(explanation.message, "The passphrase does not open the bundle.");
+    EXPECT_EQ(explanation.advice, "Try another passphrase. A bundle without a MAC never opens.");
+}
+
+TEST(ExplanationOfFailure, ShowsOtherTextsThemselves)
+{
+    auto const explanation = explain(InvalidArgument("Unknown attribute: NOPE"));
+    EXPECT_EQ(explanation.message, "Unknown attribute: NOPE");
+    EXPECT_EQ(explanation.advice, "Correct the input that the message names.");
+}
+
+TEST(ExplanationOfFailure, NamesShortageOfMemory)
+{
+    EXPECT_EQ(explain(std::bad_alloc()).message, "The process ran out of memory.");
+    EXPECT_EQ(explain(std::bad_alloc()).advice, "Free memory and try again.");
 }

@@ -1,11 +1,13 @@
 #include <foundation/toolkit/Explanation.hpp>
 
+#include "FailureWords.hpp"
 #include "VerdictWords.hpp"
 
 #include <openssl/x509_vfy.h>
 
 #include <charconv>
 #include <cstddef>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -136,6 +138,19 @@ Explanation explain(PathResult const& result)
         place.subject = result.chain[static_cast<std::size_t>(place.depth)].getSubject();
     }
     return explained(result.status, std::move(place));
+}
+
+Explanation explain(std::exception const& failure)
+{
+    if (dynamic_cast<std::bad_alloc const*>(&failure) != nullptr) {
+        return {0, 0, {}, "The process ran out of memory.", "Free memory and try again."};
+    }
+    std::string const text = failure.what();
+    auto const words = wordsForFailure(text);
+    if (!words) {
+        return {0, 0, {}, text, "Correct the input that the message names."};
+    }
+    return {0, 0, {}, std::string(words->message), std::string(words->advice)};
 }
 
 } // namespace foundation::toolkit

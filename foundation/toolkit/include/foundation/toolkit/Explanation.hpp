@@ -15,6 +15,7 @@
 #include <foundation/toolkit/PathValidation.hpp>
 #include <foundation/toolkit/export.hpp>
 
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -64,7 +65,7 @@ FOUNDATION_TOOLKIT_EXPORT std::string_view toString(Revocation revocation);
 /// Returns the name of the key choice.
 FOUNDATION_TOOLKIT_EXPORT std::string_view toString(KeyChoice choice);
 
-/// A verdict in plain words.
+/// A verdict or a failure in plain words.
 struct Explanation
 {
     int errorCode = 0;   ///< OpenSSL's code, `X509_V_ERR_...`; 0 for a valid chain
@@ -85,5 +86,9 @@ FOUNDATION_TOOLKIT_EXPORT Explanation explain(certificates::CertificateValidatio
 /// the error's depth.
 /// @throws X509CertificateException as Certificate::getSubject does
 FOUNDATION_TOOLKIT_EXPORT Explanation explain(PathResult const& result);
+/// Returns the explanation of an exception of foundation::certificates. Code and depth are 0, and there is no
+/// subject. A text that docs/errors.md does not list, such as one of the toolkit's own, explains itself: it
+/// is the message.
+FOUNDATION_TOOLKIT_EXPORT Explanation explain(std::exception const& failure);
 
 } // namespace foundation::toolkit
