@@ -7,8 +7,8 @@
 
 namespace foundation::toolkit {
 
-/// Returns the words for the text of an exception. The longest beginning that fits counts. Returns nothing for a
-/// text that docs/errors.md does not list.
+/// Returns the words for the text of an exception. The longest beginning that fits counts. Returns nothing
+/// for a text that docs/errors.md does not list.
 std::optional<Words> wordsForFailure(std::string_view text);
 
 } // namespace foundation::toolkit
