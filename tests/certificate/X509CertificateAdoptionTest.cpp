@@ -39,7 +39,7 @@ std::ostream& operator<<(std::ostream& out, Failed const& failed)
     return out << failed.thrown << " \"" << failed.text << "\", " << failed.queue.size() << " queued";
 }
 
-/// Makes the implementation of a new object for the encoding, with an entry in the error queue.
+/// Makes an implementation from the object, with an entry in the error queue.
 template <class Make>
 Failed failureOf(X509Handle const& object, Make const& make)
 {
@@ -100,12 +100,11 @@ TEST(X509CertificateAdoption, KeepsParsedObject)
 TEST(X509CertificateAdoption, RemovesWhatDuplicateDoesNotHave)
 {
     auto const object = parseDer(makeRoot("root").der());
-    std::string const name = "name";
-    auto const* const bytes = reinterpret_cast<unsigned char const*>(name.data());
+    Bytes const name{'n', 'a', 'm', 'e'};
     require(X509_add1_trust_object(object.get(), OBJ_nid2obj(NID_server_auth)));
     require(X509_add1_reject_object(object.get(), OBJ_nid2obj(NID_email_protect)));
-    require(X509_alias_set1(object.get(), bytes, static_cast<int>(name.size())));
-    require(X509_keyid_set1(object.get(), bytes, static_cast<int>(name.size())));
+    require(X509_alias_set1(object.get(), name.data(), static_cast<int>(name.size())));
+    require(X509_keyid_set1(object.get(), name.data(), static_cast<int>(name.size())));
     auto const certificate = adopted(object);
     auto const shared = X509Access::share(certificate);
     ASSERT_EQ(shared.get(), object.get());
