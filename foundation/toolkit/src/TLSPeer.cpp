@@ -15,15 +15,12 @@
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
-#include <utility>
-
 namespace foundation::toolkit {
 
 namespace {
 
 using foundation::certificates::ByteArray;
 using foundation::certificates::InvalidArgument;
-using foundation::certificates::makeX509;
 using foundation::certificates::throwIfNotOne;
 using foundation::certificates::throwIfNull;
 using foundation::certificates::TrustStore;
@@ -40,14 +37,13 @@ ssl_ctx_st* requireContext(ssl_ctx_st* context)
     return throwIfNull<InvalidArgument>(context, "The pointer to the TLS context is null.");
 }
 
-/// Returns the certificates of a stack that may be null.
+/// Returns copies of the certificates in a stack, which may be null. OpenSSL keeps in a certificate that its
+/// extensions could not be read. In a copy, a shortage of memory has no effect on later calls.
 std::vector<Certificate> certificatesOf(STACK_OF(X509) const* stack)
 {
     std::vector<Certificate> certificates;
     for (int index = 0; index < sk_X509_num(stack); ++index) {
-        X509* const certificate = sk_X509_value(stack, index);
-        throwIfNotOne<X509CertificateException>(X509_up_ref(certificate), outOfMemoryText);
-        certificates.push_back(CertificateAccess::adopt(makeX509(certificate)));
+        certificates.push_back(Certificate::fromX509(sk_X509_value(stack, index)));
     }
     return certificates;
 }
@@ -94,11 +90,8 @@ std::string const& requireShortHost(std::string const& host)
 std::optional<Certificate> peerCertificate(ssl_st const* connection)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    auto certificate = makeX509(SSL_get1_peer_certificate(requireConnection(connection)));
-    if (certificate == nullptr) {
-        return std::nullopt;
-    }
-    return CertificateAccess::adopt(std::move(certificate));
+    X509 const* const certificate = SSL_get0_peer_certificate(requireConnection(connection));
+    return certificate == nullptr ? std::nullopt : std::optional(Certificate::fromX509(certificate));
 }
 
 std::vector<Certificate> peerIntermediates(ssl_st const* connection)
