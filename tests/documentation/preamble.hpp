@@ -5,6 +5,9 @@
 /// definitions.
 
 #include <foundation/certificates.hpp>
+#if __has_include(<foundation/toolkit.hpp>)
+#include <foundation/toolkit.hpp>
+#endif
 
 #include <cstdint>
 #include <fstream>
@@ -19,6 +22,9 @@
 #include <vector>
 
 using namespace foundation::certificates;
+#if __has_include(<foundation/toolkit.hpp>)
+using namespace foundation::toolkit;
+#endif
 
 /// Loaded objects.
 extern X509Certificate const certificate;
@@ -26,6 +32,10 @@ extern X509CertificateChain const chain;
 extern TrustStore const trustStore;
 extern PKCS7Certificate const signedData;
 extern PKCS12Certificate const bundle;
+
+/// A TLS context, and a connection of it.
+extern ssl_ctx_st* const context;
+extern ssl_st* const connection;
 
 /// Input of any kind.
 extern ByteArray const bytes;
