@@ -2,6 +2,7 @@
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestPki.hpp"
 
+#include "certificate/X509Access.hpp"
 #include "certificate/X509Duplicates.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -14,7 +15,7 @@
 using namespace foundation::certificates;
 using namespace foundation::test;
 
-TEST(X509Stack, HoldsDuplicatesInGivenOrder)
+TEST(X509Stack, HoldsCertificatesInGivenOrder)
 {
     auto const one = makeRoot("one");
     auto const two = makeRoot("two");
@@ -22,6 +23,32 @@ TEST(X509Stack, HoldsDuplicatesInGivenOrder)
     ASSERT_EQ(sk_X509_num(stack.get()), 2);
     EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 0), two.certificate.get()), 0);
     EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 1), one.certificate.get()), 0);
+}
+
+TEST(X509Stack, SharesAllButCertificatesThatVerificationMustParse)
+{
+    auto const damaged = makeRoot("damaged", [](CertificateSpec& spec) {
+        spec.setRawExtension("keyUsage", {0x05, 0x01, 0x00});
+    });
+    auto const selfIssued =
+        makeLeaf(makeRoot("root"), "self-issued", [](CertificateSpec& spec) { spec.issuer = spec.subject; });
+    struct Row
+    {
+        char const* name;
+        X509Certificate certificate;
+        bool isShared;
+    };
+    std::vector<Row> const rows{
+        {"root", X509Certificate(makeRoot("root").der()), true},
+        {"invalid extensions", X509Certificate(damaged.der()), false},
+        {"equal names, not self-signed", X509Certificate(selfIssued.der()), false},
+    };
+    for (auto const& row : rows) {
+        auto const stack = stackOf({row.certificate});
+        auto const own = X509Access::share(row.certificate);
+        EXPECT_EQ(sk_X509_value(stack.get(), 0) == own.get(), row.isShared) << row.name;
+        EXPECT_EQ(X509_cmp(sk_X509_value(stack.get(), 0), own.get()), 0) << row.name;
+    }
 }
 
 TEST(X509Stack, IsEmptyForNoCertificates)

@@ -1,6 +1,7 @@
 #include "certificate/X509Duplicates.hpp"
 
 #include "certificate/Extensions.hpp"
+#include "certificate/X509Access.hpp"
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
@@ -8,6 +9,8 @@
 #include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
 
 #include <openssl/x509v3.h>
+
+#include <utility>
 
 namespace foundation::certificates {
 
@@ -28,6 +31,13 @@ ByteArray encodingOf(X509* certificate)
     int const length = i2d_X509(certificate, &encoding);
     auto const bytes = makeOpenSSLBytes(encoding);
     return length < 1 ? ByteArray() : ByteArray(encoding, encoding + length);
+}
+
+X509UPtr sharedOrDuplicated(X509Certificate const& certificate)
+{
+    auto shared = X509Access::share(certificate);
+    // Not duplicateX509Of, which would clear the error queue.
+    return mayBeShared(shared.get()) ? std::move(shared) : x509FromDER(certificate.getAsBytes());
 }
 
 } // namespace
@@ -86,12 +96,11 @@ X509StackUPtr stackOf(std::vector<X509Certificate> const& certificates)
 {
     auto stack = makeX509Stack(sk_X509_new_null());
     for (auto const& certificate : certificates) {
-        // Not duplicateX509Of, which would clear the error queue.
-        auto duplicate = x509FromDER(certificate.getAsBytes());
-        if (duplicate == nullptr || sk_X509_push(stack.get(), duplicate.get()) == 0) {
+        auto x509 = sharedOrDuplicated(certificate);
+        if (x509 == nullptr || sk_X509_push(stack.get(), x509.get()) == 0) {
             throw X509CertificateException(noContentText);
         }
-        static_cast<void>(duplicate.release()); // the stack owns it now; a failed push would not have
+        static_cast<void>(x509.release()); // the stack owns it now; a failed push would not have
     }
     return stack;
 }

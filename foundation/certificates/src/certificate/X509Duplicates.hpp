@@ -43,7 +43,9 @@ bool haveSameEncoding(X509* left, X509* right);
 ///     no content."
 X509UPtr duplicateX509Of(X509Certificate const& certificate);
 
-/// Returns a stack of duplicates in the order of the certificates. Leaves OpenSSL's error queue as it is.
+/// Returns a stack of the certificates in their order, for one verification. The stack shares those that
+/// mayBeShared allows, and has duplicates of the others: each verification must find the errors of invalid
+/// extensions. Leaves OpenSSL's error queue as it is.
 /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate has
 ///     no content."
 X509StackUPtr stackOf(std::vector<X509Certificate> const& certificates);
