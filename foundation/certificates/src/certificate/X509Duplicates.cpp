@@ -63,6 +63,11 @@ bool isReadCompletely(X509* certificate)
            EVP_PKEY_get_bits(X509_get0_pubkey(certificate)) > 0;
 }
 
+X509UPtr forVerification(X509* certificate)
+{
+    return hasValidExtensions(certificate) ? furtherReference(certificate) : makeX509(X509_dup(certificate));
+}
+
 bool hasTrustSettings(X509* certificate)
 {
     return X509_get0_trust_objects(certificate) != nullptr ||

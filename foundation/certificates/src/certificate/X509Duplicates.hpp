@@ -31,6 +31,11 @@ bool isReadCompletely(X509* certificate);
 /// Whether somebody has declared what the certificate is trusted for. A duplicate has no such settings.
 bool hasTrustSettings(X509* certificate);
 
+/// Returns the certificate for one verification: a further reference, or a duplicate if OpenSSL finds its
+/// extensions invalid. OpenSSL queues that error only when it reads the extensions for the first time, and
+/// every verification is to queue it. Null if OpenSSL runs out of memory.
+X509UPtr forVerification(X509* certificate);
+
 /// Whether handles and trust stores may share the object: it is read completely and has no trust settings.
 bool mayBeShared(X509* certificate);
 

@@ -1,6 +1,7 @@
 #include "truststore/VerificationStore.hpp"
 
 #include "certificate/NamesAndTimes.hpp"
+#include "certificate/X509Duplicates.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "truststore/StoreEntries.hpp"
 #include "truststore/TrustStoreImpl.hpp"
@@ -44,11 +45,27 @@ LookUpState& stateOf(X509_LOOKUP const* lookUp)
     return *static_cast<LookUpState*>(X509_LOOKUP_get_method_data(lookUp));
 }
 
+/// Adds a certificate whose subject no other certificate has. Returns it, borrowed from the store; null if
+/// memory ran out. OpenSSL would compare certificates of one subject, and so read them before the
+/// verification.
+X509* addOnlyCertificate(X509_STORE* store, LookUpState& state, X509* certificate)
+{
+    auto const added = forVerification(certificate);
+    if (added == nullptr || X509_STORE_add_cert(store, added.get()) != 1) {
+        state.missing = certificate;
+        return nullptr;
+    }
+    return added.get();
+}
+
 /// Adds all certificates with the subject. Returns the first, borrowed; null if it finds none or if memory
 /// ran out.
 X509* addCertificates(X509_STORE* store, LookUpState& state, X509_NAME const* subject)
 {
     auto const range = state.certificates->withSubject(subject);
+    if (range.end - range.begin == 1) {
+        return addOnlyCertificate(store, state, state.certificates->at(range.begin));
+    }
     for (int position = range.begin; position < range.end; ++position) {
         X509* const certificate = state.certificates->at(position);
         if (X509_STORE_add_cert(store, certificate) != 1) {

@@ -84,10 +84,9 @@ X509StackUPtr untrustedStack(std::vector<X509Certificate> const& certificates, X
 {
     auto stack = makeX509Stack(sk_X509_new_null());
     for (auto const& certificate : certificates) {
-        auto untrusted = X509Access::share(certificate);
-        if (untrusted.get() == leaf && isSelfIssued(leaf)) {
-            untrusted = makeX509(X509_dup(leaf));
-        }
+        auto const shared = X509Access::share(certificate);
+        auto untrusted = shared.get() == leaf && isSelfIssued(leaf) ? makeX509(X509_dup(leaf))
+                                                                    : forVerification(shared.get());
         if (untrusted == nullptr || sk_X509_push(stack.get(), untrusted.get()) == 0) {
             throw X509CertificateException("Error: X509Certificate has no content.");
         }
