@@ -6,6 +6,7 @@
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/operations/OperationTable.hpp"
+#include "support/operations/StoreHistory.hpp"
 #include "support/pki/EncryptedPem.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/pki/TestBundles.hpp"
@@ -153,12 +154,18 @@ protected:
     }
 };
 
+/// The trust store of the objects has the given history.
+class ErrorQueueOfStores : public testing::TestWithParam<StoreHistory>
+{};
+
 } // namespace
 
-TEST(ErrorQueue, ForeignErrorsChangeNoAnswer)
+TEST_P(ErrorQueueOfStores, ForeignErrorsChangeNoAnswer)
 {
-    auto objects = makeObjects();
+    auto const original = makeObjects();
     for (auto const& operation : readOperations()) {
+        auto objects = original;
+        auto const kept = undergo(objects.store, GetParam());
         SCOPED_TRACE(operation.name);
         CleanErrorQueue const clean;
         auto const answer = outcomeOf([&] { return operation.answer(objects); });
@@ -190,7 +197,7 @@ TEST(ErrorQueue, ForeignErrorsChangeNoFailure)
     }
 }
 
-TEST(ErrorQueue, ForeignErrorsChangeNoOutcomeOfChangesAndBuilds)
+TEST_P(ErrorQueueOfStores, ForeignErrorsChangeNoOutcomeOfChangesAndBuilds)
 {
     auto const objects = makeObjects();
     for (auto const& operation : allOperations()) {
@@ -200,6 +207,8 @@ TEST(ErrorQueue, ForeignErrorsChangeNoOutcomeOfChangesAndBuilds)
         SCOPED_TRACE(operation.name);
         auto changed = objects;
         auto changedAgain = objects;
+        auto const kept = undergo(changed.store, GetParam());
+        auto const keptAgain = undergo(changedAgain.store, GetParam());
         CleanErrorQueue const clean;
         auto const outcome = outcomeOf([&] { return operation.answer(changed); });
         EXPECT_TRUE(queueIsEmpty());
@@ -215,6 +224,10 @@ TEST(ErrorQueue, ForeignErrorsChangeNoOutcomeOfChangesAndBuilds)
         EXPECT_EQ(rendered(changedAgain.signedData), rendered(changed.signedData));
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryHistory, ErrorQueueOfStores, testing::ValuesIn(allStoreHistories()),
+    testing::PrintToStringParamName());
 
 TEST(ErrorQueue, ForeignErrorsDoNotTurnFailureIntoKnownCertificate)
 {

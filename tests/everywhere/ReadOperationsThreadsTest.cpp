@@ -1,4 +1,5 @@
 #include "support/operations/OperationTable.hpp"
+#include "support/operations/StoreHistory.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/system/InParallel.hpp"
 
@@ -75,6 +76,21 @@ TEST(ReadOperationsThreads, AnswerAlikeOnSharedObjects)
         answers.add(answersOf(shared, numThreads - 1 - number));
     });
     answers.expectAllLike(answersOf(shared, 0));
+}
+
+TEST(ReadOperationsThreads, AnswerAlikeWithEveryHistoryOfTheStore)
+{
+    // Except that of a store with a CRL, which does not list its certificates.
+    for (auto const history :
+         {StoreHistory::Copied, StoreHistory::HandedOut, StoreHistory::ChangedOutside,
+          StoreHistory::CopyOfHandedOut}) {
+        SCOPED_TRACE(history);
+        auto shared = makeObjects();
+        auto const kept = undergo(shared.store, history);
+        Answers answers;
+        inParallel(numThreads, [&](int number) { answers.add(answersOf(shared, number)); });
+        answers.expectAllLike(answersOf(shared, 0));
+    }
 }
 
 TEST(ReadOperationsThreads, AnswerAlikeOnCopies)

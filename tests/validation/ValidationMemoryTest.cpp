@@ -1,6 +1,7 @@
 #include "support/allocation/AllocationFailure.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
 #include "support/operations/Loading.hpp"
+#include "support/operations/StoreHistory.hpp"
 #include "support/pki/Revocable.hpp"
 #include "support/system/ScopedVariable.hpp"
 #include "support/system/ScriptedServer.hpp"
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 // A validation that runs out of memory fails or gives a stricter verdict. It never trusts a certificate that
 // is not valid.
@@ -40,6 +42,8 @@ struct Subject
     X509CertificateChain chain;
     TrustStore store;
     Options options;
+    /// What the history of the store needs.
+    std::shared_ptr<void> kept = nullptr;
 };
 
 /// The temporary directory of this program. A downloaded CRL is a file in it for a moment.
@@ -150,6 +154,21 @@ std::function<Subject()> makerOf(
     };
 }
 
+/// As makerOf, with a store that has the history.
+std::function<Subject()> makerAfter(
+    StoreHistory history, CertificateAndKey const& leaf, std::vector<CertificateAndKey> const& chain,
+    CertificateAndKey const& anchor)
+{
+    return [make = makerOf(leaf, chain, anchor), anchor = load(anchor), history] {
+        auto subject = make();
+        TrustStore store;
+        store.addCertificate(anchor);
+        subject.store = std::move(store);
+        subject.kept = undergo(subject.store, history);
+        return subject;
+    };
+}
+
 CertificateAndKey leafWith(Mutation const& mutate)
 {
     return makeLeaf(root(), "leaf", [&](CertificateSpec& spec) {
@@ -163,6 +182,30 @@ std::vector<SweptOperation> sound()
     static auto const ca = makeIntermediate(root(), "ca", withCheapKey);
     return operationsOn<Subject>(
         "", makerOf(makeLeaf(ca, "leaf", withCheapKey), {ca}, root()), validations(5));
+}
+
+std::vector<SweptOperation> soundAfter(StoreHistory history)
+{
+    static auto const ca = makeIntermediate(root(), "ca", withCheapKey);
+    static auto const leaf = makeLeaf(ca, "leaf", withCheapKey);
+    return operationsOn<Subject>("", makerAfter(history, leaf, {ca}, root()), validations(149, 11));
+}
+
+/// The root in the trust store has the issuer's name and another key.
+std::vector<SweptOperation> untrustedAfter(StoreHistory history)
+{
+    static auto const leaf = makeLeaf(root(), "leaf", withCheapKey);
+    static auto const namesake =
+        makeRoot("root", [](CertificateSpec& spec) { spec.key = ed25519Key("other"); });
+    return operationsOn<Subject>("untrusted ", makerAfter(history, leaf, {}, namesake), refusals(149));
+}
+
+std::vector<SweptOperation> both(StoreHistory history)
+{
+    auto swept = soundAfter(history);
+    auto const untrusted = untrustedAfter(history);
+    swept.insert(swept.end(), untrusted.begin(), untrusted.end());
+    return swept;
 }
 
 /// Only the second store leads to the root.
@@ -233,6 +276,12 @@ std::vector<SweptOperation> withOptionalCrls(CertificateAndKey const& leaf)
 } // namespace
 
 FOUNDATION_TEST_ALLOCATION_FAILURE(Sound, sound());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Private, both(StoreHistory::Private));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Copied, both(StoreHistory::Copied));
+FOUNDATION_TEST_ALLOCATION_FAILURE(HandedOut, both(StoreHistory::HandedOut));
+FOUNDATION_TEST_ALLOCATION_FAILURE(ChangedOutside, both(StoreHistory::ChangedOutside));
+FOUNDATION_TEST_ALLOCATION_FAILURE(HoldsCRL, both(StoreHistory::HoldsCRL));
+FOUNDATION_TEST_ALLOCATION_FAILURE(CopyOfHandedOut, both(StoreHistory::CopyOfHandedOut));
 FOUNDATION_TEST_ALLOCATION_FAILURE(SoundByFallback, soundByFallback());
 FOUNDATION_TEST_ALLOCATION_FAILURE(Damaged, invalid("", leafWith([](CertificateSpec& spec) {
                                                         spec.damagedSignature = true;

@@ -72,7 +72,8 @@ std::string rendered(X509CertificateChain const& chain)
 
 std::string rendered(TrustStore const& store)
 {
-    auto const openSSLStore = getOpenSSLStore(store);
+    // The live store would do. But asking for it changes how the library keeps it.
+    auto const openSSLStore = copyOpenSSLStore(store);
     auto* const entries = openSSLStore == nullptr ? nullptr : X509_STORE_get0_objects(openSSLStore.get());
     std::set<std::string> lines;
     for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
