@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <set>
 #include <string>
@@ -425,7 +426,7 @@ TEST(EndEntityCertificateValidity, IsRoundedDownToSeconds)
 
 TEST(EndEntityCertificateValidity, IsAYearFromNowByDefault)
 {
-    auto const before = std::chrono::floor<std::chrono::seconds>(Clock::now());
+    auto const before = Clock::from_time_t(std::time(nullptr));
     auto const certificate = signedByRoot(named());
     EXPECT_GE(certificate.getNotBefore(), before);
     EXPECT_LE(certificate.getNotBefore(), Clock::now());

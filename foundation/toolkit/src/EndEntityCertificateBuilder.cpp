@@ -16,6 +16,7 @@
 #include <openssl/objects.h>
 #include <openssl/x509v3.h>
 
+#include <ctime>
 #include <tuple>
 #include <utility>
 
@@ -180,7 +181,9 @@ CertificateContents EndEntityCertificateBuilder::contentsFor(evp_pkey_st* key) c
         throw InvalidArgument("Neither subject nor alternative names are given.");
     }
     contents.purposes = allowedPurposes;
-    auto const now = std::chrono::system_clock::now();
+    // The clock that OpenSSL reads. The system clock can already be in the next second, and a new certificate
+    // would not be valid yet.
+    auto const now = std::chrono::system_clock::from_time_t(std::time(nullptr));
     std::tie(contents.notBefore, contents.notAfter) =
         validity.value_or(std::pair(now, now + defaultLifetime));
     contents.key = key;
