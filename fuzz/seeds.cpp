@@ -25,6 +25,7 @@ constexpr Target targets[] = {
     {"path", foundation::fuzz::pathSeeds},
     {"pkcs12", foundation::fuzz::pkcs12Seeds},
     {"pkcs7", foundation::fuzz::pkcs7Seeds},
+    {"request", foundation::fuzz::requestSeeds},
     {"trust_store", foundation::fuzz::trustStoreSeeds},
 };
 

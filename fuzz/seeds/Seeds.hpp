@@ -21,6 +21,7 @@ Seeds httpSeeds();
 Seeds pathSeeds();
 Seeds pkcs12Seeds();
 Seeds pkcs7Seeds();
+Seeds requestSeeds();
 Seeds trustStoreSeeds();
 
 /// Returns DER certificates with different keys, names, times, serial numbers and extensions. Some are

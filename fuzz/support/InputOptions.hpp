@@ -38,6 +38,12 @@ constexpr unsigned newMac = 0x01;
 constexpr unsigned thorough = 0x02;
 } // namespace pkcs12_option
 
+/// The bits of the last byte of an input for the request target.
+namespace request_option {
+/// The request gets a good signature. A mutation alone would never have one.
+constexpr unsigned signsAnew = 0x01;
+} // namespace request_option
+
 /// A container and a text, such as a passphrase. In the input they are followed by the text's length and the
 /// options, one byte each.
 struct ContainerInput
