@@ -182,6 +182,21 @@ TEST(LiveStore, ReplacedCertificateCountsAtNextValidation)
     EXPECT_EQ(verdict(store), Status::Valid);
 }
 
+TEST(LiveStore, CertificateChangedInPlaceCountsAtNextValidation)
+{
+    TrustStore store = storeOf({pki()["root"]});
+    auto const live = getOpenSSLStore(store);
+    TrustStore const earlierCopy(store);
+    EXPECT_EQ(verdict(store), Status::Valid);
+    auto const otherName = commonName("renamed");
+    require(X509_set_subject_name(certificateAt(live, 0), makeName(otherName).get()));
+    require(i2d_re_X509_tbs(certificateAt(live, 0), nullptr) > 0);
+    ASSERT_NE(bareVerify(copyOpenSSLStore(store)), X509_V_OK);
+    EXPECT_EQ(verdict(store), Status::Untrusted);
+    EXPECT_EQ(verdict(TrustStore(store)), Status::Untrusted);
+    EXPECT_EQ(verdict(earlierCopy), Status::Valid);
+}
+
 TEST(LiveStore, CrlAppearsInCopiesOfCopies)
 {
     TrustStore const store = storeOf({pki()["root"]});

@@ -24,15 +24,6 @@ bool hasEqualNamesOnly(X509* certificate)
     return (flags & EXFLAG_SI) != 0 && (flags & EXFLAG_SS) == 0;
 }
 
-/// Returns the DER form; empty if OpenSSL cannot encode the certificate.
-ByteArray encodingOf(X509* certificate)
-{
-    unsigned char* encoding = nullptr;
-    int const length = i2d_X509(certificate, &encoding);
-    auto const bytes = makeOpenSSLBytes(encoding);
-    return length < 1 ? ByteArray() : ByteArray(encoding, encoding + length);
-}
-
 X509UPtr sharedOrDuplicated(X509Certificate const& certificate)
 {
     auto shared = X509Access::share(certificate);
@@ -63,11 +54,6 @@ bool isReadCompletely(X509* certificate)
            EVP_PKEY_get_bits(X509_get0_pubkey(certificate)) > 0;
 }
 
-X509UPtr forVerification(X509* certificate)
-{
-    return hasValidExtensions(certificate) ? furtherReference(certificate) : makeX509(X509_dup(certificate));
-}
-
 bool hasTrustSettings(X509* certificate)
 {
     return X509_get0_trust_objects(certificate) != nullptr ||
@@ -79,6 +65,14 @@ bool mayBeShared(X509* certificate)
     return isReadCompletely(certificate) && !hasTrustSettings(certificate);
 }
 
+ByteArray encodingOf(X509* certificate)
+{
+    unsigned char* encoding = nullptr;
+    int const length = i2d_X509(certificate, &encoding);
+    auto const bytes = makeOpenSSLBytes(encoding);
+    return length < 1 ? ByteArray() : ByteArray(encoding, encoding + length);
+}
+
 bool haveSameEncoding(X509* left, X509* right)
 {
     if (left == right) {
@@ -86,6 +80,11 @@ bool haveSameEncoding(X509* left, X509* right)
     }
     // The cheap comparison does not look at each byte of the signature.
     return X509_cmp(left, right) == 0 && encodingOf(left) == encodingOf(right);
+}
+
+X509UPtr forVerification(X509* certificate)
+{
+    return isReadCompletely(certificate) ? furtherReference(certificate) : makeX509(X509_dup(certificate));
 }
 
 X509UPtr duplicateX509Of(X509Certificate const& certificate)

@@ -31,13 +31,16 @@ bool isReadCompletely(X509* certificate);
 /// Whether somebody has declared what the certificate is trusted for. A duplicate has no such settings.
 bool hasTrustSettings(X509* certificate);
 
-/// Returns the certificate for one verification: a further reference, or a duplicate if OpenSSL finds its
-/// extensions invalid. OpenSSL queues that error only when it reads the extensions for the first time, and
-/// every verification is to queue it. Null if OpenSSL runs out of memory.
+/// Returns the certificate for one verification: a further reference, or a duplicate if OpenSSL could not
+/// read it completely. OpenSSL queues such an error only when it reads the certificate for the first time,
+/// and every verification is to queue it. Null if OpenSSL runs out of memory.
 X509UPtr forVerification(X509* certificate);
 
 /// Whether handles and trust stores may share the object: it is read completely and has no trust settings.
 bool mayBeShared(X509* certificate);
+
+/// Returns the DER form; empty if OpenSSL cannot encode the certificate.
+ByteArray encodingOf(X509* certificate);
 
 /// Whether both certificates have the same DER form.
 bool haveSameEncoding(X509* left, X509* right);

@@ -232,11 +232,9 @@ SharedTrustedCertificates TrustStoreImpl::trustedCertificates()
     if (auto known = std::atomic_load(&content->reading)) {
         return known;
     }
-    TrustedCertificatesReading const reading(store());
-    if (reading.isFinal) {
-        std::atomic_store(&content->reading, reading.certificates);
-    }
-    return reading.certificates;
+    auto const reading = trustedCertificatesIn(store());
+    std::atomic_store(&content->reading, reading);
+    return reading;
 }
 
 bool TrustStoreImpl::isHandedOut() const

@@ -72,7 +72,7 @@ public:
     /// @throws TrustStoreException as copyStore does, at the first call
     std::shared_ptr<X509_STORE> handOutStore();
     /// Returns the certificates and CRLs for a verification, which later changes do not reach.
-    /// @throws TrustStoreException as TrustedCertificatesReading does
+    /// @throws TrustStoreException as trustedCertificatesIn and LiveStoreReader::read do
     SharedTrustedCertificates trustedCertificates();
 
     /// Removes every entry that has expired, does not fit the usage, or is no certificate. Logs each of them,

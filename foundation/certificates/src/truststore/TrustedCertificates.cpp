@@ -3,17 +3,12 @@
 #include "certificate/NamesAndTimes.hpp"
 #include "certificate/X509Duplicates.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
-#include "libcrypto/OutOfMemory.hpp"
 #include "truststore/StoreEntries.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
-#include <foundation/certificates/RAIIOpenSSLErrorRemover.hpp>
-
-#include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <unordered_map>
 #include <utility>
 
@@ -50,27 +45,6 @@ X509UPtr duplicateOf(X509* certificate)
     return duplicate;
 }
 
-/// What OpenSSL found when it read a certificate.
-std::pair<std::uint32_t, int> findingsIn(X509* certificate)
-{
-    RAIIOpenSSLErrorRemover const errors(false);
-    return {X509_get_extension_flags(certificate), EVP_PKEY_get_bits(X509_get0_pubkey(certificate))};
-}
-
-/// Replaces a certificate that OpenSSL could not read by a duplicate, which it reads again. Returns whether
-/// the outcome is final: a success, or the same failure twice although memory is available.
-bool readCompletely(X509UPtr& certificate)
-{
-    if (isReadCompletely(certificate.get())) {
-        return true;
-    }
-    auto duplicate = duplicateOf(certificate.get());
-    bool const isFinal = isReadCompletely(duplicate.get()) ||
-                         (findingsIn(duplicate.get()) == findingsIn(certificate.get()) && hasMemoryAtHand());
-    certificate = std::move(duplicate);
-    return isFinal;
-}
-
 } // namespace
 
 TrustedCertificates::TrustedCertificates(
@@ -85,6 +59,7 @@ TrustedCertificates::TrustedCertificates(
             return compareSubject(left.get(), X509_get_subject_name(right.get())) < 0;
         });
     for (X509UPtr& certificate : certificates) {
+        isReadCompletely(certificate.get()); // now, so that no verification changes a shared certificate
         throwIfZero<TrustStoreException>(
             static_cast<std::size_t>(sk_X509_push(bySubject.get(), certificate.get())), noMemoryText);
         static_cast<void>(certificate.release()); // the stack owns it now; a failed push would not have
@@ -118,7 +93,7 @@ std::vector<X509_CRLUPtr> const& TrustedCertificates::crls() const
     return storeCRLs;
 }
 
-TrustedCertificatesReading::TrustedCertificatesReading(X509_STORE* store)
+SharedTrustedCertificates trustedCertificatesIn(X509_STORE* store)
 {
     std::vector<X509UPtr> trusted;
     std::vector<X509_CRLUPtr> crls;
@@ -128,12 +103,11 @@ TrustedCertificatesReading::TrustedCertificatesReading(X509_STORE* store)
         X509_OBJECT const* const entry = entries.at(index);
         if (isCRL(entry)) {
             crls.push_back(furtherReference(X509_OBJECT_get0_X509_CRL(entry)));
-            continue;
+        } else {
+            trusted.push_back(furtherReference(certificateOf(entry)));
         }
-        trusted.push_back(furtherReference(certificateOf(entry)));
-        isFinal = readCompletely(trusted.back()) && isFinal;
     }
-    certificates = std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
+    return std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
 }
 
 SharedTrustedCertificates LiveStoreReader::read(X509_STORE* store)
@@ -141,30 +115,27 @@ SharedTrustedCertificates LiveStoreReader::read(X509_STORE* store)
     if (certificates != nullptr && isUpToDate(store)) {
         return certificates;
     }
-    auto reading = readAnew(store);
+    auto entries = readAnew(store);
     std::vector<X509UPtr> trusted;
     std::vector<X509_CRLUPtr> crls;
-    trusted.reserve(reading.entries.size());
-    for (Entry const& entry : reading.entries) {
+    trusted.reserve(entries.size());
+    for (Entry const& entry : entries) {
         if (entry.duplicate != nullptr) {
             trusted.push_back(furtherReference(entry.duplicate.get()));
         } else {
             crls.push_back(furtherReference(entry.crl.get()));
         }
     }
-    auto made = std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
-    if (reading.isFinal) {
-        known = std::move(reading.entries);
-        certificates = made;
-    }
-    return made;
+    certificates = std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
+    known = std::move(entries);
+    return certificates;
 }
 
 X509_STOREUPtr LiveStoreReader::copy(X509_STORE* store) const
 {
-    auto const reading = readAnew(store);
+    auto const entries = readAnew(store);
     auto made = makeStore();
-    for (Entry const& entry : reading.entries) {
+    for (Entry const& entry : entries) {
         if (made == nullptr) {
             break;
         }
@@ -184,12 +155,14 @@ bool LiveStoreReader::isUpToDate(X509_STORE* store) const
     if (static_cast<std::size_t>(entries.count()) != known.size()) {
         return false;
     }
+    ByteArray buffer;
     for (int index = 0; index < entries.count(); ++index) {
         X509_OBJECT const* const entry = entries.at(index);
         Entry const& knownEntry = known[static_cast<std::size_t>(index)];
-        bool const isSame = isCRL(entry) ? knownEntry.crl != nullptr &&
-                                               X509_OBJECT_get0_X509_CRL(entry) == knownEntry.crl.get()
-                                         : certificateOf(entry) == knownEntry.certificate.get();
+        bool const isSame =
+            isCRL(entry)
+                ? knownEntry.crl != nullptr && X509_OBJECT_get0_X509_CRL(entry) == knownEntry.crl.get()
+                : certificateOf(entry) == knownEntry.certificate.get() && isUnchanged(knownEntry, buffer);
         if (!isSame) {
             return false;
         }
@@ -197,48 +170,47 @@ bool LiveStoreReader::isUpToDate(X509_STORE* store) const
     return true;
 }
 
-std::vector<LiveStoreReader::Entry> LiveStoreReader::entriesOf(X509_STORE* store)
+bool LiveStoreReader::isUnchanged(Entry const& entry, ByteArray& buffer)
 {
+    int const length = i2d_X509(entry.certificate.get(), nullptr);
+    if (length < 1 || static_cast<std::size_t>(length) != entry.encoding.size()) {
+        return false;
+    }
+    buffer.resize(entry.encoding.size());
+    unsigned char* position = buffer.data();
+    i2d_X509(entry.certificate.get(), &position);
+    return buffer == entry.encoding;
+}
+
+std::vector<LiveStoreReader::Entry> LiveStoreReader::readAnew(X509_STORE* store) const
+{
+    std::unordered_map<X509*, Entry const*> knownEntries;
+    for (Entry const& entry : known) {
+        knownEntries.emplace(entry.certificate.get(), &entry);
+    }
     std::vector<Entry> found;
+    ByteArray buffer;
     StoreEntries const entries(store);
     found.reserve(static_cast<std::size_t>(entries.count()));
     for (int index = 0; index < entries.count(); ++index) {
-        X509_OBJECT const* const entry = entries.at(index);
-        auto certificate = makeX509(nullptr);
-        auto crl = makeX509_CRL(nullptr);
-        if (isCRL(entry)) {
-            crl = furtherReference(X509_OBJECT_get0_X509_CRL(entry));
+        X509_OBJECT const* const object = entries.at(index);
+        Entry entry;
+        if (isCRL(object)) {
+            entry.crl = furtherReference(X509_OBJECT_get0_X509_CRL(object));
         } else {
-            certificate = furtherReference(certificateOf(entry));
+            entry.certificate = furtherReference(certificateOf(object));
+            auto const knownEntry = knownEntries.find(entry.certificate.get());
+            if (knownEntry != knownEntries.end() && isUnchanged(*knownEntry->second, buffer)) {
+                entry.duplicate = furtherReference(knownEntry->second->duplicate.get());
+                entry.encoding = knownEntry->second->encoding;
+            } else {
+                entry.duplicate = duplicateOf(entry.certificate.get());
+                entry.encoding = encodingOf(entry.duplicate.get());
+            }
         }
-        found.push_back({std::move(certificate), std::move(crl), makeX509(nullptr)});
+        found.push_back(std::move(entry));
     }
     return found;
-}
-
-LiveStoreReader::Reading LiveStoreReader::readAnew(X509_STORE* store) const
-{
-    std::unordered_map<X509*, X509*> knownDuplicates;
-    for (Entry const& entry : known) {
-        if (entry.certificate != nullptr) {
-            knownDuplicates.emplace(entry.certificate.get(), entry.duplicate.get());
-        }
-    }
-    Reading reading;
-    reading.entries = entriesOf(store);
-    for (Entry& entry : reading.entries) {
-        if (entry.certificate == nullptr) {
-            continue;
-        }
-        auto const found = knownDuplicates.find(entry.certificate.get());
-        if (found != knownDuplicates.end()) {
-            entry.duplicate = furtherReference(found->second);
-            continue;
-        }
-        entry.duplicate = duplicateOf(entry.certificate.get());
-        reading.isFinal = readCompletely(entry.duplicate) && reading.isFinal;
-    }
-    return reading;
 }
 
 } // namespace foundation::certificates

@@ -45,35 +45,23 @@ LookUpState& stateOf(X509_LOOKUP const* lookUp)
     return *static_cast<LookUpState*>(X509_LOOKUP_get_method_data(lookUp));
 }
 
-/// Adds a certificate whose subject no other certificate has. Returns it, borrowed from the store; null if
-/// memory ran out. OpenSSL would compare certificates of one subject, and so read them before the
-/// verification.
-X509* addOnlyCertificate(X509_STORE* store, LookUpState& state, X509* certificate)
-{
-    auto const added = forVerification(certificate);
-    if (added == nullptr || X509_STORE_add_cert(store, added.get()) != 1) {
-        state.missing = certificate;
-        return nullptr;
-    }
-    return added.get();
-}
-
-/// Adds all certificates with the subject. Returns the first, borrowed; null if it finds none or if memory
-/// ran out.
+/// Adds all certificates with the subject. Returns the first, borrowed from the store if that had no
+/// certificate with the subject before. Returns null if it finds none or if memory ran out.
 X509* addCertificates(X509_STORE* store, LookUpState& state, X509_NAME const* subject)
 {
+    // To find duplicates, OpenSSL compares certificates of equal names. It may queue that it cannot read one.
+    RAIIOpenSSLErrorRemover const errors(false);
+    X509* first = nullptr;
     auto const range = state.certificates->withSubject(subject);
-    if (range.end - range.begin == 1) {
-        return addOnlyCertificate(store, state, state.certificates->at(range.begin));
-    }
     for (int position = range.begin; position < range.end; ++position) {
-        X509* const certificate = state.certificates->at(position);
-        if (X509_STORE_add_cert(store, certificate) != 1) {
-            state.missing = certificate;
+        auto const certificate = forVerification(state.certificates->at(position));
+        if (X509_STORE_add_cert(store, certificate.get()) != 1) {
+            state.missing = state.certificates->at(position);
             return nullptr;
         }
+        first = first == nullptr ? certificate.get() : first;
     }
-    return range.begin == range.end ? nullptr : state.certificates->at(range.begin);
+    return first;
 }
 
 /// OpenSSL calls this if the store has no certificate with the subject. It then examines all certificates of
@@ -133,7 +121,11 @@ LookUpState& stateOf(X509_STORE* store)
 
 X509_STOREUPtr makeVerificationStore(TrustStore const& trustStore)
 {
-    auto certificates = TrustStoreAccess::certificatesOf(trustStore);
+    return makeVerificationStore(TrustStoreAccess::certificatesOf(trustStore));
+}
+
+X509_STOREUPtr makeVerificationStore(SharedTrustedCertificates certificates)
+{
     if (certificates == nullptr) {
         return makeX509_STORE(nullptr);
     }

@@ -9,6 +9,7 @@
 /// same certificates in the same order as in a full copy of the trust store.
 
 #include "libcrypto/OpenSSLHandles.hpp"
+#include "truststore/TrustedCertificates.hpp"
 
 #include <foundation/certificates/TrustStore.hpp>
 
@@ -23,6 +24,8 @@ namespace foundation::certificates {
 /// @throws TrustStoreException "Failed to create X509_STORE", "Failed to add CRL to store", and as
 ///     copyOpenSSLStore does
 X509_STOREUPtr makeVerificationStore(TrustStore const& trustStore);
+/// Does the same for certificates that were read before.
+X509_STOREUPtr makeVerificationStore(SharedTrustedCertificates certificates);
 
 /// Adds a reference to a further certificate, which this verification then trusts. A certificate that the
 /// store refuses is not trusted; OpenSSL queues the reason.
