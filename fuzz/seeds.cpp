@@ -17,6 +17,7 @@ struct Target
 constexpr Target targets[] = {
     {"builder", foundation::fuzz::builderSeeds},
     {"certificate", foundation::fuzz::certificateSeeds},
+    {"certificate_reader", foundation::fuzz::certificateReaderSeeds},
     {"chain", foundation::fuzz::chainSeeds},
     {"crl", foundation::fuzz::crlSeeds},
     {"distribution_points", foundation::fuzz::distributionPointsSeeds},

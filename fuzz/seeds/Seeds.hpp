@@ -12,6 +12,7 @@ using Seeds = std::map<std::string, test::Bytes>;
 
 // One function for each fuzz target.
 Seeds builderSeeds();
+Seeds certificateReaderSeeds();
 Seeds certificateSeeds();
 Seeds chainSeeds();
 Seeds crlSeeds();
