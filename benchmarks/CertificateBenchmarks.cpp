@@ -273,9 +273,9 @@ void addLoads()
 {
     beginGroup(
         "Load",
-        "Decoding the public key takes most of OpenSSL's parse time. The library adds the copy into its\n"
-        "memory BIO, the search for the PEM marker, and the reading of the key's numbers and of the\n"
-        "extensions. The chain has the operating system's roots, read from one PEM text.");
+        "Decoding the public key takes most of OpenSSL's parse time. The library adds the\n"
+        "search for the PEM marker, and the reading of the key's numbers and of the extensions. The chain\n"
+        "has the operating system's roots, read from one PEM text.");
     addLoadsOf("RSA-2048", KeyKind::RSA2048);
     addLoadsOf("P-256", KeyKind::P256);
     addLoadsOf("Ed25519", KeyKind::Ed25519);
