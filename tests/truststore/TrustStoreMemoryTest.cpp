@@ -1,5 +1,6 @@
 #include "support/allocation/AllocationFailure.hpp"
 #include "support/operations/Loading.hpp"
+#include "support/operations/StoreHistory.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/LogCapture.hpp"
@@ -55,12 +56,48 @@ std::vector<OperationOn<Unchanging>> constructions()
     };
 }
 
-TrustStore storeWithCrl()
+/// A trust store, and what its history needs.
+struct StoreWithHistory
 {
-    static auto const crl = makeCrl(root());
-    auto const store = storeOf({root()});
-    addCrl(store, crl);
-    return store;
+    TrustStore store;
+    std::shared_ptr<void> kept;
+};
+
+std::string rendered(StoreWithHistory const& subject)
+{
+    return rendered(subject.store);
+}
+
+/// Only one history is swept as densely as the table says.
+AllowedOutcomes stridesAfter(StoreHistory history, AllowedOutcomes const& outcomes)
+{
+    constexpr std::size_t factor = 13;
+    return history == StoreHistory::HoldsCRL ? outcomes : withStride(outcomes.stride * factor, outcomes);
+}
+
+/// Returns the rows of the table of public operations on stores with the history.
+std::vector<SweptOperation> operationsAfter(StoreHistory history)
+{
+    static auto const anchor = load(root());
+    std::vector<SweptOperation> swept;
+    for (auto const& operation : storeOperations()) {
+        if (operation.isCostly) {
+            continue;
+        }
+        auto const begin = [history, makeCall = operation.makeCall]() -> Trial {
+            auto const subject = std::make_shared<StoreWithHistory>();
+            subject->store.addCertificate(anchor);
+            subject->kept = undergo(subject->store, history);
+            std::shared_ptr<Call<TrustStore>> const call = makeCall();
+            return {
+                [=] { call->run(subject->store, sharedObjects()); }, [=] { return call->answer(); },
+                [=] { return rendered(*subject); }};
+        };
+        swept.push_back(
+            {operation.name, begin, stridesAfter(history, operation.openSSL),
+             stridesAfter(history, operation.heap), operation.effect});
+    }
+    return swept;
 }
 
 CertificateAndKey expiredRoot()
@@ -144,7 +181,12 @@ std::vector<OperationOn<Subject>> additions(OnFailure onFailure)
 
 } // namespace
 
-FOUNDATION_TEST_ALLOCATION_FAILURE(Operations, tableOn<TrustStore>(storeWithCrl, storeOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Private, operationsAfter(StoreHistory::Private));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Copied, operationsAfter(StoreHistory::Copied));
+FOUNDATION_TEST_ALLOCATION_FAILURE(HandedOut, operationsAfter(StoreHistory::HandedOut));
+FOUNDATION_TEST_ALLOCATION_FAILURE(ChangedOutside, operationsAfter(StoreHistory::ChangedOutside));
+FOUNDATION_TEST_ALLOCATION_FAILURE(HoldsCRL, operationsAfter(StoreHistory::HoldsCRL));
+FOUNDATION_TEST_ALLOCATION_FAILURE(CopyOfHandedOut, operationsAfter(StoreHistory::CopyOfHandedOut));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Constructions, operationsOn<Unchanging>(
                        "", [] { return Unchanging(); }, constructions()));
