@@ -6,7 +6,7 @@
 /// alike. Each repetition first runs its operation without counting it, because the operations before it have
 /// filled the caches with their own data.
 
-#include "AllocationCounter.hpp"
+#include "support/allocation/AllocationCounter.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -18,6 +18,9 @@
 #include <vector>
 
 namespace foundation::benchmarks {
+
+using foundation::test::Allocations;
+using foundation::test::allocationsOf;
 
 /// One side of a comparison.
 struct Side

@@ -8,12 +8,12 @@
 // shows the image. --peers names the folder with the results of other libraries, --plot the file for the
 // points of the plot. --material only writes the certificates that the programs of other libraries measure.
 
-#include "AllocationCounter.hpp"
 #include "Comparison.hpp"
 #include "Material.hpp"
 #include "Peers.hpp"
 #include "Report.hpp"
 
+#include "support/allocation/AllocationCounter.hpp"
 #include "support/system/NetworkNamespace.hpp"
 
 #include <cstddef>
@@ -126,7 +126,7 @@ void run(Arguments const& arguments)
 int main(int argc, char** argv)
 {
     try {
-        countAllocationsOfOpenSSL();
+        foundation::test::countAllocationsOfOpenSSL();
         foundation::test::isolateNetwork();
         Arguments const arguments = parse(argc, argv);
         if (!arguments.material.empty()) {

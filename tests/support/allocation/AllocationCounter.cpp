@@ -1,4 +1,4 @@
-#include "AllocationCounter.hpp"
+#include "support/allocation/AllocationCounter.hpp"
 
 #include <openssl/crypto.h>
 
@@ -9,7 +9,7 @@
 
 #include <malloc.h>
 
-namespace foundation::benchmarks {
+namespace foundation::test {
 
 namespace {
 
@@ -100,19 +100,29 @@ void deleteCounted(void* memory)
     std::free(memory);
 }
 
-} // namespace foundation::benchmarks
+} // namespace foundation::test
 
 void* operator new(std::size_t size)
 {
-    return foundation::benchmarks::newCounted(size);
+    return foundation::test::newCounted(size);
+}
+
+void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept
+{
+    return foundation::test::countNew(std::malloc(size == 0 ? 1 : size));
+}
+
+void operator delete(void* memory, std::nothrow_t const& /*tag*/) noexcept
+{
+    foundation::test::deleteCounted(memory);
 }
 
 void operator delete(void* memory) noexcept
 {
-    foundation::benchmarks::deleteCounted(memory);
+    foundation::test::deleteCounted(memory);
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept
 {
-    foundation::benchmarks::deleteCounted(memory);
+    foundation::test::deleteCounted(memory);
 }

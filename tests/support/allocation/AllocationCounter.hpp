@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace foundation::benchmarks {
+namespace foundation::test {
 
 struct Allocations
 {
@@ -42,4 +42,4 @@ Allocations allocationsOf(Operation const& operation)
     return stopCounting();
 }
 
-} // namespace foundation::benchmarks
+} // namespace foundation::test
