@@ -334,9 +334,8 @@ TEST(PKCS7Load, LongLengthFieldGetsTheOutcomeOfABIO)
         EXPECT_EQ(outcomeOfLoad(data), outcomeByBIO(data)) << size;
     }
     EXPECT_EQ(outcomeOfLoad(withLengthField(content, 5)), "loaded");
-    auto const tooLong = withLengthField(content, 6);
-    EXPECT_NE(outcomeOfLoad(tooLong), "loaded");
-    EXPECT_TRUE(decodesFromMemory(tooLong));
+    // OpenSSL 3.0 refuses this one from a BIO, later releases do not.
+    EXPECT_TRUE(decodesFromMemory(withLengthField(content, 6)));
 }
 
 TEST(PKCS7Load, IndefiniteLengthGetsTheOutcomeOfABIO)

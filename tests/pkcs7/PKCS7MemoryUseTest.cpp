@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
+#include <openssl/pkcs7.h>
 
 #include <algorithm>
 #include <atomic>
@@ -95,6 +96,15 @@ std::size_t memoryOf(std::function<void()> const& work)
     return highestHeldBytes - before;
 }
 
+/// Returns what OpenSSL alone needs to check the signature. Some releases of it copy embedded content.
+std::size_t memoryOfOpenSSL(Bytes const& der)
+{
+    auto const* position = der.data();
+    auto const data = own(d2i_PKCS7(nullptr, &position, static_cast<long>(der.size())));
+    return memoryOf(
+        [&] { EXPECT_EQ(PKCS7_verify(data.get(), nullptr, nullptr, nullptr, nullptr, PKCS7_NOVERIFY), 1); });
+}
+
 class PKCS7MemoryUse : public testing::Test
 {
 protected:
@@ -135,23 +145,25 @@ TEST_F(PKCS7MemoryUse, VerificationReadsDetachedContentInPlace)
     EXPECT_LT(memoryOf(verify), mebibyte);
 }
 
-TEST_F(PKCS7MemoryUse, VerificationReadsEmbeddedContentInPlace)
+TEST_F(PKCS7MemoryUse, VerificationCopiesNoEmbeddedContent)
 {
-    PKCS7Certificate const loaded(signedBy(signer, false));
+    auto const der = signedBy(signer, false);
+    PKCS7Certificate const loaded(der);
     auto const verify = [&] {
         EXPECT_TRUE(loaded.verifySignature(none, trusted, ByteArray()).isValidSignature());
     };
-    EXPECT_LT(memoryOf(verify), mebibyte);
+    EXPECT_LT(memoryOf(verify), memoryOfOpenSSL(der) + mebibyte);
 }
 
 TEST_F(PKCS7MemoryUse, UntrustedSignerNeedsNoCopyOfTheContent)
 {
-    PKCS7Certificate const loaded(signedBy(makeLeaf(makeRoot("other root"), "signer"), false));
+    auto const der = signedBy(makeLeaf(makeRoot("other root"), "signer"), false);
+    PKCS7Certificate const loaded(der);
     auto const verify = [&] {
         ERR_clear_error();
         auto const results = loaded.verifySignature(none, trusted, ByteArray());
         EXPECT_EQ(results.getCertificateChainStatus(), CertificateChainStatus::Untrusted);
         EXPECT_EQ(loaded.getSignerCerts().getNumCertificates(), 1U);
     };
-    EXPECT_LT(memoryOf(verify), mebibyte);
+    EXPECT_LT(memoryOf(verify), memoryOfOpenSSL(der) + mebibyte);
 }
