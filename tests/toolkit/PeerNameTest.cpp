@@ -164,9 +164,9 @@ TEST(ToolkitAlternativeNames, AddressesAreWrittenAsTheSystemDoes)
     std::mt19937 random(7); // NOLINT(cert-msc51-cpp): the same addresses in every run
     for (int number = 0; number < 300; ++number) {
         Bytes address(number % 8 == 0 ? 4 : 16);
-        for (auto& byte : address) {
+        for (auto& octet : address) {
             // Many zeros, in pairs and alone.
-            byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : 0U);
+            octet = static_cast<unsigned char>(random() % 3 == 0 ? random() : 0U);
         }
         addresses.push_back(address);
     }
