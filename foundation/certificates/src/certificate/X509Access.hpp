@@ -6,6 +6,7 @@
 
 #include "certificate/X509CertificateImpl.hpp"
 #include "certificate/X509Duplicates.hpp"
+#include "keys/RSAKeySize.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -45,7 +46,9 @@ struct X509Access
         auto reference = makeX509(certificate);
         X509CertificateImpl sharing;
         sharing.x509 = std::move(reference);
-        sharing.throwIfKeyTooWeak();
+        if (!isStrongRSAKey(X509_get0_pubkey(certificate))) {
+            sharing.throwIfKeyTooWeak();
+        }
         return sharing;
     }
 };
