@@ -122,12 +122,13 @@ private:
         SCOPED_TRACE(
             "allocation " + std::to_string(firstRefused) + " refused, " + std::to_string(numRefused) +
             " in all");
-        auto const trial = operation.begin();
-        CleanErrorQueue const clean;
+        // A leak may be a reference to what the operation works on.
         std::optional<MayLeak> mayLeak;
         if (allowed.isLeaky) {
             mayLeak.emplace();
         }
+        auto const trial = operation.begin();
+        CleanErrorQueue const clean;
         auto const outcome = outcomeOf(trial, [&] { return Shortage(memory, firstRefused, numRefused); });
         mayLeak.reset();
         bool const isShort = Shortage::hasOccurred();

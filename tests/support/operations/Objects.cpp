@@ -5,6 +5,8 @@
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 
+#include <memory>
+
 namespace foundation::test {
 
 using namespace certificates;
@@ -65,8 +67,10 @@ Objects makeObjects()
 
 Objects const& sharedObjects()
 {
-    static Objects const objects = makeObjects();
-    return objects;
+    // Never destroyed: a verification that runs out of memory leaks references to its certificates in
+    // OpenSSL.
+    static Objects const* const objects = std::make_unique<Objects>(makeObjects()).release();
+    return *objects;
 }
 
 } // namespace foundation::test
