@@ -319,6 +319,7 @@ std::vector<std::string> subjects()
 
 TEST_P(ValidationOutOfMemory, MakesNoCertificateValid)
 {
+    MayLeak const openSSLLeaksCertificates;
     auto const& [subject, set, memory] = GetParam();
     auto const download = static_cast<DownloadCRL>(set[Download]);
     auto const validation = validationOf(subject, set, download);
@@ -334,7 +335,6 @@ TEST_P(ValidationOutOfMemory, MakesNoCertificateValid)
             SCOPED_TRACE(
                 "allocation " + std::to_string(first) + " refused, " + std::to_string(numRefused) +
                 " in all");
-            MayLeak const openSSLLeaksCertificates;
             expectAcceptable(
                 outcomeOf(validation, [&, memory = memory] { return Shortage(memory, first, numRefused); }));
             CleanErrorQueue const cleanAfterwards;
