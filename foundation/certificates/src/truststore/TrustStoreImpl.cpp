@@ -23,12 +23,6 @@ namespace foundation::certificates {
 
 namespace {
 
-std::shared_ptr<X509_STORE> shareStore(X509_STOREUPtr store)
-{
-    throwIfNull<TrustStoreException>(store.get(), "Failed to create X509_STORE");
-    return std::shared_ptr<X509_STORE>(std::move(store));
-}
-
 /// Reports a null adder, which the contract excludes.
 ISystemCertificateAdder& require(std::unique_ptr<ISystemCertificateAdder> const& adder)
 {
@@ -90,6 +84,11 @@ std::string writePEM(X509* certificate)
 
 } // namespace
 
+TrustStoreImpl::Content::Content(X509_STOREUPtr openSSLStore) : store(std::move(openSSLStore))
+{
+    throwIfNull<TrustStoreException>(store.get(), "Failed to create X509_STORE");
+}
+
 TrustStoreImpl::TrustStoreImpl() : TrustStoreImpl(makeDefaultSystemCertificateAdder()) {}
 
 TrustStoreImpl::TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAdder)
@@ -97,7 +96,7 @@ TrustStoreImpl::TrustStoreImpl(std::unique_ptr<ISystemCertificateAdder> systemAd
 {
     registerOpenSSLCleanup();
     RAIIOpenSSLErrorRemover const errors(false);
-    content = std::make_shared<Content>(Content{shareStore(makeStore()), nullptr});
+    content = std::make_shared<Content>(makeStore());
 }
 
 TrustStoreImpl::TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std::mutex> const& /*sourceLock*/)
@@ -105,8 +104,7 @@ TrustStoreImpl::TrustStoreImpl(TrustStoreImpl const& other, std::lock_guard<std:
 {
     RAIIOpenSSLErrorRemover const errors(false);
     if (other.isHandedOut()) {
-        content =
-            std::make_shared<Content>(Content{shareStore(other.liveReader->copy(other.store())), nullptr});
+        content = std::make_shared<Content>(other.liveReader->copy(other.store()));
         return;
     }
     other.isContentShared = true;
@@ -216,7 +214,7 @@ std::shared_ptr<X509_STORE> TrustStoreImpl::handOutStore()
     if (!isHandedOut()) {
         RAIIOpenSSLErrorRemover const errors(false);
         auto reader = std::make_unique<LiveStoreReader>();
-        content = std::make_shared<Content>(Content{shareStore(copyStore()), nullptr});
+        content = std::make_shared<Content>(copyStore());
         isContentShared = false;
         liveReader = std::move(reader);
     }
@@ -229,12 +227,11 @@ SharedTrustedCertificates TrustStoreImpl::trustedCertificates()
     if (isHandedOut()) {
         return liveReader->read(store());
     }
-    if (auto known = std::atomic_load(&content->reading)) {
-        return known;
+    std::lock_guard<std::mutex> const lock(content->readingMutex);
+    if (content->reading == nullptr) {
+        content->reading = trustedCertificatesIn(store());
     }
-    auto const reading = trustedCertificatesIn(store());
-    std::atomic_store(&content->reading, reading);
-    return reading;
+    return content->reading;
 }
 
 bool TrustStoreImpl::isHandedOut() const
@@ -256,8 +253,7 @@ X509_STORE* TrustStoreImpl::store() const
 void TrustStoreImpl::beginChange()
 {
     if (isContentShared) {
-        auto copy = copyOf(store(), furtherReference);
-        content = std::make_shared<Content>(Content{shareStore(std::move(copy)), nullptr});
+        content = std::make_shared<Content>(copyOf(store(), furtherReference));
         isContentShared = false;
     }
     content->reading = nullptr;

@@ -80,11 +80,14 @@ public:
     void removeUnsuitableCertificates(TrustStore::Usage usage);
 
 private:
-    /// A store, and what a reading of it found. Copies of a trust store have different locks, so the reading
-    /// of a shared store is accessed atomically.
+    /// A store, and what a reading of it found. Copies of a trust store have different locks, so shared
+    /// content has its own for the reading.
     struct Content
     {
+        explicit Content(X509_STOREUPtr openSSLStore);
+
         std::shared_ptr<X509_STORE> store;
+        std::mutex readingMutex;
         SharedTrustedCertificates reading;
     };
 

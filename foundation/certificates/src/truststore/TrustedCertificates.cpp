@@ -21,9 +21,19 @@ int compareSubject(X509* certificate, X509_NAME const* subject)
     return X509_NAME_cmp(X509_get_subject_name(certificate), subject);
 }
 
-X509_CRLUPtr furtherReference(X509_CRL* crl)
+X509UPtr keep(X509* certificate)
 {
-    return makeX509_CRL(crl != nullptr && X509_CRL_up_ref(crl) == 1 ? crl : nullptr);
+    auto reference = furtherReference(certificate);
+    throwIfNull<TrustStoreException>(reference.get(), "Null X509 certificate found in TrustStore");
+    return reference;
+}
+
+X509_CRLUPtr keep(X509_CRL* crl)
+{
+    constexpr char const notAddedText[] = "Failed to add CRL to store";
+    throwIfNull<TrustStoreException>(crl, notAddedText);
+    throwIfNotOne<TrustStoreException>(X509_CRL_up_ref(crl), notAddedText);
+    return makeX509_CRL(crl);
 }
 
 bool isCRL(X509_OBJECT const* entry)
@@ -102,9 +112,9 @@ SharedTrustedCertificates trustedCertificatesIn(X509_STORE* store)
     for (int index = 0; index < entries.count(); ++index) {
         X509_OBJECT const* const entry = entries.at(index);
         if (isCRL(entry)) {
-            crls.push_back(furtherReference(X509_OBJECT_get0_X509_CRL(entry)));
+            crls.push_back(keep(X509_OBJECT_get0_X509_CRL(entry)));
         } else {
-            trusted.push_back(furtherReference(certificateOf(entry)));
+            trusted.push_back(keep(certificateOf(entry)));
         }
     }
     return std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
@@ -121,9 +131,9 @@ SharedTrustedCertificates LiveStoreReader::read(X509_STORE* store)
     trusted.reserve(entries.size());
     for (Entry const& entry : entries) {
         if (entry.duplicate != nullptr) {
-            trusted.push_back(furtherReference(entry.duplicate.get()));
+            trusted.push_back(keep(entry.duplicate.get()));
         } else {
-            crls.push_back(furtherReference(entry.crl.get()));
+            crls.push_back(keep(entry.crl.get()));
         }
     }
     certificates = std::make_shared<TrustedCertificates const>(std::move(trusted), std::move(crls));
@@ -196,12 +206,12 @@ std::vector<LiveStoreReader::Entry> LiveStoreReader::readAnew(X509_STORE* store)
         X509_OBJECT const* const object = entries.at(index);
         Entry entry;
         if (isCRL(object)) {
-            entry.crl = furtherReference(X509_OBJECT_get0_X509_CRL(object));
+            entry.crl = keep(X509_OBJECT_get0_X509_CRL(object));
         } else {
-            entry.certificate = furtherReference(certificateOf(object));
+            entry.certificate = keep(certificateOf(object));
             auto const knownEntry = knownEntries.find(entry.certificate.get());
             if (knownEntry != knownEntries.end() && isUnchanged(*knownEntry->second, buffer)) {
-                entry.duplicate = furtherReference(knownEntry->second->duplicate.get());
+                entry.duplicate = keep(knownEntry->second->duplicate.get());
                 entry.encoding = knownEntry->second->encoding;
             } else {
                 entry.duplicate = duplicateOf(entry.certificate.get());
