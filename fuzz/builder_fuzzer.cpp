@@ -5,6 +5,7 @@
 #include "support/BuilderSettings.hpp"
 #include "support/DerElements.hpp"
 #include "support/Properties.hpp"
+#include "support/openssl/Handles.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/PKCS12Certificate.hpp>
@@ -220,7 +221,9 @@ void checkCommonName(X509Certificate const& certificate, Settings const& setting
 bool isSame(X509_EXTENSION const* one, X509_EXTENSION const* other)
 {
     return X509_EXTENSION_get_critical(one) == X509_EXTENSION_get_critical(other) &&
-           ASN1_STRING_cmp(X509_EXTENSION_get_data(one), X509_EXTENSION_get_data(other)) == 0;
+           ASN1_STRING_cmp(
+               X509_EXTENSION_get_data(test::changeable(one)),
+               X509_EXTENSION_get_data(test::changeable(other))) == 0;
 }
 
 void checkExtension(X509* certificate, int nid, int position, std::string const& text)

@@ -75,7 +75,8 @@ X509* newReference(X509Handle const& certificate);
 /// Throws `std::runtime_error` with OpenSSL's reason if the result of an OpenSSL call is below 1.
 void require(long result);
 
-/// Returns a part of an object for a test that damages it. Since OpenSSL 4 such parts are read-only.
+/// Returns a part of an object for a test that damages it, or for a call that reads it but wants it
+/// changeable. OpenSSL 3 has changeable parts, and OpenSSL 4 read-only ones.
 template <typename T>
 T* changeable(T const* part)
 {
