@@ -19,7 +19,7 @@ compile() {
     cmake --build "build/$1" -j "$jobs" "${@:2}"
 }
 
-# run_tests FOLDER [CTest option...]: runs the tests of build/FOLDER.
+# run_tests FOLDER [CTest option...]: runs the tests of build/FOLDER. A test that names no limit has ten minutes.
 run_tests() {
-    ctest --test-dir "build/$1" --output-on-failure --no-tests=error -j "$jobs" "${@:2}"
+    ctest --test-dir "build/$1" --output-on-failure --no-tests=error --timeout 600 -j "$jobs" "${@:2}"
 }

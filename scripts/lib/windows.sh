@@ -36,7 +36,8 @@ start_wine() {
     export WINEPATH
     WINEPATH=$(printf 'Z:%s/bin;' "${libraries[@]}")
     unset DISPLAY WAYLAND_DISPLAY
-    wineserver --persistent
+    # It outlives this script if that is killed. Whoever reads the output of the script need not wait for it.
+    wineserver --persistent >/dev/null 2>&1
     wine wineboot --init >/dev/null 2>&1
 }
 
