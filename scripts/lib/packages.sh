@@ -3,9 +3,10 @@
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
 # netbase has the names of services; iproute2 sets up network namespaces.
 demo_packages=(ca-certificates openssl iproute2 netbase)
-# Tests read certificates, signatures and bundles made by other software, and published test vectors.
-test_packages=(libgtest-dev ca-certificates openssl gnutls-bin libnss3-tools default-jdk-headless iproute2 netbase
-    python3-cryptography-vectors)
+# Published test vectors are a package, too.
+test_packages=(libgtest-dev ca-certificates openssl iproute2 netbase python3-cryptography-vectors)
+# Other software, whose signatures and bundles the tests read.
+foreign_packages=(gnutls-bin libnss3-tools default-jdk-headless)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
 coverage_packages=(gcovr)
 abi_packages=(abigail-tools)
@@ -49,5 +50,8 @@ install_packages() {
     done
     [ ${#available[@]} -gt 0 ] || return 0
     echo "Installing ${available[*]}"
+    # How much there is to download and to unpack. It always refuses to go on.
+    { LC_ALL=C apt-get install --no-install-recommends --assume-no "${available[@]}" 2>/dev/null || true; } |
+        sed -n '/^Need to get/p; /^After this operation/p'
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${available[@]}" >/dev/null
 }
