@@ -32,6 +32,19 @@ foreach(library IN LISTS libraryFolders)
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endforeach()
 
+# gdb loads its printers with the shared library: under /usr from a folder of its own, otherwise from beside the library.
+if(BUILD_SHARED_LIBS AND NOT WIN32)
+    set(printersDir ${CMAKE_INSTALL_LIBDIR})
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(printersDir ${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${CMAKE_INSTALL_FULL_LIBDIR})
+    endif()
+    install(FILES tools/gdb/printers.py DESTINATION ${printersDir}
+        RENAME $<TARGET_FILE_NAME:foundation_certificates>-gdb.py COMPONENT runtime)
+else()
+    install(FILES tools/gdb/printers.py DESTINATION ${CMAKE_INSTALL_DATADIR}/foundation-certificates/gdb
+        COMPONENT development)
+endif()
+
 install(EXPORT FoundationCertificates-${kind}-targets NAMESPACE foundation::
     DESTINATION ${packageDir} COMPONENT development)
 

@@ -27,7 +27,7 @@ class FoundationCertificatesConan(ConanFile):
         self.version = re.search(r"project\([^)]*VERSION (\d+\.\d+\.\d+)", project).group(1)
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "cmake/*", "foundation/*"):
+        for pattern in ("CMakeLists.txt", "cmake/*", "foundation/*", "tools/*"):
             copy(self, pattern, self._project_folder, self.export_sources_folder)
 
     def requirements(self):

@@ -3,8 +3,8 @@
 build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
 # netbase has the names of services; iproute2 sets up network namespaces.
 demo_packages=(ca-certificates openssl iproute2 netbase)
-# Published test vectors are a package, too.
-test_packages=(libgtest-dev ca-certificates openssl iproute2 netbase python3-cryptography-vectors)
+# Published test vectors are a package, too. gdb tests its printers.
+test_packages=(libgtest-dev ca-certificates openssl gdb iproute2 netbase python3-cryptography-vectors)
 # Other software, whose signatures and bundles the tests read.
 foreign_packages=(gnutls-bin libnss3-tools default-jdk-headless)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
