@@ -7,7 +7,10 @@ demo_packages=(ca-certificates openssl iproute2 netbase)
 test_packages=(libgtest-dev ca-certificates openssl gdb iproute2 netbase python3-cryptography-vectors)
 # Other software, whose signatures and bundles the tests read.
 foreign_packages=(gnutls-bin libnss3-tools default-jdk-headless)
-check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev doxygen)
+# doxygen-awesome-css is the theme of the documentation's site. Chromium looks at its pages.
+docs_packages=(doxygen doxygen-awesome-css python3)
+site_packages=(chromium fonts-dejavu-core python3)
+check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev "${docs_packages[@]}")
 coverage_packages=(gcovr)
 abi_packages=(abigail-tools)
 fuzz_packages=(clang libclang-rt-dev)

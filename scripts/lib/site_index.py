@@ -1,0 +1,57 @@
+"""Writes the search index of the site: site_index.py INPUT SITE, with what scripts/docs has put into INPUT.
+
+The index has an entry [title, address, text] for each public name, each heading of a page, and each row of a table that
+has an anchor.
+"""
+
+import html
+import json
+import pathlib
+import re
+import sys
+import xml.etree.ElementTree as tree
+
+HEADING = re.compile(r"^#+ (.*) \{#(.*)\}$", re.M)
+ROW = re.compile(r"^\| \\anchor (\S+) ([^|]+)\|(.*)$", re.M)
+
+
+def plain(text):
+    """Returns the text of a piece of Markdown."""
+    text = re.sub(r"<[^>\n]+>|@subpage \S+|\\anchor \S+|^\|[-:|]+\|$|^```\w*$", " ", text, flags=re.M)
+    return " ".join(html.unescape(re.sub(r"[`*|]|\\(?=[^a-z])", " ", text)).split())
+
+
+def of_page(page):
+    text = page.read_text()
+    title = HEADING.search(text)[1]
+    for row in ROW.finditer(text):
+        yield [plain(row[2]), f"{page.stem}.html#{row[1]}", plain(row[3])]
+    parts = HEADING.split(ROW.sub("", text))
+    for heading, anchor, content in zip(parts[1::3], parts[2::3], parts[3::3]):
+        first = heading == title
+        name = plain(heading) if first else f"{plain(heading)} – {title}"
+        yield [name, f"{page.stem}.html" + ("" if first else f"#{anchor}"), plain(content)]
+
+
+def of_names(tags):
+    seen = set()
+    for compound in tree.parse(tags).getroot():
+        kind, scope = compound.get("kind"), compound.findtext("name")
+        if kind in ("class", "struct", "namespace"):
+            yield [scope, compound.findtext("filename"), kind]
+        if kind == "file":
+            scope = ""
+        elif kind not in ("class", "struct", "namespace"):
+            continue
+        for member in compound.findall("member"):
+            name = f"{scope}::{member.findtext('name')}".lstrip(":")
+            address = f"{member.findtext('anchorfile')}#{member.findtext('anchor')}"
+            if address not in seen and not (kind == "file" and member.get("kind") != "define"):
+                seen.add(address)
+                yield [name, address, f"{member.findtext('type') or ''} {name}{member.findtext('arglist') or ''}".strip()]
+
+
+source, site = map(pathlib.Path, sys.argv[1:])
+entries = [entry for page in sorted(source.glob("*.md")) for entry in of_page(page)]
+entries += of_names(source / "names.xml")
+(site / "search-index.js").write_text("const searchIndex = " + json.dumps(entries, ensure_ascii=False) + ";\n")
