@@ -1,7 +1,7 @@
 // import_bundle BUNDLE: writes the private key and the certificates of a PKCS#12 bundle to files that servers
 // read.
-#include "new_file.hpp"
-#include "passphrase.hpp"
+#include "support/new_file.hpp"
+#include "support/passphrase.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -1,6 +1,6 @@
 // make_self_signed --name NAME: creates a self-signed certificate and writes it and its private key to files.
-#include "new_file.hpp"
-#include "passphrase.hpp"
+#include "support/new_file.hpp"
+#include "support/passphrase.hpp"
 
 #include <foundation/certificates/SelfSignedCertBuilder.hpp>
 

@@ -1,5 +1,5 @@
 // open_bundle FILE: prints the contents of a PKCS#12 bundle. Of the private key it prints only the kind.
-#include "passphrase.hpp"
+#include "support/passphrase.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS12Certificate.hpp>

@@ -1,5 +1,5 @@
 // provision --name NAME: makes the key, the certificate request and the certificate of a new device.
-#include "new_file.hpp"
+#include "support/new_file.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/toolkit/Certificate.hpp>
