@@ -5,11 +5,8 @@
 #include "support/system/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -17,36 +14,6 @@
 using namespace foundation::test;
 
 namespace {
-
-/// Runs the program on its own terminal and types the text after the prompt.
-ProgramRun typeInto(std::vector<std::string> const& arguments, std::string const& text)
-{
-    int terminal = -1;
-    pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        std::vector<char*> pointers;
-        for (auto const& argument : arguments) {
-            pointers.push_back(const_cast<char*>(argument.c_str()));
-        }
-        pointers.push_back(nullptr);
-        execv(pointers.front(), pointers.data());
-        _exit(127);
-    }
-    ProgramRun result;
-    bool typed = false;
-    std::array<char, 256> buffer{};
-    for (ssize_t size = 0; (size = read(terminal, buffer.data(), buffer.size())) > 0;) {
-        result.output.append(buffer.data(), static_cast<std::size_t>(size));
-        if (!typed && result.output.find("Passphrase: ") != std::string::npos) {
-            typed = write(terminal, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        }
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
 
 class ExampleOnTerminal : public testing::Test
 {
@@ -56,6 +23,8 @@ protected:
         return folder.write("bundle.p12", toDer(makePkcs12(makeSelfSignedLeaf("leaf"), "secret"))).string();
     }
 
+    static TypedAnswer answer(std::string const& text) { return {"Passphrase: ", text}; }
+
     TemporaryFolder const folder;
 };
 
@@ -63,13 +32,13 @@ protected:
 
 TEST_F(ExampleOnTerminal, AsksForPassphraseWithoutShowingIt)
 {
-    auto const right = typeInto({OPEN_BUNDLE_PROGRAM, bundle()}, "secret\n");
-    EXPECT_EQ(right.exitStatus, 0);
+    auto const right = runOnTerminal({OPEN_BUNDLE_PROGRAM, bundle()}, answer("secret\n"));
+    EXPECT_EQ(right.exitCode, 0);
     EXPECT_EQ(right.output.compare(0, 14, "Passphrase: \r\n"), 0) << right.output;
     EXPECT_EQ(right.output.find("secret"), std::string::npos) << right.output;
     EXPECT_NE(right.output.find("Private Key: prime256v1"), std::string::npos) << right.output;
 
-    EXPECT_EQ(typeInto({OPEN_BUNDLE_PROGRAM, bundle()}, "other\n").exitStatus, 1);
+    EXPECT_EQ(runOnTerminal({OPEN_BUNDLE_PROGRAM, bundle()}, answer("other\n")).exitCode, 1);
 }
 
 TEST_F(ExampleOnTerminal, ReportsMissingTerminal)

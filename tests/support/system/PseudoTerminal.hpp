@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace foundation::test {
 
@@ -21,5 +22,17 @@ struct TerminalRun
 /// finish.
 TerminalRun runOnTerminal(
     std::function<int()> const& callable, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+/// What is typed when the prompt has appeared; nothing for an empty prompt.
+struct TypedAnswer
+{
+    std::string prompt;
+    std::string text;
+};
+
+/// Runs the program, the first of the words, with the other words as arguments on a new pseudo-terminal.
+TerminalRun runOnTerminal(
+    std::vector<std::string> const& words, TypedAnswer const& answer = {},
+    std::chrono::milliseconds limit = std::chrono::seconds(20));
 
 } // namespace foundation::test

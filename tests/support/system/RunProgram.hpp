@@ -14,8 +14,10 @@ struct ProgramRun
     std::string errors;
 };
 
-/// Runs the program with the literal arguments and an empty input, and waits for it. Looks up a name without
-/// a folder in the PATH. The program's language is English, and its time zone is UTC.
-ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::string> const& arguments);
+/// Runs the program with the literal arguments and the input, and waits for it. Looks up a name without a
+/// folder in the PATH. The program's language is English, and its time zone is UTC.
+ProgramRun runProgram(
+    std::filesystem::path const& program, std::vector<std::string> const& arguments,
+    std::string const& input = {});
 
 } // namespace foundation::test

@@ -39,11 +39,16 @@ int pollTimeout(Clock::time_point deadline)
     return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
 }
 
-/// Reads what the child writes. Returns true when the child closes the terminal, false at the deadline.
-bool readUntilClosed(int terminal, Clock::time_point deadline, std::string& output)
+/// Reads what the child writes, and answers its prompt. Returns true when the child closes the terminal,
+/// false at the deadline.
+bool readUntilClosed(int terminal, Clock::time_point deadline, TypedAnswer const& answer, std::string& output)
 {
     std::array<char, 4096> buffer;
-    for (;;) {
+    for (bool isAnswered = answer.prompt.empty();;) {
+        if (!isAnswered && output.find(answer.prompt) != std::string::npos) {
+            auto const size = static_cast<ssize_t>(answer.text.size());
+            isAnswered = write(terminal, answer.text.data(), answer.text.size()) == size;
+        }
         pollfd ready{terminal, POLLIN, 0};
         auto const count = poll(&ready, 1, pollTimeout(deadline));
         if (count == 0) {
@@ -66,9 +71,20 @@ int waitForExitCode(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-} // namespace
+[[noreturn]] void replaceWith(std::vector<std::string> const& words)
+{
+    std::vector<char*> pointers;
+    for (auto const& word : words) {
+        pointers.push_back(const_cast<char*>(word.c_str()));
+    }
+    pointers.push_back(nullptr);
+    execvp(pointers.front(), pointers.data());
+    _exit(127);
+}
 
-TerminalRun runOnTerminal(std::function<int()> const& callable, std::chrono::milliseconds limit)
+/// Runs a function that does not return on a new pseudo-terminal.
+template <class Function>
+TerminalRun run(Function const& runsInChild, TypedAnswer const& answer, std::chrono::milliseconds limit)
 {
     std::fflush(nullptr); // otherwise the child writes the parent's buffers again
     int terminal = -1;
@@ -77,16 +93,29 @@ TerminalRun runOnTerminal(std::function<int()> const& callable, std::chrono::mil
         throw std::system_error(errno, std::generic_category(), "Cannot run on a pseudo-terminal");
     }
     if (child == 0) {
-        runChild(callable);
+        runsInChild();
     }
-    TerminalRun run;
-    run.finished = readUntilClosed(terminal, Clock::now() + limit, run.output);
-    if (!run.finished) {
+    TerminalRun result;
+    result.finished = readUntilClosed(terminal, Clock::now() + limit, answer, result.output);
+    if (!result.finished) {
         kill(child, SIGKILL);
     }
-    run.exitCode = waitForExitCode(child);
+    result.exitCode = waitForExitCode(child);
     close(terminal);
-    return run;
+    return result;
+}
+
+} // namespace
+
+TerminalRun runOnTerminal(std::function<int()> const& callable, std::chrono::milliseconds limit)
+{
+    return run([&] { runChild(callable); }, {}, limit);
+}
+
+TerminalRun runOnTerminal(
+    std::vector<std::string> const& words, TypedAnswer const& answer, std::chrono::milliseconds limit)
+{
+    return run([&] { replaceWith(words); }, answer, limit);
 }
 
 } // namespace foundation::test

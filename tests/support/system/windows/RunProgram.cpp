@@ -76,9 +76,11 @@ std::string textOfFile(std::filesystem::path const& file)
 
 } // namespace
 
-ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::string> const& arguments)
+ProgramRun runProgram(
+    std::filesystem::path const& program, std::vector<std::string> const& arguments, std::string const& input)
 {
     TemporaryFolder const folder;
+    auto const inputFile = folder.write("input", input);
     auto const output = folder.path() / "output";
     auto const errors = folder.path() / "errors";
     std::string command = quoted(program.string());
@@ -89,7 +91,7 @@ ProgramRun runProgram(std::filesystem::path const& program, std::vector<std::str
     {
         ScopedVariable const language("LC_ALL", "C");
         ScopedVariable const timeZone("TZ", "UTC");
-        auto const in = openForChild("NUL", GENERIC_READ, OPEN_EXISTING);
+        auto const in = openForChild(inputFile.string(), GENERIC_READ, OPEN_EXISTING);
         auto const out = openForChild(output.string(), GENERIC_WRITE, CREATE_ALWAYS);
         auto const err = openForChild(errors.string(), GENERIC_WRITE, CREATE_ALWAYS);
         run.exitStatus = exitStatusOf(command, in.get(), out.get(), err.get());
