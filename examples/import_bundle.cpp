@@ -105,7 +105,7 @@ Contents contentsOf(PKCS12Certificate const& bundle, std::string const& passphra
     if (!options.keyPassphraseFile) {
         return {certificates, privateKeyAsPEM(bundle, passphrase)};
     }
-    SecretString const newPassphrase(example::passphraseFromFile(*options.keyPassphraseFile));
+    SecretString const newPassphrase(foundation::tools::passphraseFromFile(*options.keyPassphraseFile));
     return {certificates, privateKeyAsPEM(bundle, passphrase, newPassphrase)};
 }
 
@@ -116,13 +116,13 @@ ExitStatus importBundle(Options const& options)
         throw std::runtime_error(options.bundle + ": cannot be read, or is empty");
     }
     std::string const passphrase = options.passphraseFile
-                                       ? example::passphraseFromFile(*options.passphraseFile)
-                                       : example::passphraseFromTerminal("Passphrase: ");
+                                       ? foundation::tools::passphraseFromFile(*options.passphraseFile)
+                                       : foundation::tools::passphraseFromTerminal("Passphrase: ");
     try {
         PKCS12Certificate const bundle(stream, passphrase);
         auto const contents = contentsOf(bundle, passphrase, options);
-        example::NewFile certificateFile(options.prefix + ".pem", 0644);
-        example::NewFile keyFile(options.prefix + ".key", 0600);
+        foundation::tools::NewFile certificateFile(options.prefix + ".pem", 0644);
+        foundation::tools::NewFile keyFile(options.prefix + ".key", 0600);
         certificateFile.write(contents.certificates);
         keyFile.write(contents.key.view());
         certificateFile.keep();

@@ -83,7 +83,7 @@ void take(Options& options, std::string const& option, std::string const& value)
     } else if (option == "--out") {
         options.prefix = value;
     } else if (option == "--passphrase-file") {
-        options.passphrase = example::passphraseFromFile(value);
+        options.passphrase = foundation::tools::passphraseFromFile(value);
     } else {
         throw std::runtime_error("unknown option " + option + ", try --help");
     }
@@ -120,8 +120,8 @@ SelfSignedCertBuilder builderFrom(Options const& options)
 
 void writeFiles(Options const& options, std::string const& certificate, std::string const& privateKey)
 {
-    example::NewFile certificateFile(options.prefix + ".pem", 0644);
-    example::NewFile keyFile(options.prefix + ".key", 0600);
+    foundation::tools::NewFile certificateFile(options.prefix + ".pem", 0644);
+    foundation::tools::NewFile keyFile(options.prefix + ".key", 0600);
     certificateFile.write(certificate);
     keyFile.write(privateKey);
     certificateFile.keep();

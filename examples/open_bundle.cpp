@@ -100,8 +100,8 @@ ExitStatus openBundle(Options const& options)
         throw std::runtime_error(options.bundle + ": cannot be read, or is empty");
     }
     std::string const passphrase = options.passphraseFile
-                                       ? example::passphraseFromFile(*options.passphraseFile)
-                                       : example::passphraseFromTerminal("Passphrase: ");
+                                       ? foundation::tools::passphraseFromFile(*options.passphraseFile)
+                                       : foundation::tools::passphraseFromTerminal("Passphrase: ");
     try {
         print(PKCS12Certificate(stream, passphrase));
         return opened;

@@ -152,9 +152,9 @@ Identity identityFrom(Options const& options)
 
 void writeFiles(std::string const& prefix, Identity const& identity)
 {
-    example::NewFile keyFile(prefix + ".key", 0600);
-    example::NewFile requestFile(prefix + ".csr", 0644);
-    example::NewFile certificateFile(prefix + ".pem", 0644);
+    foundation::tools::NewFile keyFile(prefix + ".key", 0600);
+    foundation::tools::NewFile requestFile(prefix + ".csr", 0644);
+    foundation::tools::NewFile certificateFile(prefix + ".pem", 0644);
     keyFile.write(identity.key.view());
     requestFile.write(identity.request.getAsPEM());
     certificateFile.write(identity.certificate.getAsPEM());

@@ -1,6 +1,6 @@
 #pragma once
 
-// Writes a file that must not exist yet.
+// Writes a file completely or not at all. By default the file must not exist yet.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,20 +13,31 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <system_error>
 
-namespace example {
+namespace foundation::tools {
 
-// Creates a file that must not exist. The destructor removes it unless keep was called.
+enum class IfFileExists
+{
+    Fail,
+    Replace
+};
+
+// Creates a file. The destructor removes it unless keep was called.
 class NewFile
 {
 public:
-    NewFile(std::string const& file, int mode) : path(file), descriptor(create(file, mode))
+    // With Replace, the content goes to a file beside the old one. keep then replaces the old file at once.
+    NewFile(std::string const& file, int mode, IfFileExists ifExists = IfFileExists::Fail)
+        : path(file),
+          written(ifExists == IfFileExists::Replace ? file + ".new" : file),
+          descriptor(create(written, mode))
     {
         if (descriptor < 0) {
-            throw std::system_error(errno, std::generic_category(), path);
+            fail(written);
         }
     }
 
@@ -34,7 +45,7 @@ public:
     {
         close(descriptor);
         if (!kept) {
-            static_cast<void>(std::remove(path.c_str()));
+            static_cast<void>(std::remove(written.c_str()));
         }
     }
 
@@ -43,15 +54,33 @@ public:
 
     void write(std::string_view text)
     {
-        if (::write(descriptor, text.data(), static_cast<unsigned>(text.size())) !=
-            static_cast<int>(text.size())) {
-            throw std::system_error(errno, std::generic_category(), path);
+        while (!text.empty()) {
+            auto const size = ::write(descriptor, text.data(), static_cast<unsigned>(text.size()));
+            if (size < 1) {
+                fail(written);
+            }
+            text.remove_prefix(static_cast<std::size_t>(size));
         }
     }
 
-    void keep() { kept = true; }
+    void keep()
+    {
+        if (written != path) {
+#ifdef _WIN32
+            close(descriptor); // the system does not rename an open file
+            descriptor = -1;
+#endif
+            std::filesystem::rename(written, path);
+        }
+        kept = true;
+    }
 
 private:
+    [[noreturn]] static void fail(std::string const& file)
+    {
+        throw std::system_error(errno, std::generic_category(), file);
+    }
+
     static int create(std::string const& file, int mode)
     {
 #ifdef _WIN32
@@ -63,8 +92,9 @@ private:
     }
 
     std::string path;
+    std::string written;
     int descriptor;
     bool kept = false;
 };
 
-} // namespace example
+} // namespace foundation::tools

@@ -15,7 +15,7 @@
 #include <unistd.h>
 #endif
 
-namespace example {
+namespace foundation::tools {
 
 // Returns the file's first line without its line end.
 inline std::string passphraseFromFile(std::string const& file)
@@ -103,4 +103,4 @@ inline std::string passphraseFromTerminal(std::string const& prompt)
 
 #endif
 
-} // namespace example
+} // namespace foundation::tools
