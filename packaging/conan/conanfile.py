@@ -47,6 +47,7 @@ class FoundationCertificatesConan(ConanFile):
         toolchain = CMakeToolchain(self)
         toolchain.cache_variables["FOUNDATION_CERTIFICATES_BUILD_TESTS"] = False
         toolchain.cache_variables["FOUNDATION_CERTIFICATES_BUILD_EXAMPLES"] = False
+        toolchain.cache_variables["FOUNDATION_CERTIFICATES_BUILD_TOOLS"] = False
         toolchain.generate()
         CMakeDeps(self).generate()
 

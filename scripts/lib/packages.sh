@@ -1,6 +1,7 @@
 # Sourced by the scripts: the packages, by their Debian names, and the function that installs them.
 
-build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev)
+build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost-dev libboost-log-dev libcli11-dev
+    nlohmann-json3-dev)
 # netbase has the names of services; iproute2 sets up network namespaces.
 demo_packages=(ca-certificates openssl iproute2 netbase)
 # Published test vectors are a package, too. gdb tests its printers.

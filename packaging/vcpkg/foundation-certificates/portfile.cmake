@@ -6,6 +6,7 @@ vcpkg_cmake_configure(
     OPTIONS
         -DFOUNDATION_CERTIFICATES_BUILD_TESTS=OFF
         -DFOUNDATION_CERTIFICATES_BUILD_EXAMPLES=OFF
+        -DFOUNDATION_CERTIFICATES_BUILD_TOOLS=OFF
 )
 vcpkg_cmake_install()
 vcpkg_copy_pdbs()

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "support/Text.hpp"
+#include "support/pki/TestKeys.hpp"
+#include "support/pki/TestPki.hpp"
+#include "support/system/RunProgram.hpp"
+#include "support/system/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace foundation::test {
+
+/// Runs the program foundation-certs.
+inline ProgramRun foundationCerts(std::vector<std::string> const& arguments, std::string const& input = {})
+{
+    return runProgram(FOUNDATION_CERTS_PROGRAM, arguments, input);
+}
+
+/// Expects an error: one line on standard error with the program's name, no output, and status 2.
+inline void expectBadInput(ProgramRun const& run, std::string const& message)
+{
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(run.errors, "foundation-certs: " + message + "\n");
+}
+
+/// A folder of files, and a P-256 leaf under a P-384 intermediate under an RSA root.
+class FoundationCerts : public testing::Test
+{
+protected:
+    template <class Content>
+    std::string write(std::string const& name, Content const& content) const
+    {
+        return folder.write(name, content).string();
+    }
+    std::string pathOf(std::string const& name) const { return (folder.path() / name).string(); }
+
+    std::string rootFile() const { return write("root.pem", root.pem()); }
+    std::string intermediateFile() const { return write("intermediate.pem", intermediate.pem()); }
+    std::string leafFile() const { return write("leaf.pem", leaf.pem()); }
+
+    CertificateAndKey const root = makeRoot("root", [](CertificateSpec& spec) { spec.key = rsaKey(); });
+    CertificateAndKey const intermediate =
+        makeIntermediate(root, "intermediate", [](CertificateSpec& spec) { spec.key = p384Key(); });
+    CertificateAndKey const leaf = makeLeaf(intermediate, "leaf", [](CertificateSpec& spec) {
+        spec.setExtension("subjectAltName", "DNS:leaf.example");
+    });
+    TemporaryFolder const folder;
+};
+
+} // namespace foundation::test
