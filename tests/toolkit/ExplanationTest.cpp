@@ -44,7 +44,7 @@ PathResult resultOf(Status status, int errorCode)
 
 std::string wordsOf(Explanation const& explanation)
 {
-    return explanation.message + " " + explanation.advice;
+    return explanation.message + " " + explanation.check + " " + explanation.advice;
 }
 
 /// Whether the code has words of its own, and not only those of its verdict.
@@ -56,17 +56,17 @@ bool hasWords(int code)
 
 std::string cells(Explanation const& explanation)
 {
-    return " | " + explanation.message + " | " + explanation.advice + " |\n";
+    return " | " + explanation.message + " | " + explanation.check + " | " + explanation.advice + " |\n";
 }
 
 /// Returns the tables of the page about errors, as they follow from the words of the library.
 std::string expectedTables()
 {
-    std::string text = "| Verdict | What it means | What to do |\n|---|---|---|\n";
+    std::string text = "| Verdict | What it means | How to check | What to do |\n|---|---|---|---|\n";
     for (auto const status : allStatuses) {
         text += "| `" + std::string(toString(status)) + "`" + cells(explain(resultOf(status, unknownCode)));
     }
-    text += "\n| Code | Verdict | What it means | What to do |\n|--:|---|---|---|\n";
+    text += "\n| Code | Verdict | What it means | How to check | What to do |\n|--:|---|---|---|---|\n";
     for (int code = 1; code < unknownCode; ++code) {
         if (hasWords(code)) {
             auto const status = statusForVerifyError(code);
@@ -131,6 +131,7 @@ void expectPlace(Explanation const& explanation, Case const& expected)
     EXPECT_EQ(explanation.depth, expected.depth);
     EXPECT_EQ(explanation.subject, expected.subject);
     EXPECT_EQ(explanation.message, expected.message);
+    EXPECT_FALSE(explanation.check.empty());
     EXPECT_FALSE(explanation.advice.empty());
 }
 
@@ -226,6 +227,7 @@ TEST(Explanation, ValidChainNeedsNothing)
         EXPECT_EQ(explanation.depth, 0);
         EXPECT_EQ(explanation.subject, "");
         EXPECT_EQ(explanation.message, "The certificate is valid.");
+        EXPECT_EQ(explanation.check, "There is nothing to check.");
         EXPECT_EQ(explanation.advice, "Nothing has to be done.");
     }
 }
@@ -295,6 +297,7 @@ TEST(Explanation, HasWordsForEveryVerdictAndCode)
             auto const explanation = explain(resultOf(status, code));
             EXPECT_EQ(explanation.errorCode, code);
             EXPECT_TRUE(endsWith(explanation.message, ".")) << explanation.message;
+            EXPECT_TRUE(endsWith(explanation.check, ".")) << explanation.check;
             EXPECT_TRUE(endsWith(explanation.advice, ".")) << explanation.advice;
             EXPECT_EQ(explanation.message == "The certificate is valid.", status == Status::Valid) << code;
         }
@@ -357,11 +360,12 @@ TEST(ExplanationOfFailure, IsOnThePageAboutErrors)
     auto const rows = rowsOfPage("Exceptions and what to do", "Only out of memory, or never");
     EXPECT_GT(rows.size(), 90U);
     for (auto const& row : rows) {
-        ASSERT_EQ(row.size(), 3U);
+        ASSERT_EQ(row.size(), 4U);
         for (auto const& text : {row[0], row[0] + " and more"}) {
             auto const explanation = explain(CertificateException(text));
             EXPECT_EQ(explanation.message, row[1]) << text;
-            EXPECT_EQ(explanation.advice, row[2]) << text;
+            EXPECT_EQ(explanation.check, row[2]) << text;
+            EXPECT_EQ(explanation.advice, row[3]) << text;
         }
     }
 }
@@ -383,6 +387,9 @@ TEST(ExplanationOfFailure, HasNoPlace)
     EXPECT_EQ(explanation.depth, 0);
     EXPECT_EQ(explanation.subject, "");
     EXPECT_EQ(explanation.message, "The passphrase does not open the bundle.");
+    EXPECT_EQ(
+        explanation.check,
+        "openssl pkcs12 -in FILE -info -noout asks for the passphrase and says whether it fits.");
     EXPECT_EQ(explanation.advice, "Try another passphrase. A bundle without a MAC never opens.");
 }
 
@@ -390,11 +397,15 @@ TEST(ExplanationOfFailure, ShowsOtherTextsThemselves)
 {
     auto const explanation = explain(InvalidArgument("Unknown attribute: NOPE"));
     EXPECT_EQ(explanation.message, "Unknown attribute: NOPE");
+    EXPECT_EQ(explanation.check, "Look up the text in the documentation of the function that was called.");
     EXPECT_EQ(explanation.advice, "Correct the input that the message names.");
 }
 
 TEST(ExplanationOfFailure, NamesShortageOfMemory)
 {
     EXPECT_EQ(explain(std::bad_alloc()).message, "The process ran out of memory.");
+    EXPECT_EQ(
+        explain(std::bad_alloc()).check,
+        "Look at the memory that is free, and at the limits of the process.");
     EXPECT_EQ(explain(std::bad_alloc()).advice, "Free memory and try again.");
 }

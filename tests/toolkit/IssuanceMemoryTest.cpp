@@ -278,7 +278,7 @@ std::vector<SweptOperation> explanations()
             {"explain",
              [](Result& object) {
                  auto const explanation = explain(object.result);
-                 return explanation.subject + explanation.message + explanation.advice;
+                 return explanation.subject + explanation.message + explanation.check + explanation.advice;
              },
              shortage()},
         });

@@ -93,12 +93,19 @@ std::optional<Place> placeFrom(std::string_view text)
     return Place{*code, *depth, std::move(*subject)};
 }
 
-Explanation explained(CertificateChainStatus status, Place place)
+constexpr Words outOfMemory{"The process ran out of memory.", lookAtMemory, "Free memory and try again."};
+
+Explanation explained(Place place, Words const& words)
+{
+    return {place.errorCode,          place.depth,
+            std::move(place.subject), std::string(words.message),
+            std::string(words.check), std::string(words.advice)};
+}
+
+Explanation explainedVerdict(CertificateChainStatus status, Place place)
 {
     auto const words = wordsFor(status, place.errorCode);
-    return {
-        place.errorCode, place.depth, std::move(place.subject), std::string(words.message),
-        std::string(words.advice)};
+    return explained(std::move(place), words);
 }
 
 Place placeWithoutText(CertificateChainStatus status)
@@ -127,7 +134,7 @@ Explanation explain(CertificateValidationResults const& results)
     auto const place = status == CertificateChainStatus::Valid
                            ? std::nullopt
                            : placeFrom(results.getValidationErrorString());
-    return explained(status, place.value_or(placeWithoutText(status)));
+    return explainedVerdict(status, place.value_or(placeWithoutText(status)));
 }
 
 Explanation explain(PathResult const& result)
@@ -137,20 +144,19 @@ Explanation explain(PathResult const& result)
         static_cast<std::size_t>(place.depth) < result.chain.size()) {
         place.subject = result.chain[static_cast<std::size_t>(place.depth)].getSubject();
     }
-    return explained(result.status, std::move(place));
+    return explainedVerdict(result.status, std::move(place));
 }
 
 Explanation explain(std::exception const& failure)
 {
     if (dynamic_cast<std::bad_alloc const*>(&failure) != nullptr) {
-        return {0, 0, {}, "The process ran out of memory.", "Free memory and try again."};
+        return explained({}, outOfMemory);
     }
-    std::string const text = failure.what();
-    auto const words = wordsForFailure(text);
-    if (!words) {
-        return {0, 0, {}, text, "Correct the input that the message names."};
-    }
-    return {0, 0, {}, std::string(words->message), std::string(words->advice)};
+    std::string_view const text = failure.what();
+    Words const otherwise{
+        text, "Look up the text in the documentation of the function that was called.",
+        "Correct the input that the message names."};
+    return explained({}, wordsForFailure(text).value_or(otherwise));
 }
 
 } // namespace foundation::toolkit
