@@ -10,8 +10,10 @@ document.addEventListener("DOMContentLoaded", () => {
     const list = area.querySelector("ul");
     const folded = searchIndex.map(([title, , text]) => [title.toLowerCase(), text.toLowerCase()]);
 
-    // An entry has to contain each word. Titles count more than texts, and the whole input more than its words.
+    // An entry has to contain each word. Titles count more than texts, and the whole input more than its words. A
+    // message that a program has printed has more words than the title that it contains. The longest title wins.
     const points = ([title, text], input, words) => {
+        if (title.length > 8 && input.includes(title)) return 16 + title.length;
         if (!words.every(word => title.includes(word) || text.includes(word))) return 0;
         return 1 + 8 * title.startsWith(input) + 4 * title.includes(input) + 2 * text.includes(input) +
             words.every(word => title.includes(word));

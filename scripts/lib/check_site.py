@@ -37,6 +37,14 @@ LOOK = r"""
         if (hides) wrong.push("clips " + name(element));
         if ((box.right > innerWidth + 1 || box.left < -1) && !scrolls(element)) wrong.push("cuts off " + name(element));
     }
+    const heads = ["projectname", "projectbrief", "search-area", "main-nav"].map(id => document.getElementById(id))
+        .filter(element => element && element.offsetParent).map(element => [element, element.getBoundingClientRect()]);
+    for (const [one, a] of heads) {
+        for (const [other, b] of heads) {
+            const apart = a.right <= b.left || b.right <= a.left || a.bottom <= b.top || b.bottom <= a.top;
+            if (one.id < other.id && !apart) wrong.push(`#${one.id} covers #${other.id}`);
+        }
+    }
     for (const image of document.images) {
         if (!image.naturalWidth) wrong.push("has a broken image: " + image.src);
     }
@@ -175,6 +183,24 @@ def broken_links(site):
     return broken
 
 
+# What a reader may type or paste, and what has to come first; nothing for an empty text.
+SEARCHES = {
+    "expectPeer": "group__tls.html#",
+    "Input passphrase is incorrect.": "The passphrase does not open the bundle.",
+    "Failed to read /etc/ssl/certs/broken.pem": "A file or folder of roots could not be read.",
+    "Errors present: Error code 20  at depth 0Certificate Subject Name=CN=Leaf": "issuer was not found.",
+    "zzqx": "",
+}
+
+
+def failed_searches(browser, site):
+    for text, wanted in SEARCHES.items():
+        browser.open(site / "index.html")
+        found = browser.search(text)
+        if not wanted and found or wanted and not (found and wanted in found[0]):
+            yield f"The search for \"{text}\" finds {found[:3]}"
+
+
 def main():
     site, pictures = map(pathlib.Path, sys.argv[1:3])
     wanted = [site / f"{name}.html" for name in sys.argv[3:]] or sorted(site.glob("*.html"))
@@ -193,6 +219,10 @@ def main():
                 browser.resize(width, dark=True)
                 browser.open(site / "index.html")
                 browser.picture(folder / "index-dark.png")
+                problems += failed_searches(browser, site)
+                browser.open(site / "index.html")
+                browser.search("certificate")
+                browser.picture(folder / "index-search.png")
         finally:
             browser.process.terminate()
             browser.process.wait()

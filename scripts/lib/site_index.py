@@ -25,7 +25,9 @@ def of_page(page):
     text = page.read_text()
     title = HEADING.search(text)[1]
     for row in ROW.finditer(text):
-        yield [plain(row[2]), f"{page.stem}.html#{row[1]}", plain(row[3])]
+        # A number is a code of OpenSSL's.
+        name = re.sub(r"^(\d+)$", r"Error code \1", plain(row[2]))
+        yield [name, f"{page.stem}.html#{row[1]}", plain(row[3])]
     parts = HEADING.split(ROW.sub("", text))
     for heading, anchor, content in zip(parts[1::3], parts[2::3], parts[3::3]):
         first = heading == title
@@ -34,21 +36,19 @@ def of_page(page):
 
 
 def of_names(tags):
-    seen = set()
     for compound in tree.parse(tags).getroot():
         kind, scope = compound.get("kind"), compound.findtext("name")
+        members = compound.findall("member")
         if kind in ("class", "struct", "namespace"):
             yield [scope, compound.findtext("filename"), kind]
-        if kind == "file":
-            scope = ""
-        elif kind not in ("class", "struct", "namespace"):
+        elif kind == "group":  # a macro has no other scope
+            scope, members = "", [member for member in members if member.get("kind") == "define"]
+        else:
             continue
-        for member in compound.findall("member"):
+        for member in members:
             name = f"{scope}::{member.findtext('name')}".lstrip(":")
-            address = f"{member.findtext('anchorfile')}#{member.findtext('anchor')}"
-            if address not in seen and not (kind == "file" and member.get("kind") != "define"):
-                seen.add(address)
-                yield [name, address, f"{member.findtext('type') or ''} {name}{member.findtext('arglist') or ''}".strip()]
+            declaration = f"{member.findtext('type') or ''} {name}{member.findtext('arglist') or ''}"
+            yield [name, f"{member.findtext('anchorfile')}#{member.findtext('anchor')}", declaration.strip()]
 
 
 source, site = map(pathlib.Path, sys.argv[1:])

@@ -48,6 +48,7 @@ class Page:
         self.name = PAGES[path]
         self.folder = pathlib.Path(path).parent
         self.anchors = set()
+        self.rows = 0
 
     def link(self, match):
         mark, text, target = match.groups()
@@ -83,12 +84,27 @@ class Page:
         self.anchors.add(name)
         return f"{level} {text} {{#{name}}}"
 
+    def with_row_anchors(self, text):
+        """Gives an anchor to each row of a table with a column "How to check", so that the search leads there."""
+        lines, in_table = [], False
+        for line in text.split("\n"):
+            if not line.startswith("|"):
+                in_table = False
+            elif "| How to check |" in line:
+                in_table = True
+            elif in_table and not line.startswith("|-"):
+                self.rows += 1
+                line = rf"| \anchor {self.name}-row-{self.rows} {line[2:]}"
+            lines.append(line)
+        return "\n".join(lines)
+
     def convert(self):
         text = pathlib.Path(self.path).read_text()
         text = re.sub(r"^\{\{program (\S+) (\d+)\}\}$", lambda m: program(m[1], int(m[2])), text, flags=re.M)
         parts = re.split(r"(^```.*?^```$)", text, flags=re.M | re.S)
         for index in range(0, len(parts), 2):
-            parts[index] = re.sub(r"^(#+) (.*)$", self.heading, self.prose(parts[index]), flags=re.M)
+            text = re.sub(r"^(#+) (.*)$", self.heading, self.prose(parts[index]), flags=re.M)
+            parts[index] = self.with_row_anchors(text)
         return "".join(parts)
 
 
