@@ -89,6 +89,16 @@ TEST_F(DiagnosticLogger, PrintsBoolAsDigitByDefault)
     EXPECT_EQ(capture.messages(), (std::vector<std::string>{"10true", "1"}));
 }
 
+TEST_F(DiagnosticLogger, KeepsSingleCharacterAtTheEnd)
+{
+    LogCapture capture;
+
+    logger.write(severity::error, [](std::ostream& out) { out << "path" << '/'; });
+    logger.write(severity::error, [](std::ostream& out) { out << '/'; });
+
+    EXPECT_EQ(capture.messages(), (std::vector<std::string>{"path/", "/"}));
+}
+
 TEST_F(DiagnosticLogger, StartsWithWarningErrorAndFatalEnabled)
 {
     EXPECT_EQ(diagnostic_severity_mask(), 8u | 16u | 32u);

@@ -160,6 +160,16 @@ TEST(X509CertificateChainLoad, KeepsDuplicateCertificate)
     EXPECT_EQ(namesIn(X509CertificateChain(pki().pemBundle({"root", "root"}))), "root -> root");
 }
 
+TEST(X509CertificateChainLoad, AcceptsUnreadableExtensions)
+{
+    auto const damaged = makeLeaf(pki()["root"], "damaged", [](CertificateSpec& spec) {
+        spec.setRawExtension("basicConstraints", {0x30, 0x05, 0x01});
+    });
+    CleanErrorQueue const clean;
+    EXPECT_EQ(namesIn(X509CertificateChain(damaged.pem() + pki()["root"].pem())), "damaged -> root");
+    EXPECT_TRUE(queueIsEmpty());
+}
+
 TEST(X509CertificateChainLoad, RefusesEmptyText)
 {
     EXPECT_THROWS_EXACTLY(

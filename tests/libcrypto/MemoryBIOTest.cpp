@@ -18,6 +18,17 @@ TEST(MemoryBIO, ReturnsWhatWasWritten)
     EXPECT_EQ(contentsAsString(bio.get()), std::string("\0\1\xFF\0", 4));
 }
 
+TEST(MemoryBIO, KeepsShortContents)
+{
+    for (auto const& data : {ByteArray{}, ByteArray{0}, ByteArray{'a'}, ByteArray{0, 'b'}}) {
+        auto const bio = makeMemoryBIO();
+        EXPECT_TRUE(writeAll(bio.get(), data));
+        EXPECT_EQ(contentsAsBytes(bio.get()), data);
+        EXPECT_EQ(contentsAsString(bio.get()), std::string(data.begin(), data.end()));
+        EXPECT_EQ(contentsAsBytes(makeReaderOf(data).get()), data);
+    }
+}
+
 TEST(MemoryBIO, TakesTextWithNulCharacters)
 {
     std::string const text("a\0b", 3);

@@ -386,6 +386,24 @@ TEST(PKCS12Load, TrailingBytesAreIgnored)
     EXPECT_EQ(PKCS12Certificate(longer, "secret").getAsBytes(), bytes);
 }
 
+TEST(PKCS12Load, UnreadableExtensionsLoad)
+{
+    auto const unreadable = [](CertificateSpec& spec) {
+        spec.setRawExtension("basicConstraints", {0x30, 0x05, 0x01});
+    };
+    auto const damaged = makeSelfSignedLeaf("damaged", unreadable);
+    Pkcs12Spec spec;
+    spec.passphrase = "secret";
+    spec.certificate = damaged.certificate;
+    spec.key = damaged.key;
+    spec.furtherCertificates = {makeRoot("damaged root", unreadable).certificate};
+    CleanErrorQueue const clean;
+    PKCS12Certificate const loaded(toDer(makePkcs12(spec)), "secret");
+    EXPECT_EQ(loaded.getCertificate().getSubjectCommonName(), "damaged");
+    EXPECT_EQ(loaded.getCAChain().getNumCertificates(), 1U);
+    EXPECT_TRUE(queueIsEmpty());
+}
+
 TEST(PKCS12Load, EachSupportedKeyLoads)
 {
     struct Row

@@ -18,6 +18,8 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
+#include <memory>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -88,14 +90,48 @@ std::vector<X509Certificate> othersByOpenSSL(Bytes const& bytes)
     return result;
 }
 
-ByteArray privateNumber(KeyHandle const& key, char const* name)
+BigNumberHandle numberOf(KeyHandle const& key, char const* name)
 {
     BIGNUM* number = nullptr;
     require(EVP_PKEY_get_bn_param(key.get(), name, &number));
-    auto const owned = own(number);
-    ByteArray bytes(static_cast<std::size_t>(BN_num_bytes(number)));
-    BN_bn2bin(number, bytes.data());
+    return own(number);
+}
+
+ByteArray privateNumber(KeyHandle const& key, char const* name)
+{
+    auto const number = numberOf(key, name);
+    ByteArray bytes(static_cast<std::size_t>(BN_num_bytes(number.get())));
+    BN_bn2bin(number.get(), bytes.data());
     return bytes;
+}
+
+/// Returns the RSA key with another private exponent, which signs in the same way: d + (p - 1)(q - 1) / 2.
+KeyHandle withOtherPrivateExponent(KeyHandle const& key)
+{
+    auto const exponent = numberOf(key, OSSL_PKEY_PARAM_RSA_D);
+    auto const first = numberOf(key, OSSL_PKEY_PARAM_RSA_FACTOR1);
+    auto const second = numberOf(key, OSSL_PKEY_PARAM_RSA_FACTOR2);
+    require(BN_sub_word(first.get(), 1));
+    require(BN_sub_word(second.get(), 1));
+    auto const period = own(BN_new());
+    std::unique_ptr<BN_CTX, decltype(&BN_CTX_free)> const context(BN_CTX_new(), BN_CTX_free);
+    require(BN_mul(period.get(), first.get(), second.get(), context.get()));
+    require(BN_rshift1(period.get(), period.get()));
+    require(BN_add(exponent.get(), exponent.get(), period.get()));
+
+    std::map<char const*, BigNumberHandle> numbers;
+    for (auto const* name :
+         {OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E, OSSL_PKEY_PARAM_RSA_FACTOR1,
+          OSSL_PKEY_PARAM_RSA_FACTOR2, OSSL_PKEY_PARAM_RSA_EXPONENT1, OSSL_PKEY_PARAM_RSA_EXPONENT2,
+          OSSL_PKEY_PARAM_RSA_COEFFICIENT1}) {
+        numbers[name] = numberOf(key, name);
+    }
+    numbers[OSSL_PKEY_PARAM_RSA_D] = exponent;
+    auto const builder = own(OSSL_PARAM_BLD_new());
+    for (auto const& [name, number] : numbers) {
+        require(OSSL_PARAM_BLD_push_BN(builder.get(), name, number.get()));
+    }
+    return keyFrom(*builder, "RSA", EVP_PKEY_KEYPAIR);
 }
 
 /// A buffer that runs an action when the first character is written.
@@ -288,6 +324,24 @@ TEST(PKCS12Equality, OnlyCertificatesAndKeyAreCompared)
                   spec.certificate = other.certificate;
                   spec.key = other.key;
               }));
+}
+
+TEST(PKCS12Equality, PrivateKeyAloneMakesADifference)
+{
+    auto const server = makeSelfSignedLeaf("server", [](CertificateSpec& spec) { spec.key = rsaKey(); });
+    auto const openedWith = [&](KeyHandle const& key) {
+        return opened([&](Pkcs12Spec& spec) {
+            spec.certificate = server.certificate;
+            spec.key = key;
+        });
+    };
+    auto const first = openedWith(server.key);
+    auto const second = openedWith(withOtherPrivateExponent(server.key));
+
+    EXPECT_EQ(first.getCertificate(), second.getCertificate());
+    EXPECT_EQ(first.getCAChain(), second.getCAChain());
+    EXPECT_FALSE(first == second);
+    EXPECT_TRUE(first != second);
 }
 
 TEST(PKCS12Equality, ObjectsWithoutCertificateThrow)

@@ -146,7 +146,8 @@ TEST(PKCS7Output, AddedCertificatesAreNotWritten)
 TEST(PKCS7SignedContent, ContentIsReturnedUnchanged)
 {
     for (auto const& content :
-         {std::string("content"), std::string(), std::string("\0\r\n\xFF\0", 5), std::string(300000, 'x')}) {
+         {std::string("content"), std::string(), std::string("1"), std::string(1, '\0'), std::string("12"),
+          std::string("\0\r\n\xFF\0", 5), std::string(300000, 'x')}) {
         EXPECT_EQ(asText(load(makeSignedData(content, signer())).getSignedData()), content);
     }
 }

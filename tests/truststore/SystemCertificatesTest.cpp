@@ -286,6 +286,26 @@ TEST(SystemCertificates, ErrorQueueIsUnchangedAfterManyDamagedCertificates)
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
 
+TEST(SystemCertificateFilter, ManyUnreadableExtensionsLeaveErrorQueueUnchanged)
+{
+    LogCapture const log;
+    for (Usage const usage : {serverAuthentication, signing}) {
+        TrustStore store = storeFedWith({});
+        for (int number = 0; number < 40; ++number) {
+            auto const damaged = makeRoot("root " + std::to_string(number), [](CertificateSpec& spec) {
+                spec.key = ed25519Key();
+                spec.setRawExtension("keyUsage", {0x30, 0x05, 0x01});
+                spec.setRawExtension("extendedKeyUsage", {0x30, 0x05, 0x01});
+            });
+            require(X509_STORE_add_cert(getOpenSSLStore(store).get(), damaged.certificate.get()));
+        }
+        CleanErrorQueue const clean;
+        auto const foreign = queueForeignError();
+        store.addSystemCertificates(usage);
+        EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
+    }
+}
+
 TEST(SystemCertificateFilter, OnlyEndOfValidityCounts)
 {
     struct Row

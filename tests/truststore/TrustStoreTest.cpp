@@ -227,6 +227,26 @@ TEST(TrustStoreCopy, CertificatesAreDuplicatedAndCrlsShared)
     EXPECT_EQ(shared, 1);
 }
 
+TEST(TrustStoreCopy, EveryEntryIsCopied)
+{
+    TrustStore original;
+    addCrl(original, makeCrl(pki()["root"]));
+    addCrl(original, makeCrl(makeRoot("a root that comes first")));
+    require(X509_STORE_add_cert(getOpenSSLStore(original).get(), pki()["root"].certificate.get()));
+    require(X509_STORE_add_cert(getOpenSSLStore(original).get(), pki()["leaf"].certificate.get()));
+    TrustStore const copy(original);
+    EXPECT_EQ(copy.size(), 4U);
+    auto const store = getOpenSSLStore(copy);
+    int certificates = 0;
+    int crls = 0;
+    for (int index = 0; index < 4; ++index) {
+        certificates += certificateIn(store.get(), index) != nullptr ? 1 : 0;
+        crls += crlIn(store.get(), index) != nullptr ? 1 : 0;
+    }
+    EXPECT_EQ(certificates, 2);
+    EXPECT_EQ(crls, 2);
+}
+
 TEST(TrustStoreCopy, CertificateThatCannotBeDuplicatedIsReported)
 {
     struct Row

@@ -7,6 +7,7 @@
 
 #include "truststore/posix/SystemCertificateAdder.hpp"
 
+#include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 
 #include <openssl/pem.h>
@@ -77,6 +78,30 @@ Outcome outcomeOf(Bundle const& bundle, std::size_t allocation, std::size_t refu
     return store.size() == bundle.numCertificates ? Outcome::Complete : Outcome::MissesCertificates;
 }
 
+/// Adds nothing, so that only the filter runs.
+class NoCertificates : public ISystemCertificateAdder
+{
+public:
+    ISystemCertificateAdder* clone() const override { return new NoCertificates(*this); }
+    void addCertificatesTo(TrustStoreImpl& /*store*/, TrustStore::Usage /*usage*/, bool /*rethrow*/) override
+    {}
+};
+
+/// Filters a store with one certificate while OpenSSL gets no memory for one allocation.
+Outcome outcomeOfFilter(Bytes const& der, TrustStore::Usage usage, std::size_t allocation)
+{
+    auto const certificate = parseDer(der); // OpenSSL has not parsed its extensions yet
+    TrustStore store(std::make_unique<NoCertificates>());
+    require(X509_STORE_add_cert(getOpenSSLStore(store).get(), certificate.get()));
+    try {
+        Shortage const shortage(Memory::OpenSSL, allocation);
+        store.addSystemCertificates(usage);
+    } catch (std::exception const&) {
+        return Outcome::Exception;
+    }
+    return store.size() == 1 ? Outcome::Complete : Outcome::MissesCertificates;
+}
+
 } // namespace
 
 TEST(SystemCertificateShortage, CertificateIsNotSkippedIfMemoryRunsOut)
@@ -92,5 +117,21 @@ TEST(SystemCertificateShortage, CertificateIsNotSkippedIfMemoryRunsOut)
             allocation += stride;
         } while (Shortage::hasOccurred());
         RecordProperty("allocations", static_cast<int>(allocation));
+    }
+}
+
+TEST(SystemCertificateShortage, FilterKeepsSoundCertificateWithoutAnyOneAllocation)
+{
+    LogCapture const log(LogCapture::everySeverity); // prints no record
+    auto const der = makeRoot("root", withCheapKey).der();
+    for (auto const usage : {TrustStore::Usage::ServerAuthentication, TrustStore::Usage::Signing}) {
+        ASSERT_EQ(outcomeOfFilter(der, usage, unlimited), Outcome::Complete);
+        std::size_t allocation = 0;
+        do {
+            EXPECT_NE(outcomeOfFilter(der, usage, allocation), Outcome::MissesCertificates)
+                << "without allocation " << allocation;
+            ++allocation;
+        } while (Shortage::hasOccurred());
+        EXPECT_GT(allocation, 2U);
     }
 }

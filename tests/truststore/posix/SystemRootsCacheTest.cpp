@@ -141,3 +141,18 @@ TEST_F(SystemRootsCache, VerifySignatureIgnoresUnreadableRoots)
         EXPECT_EQ(results.getValidationErrorString(), "");
     });
 }
+
+TEST_F(SystemRootsCache, RootOfServersIsTrustedAndRootOfSignersIsNot)
+{
+    auto const limitedTo = [](char const* usage) {
+        return [=](CertificateSpec& spec) { spec.setExtension("extendedKeyUsage", usage); };
+    };
+    auto const forServers = makeRoot("for servers", limitedTo("serverAuth"));
+    auto const forSigners = makeRoot("for signers", limitedTo("codeSigning"));
+    folder.write("first.pem", forSigners.pem() + forServers.pem());
+    inFreshProcess([&] {
+        EXPECT_EQ(verdictOn(makeLeaf(forServers, "of servers")), Status::Valid);
+        // The second of two filters, which is the one for servers, removes it.
+        EXPECT_EQ(verdictOn(makeLeaf(forSigners, "of signers")), Status::Untrusted);
+    });
+}

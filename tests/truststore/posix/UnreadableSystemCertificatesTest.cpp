@@ -1,6 +1,7 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/LogCapture.hpp"
+#include "support/system/ScopedVariable.hpp"
 #include "support/system/TemporaryFolder.hpp"
 #include "support/system/posix/FailingFileAccess.hpp"
 
@@ -8,6 +9,7 @@
 #include "truststore/posix/SystemCertificateAdder.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 
 #include <gtest/gtest.h>
@@ -218,5 +220,18 @@ TEST(UnreadableSystemCertificates, ShortageIsReportedForMemberOfFolder)
         FailingFileAccess const failing(FileAccess::OpenFile, member.string(), row.error);
         EXPECT_THROWS_EXACTLY(
             TrustStoreException, "Failed to read " + member.string(), numDelivered(locations.folders()));
+    }
+}
+
+TEST(UnreadableSystemCertificates, FreeFunctionReportsFolderIfNoBundleIsThere)
+{
+    ScopedVariable const noFile("SSL_CERT_FILE", "");
+    ScopedVariable const noFolder("SSL_CERT_DIR", "");
+    auto const folders = posix::wellKnownLocations().folders;
+    auto const expected = SystemCertificateAdder(SystemCertificateLocations{{}, folders}).folder();
+    EXPECT_TRUE(getSystemCertificatesFile().empty() || getSystemCertificatesFolder().empty());
+    FailingFileAccess const failing(FileAccess::OpenFile, getSystemCertificatesFile(), ENOENT);
+    if (getSystemCertificatesFile().empty()) { // the system has at most one bundle
+        EXPECT_EQ(getSystemCertificatesFolder(), expected);
     }
 }
