@@ -2,8 +2,11 @@ include(CheckLinkerFlag)
 
 # foundation_hide_internals(TARGET [MAP]): makes a shared library export only the declared symbols. Templates of other
 # libraries have default visibility, so the linker hides them where it can. MAP is the linker's list of exported names,
-# cmake/exported-names.map by default.
+# cmake/exported-names.map by default. Tests and fuzz targets use internal classes, so a build with them hides nothing.
 function(foundation_hide_internals target)
+    if(FOUNDATION_CERTIFICATES_BUILD_TESTS OR FOUNDATION_CERTIFICATES_BUILD_FUZZERS)
+        return()
+    endif()
     set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     set(map ${PROJECT_SOURCE_DIR}/cmake/exported-names.map)
     if(ARGN)
