@@ -13,6 +13,8 @@ docs_packages=(doxygen doxygen-awesome-css python3)
 site_packages=(chromium fonts-dejavu-core python3)
 check_packages=(clang clang-format clang-tidy cppcheck libclang-rt-dev "${docs_packages[@]}")
 coverage_packages=(gcovr)
+# clang as a library, and its Python module.
+mutation_packages=(clang python3-clang)
 abi_packages=(abigail-tools)
 fuzz_packages=(clang libclang-rt-dev)
 compiler_packages=(clang libc++-dev libc++abi-dev googletest)

@@ -1,0 +1,188 @@
+"""The build that mutants are put into: its compile and link commands, its test programs and its headers' users."""
+import json
+import os
+import resource
+import shlex
+import signal
+import subprocess
+import threading
+import time
+
+LONGEST = 600 # seconds for one run of a program
+
+
+class Program:
+    """A test program, with the time that it takes without a mutant."""
+    def __init__(self, entry, folder):
+        self.name = entry["name"]
+        self.command = entry["command"]
+        self.folder = folder
+        properties = {item["name"]: item["value"] for item in entry["properties"]}
+        self.directory = properties["WORKING_DIRECTORY"]
+        self.environment = dict(item.split("=", 1) for item in properties.get("ENVIRONMENT", []))
+        self.needs_lock = "RESOURCE_LOCK" in properties
+        self.lock = threading.Lock()
+        self.seconds = 0 # 0: not measured yet
+        self.fails_always = False
+
+
+class Build:
+    def __init__(self, root, folder):
+        self.root = root
+        self.folder = folder
+        with open(f"{folder}/compile_commands.json") as commands:
+            entries = json.load(commands)
+        self.commands = {}
+        folders = {}
+        for entry in entries:
+            file = os.path.relpath(entry["file"], root)
+            if file.startswith("foundation/"):
+                self.commands[file] = shlex.split(entry["command"])
+            elif file.startswith("tests/"):
+                name = os.path.splitext(os.path.basename(file))[0]
+                folders[name] = os.path.dirname(file)[len("tests/"):]
+        self.links = {}
+        for library in ("certificates", "log", "toolkit"):
+            commands = subprocess.run(
+                ["ninja", "-C", folder, "-t", "commands", f"foundation/{library}/libfoundation_{library}.so"],
+                check=True, capture_output=True, text=True).stdout.splitlines()
+            link, = (line for line in commands if " -shared " in line and f"libfoundation_{library}.so" in line)
+            self.links[library] = shlex.split(link.removeprefix(": && ").removesuffix(" && :"))
+        tests = json.loads(subprocess.run(["ctest", "--test-dir", folder, "--show-only=json-v1"],
+                                          check=True, capture_output=True, text=True).stdout)["tests"]
+        # A test without a program has not been built.
+        self.programs = [Program(entry, folders.get(entry["name"], "documentation")) for entry in tests
+                         if os.path.exists(entry.get("command", [""])[0])]
+        self.users = self.users_of_headers()
+        # A network of its own lets programs that serve on fixed ports run at the same time.
+        self.own_network = ["unshare", "--net", "sh", "-c", 'ip link set lo up; exec "$@"', "sh"]
+        if subprocess.run([*self.own_network, "true"], capture_output=True).returncode != 0:
+            self.own_network = []
+        self.network = threading.Lock()
+        self.record = f"{folder}/durations.json"
+        self.record_lock = threading.Lock()
+        if os.path.exists(self.record):
+            with open(self.record) as record:
+                known = json.load(record)
+            for program in self.programs:
+                program.seconds = known.get(program.name, 0)
+
+    def users_of_headers(self):
+        """Returns for each header of the libraries the sources that include it."""
+        users = {}
+        deps = subprocess.run(["ninja", "-C", self.folder, "-t", "deps"],
+                              check=True, capture_output=True, text=True).stdout
+        for block in deps.split("\n\n"):
+            paths = [os.path.relpath(os.path.join(self.folder, line.strip()), self.root)
+                     for line in block.splitlines()[1:]]
+            if paths and paths[0] in self.commands:
+                for path in paths[1:]:
+                    users.setdefault(path, []).append(paths[0])
+        return users
+
+    def options(self, file):
+        """Returns the preprocessor's options for a file: for a header those of a source that includes it."""
+        source = file if file in self.commands else self.users[file][0]
+        command = self.commands[source]
+        options = [word for word in command if word.startswith(("-I", "-D", "-std="))]
+        for word, following in zip(command, command[1:]):
+            if word == "-isystem":
+                options += [word, following]
+        return options + (["-xc++"] if file.endswith(".hpp") else [])
+
+    def compile_and_link(self, changed, folder, deadline):
+        """Builds the libraries with the changed files, a map of names and contents, in the folder. Returns whether
+        they compile."""
+        sources = set()
+        includes = []
+        for file, content in changed.items():
+            if file.endswith(".cpp"):
+                sources.add(file)
+                path = f"{folder}/source/{file}"
+            else:
+                sources.update(self.users[file])
+                root = next(root for root in ("/include/", "/src/") if root in file)
+                path = f"{folder}/include/{file.split(root, 1)[1]}"
+                includes = [f"-I{folder}/include"]
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "wb") as output:
+                output.write(content)
+        objects = {}
+        for source in sorted(sources):
+            command = [word for word in self.commands[source] if not word.startswith("-W") and word != "-g"]
+            at = command.index("-o")
+            objects[command[at + 1]] = f"{folder}/{len(objects)}.o"
+            command[at + 1] = objects[command[at + 1]]
+            if source in changed:
+                command[-1] = f"{folder}/source/{source}"
+            if not self.run([command[0], *includes, "-w", "-O0", *command[1:]], self.folder, deadline):
+                return False
+        for library, command in self.links.items():
+            if any(word in objects for word in command):
+                target = f"{folder}/libfoundation_{library}.so.1"
+                command = [objects.get(word, word) for word in command]
+                command[command.index("-o") + 1] = target
+                # Programs contain their own copies of a header's functions, which must not replace the mutant.
+                symbolic = ["-Wl,-Bsymbolic-functions"] if includes else []
+                if not self.run([*command, *symbolic], self.folder, deadline):
+                    return False
+        return True
+
+    @staticmethod
+    def run(command, folder, deadline):
+        try:
+            return subprocess.run(command, cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, timeout=deadline.left()).returncode == 0
+        except subprocess.TimeoutExpired:
+            return False
+
+    def passes(self, program, folder, deadline):
+        """Runs the program with the libraries of the folder. A program that takes much longer than it does without
+        a mutant counts as failed. One that fails without a mutant counts as passed."""
+        limit = LONGEST if not program.seconds else 10 * program.seconds + 20
+        start = time.monotonic()
+        passed = program.fails_always or self.execute(program, folder, min(deadline.left(), limit), folder)
+        if passed:
+            self.note_time(program, time.monotonic() - start)
+        if passed or deadline.passed():
+            return True
+        with program.lock:
+            if not program.seconds:
+                start = time.monotonic()
+                program.fails_always = not self.execute(program, None, LONGEST, folder)
+                self.note_time(program, time.monotonic() - start)
+        return program.fails_always
+
+    def note_time(self, program, seconds):
+        if not program.seconds and not program.fails_always:
+            program.seconds = seconds
+            with self.record_lock, open(self.record, "w") as record:
+                json.dump({each.name: each.seconds for each in self.programs if each.seconds}, record)
+
+    def execute(self, program, libraries, seconds, folder):
+        temporary = f"{folder}/tmp"
+        os.makedirs(temporary, exist_ok=True)
+        environment = {**os.environ, **program.environment, "TMPDIR": temporary, "GTEST_FAIL_FAST": "1"}
+        if libraries:
+            environment["LD_LIBRARY_PATH"] = libraries
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
+            resource.setrlimit(resource.RLIMIT_DATA, (4 << 30, 4 << 30)) # for endless loops that allocate
+
+        lock = self.network if program.needs_lock and not self.own_network else threading.Lock()
+        with lock:
+            process = subprocess.Popen([*self.own_network, *program.command], cwd=program.directory, env=environment,
+                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=limit)
+            try:
+                return process.wait(seconds) == 0
+            except subprocess.TimeoutExpired:
+                return False
+            finally:
+                try:
+                    os.killpg(process.pid, signal.SIGKILL) # its children too
+                except ProcessLookupError:
+                    pass
+                process.wait()
