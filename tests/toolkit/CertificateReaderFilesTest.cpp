@@ -269,6 +269,7 @@ TEST_F(CertificateReaderFiles, NamedDeviceIsRead)
     EXPECT_EQ(failureOf("/dev/zero"), "0 The device has more than 64 MiB.");
 }
 
+#ifdef __linux__
 TEST_F(CertificateReaderFiles, FileThatCannotBeReadHasOneResult)
 {
     // The file is the memory of this process. Its first page cannot be read.
@@ -280,6 +281,7 @@ TEST_F(CertificateReaderFiles, FileThatCannotBeReadHasOneResult)
     EXPECT_EQ(read->failure, "The file cannot be read: Input/output error");
     EXPECT_FALSE(reader.next());
 }
+#endif
 
 TEST_F(CertificateReaderFiles, FolderThatCannotBeReadHasOneResult)
 {

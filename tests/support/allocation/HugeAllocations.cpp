@@ -1,6 +1,7 @@
 #include "support/allocation/HugeAllocations.hpp"
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -12,6 +13,12 @@ namespace {
 
 constexpr std::size_t leastHugeSize = std::size_t{1} << 30;
 constexpr std::size_t pieceSize = std::size_t{1} << 20;
+
+#ifdef MAP_POPULATE // saves page faults
+constexpr int sharedAndPresent = MAP_SHARED | MAP_POPULATE;
+#else
+constexpr int sharedAndPresent = MAP_SHARED;
+#endif
 
 struct Block
 {
@@ -56,10 +63,20 @@ public:
     }
 
 private:
+    static int newFile()
+    {
+#ifdef __linux__
+        return memfd_create("piece", MFD_CLOEXEC); // unlike a file on a disk, it is never written back
+#else
+        auto* const file = std::tmpfile();
+        return file == nullptr ? -1 : fileno(file);
+#endif
+    }
+
     static int sharedPiece()
     {
         static int const descriptor = [] {
-            int const made = memfd_create("piece", MFD_CLOEXEC);
+            int const made = newFile();
             return made >= 0 && ftruncate(made, pieceSize) == 0 ? made : -1;
         }();
         return descriptor;
@@ -67,14 +84,13 @@ private:
 
     static Block map(std::size_t size)
     {
-        void* const reserved =
-            mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        void* const reserved = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (reserved == MAP_FAILED) {
             return {};
         }
         for (std::size_t offset = 0; offset < size; offset += pieceSize) {
             bool const isAtAnEnd = offset == 0 || offset + pieceSize == size;
-            int const kind = isAtAnEnd ? MAP_PRIVATE | MAP_ANONYMOUS : MAP_SHARED | MAP_POPULATE;
+            int const kind = isAtAnEnd ? MAP_PRIVATE | MAP_ANONYMOUS : sharedAndPresent;
             if (mmap(
                     static_cast<char*>(reserved) + offset, pieceSize, PROT_READ | PROT_WRITE,
                     kind | MAP_FIXED, isAtAnEnd ? -1 : sharedPiece(), 0) == MAP_FAILED) {

@@ -31,7 +31,10 @@ int readClock(clockid_t clock, timespec* result)
 
 } // namespace
 
-extern "C" int clock_gettime(clockid_t clock, timespec* result) noexcept
+// C libraries differ in whether they declare these functions as noexcept.
+
+extern "C" int
+clock_gettime(clockid_t clock, timespec* result) noexcept(noexcept(clock_gettime(clock, result)))
 {
     auto const stopped = stoppedAt.load();
     if (stopped != running && tellsTheDate(clock)) {
@@ -41,7 +44,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* result) noexcept
     return readClock(clock, result);
 }
 
-extern "C" std::time_t time(std::time_t* result) noexcept
+extern "C" std::time_t time(std::time_t* result) noexcept(noexcept(time(result)))
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -51,7 +54,8 @@ extern "C" std::time_t time(std::time_t* result) noexcept
     return now.tv_sec;
 }
 
-extern "C" int gettimeofday(timeval* result, void* /*timeZone*/) noexcept
+extern "C" int
+gettimeofday(timeval* result, void* timeZone) noexcept(noexcept(gettimeofday(result, timeZone)))
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

@@ -87,7 +87,9 @@ void LockRecorder::onUnlock(void const* mutex)
 
 } // namespace foundation::test
 
-extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
+// C libraries differ in whether they declare these functions as noexcept.
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept(noexcept(pthread_mutex_lock(mutex)))
 {
     using namespace foundation::test;
     Pause const pause;
@@ -98,7 +100,7 @@ extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
     return systemsFunction(systemsLock, "pthread_mutex_lock")(mutex);
 }
 
-extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
+extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept(noexcept(pthread_mutex_unlock(mutex)))
 {
     using namespace foundation::test;
     Pause const pause;

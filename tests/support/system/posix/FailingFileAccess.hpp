@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include <sys/resource.h>
+
 namespace foundation::test {
 
 /// The functions of the system that can be made to fail.
@@ -33,7 +35,7 @@ public:
     NoFreeDescriptor& operator=(NoFreeDescriptor const&) = delete;
 
 private:
-    unsigned long formerLimit;
+    rlim_t formerLimit;
 };
 
 } // namespace foundation::test

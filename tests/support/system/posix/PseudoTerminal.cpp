@@ -1,9 +1,17 @@
 #include "support/system/PseudoTerminal.hpp"
 
 #include <poll.h>
-#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+// forkpty
+#if __has_include(<pty.h>)
+#include <pty.h> // Linux
+#elif __has_include(<util.h>)
+#include <util.h> // macOS, NetBSD, OpenBSD
+#else
+#include <libutil.h> // FreeBSD, after <sys/types.h>
+#endif
 
 #include <algorithm>
 #include <array>

@@ -15,6 +15,13 @@ namespace foundation::test {
 
 namespace {
 
+// A connection that the client has closed must not end the process with a signal.
+#ifdef MSG_NOSIGNAL
+constexpr int withoutSignal = MSG_NOSIGNAL;
+#else
+constexpr int withoutSignal = 0;
+#endif
+
 void requireSystemCall(int result, std::string const& what)
 {
     if (result < 0) {
@@ -70,7 +77,12 @@ std::uint16_t portOf(SocketHandle listener)
 
 SocketHandle acceptFrom(SocketHandle listener)
 {
-    return accept(listener, nullptr, nullptr);
+    int const connection = accept(listener, nullptr, nullptr);
+#ifdef SO_NOSIGPIPE // macOS has this option instead of the flag
+    int const yes = 1;
+    setsockopt(connection, SOL_SOCKET, SO_NOSIGPIPE, &yes, sizeof yes);
+#endif
+    return connection;
 }
 
 std::string receiveSome(SocketHandle connection)
@@ -82,7 +94,7 @@ std::string receiveSome(SocketHandle connection)
 
 std::optional<std::size_t> sendSome(SocketHandle connection, std::string_view bytes)
 {
-    auto const size = send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    auto const size = send(connection, bytes.data(), bytes.size(), withoutSignal | MSG_DONTWAIT);
     if (size < 0 && errno != EAGAIN && errno != EINTR) {
         return std::nullopt;
     }
