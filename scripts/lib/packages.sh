@@ -21,6 +21,8 @@ compiler_packages=(clang libc++-dev libc++abi-dev googletest)
 # Compilers, sources and headers for Windows programs, and Wine.
 windows_packages=(cmake ninja-build make perl g++-mingw-w64-x86-64-posix dpkg-dev libboost-dev libboost-log-dev
     googletest wine wine64 ca-certificates netbase)
+# QEMU, and roots of other architectures. The compiler's package names its architecture.
+cross_packages=(cmake ninja-build qemu-user mmdebstrap)
 bench_packages=(libbenchmark-dev libgnutls28-dev ca-certificates netbase)
 # The page of results also shows Go, which takes 450 MB, and a plot.
 peer_packages=(golang-go gnuplot-nox)
