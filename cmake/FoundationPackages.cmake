@@ -1,6 +1,6 @@
 # The Debian packages of `cpack -G DEB`: one with what programs need to run, one with what they need to build. Both
-# contain the toolkit. The
-# second also contains the static libraries if scripts/make-packages passes both builds to CPack.
+# contain the toolkit. The second also contains the static libraries if scripts/make-packages passes both builds to
+# CPack. A third one contains the documentation's site if FOUNDATION_CERTIFICATES_SITE names its folder.
 set(CPACK_PACKAGE_NAME foundation-certificates)
 set(CPACK_PACKAGE_CONTACT "foundation::certificates maintainers <maintainers@foundation.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -26,5 +26,18 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${runtimePackage} (= ${PROJECT_VERSION}), libboost-log-dev, libssl-dev (>= 3.0)")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, libraries, the CMake package FoundationCertificates and the
 pkg-config files foundation-certificates and foundation-toolkit.")
+
+set(FOUNDATION_CERTIFICATES_SITE "" CACHE PATH "Folder of the documentation's site, from scripts/docs")
+if(FOUNDATION_CERTIFICATES_SITE)
+    set(documentationPackage libfoundation-certificates-doc)
+    list(APPEND CPACK_COMPONENTS_ALL documentation)
+    set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME ${documentationPackage})
+    set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+    set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+    set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "Guides and reference of foundation::certificates as web pages:
+/usr/share/doc/${documentationPackage}/html/index.html.")
+    install(DIRECTORY ${FOUNDATION_CERTIFICATES_SITE}/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${documentationPackage}/html
+        COMPONENT documentation)
+endif()
 
 include(CPack)
