@@ -37,6 +37,10 @@ def normalized(folder, target):
     return (root / folder / target).resolve().relative_to(root).as_posix()
 
 
+def title(path):
+    return re.match(r"# (.*)", pathlib.Path(path).read_text())[1]
+
+
 def program(path, number):
     blocks = re.findall(r"^```cpp\n.*?^```$", pathlib.Path(path).read_text(), re.M | re.S)
     return blocks[number - 1]
@@ -57,9 +61,12 @@ class Page:
         if re.match(r"https?:", target):
             return match.group(0)
         file, _, heading = target.partition("#")
-        page = PAGES.get(normalized(self.folder, file)) if file else self.name
+        path = normalized(self.folder, file) if file else self.path
+        page = PAGES.get(path)
         if not page:
             return text
+        if text.endswith(".md"):
+            text = title(path)
         # A page is a part of the page that lists it.
         if self.name == "guides" and not heading:
             return f'@subpage {page} "{text}"'
