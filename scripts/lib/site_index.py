@@ -1,6 +1,6 @@
-"""Writes the search index of the site: site_index.py INPUT SITE, with what scripts/docs has put into INPUT.
+"""Completes the site: site_index.py INPUT SITE, with what scripts/docs has put into INPUT.
 
-The index has an entry [title, address, text] for each public name, each heading of a page, and each row of a table that
+Names in the code spans of the pages become links to the reference. The search index has an entry [title, address, text] for each public name, each heading of a page, and each row of a table that
 has an anchor.
 """
 
@@ -51,7 +51,31 @@ def of_names(tags):
             yield [name, f"{member.findtext('anchorfile')}#{member.findtext('anchor')}", declaration.strip()]
 
 
+def addresses(names):
+    """Returns the address of each name, also without its scopes if only one name ends so."""
+    found = {}
+    for name, address, _ in names:
+        parts = name.split("::")
+        for start in range(len(parts)):
+            found.setdefault("::".join(parts[start:]), {}).setdefault(name, address)
+    return {name: next(iter(of.values())) for name, of in found.items() if len(of) == 1}
+
+
+def link_names(page, targets):
+    def linked(match):
+        code, name = match.groups()
+        target = targets.get(name) if code else None
+        return f'<a class="el" href="{target}">{match[0]}</a>' if target else match[0]
+
+    text = page.read_text()
+    page.write_text(re.sub(r"<a [^>]*>.*?</a>|(<code>([\w:]+)(?:\(\))?</code>)", linked, text, flags=re.S))
+
+
 source, site = map(pathlib.Path, sys.argv[1:])
-entries = [entry for page in sorted(source.glob("*.md")) for entry in of_page(page)]
-entries += of_names(source / "names.xml")
-(site / "search-index.js").write_text("const searchIndex = " + json.dumps(entries, ensure_ascii=False) + ";\n")
+names = list(of_names(source / "names.xml"))
+targets = addresses(names)
+entries = []
+for page in sorted(source.glob("*.md")):
+    link_names(site / f"{page.stem}.html", targets)
+    entries += of_page(page)
+(site / "search-index.js").write_text("const searchIndex = " + json.dumps(entries + names, ensure_ascii=False) + ";\n")
