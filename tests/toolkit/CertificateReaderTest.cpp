@@ -13,9 +13,11 @@
 #include <gtest/gtest.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -80,7 +82,9 @@ std::string pemOf(std::string const& label, Bytes const& bytes)
 {
     auto const bio = own(BIO_new(BIO_s_mem()));
     require(PEM_write_bio(bio.get(), label.c_str(), "", bytes.data(), static_cast<long>(bytes.size())));
-    return asText(contentOf(bio));
+    char* text = nullptr; // owned by the BIO
+    auto const size = BIO_get_mem_data(bio.get(), &text);
+    return {text, static_cast<std::size_t>(size)}; // without conversions of single bytes, which are slow
 }
 
 std::string withoutEndLine(std::string const& block)
@@ -120,6 +124,45 @@ Bytes inIndefiniteForm(Bytes const& signedData)
     Bytes const type(signedData.begin() + startOfType, signedData.begin() + startOfType + 11);
     Bytes const body(signedData.begin() + startOfBody, signedData.end());
     return joined({{0x30, 0x80}, type, {0xA0, 0x80}, body, {0, 0, 0, 0}});
+}
+
+/// Returns a bundle without certificates, whose MAC takes that many rounds. The MAC is not made.
+std::string bundleWithMacOf(int rounds)
+{
+    auto const bundle = own(PKCS12_init(NID_pkcs7_data));
+    std::shared_ptr<STACK_OF(PKCS7)> const parts(
+        sk_PKCS7_new_null(), [](STACK_OF(PKCS7) * stack) { sk_PKCS7_free(stack); });
+    require(PKCS12_pack_authsafes(bundle.get(), parts.get()));
+    require(PKCS12_setup_mac(bundle.get(), rounds, nullptr, 0, EVP_sha256()));
+    return asText(toDer(bundle));
+}
+
+using AlgorithmHandle = std::shared_ptr<X509_ALGOR>;
+
+AlgorithmHandle ownAlgorithm(X509_ALGOR* algorithm)
+{
+    require(algorithm != nullptr);
+    return {algorithm, X509_ALGOR_free};
+}
+
+/// Returns a bundle without MAC. Each part claims to be encrypted with one of the algorithms.
+std::string bundleWithPartsOf(std::vector<AlgorithmHandle> const& algorithms)
+{
+    auto const bundle = own(PKCS12_init(NID_pkcs7_data));
+    std::shared_ptr<STACK_OF(PKCS7)> const parts(
+        sk_PKCS7_new_null(), [](STACK_OF(PKCS7) * stack) { sk_PKCS7_pop_free(stack, PKCS7_free); });
+    std::shared_ptr<STACK_OF(PKCS12_SAFEBAG)> const bags(
+        sk_PKCS12_SAFEBAG_new_null(),
+        [](STACK_OF(PKCS12_SAFEBAG) * stack) { sk_PKCS12_SAFEBAG_free(stack); });
+    for (auto const& algorithm : algorithms) {
+        auto* const part = PKCS12_pack_p7encdata(NID_aes_256_cbc, "secret", -1, nullptr, 0, 1, bags.get());
+        require(sk_PKCS7_push(parts.get(), part));
+        X509_ALGOR*& used = part->d.encrypted->enc_data->algorithm;
+        X509_ALGOR_free(used);
+        used = X509_ALGOR_dup(algorithm.get());
+    }
+    require(PKCS12_pack_authsafes(bundle.get(), parts.get()));
+    return asText(toDer(bundle));
 }
 
 struct Row
@@ -345,6 +388,33 @@ TEST(CertificateReader, FindsCertificatesInBundles)
     });
 }
 
+TEST(CertificateReader, BundleWithTooManyRoundsIsNotOpened)
+{
+    constexpr int mostRounds = 10'000'000;
+    constexpr char const tooManyRounds[] =
+        "0 The PKCS#12 bundle needs more than 10,000,000 rounds of key derivation.";
+    constexpr char const undecryptable[] = "0 A part of the PKCS#12 bundle cannot be decrypted.";
+    auto const* const aes = EVP_aes_256_cbc();
+    auto const pbkdf2 = [=](int rounds) {
+        return ownAlgorithm(PKCS5_pbe2_set_iv(aes, rounds, nullptr, 0, nullptr, NID_hmacWithSHA256));
+    };
+    expectResults({
+        row("in the MAC", bundleWithMacOf(mostRounds + 1), {tooManyRounds}),
+        row("in a part", bundleWithPartsOf({pbkdf2(mostRounds + 1)}), {tooManyRounds}),
+        row("of an old kind",
+            bundleWithPartsOf({ownAlgorithm(
+                PKCS5_pbe_set(NID_pbe_WithSHA1And3_Key_TripleDES_CBC, mostRounds + 1, nullptr, 0))}),
+            {tooManyRounds}),
+        row("in two parts together", bundleWithPartsOf({pbkdf2(1), pbkdf2(mostRounds)}),
+            {undecryptable, tooManyRounds}),
+        row("of scrypt",
+            bundleWithPartsOf(
+                {ownAlgorithm(PKCS5_pbe2_set_scrypt(aes, nullptr, 0, nullptr, 1U << 14U, 1, 1024))}),
+            {tooManyRounds}),
+        row("few", bundleWithPartsOf({pbkdf2(1), pbkdf2(1)}), {undecryptable, undecryptable}),
+    });
+}
+
 TEST(CertificateReader, KeyOfAnyKindIsNoFailure)
 {
     std::string text;
@@ -382,15 +452,17 @@ TEST(CertificateReader, LargeBlockHidesNoOther)
     while (lines.size() <= largestBlock) {
         lines += std::string(64, 'A') + "\n";
     }
-    Bytes const large = joined({{0x30, 0x84, 2, 0, 0, 0, 0x30, 0}, Bytes((2U << 24U) - 2)});
+    constexpr std::size_t sizeOfContent = std::size_t(2) << 24U;
+    std::string const large =
+        asText({0x30, 0x84, 2, 0, 0, 0, 0x30, 0}) + std::string(sizeOfContent - 2, '\0');
     std::string const first = std::string("1 ") + tooLarge;
     expectResults({
         row("a PEM block", begin + lines + "-----END CERTIFICATE-----\n" + a().pem(), {first, "2 CN=a"}),
         row("a PEM block without END line", begin + lines + a().pem(), {first, "2 CN=a"}),
-        row("a structure in DER", concatenated(large, a().der()), {std::string("0 ") + tooLarge, "1 CN=a"}),
-        row("a second structure in DER", asText(b().der()) + concatenated(large, a().der()),
+        row("a structure in DER", large + asText(a().der()), {std::string("0 ") + tooLarge, "1 CN=a"}),
+        row("a second structure in DER", asText(b().der()) + large + asText(a().der()),
             {"1 CN=b", std::string("2 ") + tooLarge, "3 CN=a"}),
-        row("a structure without end", concatenated({0x30, 0x80, 0x30, 0x80}, large) + "\n" + a().pem(),
+        row("a structure without end", asText({0x30, 0x80, 0x30, 0x80}) + large + "\n" + a().pem(),
             {std::string("0 ") + tooLarge, "1 CN=a"}),
     });
 }

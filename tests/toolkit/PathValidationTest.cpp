@@ -13,6 +13,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <string>
 #include <utility>
@@ -533,9 +534,20 @@ TEST_F(PathValidation, TimeReplacesPresent)
     EXPECT_TRUE(validateMade(expire, forTime(now - 2h)).isValid());
     expectFailure(validateLeaf(forTime(now - 48h)), X509_V_ERR_CERT_NOT_YET_VALID, 2, "CN=root");
     expectFailure(validateLeaf(forTime(now + 24h * 366)), X509_V_ERR_CERT_HAS_EXPIRED, 2, "CN=root");
-    expectFailure(
-        validateLeaf(forTime(Clock::time_point::min())), X509_V_ERR_CERT_NOT_YET_VALID, 2, "CN=root");
-    expectFailure(validateLeaf(forTime(Clock::time_point::max())), X509_V_ERR_CERT_HAS_EXPIRED, 2, "CN=root");
+}
+
+TEST_F(PathValidation, TimeMayBeAtEndOfClock)
+{
+    constexpr auto earliest = Clock::time_point::min();
+    constexpr auto latest = Clock::time_point::max();
+    if (sizeof(std::time_t) > 4) {
+        expectFailure(validateLeaf(forTime(earliest)), X509_V_ERR_CERT_NOT_YET_VALID, 2, "CN=root");
+        expectFailure(validateLeaf(forTime(latest)), X509_V_ERR_CERT_HAS_EXPIRED, 2, "CN=root");
+        return;
+    }
+    constexpr char const text[] = "The time is outside of this system's range.";
+    EXPECT_THROWS_EXACTLY(InvalidArgument, text, validateLeaf(forTime(earliest)));
+    EXPECT_THROWS_EXACTLY(InvalidArgument, text, validateLeaf(forTime(latest)));
 }
 
 TEST_F(PathValidation, TimeIsRoundedDown)

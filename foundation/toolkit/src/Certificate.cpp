@@ -11,7 +11,6 @@
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
-#include "libcrypto/OutOfMemory.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -46,16 +45,6 @@ template <typename T>
 T* throwIfOutOfMemory(T* pointer)
 {
     return throwIfNull<X509CertificateException>(pointer, outOfMemoryText);
-}
-
-/// Runs the step, which returns whether it succeeded. A step that fails although memory is available failed
-/// because of its input.
-template <typename Step>
-void runUnlessOutOfMemory(Step const& step)
-{
-    if (lacksMemoryFor(step)) {
-        throw X509CertificateException(outOfMemoryText);
-    }
 }
 
 /// Returns the certificate at the start of the bytes; null if they hold none.

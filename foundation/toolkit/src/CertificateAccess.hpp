@@ -5,7 +5,9 @@
 
 #include "certificate/Extensions.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
+#include "libcrypto/OutOfMemory.hpp"
 
+#include <foundation/certificates/Exceptions.hpp>
 #include <foundation/toolkit/Certificate.hpp>
 
 #include <memory>
@@ -15,6 +17,16 @@ namespace foundation::toolkit {
 
 /// The text of the X509CertificateException for a step of OpenSSL that ran out of memory.
 inline constexpr char const outOfMemoryText[] = "Internal error: OpenSSL ran out of memory.";
+
+/// Runs the step, which returns whether it succeeded. A step that fails although memory is available failed
+/// because of its input.
+/// @throws X509CertificateException "Internal error: OpenSSL ran out of memory."
+template <typename Step>
+void runUnlessOutOfMemory(Step const& step)
+{
+    foundation::certificates::throwIfLacksMemoryFor<foundation::certificates::X509CertificateException>(
+        step, outOfMemoryText);
+}
 
 struct CertificateAccess
 {

@@ -8,6 +8,7 @@
 #include "certificate/NamesAndTimes.hpp"
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/NoPassphrase.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "libcrypto/OutOfMemory.hpp"
 
@@ -26,31 +27,17 @@ namespace {
 
 constexpr char const notMadeText[] = "Internal error: The request could not be made.";
 
-/// Runs a step of reading, which fails because of the request or because OpenSSL runs out of memory.
-template <typename Step>
-void runReading(Step const& step)
-{
-    if (lacksMemoryFor(step)) {
-        throw CertificateException(unreadableRequestText);
-    }
-}
-
-int refuseToAsk(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
-{
-    return -1;
-}
-
 X509_REQUPtr parsedPEM(std::string_view text)
 {
     auto request = makeX509_REQ(nullptr);
     auto const parse = [&] {
         auto const bio = makeBIO(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
         request = makeX509_REQ(
-            bio == nullptr ? nullptr : PEM_read_bio_X509_REQ(bio.get(), nullptr, refuseToAsk, nullptr));
+            bio == nullptr ? nullptr : PEM_read_bio_X509_REQ(bio.get(), nullptr, refusePassphrase, nullptr));
         return request != nullptr;
     };
     if (!text.empty() && fitsInInt(text.size())) {
-        runReading(parse);
+        throwIfLacksMemoryFor<CertificateException>(parse, unreadableRequestText);
     }
     throwIfNull<InvalidArgument>(request.get(), "The text holds no certificate request.");
     return request;
@@ -68,7 +55,7 @@ X509_REQUPtr parsedDER(ByteArray const& der)
         return request != nullptr;
     };
     if (!der.empty() && fitsInInt(der.size())) {
-        runReading(parse);
+        throwIfLacksMemoryFor<CertificateException>(parse, unreadableRequestText);
     }
     throwIfNull<InvalidArgument>(request.get(), "The bytes are no certificate request.");
     return request;
@@ -116,9 +103,7 @@ void sign(X509_REQ* request, EVP_PKEY* key)
         isSigned = X509_REQ_sign(request, key, digestFor(key)) > 0;
         return isSigned;
     };
-    if (lacksMemoryFor(signing)) {
-        throw CertificateException(notMadeText);
-    }
+    throwIfLacksMemoryFor<CertificateException>(signing, notMadeText);
     if (!isSigned) {
         throw InvalidArgument("The key cannot sign.");
     }
@@ -143,7 +128,7 @@ GENERAL_NAMEStackUPtr requestedNames(X509_REQ* request)
         isReadable = extensions != nullptr && (names != nullptr || outcome == isMissing);
         return isReadable;
     };
-    runReading(read);
+    throwIfLacksMemoryFor<CertificateException>(read, unreadableRequestText);
     if (!isReadable) {
         throw InvalidArgument("The alternative names of the request are unreadable.");
     }
@@ -162,7 +147,7 @@ EVP_PKEYUPtr provenKey(X509_REQ* request)
         }
         return key != nullptr;
     };
-    runReading(verify);
+    throwIfLacksMemoryFor<CertificateException>(verify, unreadableRequestText);
     return key;
 }
 

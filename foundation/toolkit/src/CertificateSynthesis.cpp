@@ -33,12 +33,12 @@ enum class Critical
 template <typename T>
 T* made(T* pointer)
 {
-    return throwIfNull<CertificateException>(pointer, "Internal error: The certificate could not be made.");
+    return throwIfNull<CertificateException>(pointer, certificateNotMadeText);
 }
 
 void requireMade(long result)
 {
-    throwIfBelowOne<CertificateException>(result, "Internal error: The certificate could not be made.");
+    throwIfBelowOne<CertificateException>(result, certificateNotMadeText);
 }
 
 void setSerialNumber(X509* certificate)
@@ -149,9 +149,7 @@ void sign(X509* certificate, EVP_PKEY* key)
         isSigned = X509_sign(certificate, key, digestFor(key)) > 0;
         return isSigned;
     };
-    if (lacksMemoryFor(signing)) {
-        requireMade(0);
-    }
+    throwIfLacksMemoryFor<CertificateException>(signing, certificateNotMadeText);
     if (!isSigned) {
         throw InvalidArgument("The key cannot sign.");
     }
@@ -190,9 +188,7 @@ ASN1_TIMEUPtr timeFrom(std::chrono::system_clock::time_point time)
             ASN1_TIME_adj(nullptr, 0, day.time_since_epoch().count(), static_cast<long>(second.count())));
         return encoded != nullptr;
     };
-    if (lacksMemoryFor(encode)) {
-        requireMade(0);
-    }
+    throwIfLacksMemoryFor<CertificateException>(encode, certificateNotMadeText);
     throwIfNull<InvalidArgument>(encoded.get(), "The validity is outside of the years 0 to 9999.");
     return encoded;
 }

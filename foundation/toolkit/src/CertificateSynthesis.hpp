@@ -15,6 +15,9 @@
 
 namespace foundation::toolkit {
 
+/// The text of the CertificateException for a certificate that OpenSSL did not make.
+inline constexpr char const certificateNotMadeText[] = "Internal error: The certificate could not be made.";
+
 /// What a certificate says about its subject.
 struct CertificateContents
 {

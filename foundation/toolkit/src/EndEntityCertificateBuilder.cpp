@@ -28,8 +28,6 @@ namespace {
 
 constexpr std::chrono::hours defaultLifetime{24 * 365};
 
-constexpr char const notMadeText[] = "Internal error: The certificate could not be made.";
-
 void requireKnown(std::set<Purpose> const& purposes)
 {
     for (auto const purpose : purposes) {
@@ -61,9 +59,7 @@ void requireKeyOf(X509* authority, EVP_PKEY* key)
         isItsKey = X509_check_private_key(authority, key) == 1;
         return isItsKey;
     };
-    if (lacksMemoryFor(check)) {
-        throw CertificateException(notMadeText);
-    }
+    throwIfLacksMemoryFor<CertificateException>(check, certificateNotMadeText);
     if (!isItsKey) {
         throw InvalidArgument("The key is not that of the authority.");
     }
@@ -171,7 +167,7 @@ EndEntityCertificateBuilder& EndEntityCertificateBuilder::fromRequest(Certificat
 CertificateContents EndEntityCertificateBuilder::contentsFor(evp_pkey_st* key) const
 {
     requireCertifiableKey(key);
-    if (requestKey != nullptr && !isSamePublicKey(key, requestKey.get(), notMadeText)) {
+    if (requestKey != nullptr && !isSamePublicKey(key, requestKey.get(), certificateNotMadeText)) {
         throw InvalidArgument("The key is not that of the request.");
     }
     CertificateContents contents;

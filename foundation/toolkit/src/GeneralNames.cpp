@@ -7,7 +7,6 @@
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/MemoryBIO.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
-#include "libcrypto/OutOfMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 
@@ -30,7 +29,7 @@ constexpr char const noNamesText[] = "Internal error: The alternative names coul
 std::string printed(GENERAL_NAME* name)
 {
     std::vector<std::string> attempts;
-    bool const lacksMemory = lacksMemoryFor([&] {
+    runUnlessOutOfMemory([&] {
         constexpr bool isCertain = false;
         auto const bio = makeMemoryBIO();
         if (bio != nullptr) {
@@ -39,7 +38,7 @@ std::string printed(GENERAL_NAME* name)
         attempts.push_back(contentsAsString(bio.get()));
         return isCertain;
     });
-    if (lacksMemory || attempts.front() != attempts.back()) {
+    if (attempts.front() != attempts.back()) {
         throw X509CertificateException(outOfMemoryText);
     }
     return std::move(attempts.back());

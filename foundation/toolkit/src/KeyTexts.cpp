@@ -3,6 +3,7 @@
 #include "IssuanceHandles.hpp"
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/NoPassphrase.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 #include "libcrypto/OutOfMemory.hpp"
 
@@ -23,12 +24,6 @@ constexpr int keyDerivationRounds = 600000;
 constexpr int saltSize = 16;
 
 constexpr char const notWrittenText[] = "Internal error: The private key could not be written.";
-
-/// Refuses to give a passphrase. Without a callback, OpenSSL asks on the terminal.
-int refuseToAsk(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
-{
-    return -1;
-}
 
 template <typename T>
 T* written(T* pointer)
@@ -65,12 +60,14 @@ EVP_PKEYUPtr privateKeyFromPEM(SecretString const& text)
         // The BIO reads the caller's memory, so that no copy has to be wiped.
         auto const bio = makeBIO(BIO_new_mem_buf(text.view().data(), static_cast<int>(text.view().size())));
         key = makeEVP_PKEY(
-            bio == nullptr ? nullptr : PEM_read_bio_PrivateKey(bio.get(), nullptr, refuseToAsk, nullptr));
+            bio == nullptr ? nullptr
+                           : PEM_read_bio_PrivateKey(bio.get(), nullptr, refusePassphrase, nullptr));
         return hasSize(key.get());
     };
     bool const isText = !text.view().empty() && fitsInInt(text.view().size());
-    if (isText && lacksMemoryFor(read)) {
-        throw CertificateException("Internal error: The private key could not be read.");
+    if (isText) {
+        throwIfLacksMemoryFor<CertificateException>(
+            read, "Internal error: The private key could not be read.");
     }
     throwIfNull<InvalidArgument>(
         key.get(), "The text holds no private key that can be read without a passphrase.");

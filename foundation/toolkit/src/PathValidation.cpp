@@ -7,7 +7,6 @@
 #include "libcrypto/IntRange.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
-#include "libcrypto/OutOfMemory.hpp"
 #include "validation/VerifyErrors.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -112,8 +111,12 @@ unsigned long flagsFor(PathOptions const& options)
 
 std::time_t secondsOf(std::chrono::system_clock::time_point time)
 {
-    return static_cast<std::time_t>(
-        std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count());
+    auto const seconds = std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count();
+    auto const converted = static_cast<std::time_t>(seconds);
+    if (converted != seconds) { // with 32 bits, it would be another time
+        throw InvalidArgument("The time is outside of this system's range.");
+    }
+    return converted;
 }
 
 /// The options in the form that OpenSSL takes. Its maker refuses all that are not valid.
@@ -124,6 +127,9 @@ struct Settings
           flags(flagsFor(options)),
           purpose(purposeForOpenSSL(options.purpose))
     {
+        if (options.time) {
+            time = secondsOf(*options.time);
+        }
         if (options.host) {
             requireHost(*options.host);
         }
@@ -142,8 +148,8 @@ struct Settings
         if (purpose != 0) {
             require(X509_VERIFY_PARAM_set_purpose(parameters, purpose));
         }
-        if (options.time) {
-            X509_VERIFY_PARAM_set_time(parameters, secondsOf(*options.time));
+        if (time) {
+            X509_VERIFY_PARAM_set_time(parameters, *time);
         }
         if (options.host) {
             X509_VERIFY_PARAM_set_hostflags(
@@ -158,6 +164,7 @@ struct Settings
     PathOptions const& options;
     unsigned long flags;
     int purpose;
+    std::optional<std::time_t> time;
     ByteArray address;
 
 private:
@@ -167,14 +174,12 @@ private:
 X509_CRLUPtr parseCRL(ByteArray const& der)
 {
     auto crl = makeX509_CRL(nullptr);
-    bool const lacksMemory =
-        fitsInInt(der.size()) && lacksMemoryFor([&] {
+    if (fitsInInt(der.size())) {
+        runUnlessOutOfMemory([&] {
             unsigned char const* position = der.data();
             crl = makeX509_CRL(d2i_X509_CRL(nullptr, &position, static_cast<long>(der.size())));
             return crl != nullptr;
         });
-    if (lacksMemory) {
-        throw X509CertificateException(outOfMemoryText);
     }
     if (crl == nullptr) {
         throw InvalidArgument("The bytes are not a CRL in DER encoding.");
@@ -348,13 +353,13 @@ PathResult PathValidator::validate(
     RAIIOpenSSLErrorRemover const errors(false);
     Settings const settings(options);
     std::vector<std::optional<PathResult>> attempts;
-    bool const lacksMemory = lacksMemoryFor([&] {
+    runUnlessOutOfMemory([&] {
         attempts.push_back(verifyOnce(store.get(), leaf, intermediates, settings));
         return isValid(attempts.back());
     });
     auto& last = attempts.back();
     // One of two failed attempts may have run out of memory. A failure counts only if both are alike.
-    if (lacksMemory || (!isValid(last) && !areAlike(attempts.front(), last))) {
+    if (!isValid(last) && !areAlike(attempts.front(), last)) {
         throw X509CertificateException(outOfMemoryText);
     }
     if (!last) {

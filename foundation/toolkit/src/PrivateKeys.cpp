@@ -23,6 +23,8 @@ namespace {
 /// The longest passphrase that OpenSSL's PEM readers accept (`PEM_BUFSIZE`).
 constexpr std::size_t longestPassphrase = 1024;
 
+constexpr char const notDecryptedText[] = "The bundle could not be decrypted.";
+
 PKCS12UPtr parsed(ByteArray const& bytes)
 {
     auto bundle = makePKCS12(nullptr);
@@ -31,10 +33,8 @@ PKCS12UPtr parsed(ByteArray const& bytes)
         bundle = makePKCS12(d2i_PKCS12(nullptr, &position, static_cast<long>(bytes.size())));
         return bundle != nullptr;
     };
-    // The bytes are OpenSSL's own encoding, so only a lack of memory makes this fail.
-    if (lacksMemoryFor(parse) || bundle == nullptr) {
-        throw PKCS12CertificateException("The bundle could not be decrypted.");
-    }
+    throwIfLacksMemoryFor<PKCS12CertificateException>(parse, notDecryptedText);
+    throwIfNull<PKCS12CertificateException>(bundle.get(), notDecryptedText);
     return bundle;
 }
 
@@ -46,9 +46,7 @@ void requirePassphrase(PKCS12* bundle, std::string const& passphrase)
                   PKCS12_verify_mac(bundle, passphrase.c_str(), static_cast<int>(passphrase.size())) == 1;
         return matches;
     };
-    if (lacksMemoryFor(verify)) {
-        throw PKCS12CertificateException("The bundle could not be decrypted.");
-    }
+    throwIfLacksMemoryFor<PKCS12CertificateException>(verify, notDecryptedText);
     if (!matches) {
         throw IncorrectPassphrase("Input passphrase is incorrect.");
     }
@@ -65,7 +63,7 @@ EVP_PKEYUPtr privateKeyOf(PKCS12Certificate const& bundle, std::string const& pa
     EVP_PKEY* pointer = nullptr;
     int const result = PKCS12_parse(structure.get(), passphrase.c_str(), &pointer, nullptr, nullptr);
     auto key = makeEVP_PKEY(pointer);
-    throwIfNotOne<PKCS12CertificateException>(result, "The bundle could not be decrypted.");
+    throwIfNotOne<PKCS12CertificateException>(result, notDecryptedText);
     throwIfNull<InvalidArgument>(key.get(), "The bundle holds no private key.");
     return key;
 }

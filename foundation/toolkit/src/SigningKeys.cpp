@@ -70,9 +70,7 @@ bool isSamePublicKey(EVP_PKEY* first, EVP_PKEY* second, char const* errorText)
         isSame = EVP_PKEY_eq(first, second) == 1;
         return isSame;
     };
-    if (lacksMemoryFor(compare)) {
-        throw CertificateException(errorText);
-    }
+    throwIfLacksMemoryFor<CertificateException>(compare, errorText);
     return isSame;
 }
 

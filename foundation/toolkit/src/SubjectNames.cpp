@@ -20,16 +20,6 @@ namespace {
 
 constexpr char const noSubjectText[] = "Internal error: The subject could not be made.";
 
-/// Runs a step that fails because of its input or because OpenSSL runs out of memory.
-/// @throws CertificateException the text, if OpenSSL ran out of memory
-template <typename Step>
-void runWithMemory(Step const& step, char const* text)
-{
-    if (lacksMemoryFor(step)) {
-        throw CertificateException(text);
-    }
-}
-
 unsigned char const* bytesOf(std::string const& text)
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): OpenSSL takes characters as bytes
@@ -49,7 +39,7 @@ OpenSSLHandle<ASN1_OBJECT> typeOf(std::string const& attribute)
         type = makeASN1_OBJECT(isText ? OBJ_txt2obj(attribute.c_str(), 0) : nullptr);
         return type != nullptr;
     };
-    runWithMemory(find, noSubjectText);
+    throwIfLacksMemoryFor<CertificateException>(find, noSubjectText);
     throwIfNull<InvalidArgument>(type.get(), ("Unknown attribute: " + attribute).c_str());
     return type;
 }
@@ -67,7 +57,7 @@ void addAttribute(X509_NAME* name, std::string const& attribute, std::string con
     };
     bool const isUsable = !value.empty() && fitsInInt(value.size()) && value.find('\0') == std::string::npos;
     if (isUsable) {
-        runWithMemory(add, noSubjectText);
+        throwIfLacksMemoryFor<CertificateException>(add, noSubjectText);
     }
     if (!isAdded) {
         refuseValueOf(attribute);
@@ -91,7 +81,7 @@ void refuseNulIn(X509_NAME_ENTRY const* entry)
         size = ASN1_STRING_to_UTF8(&bytes, X509_NAME_ENTRY_get_data(entry));
         return size >= 0;
     };
-    runWithMemory(convert, noSubjectText);
+    throwIfLacksMemoryFor<CertificateException>(convert, noSubjectText);
     auto const owner = makeOpenSSLBytes(bytes);
     if (size >= 0 && std::find(bytes, bytes + size, 0) != bytes + size) {
         refuseValueOf(OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry))));

@@ -3,6 +3,7 @@
 #include "certificate/X509CertificateImpl.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/NoPassphrase.hpp"
 #include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 

@@ -72,11 +72,6 @@ bool isReadAlikeInPlace(ByteArray const& der)
     return length < longForm || (length > longForm && length <= longForm + longestLengthField);
 }
 
-int refusePassphrase(char* /*buffer*/, int /*size*/, int /*forWriting*/, void* /*userData*/)
-{
-    return -1;
-}
-
 namespace detail {
 
 BIOUPtr makeInputReader(ByteArray const& data, InputForm form)

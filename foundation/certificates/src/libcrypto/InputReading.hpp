@@ -5,6 +5,7 @@
 /// run OpenSSL's reader without a passphrase prompt, and report failures.
 
 #include "libcrypto/MemoryBIO.hpp"
+#include "libcrypto/NoPassphrase.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
 
 #include <foundation/certificates/ByteArray.hpp>
@@ -85,10 +86,6 @@ template <typename Exception>
 void throwIfLoadingFailed(
     bool isLoaded, RAIIOpenSSLErrorRemover& errors,
     char const* text = "Error: Loading a certificate failed. Reason=");
-
-/// A passphrase callback (`pem_password_cb`) that refuses to give one. Without a callback, OpenSSL asks on
-/// the terminal for the passphrase of an encrypted block, and loading must never do that.
-int refusePassphrase(char* buffer, int size, int forWriting, void* userData);
 
 namespace detail {
 

@@ -51,4 +51,14 @@ bool lacksMemoryFor(Step const& step)
     return false;
 }
 
+/// Runs the step as lacksMemoryFor does.
+/// @throws Exception the text, if OpenSSL ran out of memory
+template <typename Exception, typename Step>
+void throwIfLacksMemoryFor(Step const& step, char const* text)
+{
+    if (lacksMemoryFor(step)) {
+        throw Exception(text);
+    }
+}
+
 } // namespace foundation::certificates

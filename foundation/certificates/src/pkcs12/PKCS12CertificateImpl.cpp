@@ -5,6 +5,7 @@
 #include "keys/RSAKeySize.hpp"
 #include "libcrypto/InputReading.hpp"
 #include "libcrypto/IntRange.hpp"
+#include "libcrypto/LegacyProvider.hpp"
 #include "libcrypto/OpenSSLCleanup.hpp"
 #include "libcrypto/OpenSSLResult.hpp"
 
@@ -13,9 +14,7 @@
 
 #include <openssl/core_names.h>
 #include <openssl/err.h>
-#include <openssl/provider.h>
 
-#include <atomic>
 #include <cstdint>
 #include <ostream>
 
@@ -36,21 +35,6 @@ bool macMatches(PKCS12* bundle, std::string const& passphrase)
 {
     return fitsInInt(passphrase.size()) &&
            PKCS12_verify_mac(bundle, passphrase.c_str(), static_cast<int>(passphrase.size())) != 0;
-}
-
-/// Loads the provider of old ciphers, which many bundles use. Loads it again for each bundle and never
-/// unloads it, because other threads may use it. Must run after the MAC check: if loading a provider by name
-/// is the first use of OpenSSL in a process, the default provider is not loaded.
-void loadLegacyProvider(RAIIOpenSSLErrorRemover& errors)
-{
-    // Every load returns the same provider. OpenSSL's cleanup does not release it, so keep a pointer to it
-    // for leak checkers.
-    static std::atomic<OSSL_PROVIDER*> loaded(nullptr);
-    OSSL_PROVIDER* const provider = OSSL_PROVIDER_load(nullptr, "legacy");
-    if (provider == nullptr) {
-        throw PKCS12CertificateException("Error: Loading legacy provider failed." + errors.getErrorString());
-    }
-    loaded = provider;
 }
 
 /// Whether PKCS12_parse has returned the certificate that matches the key among the others. This is the only
@@ -168,7 +152,9 @@ void PKCS12CertificateImpl::init(ByteArray const& bytes, std::string const& pass
         throw IncorrectPassphrase(
             "Input passphrase is incorrect. OpenSSL error message=" + errors.getErrorString());
     }
-    loadLegacyProvider(errors);
+    if (!loadLegacyProvider()) {
+        throw PKCS12CertificateException("Error: Loading legacy provider failed." + errors.getErrorString());
+    }
     auto const contents = decrypt(pkcs12.get(), passphrase, errors);
     takeCertificates(contents.certificate.get(), contents.others.get());
     if (contents.key != nullptr) {

@@ -1,20 +1,17 @@
 #include "reader/BundleMembers.hpp"
 
 #include "CertificateAccess.hpp"
+#include "reader/DerivationRounds.hpp"
 
 #include "libcrypto/IntRange.hpp"
+#include "libcrypto/LegacyProvider.hpp"
 #include "libcrypto/OpenSSLHandles.hpp"
-#include "libcrypto/OutOfMemory.hpp"
-
-#include <foundation/certificates/Exceptions.hpp>
 
 #include <openssl/objects.h>
 #include <openssl/pkcs12.h>
 #include <openssl/pkcs7.h>
-#include <openssl/provider.h>
 
-#include <atomic>
-#include <cstddef>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -23,7 +20,7 @@ namespace foundation::toolkit {
 namespace {
 
 using foundation::certificates::fitsInInt;
-using foundation::certificates::lacksMemoryFor;
+using foundation::certificates::loadLegacyProvider;
 using foundation::certificates::makePKCS12;
 using foundation::certificates::makePKCS12_SAFEBAGStack;
 using foundation::certificates::makePKCS7Stack;
@@ -31,23 +28,21 @@ using foundation::certificates::makeX509;
 using foundation::certificates::PKCS12_SAFEBAGStackUPtr;
 using foundation::certificates::PKCS12UPtr;
 using foundation::certificates::PKCS7StackUPtr;
-using foundation::certificates::X509CertificateException;
 
 constexpr char const damaged[] = "The PKCS#12 bundle is damaged.";
 constexpr char const wrongPassphrase[] = "The passphrase does not open the PKCS#12 bundle.";
+constexpr char const tooManyRounds[] =
+    "The PKCS#12 bundle needs more than 10,000,000 rounds of key derivation.";
 constexpr char const undecryptable[] = "A part of the PKCS#12 bundle cannot be decrypted.";
 
 /// Runs a step that returns a handle, which is null after a failure of the input.
 template <typename Handle, typename Step>
 Handle unlessOutOfMemory(Handle result, Step const& step)
 {
-    bool const lacksMemory = lacksMemoryFor([&] {
+    runUnlessOutOfMemory([&] {
         result.reset(step());
         return result != nullptr;
     });
-    if (lacksMemory) {
-        throw X509CertificateException(outOfMemoryText);
-    }
     return result;
 }
 
@@ -74,11 +69,8 @@ struct Passphrase
 bool macMatches(PKCS12* bundle, Passphrase const& passphrase)
 {
     bool matches = false;
-    bool const lacksMemory = lacksMemoryFor(
+    runUnlessOutOfMemory(
         [&] { return matches = PKCS12_verify_mac(bundle, passphrase.text, passphrase.length) == 1; });
-    if (lacksMemory) {
-        throw X509CertificateException(outOfMemoryText);
-    }
     return matches;
 }
 
@@ -97,19 +89,6 @@ std::optional<Passphrase> fittingPassphrase(PKCS12* bundle, std::string const& p
         return missing;
     }
     return std::nullopt;
-}
-
-/// Loads the provider of old ciphers. Never unloads it, because other threads may use it. Without it, bundles
-/// with such ciphers cannot be decrypted.
-void loadLegacyProvider()
-{
-    // OpenSSL's cleanup does not release it, so keep a pointer to it for leak checkers. The default provider
-    // stays.
-    static std::atomic<OSSL_PROVIDER*> loaded(nullptr);
-    constexpr int keepDefault = 1;
-    if (OSSL_PROVIDER* const provider = OSSL_PROVIDER_try_load(nullptr, "legacy", keepDefault)) {
-        loaded = provider;
-    }
 }
 
 /// The content of a part of the bundle, or the reason why it cannot be read.
@@ -141,8 +120,11 @@ Safe openSafe(PKCS7* part, Passphrase const& passphrase)
 class BundleMembers : public Members
 {
 public:
-    BundleMembers(PKCS7StackUPtr partsOfBundle, std::string passphraseText, Passphrase const& fitting)
+    BundleMembers(
+        PKCS7StackUPtr partsOfBundle, std::string passphraseText, Passphrase const& fitting,
+        std::int64_t roundsOfBundleMAC)
         : parts(std::move(partsOfBundle)),
+          numRounds(roundsOfBundleMAC),
           ownPassphrase(std::move(passphraseText)),
           passphrase{fitting.text == nullptr ? nullptr : ownPassphrase.c_str(), fitting.length}
     {}
@@ -176,7 +158,15 @@ private:
     std::optional<Member> openNextPart()
     {
         positions.reserve(1);
-        Safe opened = openSafe(sk_PKCS7_value(parts.get(), numOpened), passphrase);
+        PKCS7* const part = sk_PKCS7_value(parts.get(), numOpened);
+        std::int64_t const numRoundsWithPart = numRounds + roundsOfPart(part);
+        Safe opened;
+        if (numRoundsWithPart > mostDerivationRounds) {
+            opened.failure = tooManyRounds;
+        } else {
+            opened = openSafe(part, passphrase);
+            numRounds = numRoundsWithPart;
+        }
         std::optional<Member> failed;
         if (opened.failure != nullptr) {
             failed = Member{std::nullopt, opened.failure, true};
@@ -222,6 +212,8 @@ private:
 
     PKCS7StackUPtr parts;
     int numOpened = 0;
+    /// Those that the MAC and the parts up to now have taken.
+    std::int64_t numRounds;
     std::string ownPassphrase;
     Passphrase passphrase;
     PKCS12_SAFEBAGStackUPtr safe = makePKCS12_SAFEBAGStack(nullptr);
@@ -236,17 +228,22 @@ std::unique_ptr<Members> membersOfBundle(std::string_view der, std::string const
     if (bundle == nullptr) {
         return failureAlone(damaged);
     }
+    std::int64_t const rounds = roundsOfMAC(bundle.get());
+    if (rounds > mostDerivationRounds) {
+        return failureAlone(tooManyRounds);
+    }
     auto const fitting = fittingPassphrase(bundle.get(), passphrase);
     if (!fitting) {
         return failureAlone(wrongPassphrase);
     }
-    loadLegacyProvider();
+    // For old ciphers. Without it, bundles with such ciphers cannot be decrypted.
+    runUnlessOutOfMemory(loadLegacyProvider);
     auto parts =
         unlessOutOfMemory(makePKCS7Stack(nullptr), [&] { return PKCS12_unpack_authsafes(bundle.get()); });
     if (parts == nullptr) {
         return failureAlone(damaged);
     }
-    return std::make_unique<BundleMembers>(std::move(parts), passphrase, *fitting);
+    return std::make_unique<BundleMembers>(std::move(parts), passphrase, *fitting, rounds);
 }
 
 } // namespace foundation::toolkit

@@ -3,11 +3,9 @@
 #include "CertificateAccess.hpp"
 #include "reader/BERElements.hpp"
 
-#include "libcrypto/OutOfMemory.hpp"
 #include "libcrypto/PEMBlocks.hpp"
 
 #include <foundation/certificates/ByteArray.hpp>
-#include <foundation/certificates/Exceptions.hpp>
 
 #include <string_view>
 #include <utility>
@@ -18,9 +16,7 @@ namespace {
 
 using foundation::certificates::ByteArray;
 using foundation::certificates::decode;
-using foundation::certificates::lacksMemoryFor;
 using foundation::certificates::splitPEMBlocks;
-using foundation::certificates::X509CertificateException;
 
 constexpr char const tooLarge[] = "The block is larger than 16 MiB.";
 
@@ -38,14 +34,11 @@ bool isEncrypted(std::string_view text)
 std::optional<ByteArray> decoded(std::string_view text)
 {
     std::optional<ByteArray> content;
-    bool const lacksMemory = lacksMemoryFor([&] {
+    runUnlessOutOfMemory([&] {
         auto const blocks = splitPEMBlocks(text);
         content = blocks.empty() ? std::nullopt : decode(blocks.front());
         return content.has_value();
     });
-    if (lacksMemory) {
-        throw X509CertificateException(outOfMemoryText);
-    }
     return content;
 }
 

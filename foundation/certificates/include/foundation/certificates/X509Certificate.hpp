@@ -200,7 +200,7 @@ public:
     TimePoint getValidNotAfterTimePoint() const;
 
     /// Returns the size of the public key in bits (`EVP_PKEY_get_bits`), never 0: the length of an RSA
-    /// modulus, 256 for prime256v1, 253 for Ed25519.
+    /// modulus, 256 for prime256v1 and Ed25519. Old releases of OpenSSL 3 answer 253 for Ed25519.
     std::uint64_t getKeySize() const;
     /// Returns the RSA modulus, big-endian without leading zero bytes.
     /// @throws NotRSAKey "Cannot get the modulus from the key because it is not an RSA key"

@@ -1,28 +1,12 @@
 #include "truststore/posix/InputFiles.hpp"
 
 #include <array>
-#include <cerrno>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace foundation::certificates::posix {
-
-namespace {
-
-/// Repeats a call that a signal has interrupted.
-template <class Call>
-auto uninterrupted(Call const& call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
-
-} // namespace
 
 Descriptor::~Descriptor()
 {

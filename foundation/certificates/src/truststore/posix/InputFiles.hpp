@@ -7,6 +7,7 @@
 /// The standard library is not suitable here. The streams of libc++ report a failure to read as the end of
 /// the file, and a directory iterator that runs out of memory can end the process.
 
+#include <cerrno>
 #include <memory>
 #include <string>
 #include <utility>
@@ -16,6 +17,17 @@
 #include <sys/types.h>
 
 namespace foundation::certificates::posix {
+
+/// Repeats a call that a signal has interrupted.
+template <class Call>
+auto uninterrupted(Call const& call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
 
 /// An open file descriptor, or none.
 class Descriptor

@@ -123,7 +123,7 @@ public:
     /// algorithm, or its dotted OID.
     std::string getKeyKind() const;
     /// Returns the size of the key in bits (`EVP_PKEY_get_bits`), for example 384 for secp384r1; 0 for a
-    /// key that OpenSSL cannot decode.
+    /// key that OpenSSL cannot decode. For Ed25519, OpenSSL answers 256, and old releases of OpenSSL 3 253.
     int getKeyBits() const;
     /// Returns OpenSSL's short name of the signature algorithm, such as "RSA-SHA256" or "ecdsa-with-SHA384";
     /// "UNDEF" for an algorithm that OpenSSL does not know.

@@ -36,8 +36,7 @@ struct ReadCertificate
 ///
 /// **Formats.** The content decides, not the file's name:
 /// - PEM blocks with certificates, PKCS#7 or PKCS#12, among any other text and blocks. A BEGIN line ends a
-/// block
-///   that has no END line yet.
+///   block that has no END line yet.
 /// - Certificates in DER, one after the other.
 /// - The certificates in PKCS#7 signed data, in DER or BER.
 /// - The certificates in a PKCS#12 bundle, with the passphrase. Private keys are not read.
@@ -52,7 +51,8 @@ struct ReadCertificate
 /// read.
 ///
 /// **Limits.** A PEM block, or a structure in DER, that is larger than 16 MiB is a failure. From a character
-/// device, such as `/dev/zero`, at most 64 MiB are read.
+/// device, such as `/dev/zero`, at most 64 MiB are read. A PKCS#12 bundle sets how often its passphrase is
+/// hashed: one that needs more than 10,000,000 rounds, which take several seconds, is a failure.
 ///
 /// A reader is for one thread at a time. A reader that was moved from has no results.
 class FOUNDATION_TOOLKIT_EXPORT CertificateReader

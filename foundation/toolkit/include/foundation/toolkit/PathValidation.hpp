@@ -128,7 +128,8 @@ public:
     /// @throws InvalidArgument as Certificate::matchesHost and Certificate::matchesAddress do
     /// @throws InvalidArgument "The bytes are not a CRL in DER encoding."
     /// @throws InvalidArgument "The purpose is unknown.", "The kind of revocation check is unknown.", "The
-    ///     security level is not between 0 and 5."
+    ///     security level is not between 0 and 5.", and on systems whose `time_t` has 32 bits "The time is
+    ///     outside of this system's range."
     /// @throws X509CertificateException if there is no verdict: "Internal error: OpenSSL ran out of memory.",
     ///     "Internal error: OpenSSL could not verify the certificate.", "Internal error: Unable to read the
     ///     certificate's name.", "Internal error: Unable to read the certificate's extensions."

@@ -1,21 +1,23 @@
 #include "reader/Files.hpp"
 
+#include "truststore/posix/InputFiles.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <string>
 #include <system_error>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-// A directory iterator of the standard library can end the process if it runs out of memory, and the streams
-// of libc++ report a failure to read as the end of the file.
-
 namespace foundation::toolkit {
 
 namespace {
+
+using foundation::certificates::posix::Descriptor;
+using foundation::certificates::posix::InputFolder;
+using foundation::certificates::posix::uninterrupted;
 
 constexpr char const couldNotOpen[] = "The file cannot be opened: ";
 
@@ -24,35 +26,21 @@ std::string reasonOf(int error)
     return std::generic_category().message(error);
 }
 
-/// Repeats a call that a signal has interrupted.
-template <class Call>
-auto uninterrupted(Call const& call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
-
 class FileSource : public ByteSource
 {
 public:
     FileSource(std::filesystem::path const& file, int flags)
         : descriptor(uninterrupted([&] { return open(file.c_str(), flags); }))
     {
-        if (descriptor < 0) {
+        if (!descriptor.isOpen()) {
             throw ReadFailure(couldNotOpen + reasonOf(errno));
         }
     }
-    FileSource(FileSource const&) = delete;
-    FileSource& operator=(FileSource const&) = delete;
-    ~FileSource() override { close(descriptor); }
 
     mode_t mode() const
     {
         struct stat status = {};
-        if (fstat(descriptor, &status) != 0) {
+        if (fstat(descriptor.get(), &status) != 0) {
             throw ReadFailure(couldNotOpen + reasonOf(errno));
         }
         return status.st_mode;
@@ -66,7 +54,7 @@ public:
             throw ReadFailure("The device has more than 64 MiB.");
         }
         ssize_t const length =
-            uninterrupted([&] { return ::read(descriptor, target, std::min(size, rest)); });
+            uninterrupted([&] { return ::read(descriptor.get(), target, std::min(size, rest)); });
         if (length < 0) {
             throw ReadFailure("The file cannot be read: " + reasonOf(errno));
         }
@@ -79,7 +67,7 @@ public:
 private:
     static constexpr std::size_t unlimited = static_cast<std::size_t>(-1);
 
-    int descriptor;
+    Descriptor descriptor;
     std::size_t rest = unlimited;
 };
 
@@ -103,23 +91,16 @@ std::unique_ptr<ByteSource> openFile(std::filesystem::path const& file, FileChoi
 
 std::vector<std::filesystem::path> namesIn(std::filesystem::path const& folder)
 {
-    std::unique_ptr<DIR, int (*)(DIR*)> const open(opendir(folder.c_str()), closedir);
-    if (open == nullptr) {
-        throw ReadFailure("The folder cannot be read: " + reasonOf(errno));
+    InputFolder opened(folder.string());
+    auto const listed = opened.error() == 0 ? opened.list() : std::vector<std::string>();
+    if (opened.error() != 0) {
+        throw ReadFailure("The folder cannot be read: " + reasonOf(opened.error()));
     }
     std::vector<std::filesystem::path> names;
-    // A null result means the end of the folder or a failure. Only errno shows which it is.
-    errno = 0;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads from this folder
-    while (dirent const* const entry = readdir(open.get())) {
-        std::string const name = entry->d_name;
+    for (auto const& name : listed) {
         if (name != "." && name != "..") {
             names.emplace_back(name);
         }
-        errno = 0;
-    }
-    if (errno != 0) {
-        throw ReadFailure("The folder cannot be read: " + reasonOf(errno));
     }
     std::sort(names.begin(), names.end(), [](auto const& left, auto const& right) {
         return left.native() < right.native();
