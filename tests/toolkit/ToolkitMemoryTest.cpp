@@ -1,18 +1,25 @@
 #include "support/allocation/AllocationFailure.hpp"
 #include "support/pki/TestKeys.hpp"
+#include "support/toolkit/IssuanceOperations.hpp"
 #include "support/toolkit/Paths.hpp"
+#include "support/toolkit/SourceOperations.hpp"
 #include "support/toolkit/ToolkitOperations.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/toolkit/TLSPeer.hpp>
 
 #include <gtest/gtest.h>
+#include <openssl/x509.h>
 
 #include <exception>
 #include <functional>
 #include <string>
 #include <vector>
 
-// Without memory an operation throws. It never gives another answer than the one at rest.
+#include <dlfcn.h>
+
+// Without memory an operation throws and changes nothing. It never gives another answer than the one at rest:
+// no request is taken for a forged one, no key for the wrong one, and no certificate lacks a part.
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -31,6 +38,34 @@ std::vector<SweptOperation> validations()
     return tableOn<PathValidator>(
         [] { return PathValidator({Certificate::fromDER(toolkitMaterial().root)}); },
         pathValidatorOperations(), renderedValidator);
+}
+
+std::vector<SweptOperation> requests()
+{
+    return tableOn<CertificateRequest>(newRequest, certificateRequestOperations());
+}
+
+std::vector<SweptOperation> builders()
+{
+    return tableOn<EndEntityCertificateBuilder>(newBuilder, endEntityBuilderOperations(), renderedBuilder);
+}
+
+std::vector<SweptOperation> keys()
+{
+    // Bundles have random salts, so two are never alike.
+    return tableOn<PKCS12Certificate>(
+        newBundle, privateKeyOperations(), [](PKCS12Certificate const&) { return std::string(); });
+}
+
+std::vector<SweptOperation> results()
+{
+    return tableOn<PathResult>(
+        [] {
+            PathResult result;
+            result.chain = {Certificate::fromDER(toolkitMaterial().leaf)};
+            return result;
+        },
+        pathResultOperations());
 }
 
 struct Roots : Unchanging
@@ -129,6 +164,34 @@ void expectSameOrException(std::function<PathResult()> const& validate)
     }
 }
 
+/// The source files in which OpenSSL allocates while it decodes ASN.1.
+SparedSources::Files const decoder{"a_object.c", "asn1_lib.c", "tasn_dec.c", "tasn_new.c"};
+
+/// Signs without a shortage of memory in the decoder.
+///
+/// ASN1_item_sign_ctx fills the algorithm identifiers of the signed object with d2i_X509_ALGOR. A decoder
+/// that fails frees the object that it was to fill, but these are members of the signed object. If one of the
+/// decoder's allocations is refused, OpenSSL passes free() a pointer that malloc() never returned.
+template <class Sign, class Object>
+int signWithDecoder(Sign* original, Object* object, EVP_PKEY* key, EVP_MD const* digest)
+{
+    SparedSources const spared(decoder);
+    return original(object, key, digest);
+}
+
+/// Calls expectPeer while OpenSSL is refused one allocation. Returns whether it succeeded.
+bool expects(SSL* connection, std::string const& hostOrAddress, std::size_t firstRefused)
+{
+    try {
+        Shortage const shortage(Memory::OpenSSL, firstRefused);
+        expectPeer(connection, hostOrAddress);
+        return true;
+    } catch (X509CertificateException const& failure) {
+        EXPECT_STREQ(failure.what(), "Internal error: OpenSSL ran out of memory.");
+        return false;
+    }
+}
+
 Mutation withCheapKey(Mutation const& mutate)
 {
     return [mutate](CertificateSpec& spec) {
@@ -141,9 +204,55 @@ Mutation withCheapKey(Mutation const& mutate)
 
 } // namespace
 
+// Replace OpenSSL's functions: call them and exempt the decoder's allocations.
+
+int X509_sign(X509* certificate, EVP_PKEY* key, EVP_MD const* digest)
+{
+    static auto* const original = reinterpret_cast<decltype(&X509_sign)>(dlsym(RTLD_NEXT, "X509_sign"));
+    return signWithDecoder(original, certificate, key, digest);
+}
+
+int X509_REQ_sign(X509_REQ* request, EVP_PKEY* key, EVP_MD const* digest)
+{
+    static auto* const original =
+        reinterpret_cast<decltype(&X509_REQ_sign)>(dlsym(RTLD_NEXT, "X509_REQ_sign"));
+    return signWithDecoder(original, request, key, digest);
+}
+
 FOUNDATION_TEST_ALLOCATION_FAILURE(Leaf, queriesOf(toolkitMaterial().leaf));
 FOUNDATION_TEST_ALLOCATION_FAILURE(Validations, validations());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Results, results());
 FOUNDATION_TEST_ALLOCATION_FAILURE(Validators, constructions());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Requests, requests());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Builders, builders());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Keys, keys());
+FOUNDATION_TEST_ALLOCATION_FAILURE(Readers, tableOn<NoObject>([] { return NoObject(); }, readerOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(Peers, tableOn<ConnectedClient>(newConnectedClient, tlsPeerOperations()));
+FOUNDATION_TEST_ALLOCATION_FAILURE(
+    Contexts, tableOn<ClientContext>([] { return ClientContext(); }, tlsContextOperations()));
+
+TEST(ExpectPeerShortage, IsReportedOrNamesAreCompared)
+{
+    // The server's certificate is trusted, but issued for another name.
+    for (std::string const expected : {"other.example.org", "192.0.2.7"}) {
+        std::size_t numFailures = 0;
+        for (std::size_t firstRefused = 0;; ++firstRefused) {
+            SCOPED_TRACE(expected + " without allocation " + std::to_string(firstRefused));
+            auto ends = makeTrustingConnections();
+            if (!expects(ends.client.get(), expected, firstRefused)) {
+                ++numFailures;
+                continue;
+            }
+            bool const isRefused = Shortage::hasOccurred();
+            shakeHands(ends);
+            EXPECT_FALSE(ends.isComplete);
+            if (!isRefused) {
+                break;
+            }
+        }
+        EXPECT_GT(numFailures, 0U);
+    }
+}
 
 TEST(PathValidationShortage, NeverHidesFlaw)
 {

@@ -6,6 +6,7 @@
 #include "support/toolkit/Paths.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/toolkit/Explanation.hpp>
 
 #include <chrono>
 
@@ -217,6 +218,22 @@ std::vector<Operation<PathValidator>> const& pathValidatorOperations()
             [](PathOptions& options) { options.time = std::chrono::system_clock::time_point::max(); }, 61),
         validation(
             "missing CRL", [](PathOptions& options) { options.crls.pop_back(); }, 61),
+    };
+    return table;
+}
+
+std::vector<Operation<PathResult>> const& pathResultOperations()
+{
+    static std::vector<Operation<PathResult>> const table{
+        query<PathResult>(
+            "explain",
+            [](PathResult const& result) {
+                auto const explanation = explain(result);
+                return explanation.subject + "\n" + explanation.message + "\n" + explanation.check + "\n" +
+                       explanation.advice;
+            })
+            .withoutOpenSSLMemory(noName),
+        query<PathResult>("PathResult::isValid", [](PathResult const& result) { return result.isValid(); }),
     };
     return table;
 }

@@ -10,9 +10,9 @@
 #include <vector>
 
 /// @file
-/// The table of the toolkit's operations on objects that threads share. The suites on allocation failure,
-/// threads and the error queue take their cases from here. `ToolkitOperationTable` fails if an exported
-/// function of these classes has no row.
+/// The table of the toolkit's operations: here, in IssuanceOperations.hpp and in SourceOperations.hpp. The
+/// suites on allocation failure, threads and the error queue take their cases from here.
+/// `ToolkitOperationTable` fails if an exported function has no row.
 
 // Here, so that the templates of the table find them.
 namespace foundation::toolkit {
@@ -40,6 +40,7 @@ ToolkitMaterial const& toolkitMaterial();
 
 std::vector<Operation<toolkit::Certificate>> const& toolkitCertificateOperations();
 std::vector<Operation<toolkit::PathValidator>> const& pathValidatorOperations();
+std::vector<Operation<toolkit::PathResult>> const& pathResultOperations();
 
 /// What the toolkit throws when OpenSSL runs out of memory.
 Failure toolkitOutOfMemory();
