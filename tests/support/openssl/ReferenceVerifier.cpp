@@ -89,6 +89,9 @@ ReferenceOutcome ReferenceVerifier::verify() const
     auto const context = own(X509_STORE_CTX_new());
     require(X509_STORE_CTX_init(context.get(), store.get(), leaf.get(), untrustedStack.get()));
     X509_STORE_CTX_set_flags(context.get(), flags);
+    if (time) {
+        X509_STORE_CTX_set_time(context.get(), 0, *time);
+    }
     X509_STORE_CTX_set_verify_cb(context.get(), acceptTolerated);
     X509_STORE_CTX_set_app_data(context.get(), &accepted);
     auto const result = X509_verify_cert(context.get());

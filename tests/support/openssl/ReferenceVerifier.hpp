@@ -4,6 +4,8 @@
 
 #include <openssl/x509_vfy.h>
 
+#include <ctime>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -48,6 +50,8 @@ struct ReferenceVerifier
     unsigned long flags = X509_V_FLAG_ALLOW_PROXY_CERTS | X509_V_FLAG_X509_STRICT |
                           X509_V_FLAG_CHECK_SS_SIGNATURE | X509_V_FLAG_TRUSTED_FIRST;
     Tolerances tolerances;
+    /// The present if not given.
+    std::optional<std::time_t> time;
 
     ReferenceOutcome verify() const;
 };
