@@ -138,10 +138,11 @@ Identity identityFrom(Options const& options)
     auto key = makePrivateKey(KeyChoice::Prime256v1);
     auto const request = CertificateRequest::make({{"CN", options.name}}, options.alternativeNames, key);
     auto const now = std::chrono::system_clock::now();
+    auto const start = now - std::chrono::hours(1); // clocks of other machines may be late
     auto const builder = EndEntityCertificateBuilder()
                              .fromRequest(request)
                              .withPurposes({Purpose::TLSServer, Purpose::TLSClient})
-                             .withValidity(now, now + std::chrono::hours(24 * options.days));
+                             .withValidity(start, now + std::chrono::hours(24 * options.days));
     auto const certificate = options.authority.empty()
                                  ? builder.signSelf(key)
                                  : builder.signBy(

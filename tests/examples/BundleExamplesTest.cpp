@@ -1,4 +1,5 @@
 #include "support/Text.hpp"
+#include "support/assertions/ProgramRuns.hpp"
 #include "support/pki/SelfSigned.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"
@@ -26,27 +27,6 @@ namespace {
 class BundleExample : public testing::Test
 {
 protected:
-    static void expectSuccess(ProgramRun const& run, std::string const& output)
-    {
-        EXPECT_EQ(run.exitStatus, 0);
-        EXPECT_EQ(run.output, output);
-        EXPECT_EQ(run.errors, "");
-    }
-
-    static void expectFailure(ProgramRun const& run, int exitStatus, std::string const& errors)
-    {
-        EXPECT_EQ(run.exitStatus, exitStatus);
-        EXPECT_EQ(run.output, "");
-        EXPECT_EQ(run.errors, errors);
-    }
-
-    static void expectWrongUsage(ProgramRun const& run, std::string const& beginning)
-    {
-        EXPECT_EQ(run.exitStatus, 2);
-        EXPECT_EQ(run.output, "");
-        EXPECT_TRUE(beginsWith(run.errors, beginning)) << run.errors;
-    }
-
     std::string pathOf(std::string const& name) const { return (folder.path() / name).string(); }
 
     std::string write(std::string const& name, std::string const& content) const

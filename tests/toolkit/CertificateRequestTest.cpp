@@ -6,6 +6,7 @@
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/InParallel.hpp"
+#include "support/toolkit/SigningKeys.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/toolkit/Issuance.hpp>
@@ -158,17 +159,7 @@ TEST(CertificateRequest, VerifiesWithOpenSSL)
 
 TEST(CertificateRequest, IsMadeWithEachKindOfKey)
 {
-    struct Case
-    {
-        char const* name;
-        KeyHandle key;
-        int signature;
-    };
-    for (auto const& each :
-         {Case{"RSA", rsaKey(), NID_sha256WithRSAEncryption}, Case{"P-256", p256Key(), NID_ecdsa_with_SHA256},
-          Case{"P-384", p384Key(), NID_ecdsa_with_SHA384}, Case{"P-521", p521Key(), NID_ecdsa_with_SHA512},
-          Case{"Ed25519", ed25519Key(), NID_ED25519}, Case{"Ed448", ed448Key(), NID_ED448},
-          Case{"RSA-PSS", rsaPssKey(), NID_rsassaPss}}) {
+    for (auto const& each : signingKeys()) {
         SCOPED_TRACE(each.name);
         auto const request = CertificateRequest::make({{"CN", "a"}}, {}, secretOf(each.key));
         EXPECT_TRUE(request.isSignatureValid());
