@@ -10,12 +10,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::makeX509;
-using foundation::certificates::parseExtensions;
-using foundation::certificates::throwIfNotOne;
-using foundation::certificates::throwIfNull;
-using foundation::certificates::X509CertificateException;
-using foundation::certificates::X509UPtr;
+using namespace foundation::certificates;
 
 /// What OpenSSL keeps of the key and the signature algorithm after it has read the certificate.
 struct Strength

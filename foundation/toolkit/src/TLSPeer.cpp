@@ -19,13 +19,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::ByteArray;
-using foundation::certificates::InvalidArgument;
-using foundation::certificates::throwIfNotOne;
-using foundation::certificates::throwIfNull;
-using foundation::certificates::TrustStore;
-using foundation::certificates::X509_STOREUPtr;
-using foundation::certificates::X509CertificateException;
+using namespace foundation::certificates;
 
 ssl_st const* requireConnection(ssl_st const* connection)
 {

@@ -19,15 +19,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::fitsInInt;
-using foundation::certificates::loadLegacyProvider;
-using foundation::certificates::makePKCS12;
-using foundation::certificates::makePKCS12_SAFEBAGStack;
-using foundation::certificates::makePKCS7Stack;
-using foundation::certificates::makeX509;
-using foundation::certificates::PKCS12_SAFEBAGStackUPtr;
-using foundation::certificates::PKCS12UPtr;
-using foundation::certificates::PKCS7StackUPtr;
+using namespace foundation::certificates;
 
 constexpr char const damaged[] = "The PKCS#12 bundle is damaged.";
 constexpr char const wrongPassphrase[] = "The passphrase does not open the PKCS#12 bundle.";

@@ -36,11 +36,12 @@ bool isSpecial(fs::file_status const& status)
     return fs::exists(status) && !fs::is_regular_file(status);
 }
 
+/// Nothing is inside of an empty path, which is a folder that could not be resolved.
 bool isInside(fs::path const& path, fs::path const& folder)
 {
     auto const [endOfFolder, rest] = std::mismatch(folder.begin(), folder.end(), path.begin(), path.end());
     static_cast<void>(rest);
-    return endOfFolder == folder.end();
+    return !folder.empty() && endOfFolder == folder.end();
 }
 
 } // namespace

@@ -11,10 +11,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::firstPEMLine;
-using foundation::certificates::isEndLine;
-using foundation::certificates::labelOfBeginLine;
-using foundation::certificates::longestPEMLine;
+using namespace foundation::certificates;
 
 bool mayHoldCertificates(std::string_view label)
 {

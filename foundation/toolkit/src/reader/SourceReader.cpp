@@ -14,9 +14,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::ByteArray;
-using foundation::certificates::decode;
-using foundation::certificates::splitPEMBlocks;
+using namespace foundation::certificates;
 
 constexpr char const tooLarge[] = "The block is larger than 16 MiB.";
 
