@@ -1,7 +1,7 @@
 """Completes the site: site_index.py INPUT SITE, with what scripts/docs has put into INPUT.
 
-Names in the code spans of the pages become links to the reference. The search index has an entry [title, address, text] for each public name, each heading of a page, and each row of a table that
-has an anchor.
+Names in the code spans of the pages become links to the reference. The search index has an entry [title, address, text]
+for each public name, each heading of a page, and each row of a table that has an anchor.
 """
 
 import html

@@ -10,17 +10,19 @@ import pathlib
 import re
 import sys
 
-# The page of each file, by its path. docs/site/start.md is the start page.
+# The page of each file, by its path. Links to README.md lead to the start page, which is docs/site/start.md.
 PAGES = {
     "README.md": "index",
-    "docs/README.md": "guides",
     "docs/site/start.md": "index",
+    "docs/README.md": "guides",
     "packaging/README.md": "packaging",
+    "ARCHITECTURE.md": "architecture",
+    "CHANGELOG.md": "changelog",
+    "CONTRIBUTING.md": "contributing",
+    "SECURITY.md": "reporting",  # docs/security.md is "security"
 }
 for path in sorted(pathlib.Path("docs").glob("*.md")):
     PAGES.setdefault(path.as_posix(), path.stem)
-for name in ("ARCHITECTURE", "CHANGELOG", "CONTRIBUTING", "SECURITY"):
-    PAGES[f"{name}.md"] = "reporting" if name == "SECURITY" else name.lower()
 
 LINK = re.compile(r"(!?)\[((?:[^\[\]`]|`[^`]*`)+)\]\(([^)\s]+)\)")
 CODE_SPAN = re.compile(r"(`[^`]+`)")
