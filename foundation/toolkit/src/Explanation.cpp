@@ -97,9 +97,9 @@ constexpr Words outOfMemory{"The process ran out of memory.", lookAtMemory, "Fre
 
 Explanation explained(Place place, Words const& words)
 {
-    return {place.errorCode,          place.depth,
-            std::move(place.subject), std::string(words.message),
-            std::string(words.check), std::string(words.advice)};
+    return {place.errorCode,           place.depth,
+            std::move(place.subject),  std::string(words.message),
+            std::string(words.advice), std::string(words.check)};
 }
 
 Explanation explainedVerdict(CertificateChainStatus status, Place place)

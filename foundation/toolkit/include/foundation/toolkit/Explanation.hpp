@@ -72,8 +72,8 @@ struct Explanation
     int depth = 0;       ///< the position of the certificate in the chain: 0 is the leaf
     std::string subject; ///< the subject of that certificate, as RFC 2253 text; empty if it is not known
     std::string message; ///< one sentence: what is wrong
-    std::string check;   ///< how to check that
     std::string advice;  ///< what to do
+    std::string check;   ///< how to check what is wrong, before doing it
 };
 
 /// Returns the explanation of a verdict of X509Certificate::validateCertificate.
