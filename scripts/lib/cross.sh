@@ -8,7 +8,7 @@ fi
 source scripts/lib/debian_root.sh
 
 # Each library comes with the libraries that it needs.
-cross_libraries=(libssl-dev libboost-log-dev libgtest-dev)
+cross_libraries=(libssl-dev libboost-log-dev libcli11-dev nlohmann-json3-dev libgtest-dev)
 
 # make_cross_root ARCH: unpacks the libraries of this machine's release into $cross_root, which is kept. Nothing runs
 # there, so this needs no emulator.

@@ -274,7 +274,7 @@ TEST(CertificateEnvironment, AdderWithGivenLocationsIgnoresVariables)
 
 // The C library's own answer depends on how the process was started.
 #ifdef __linux__
-extern "C" char* secure_getenv(char const* name) noexcept
+extern "C" char* secure_getenv(char const* name) noexcept(noexcept(secure_getenv(name)))
 {
     return isPrivileged ? nullptr : std::getenv(name);
 }
