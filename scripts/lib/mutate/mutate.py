@@ -17,6 +17,9 @@ import generator
 from build import Build
 
 AT_ONCE = 8 # survivors in one library
+SLOW = 10 # seconds: slower programs run only for survivors of the others
+# These look at the locks and the error queue of every operation.
+GUARD_PROGRAMS = ("LockOrderTest", "ErrorQueueTest")
 
 
 class Deadline:
@@ -106,8 +109,9 @@ class Run:
             self.outcomes[mutant] = outcome
             print(f"[{len(self.outcomes)}] {outcome}{detail}: {self.describe(mutant)}", flush=True)
 
-    def own_programs(self, file):
-        """Returns the programs that belong to the file: those of its folder, the likeliest first."""
+    def own_programs(self, mutant):
+        """Returns the programs that belong to the mutant: those of its file's folder, the likeliest first."""
+        file = mutant.file
         stem = re.sub(r"Impl$", "", os.path.splitext(os.path.basename(file))[0])
         folder = re.sub(r"^foundation/(certificates/)?(src/|include/foundation/certificates/)?", "",
                         os.path.dirname(file))
@@ -116,9 +120,12 @@ class Run:
                            if os.path.basename(other) == os.path.basename(file).replace(".hpp", ".cpp")), "base")
         folder = {"log": "base"}.get(folder.split("/")[0], folder.split("/")[0])
         own = [program for program in self.build.programs
-               if program.folder.split("/")[0] == folder and (program.seconds or 0) < 10]
+               if program.folder.split("/")[0] == folder and program.seconds < SLOW]
+        if mutant.kind == "guard":
+            own += [program for program in self.build.programs if program.name in GUARD_PROGRAMS]
         return sorted(own, key=lambda program: (-self.kills.get((file, program.name), 0),
-                                                not program.name.startswith(stem), program.seconds or 5))
+                                                mutant.kind != "guard" or program.name not in GUARD_PROGRAMS, not program.name.startswith(stem),
+                                                program.seconds or SLOW))
 
     def in_folder(self, function):
         with tempfile.TemporaryDirectory(prefix="mutant-", ignore_cleanup_errors=True) as folder:
@@ -159,11 +166,12 @@ class Run:
         """Returns the programs that fail with all mutants of the group at once, of all programs."""
         if self.killer(group, [], folder) is False:
             return self.build.programs
+        programs = sorted(self.build.programs, key=lambda program: program.seconds or SLOW)
         with concurrent.futures.ThreadPoolExecutor(self.workers) as pool:
-            passed = list(pool.map(lambda item: self.build.passes(item[1], self.own_copy(folder, item[0]),
-                                                                  self.deadline),
-                                   enumerate(self.build.programs)))
-        return [program for program, ok in zip(self.build.programs, passed) if not ok]
+            passed = list(pool.map(
+                lambda item: self.deadline.passed() or
+                self.build.passes(item[1], self.own_copy(folder, item[0]), self.deadline), enumerate(programs)))
+        return [program for program, ok in zip(programs, passed) if not ok]
 
     @staticmethod
     def own_copy(folder, number):
@@ -178,7 +186,7 @@ class Run:
     def mutate(self, mutants):
         with concurrent.futures.ThreadPoolExecutor(self.workers) as pool:
             left = list(filter(None, pool.map(
-                lambda mutant: self.judge(mutant, self.own_programs(mutant.file), None), mutants)))
+                lambda mutant: self.judge(mutant, self.own_programs(mutant), None), mutants)))
             while left:
                 group = []
                 for mutant in list(left):
@@ -191,7 +199,10 @@ class Run:
                     lambda folder: self.all_programs(group, folder))
                 if not failing or self.deadline.passed():
                     for mutant in group:
-                        self.note(mutant, "undecided" if self.deadline.passed() else "SURVIVED")
+                        if self.deadline.passed():
+                            self.note(mutant, "undecided", ", passed the tests of its folder")
+                        else:
+                            self.note(mutant, "SURVIVED")
                 else:
                     list(pool.map(lambda mutant: self.judge(mutant, failing, "SURVIVED"), group))
 
