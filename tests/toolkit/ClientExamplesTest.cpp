@@ -1,4 +1,4 @@
-#include "support/openssl/TLSHandshake.hpp"
+#include "support/openssl/TLSServer.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
@@ -9,50 +9,11 @@
 #include <openssl/x509_vfy.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 using namespace foundation::test;
 
 namespace {
-
-/// Serves one TLS connection at a free port of the loopback address.
-class TLSServer
-{
-public:
-    explicit TLSServer(TLSContextHandle const& context) : acceptor(own(BIO_new_accept("127.0.0.1:0")))
-    {
-        require(BIO_do_accept(acceptor.get()));             // the first call binds the port
-        require(SSL_CTX_set_num_tickets(context.get(), 0)); // the client may be gone by then
-        worker = std::thread([this, context] { serve(context); });
-    }
-
-    ~TLSServer()
-    {
-        // Ends the wait if no client has come.
-        auto const client = own(BIO_new_connect(("127.0.0.1:" + port()).c_str()));
-        BIO_do_connect(client.get());
-        worker.join();
-    }
-
-    TLSServer(TLSServer const&) = delete;
-    TLSServer& operator=(TLSServer const&) = delete;
-
-    std::string port() const { return BIO_get_accept_port(acceptor.get()); }
-
-private:
-    void serve(TLSContextHandle const& context)
-    {
-        require(BIO_do_accept(acceptor.get()));
-        BIO* const transport = BIO_pop(acceptor.get());
-        TLSConnectionHandle const connection(SSL_new(context.get()), SSL_free);
-        SSL_set_bio(connection.get(), transport, transport);
-        SSL_accept(connection.get());
-    }
-
-    BioHandle acceptor;
-    std::thread worker;
-};
 
 class TLSClientExample : public testing::Test
 {
