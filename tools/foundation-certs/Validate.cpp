@@ -2,11 +2,8 @@
 
 #include "Files.hpp"
 #include "Json.hpp"
-#include "Terminal.hpp"
-#include "Text.hpp"
 #include "Times.hpp"
-
-#include <foundation/toolkit/Explanation.hpp>
+#include "Verdict.hpp"
 
 #include <iostream>
 #include <map>
@@ -54,38 +51,11 @@ PathOptions pathOptionsOf(ValidateOptions const& options)
     return path;
 }
 
-std::string described(PathResult const& result)
-{
-    auto const explanation = explain(result);
-    std::string text = result.isValid() ? inGreen("Valid") : inRed("Not valid");
-    text += ": " + printable(explanation.message) + "\nChain: ";
-    for (auto const& member : result.chain) {
-        text += (&member == &result.chain.front() ? "" : " <- ") + printable(member.getSubject());
-    }
-    text += "\n";
-    if (!result.isValid() && !explanation.subject.empty()) {
-        text += "Certificate: " + printable(explanation.subject) + "\n";
-    }
-    return text + "Advice: " + printable(explanation.advice) + "\n";
-}
-
 Json recordOf(std::string const& source, PathResult const& result)
 {
-    auto const explanation = explain(result);
     auto record = newRecord("validate");
     record["source"] = source;
-    record["valid"] = result.isValid();
-    record["status"] = std::string(toolkit::toString(result.status));
-    record["errorCode"] = explanation.errorCode;
-    record["errorDepth"] = explanation.depth;
-    record["errorSubject"] = explanation.subject;
-    record["message"] = explanation.message;
-    record["advice"] = explanation.advice;
-    record["chain"] = Json::array();
-    for (auto const& member : result.chain) {
-        record["chain"].push_back(
-            {{"subject", member.getSubject()}, {"sha256", member.getSHA256Fingerprint()}});
-    }
+    addVerdict(record, result);
     return record;
 }
 
@@ -96,7 +66,7 @@ ExitStatus validate(ValidateOptions const& options)
     intermediates.insert(intermediates.end(), given.begin() + 1, given.end());
     auto const result =
         validatorFor(options.trust).validate(given.front(), intermediates, pathOptionsOf(options));
-    std::cout << (options.json ? jsonLine(recordOf(options.certificate, result)) : described(result));
+    std::cout << (options.json ? jsonLine(recordOf(options.certificate, result)) : verdictLines(result));
     return result.isValid() ? ExitStatus::Good : ExitStatus::Finding;
 }
 
