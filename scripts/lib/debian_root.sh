@@ -48,7 +48,7 @@ make_debian_root() {
         echo "deb $mirror experimental main" >"$root/etc/apt/sources.list.d/experimental.list"
         run_in_debian_root "$root" "$suite" "$arch" bash -euo pipefail -c '
             apt-get update -qq
-            apt-get install -y -qq --no-install-recommends -t experimental libssl-dev >/dev/null
+            apt-get install -y -qq --no-install-recommends -t experimental libssl-dev openssl >/dev/null
         '
     fi
 }

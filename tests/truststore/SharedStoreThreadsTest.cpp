@@ -1,4 +1,5 @@
 #include "support/assertions/ValidationVerdict.hpp"
+#include "support/openssl/Handles.hpp"
 #include "support/openssl/TLSHandshake.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/InParallel.hpp"
@@ -8,9 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 // Threads that use one trust store in every way at the same time. For ThreadSanitizer above all.
@@ -200,6 +203,47 @@ int numUnexpectedOf(TrustStore& store, std::vector<Use> const& uses, int numRoun
     return users.numUnexpected();
 }
 
+/// A verifier that uses OpenSSL alone. It looks for issuers in the store, as a TLS connection does.
+class OpenSSLVerifier
+{
+public:
+    explicit OpenSSLVerifier(StoreHandle const& store)
+    {
+        auto const& pki = material().pki;
+        require(X509_STORE_CTX_init(
+            context.get(), store.get(), pki["leaf"].certificate.get(), intermediates.get()));
+    }
+
+    bool findsIssuer() const
+    {
+        X509* issuer = nullptr;
+        auto const found =
+            X509_STORE_CTX_get1_issuer(&issuer, context.get(), material().pki["ca"].certificate.get());
+        return found == 1 && own(issuer) != nullptr;
+    }
+
+    bool accepts() const { return X509_verify_cert(context.get()) == 1; }
+
+private:
+    X509StackHandle intermediates = makeStack({material().pki["ca"].certificate});
+    StoreContextHandle context = own(X509_STORE_CTX_new());
+};
+
+/// Returns a store with so many roots that it takes a while to rearrange it.
+TrustStore manyRootsAnd(CertificateAndKey const& root)
+{
+    static std::vector<CertificateAndKey> const others = [] {
+        std::vector<CertificateAndKey> made;
+        for (int number = 0; number < 500; ++number) {
+            made.push_back(makeRoot("root " + std::to_string(number)));
+        }
+        return made;
+    }();
+    auto store = storeOf(others);
+    store.addCertificate(load(root));
+    return store;
+}
+
 } // namespace
 
 TEST(SharedStoreThreads, UseStoreThatIsNeverHandedOut)
@@ -236,6 +280,40 @@ TEST(SharedStoreThreads, HandOutNewStoresForTheFirstTime)
                  &Users::copy, &Users::validate, &Users::copyForOpenSSL},
                 2),
             0);
+    }
+}
+
+// The first look at the entries of a store may change how OpenSSL keeps them, so each repetition needs a new
+// store.
+TEST(SharedStoreThreads, ReadWhileOpenSSLVerifiesWithHandedOutStore)
+{
+    auto const original = manyRootsAnd(material().pki["root"]);
+    for (int repetition = 0; repetition < 10; ++repetition) {
+        TrustStore const store(original);
+        auto const live = getOpenSSLStore(store);
+        std::atomic<int> numVerifying{0};
+        std::atomic<bool> isRead{false};
+        std::atomic<int> numWrong{0};
+        inParallel(numThreads, [&](int thread) {
+            if (thread == 0) {
+                while (numVerifying < numThreads - 1) {
+                    std::this_thread::yield();
+                }
+                numWrong += store.size() == 501 ? 0 : 1;
+                isRead = true;
+                return;
+            }
+            OpenSSLVerifier const verifier(live);
+            ++numVerifying;
+            // Not endless: the lock prefers these readers to the trust store, which waits for them.
+            auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+            while (!isRead && std::chrono::steady_clock::now() < end) {
+                numWrong += verifier.findsIssuer() ? 0 : 1;
+            }
+            numWrong += verifier.accepts() ? 0 : 1;
+        });
+        EXPECT_EQ(numWrong, 0);
+        EXPECT_EQ(store.getPEMStrings().size(), 501U);
     }
 }
 
