@@ -119,12 +119,12 @@ TEST(X509CertificateAdoption, FailsAsDuplicateDoes)
     std::vector<CertificateAndKey> const refused = {
         withKey(rsaKey(1023)),
         withKey(p384Key()),
-        withKey(namelessCurveKey()),
         withKey(ed448Key()),
         withKey(dsaKey()),
         withKey(rsaPssKey(1024)),
         withFault(PublicKeyFault::Undecodable),
         withFault(PublicKeyFault::UnknownType),
+        withFault(PublicKeyFault::NamelessCurve),
     };
     for (auto const& made : refused) {
         auto const expected = failureToDuplicate(parseDer(made.der()));

@@ -151,6 +151,23 @@ struct CipherRow
     EVP_MD const* macDigest = nullptr;
 };
 
+constexpr char const noNameText[] = "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC";
+
+/// Expects a bundle with a certificate with the key to be refused because of the certificate, beside its own
+/// key or not.
+void expectReportedForCertificate(KeyHandle const& key, char const* reason)
+{
+    auto const leaf = makeSelfSignedLeaf("unsupported", [&](CertificateSpec& spec) { spec.key = key; });
+    auto const expected =
+        std::string("Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.") + reason;
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, expected, PKCS12Certificate(toDer(makePkcs12(leaf, "secret")), "secret"));
+    EXPECT_THROWS_EXACTLY(
+        PKCS12CertificateException, expected,
+        PKCS12Certificate(
+            bundle([&](Pkcs12Spec& spec) { spec.furtherCertificates = {leaf.certificate}; }), "secret"));
+}
+
 } // namespace
 
 TEST(PKCS12Load, BytesLoad)
@@ -439,9 +456,6 @@ TEST(PKCS12Load, OtherKeysAreRefused)
         UnsupportedEllipticCurve, "Key uses Ed448, which is not currently supported",
         PKCS12Certificate(keyBundle(ed448Key()), "secret"));
     EXPECT_THROWS_EXACTLY(
-        CertificateException, "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC",
-        PKCS12Certificate(keyBundle(namelessCurveKey()), "secret"));
-    EXPECT_THROWS_EXACTLY(
         UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 116",
         PKCS12Certificate(keyBundle(dsaKey()), "secret"));
     EXPECT_THROWS_EXACTLY(
@@ -450,6 +464,15 @@ TEST(PKCS12Load, OtherKeysAreRefused)
     EXPECT_THROWS_EXACTLY(
         UnsupportedKeyType, "Key is not currently supported. OpenSSL type id: 1034",
         PKCS12Certificate(keyBundle(x25519Key()), "secret"));
+}
+
+TEST(PKCS12Load, KeyOnCurveWithoutNameIsRefused)
+{
+    if (!acceptsNamelessCurves()) {
+        GTEST_SKIP() << refusesNamelessCurves;
+    }
+    EXPECT_THROWS_EXACTLY(
+        CertificateException, noNameText, PKCS12Certificate(keyBundle(namelessCurveKey()), "secret"));
 }
 
 TEST(PKCS12Load, RsaKeyOf1023BitsIsRefused)
@@ -471,24 +494,19 @@ TEST(PKCS12Load, UnsupportedKeyIsReportedForTheCertificateFirst)
         {"RSA of 1023 bits", rsaKey(1023), "RSA key size does not meet minimum cryptographic requirements"},
         {"DSA", dsaKey(), "Key is not currently supported. OpenSSL type id: 116"},
         {"RSA-PSS", rsaPssKey(), "Key is not currently supported. OpenSSL type id: 912"},
-        {"a curve without a name", namelessCurveKey(),
-         "Expected EVP_PKEY to have group parameter since it's an EVP_PKEY_EC"},
     };
     for (auto const& row : rows) {
         SCOPED_TRACE(row.what);
-        auto const leaf =
-            makeSelfSignedLeaf("unsupported", [&](CertificateSpec& spec) { spec.key = row.key; });
-        auto const expected =
-            std::string("Error: Unable to parse X509 certificate(s) inside PKCS12 certificate.") + row.reason;
-
-        EXPECT_THROWS_EXACTLY(
-            PKCS12CertificateException, expected,
-            PKCS12Certificate(toDer(makePkcs12(leaf, "secret")), "secret"));
-        EXPECT_THROWS_EXACTLY(
-            PKCS12CertificateException, expected,
-            PKCS12Certificate(
-                bundle([&](Pkcs12Spec& spec) { spec.furtherCertificates = {leaf.certificate}; }), "secret"));
+        expectReportedForCertificate(row.key, row.reason);
     }
+}
+
+TEST(PKCS12Load, CurveWithoutNameIsReportedForTheCertificateFirst)
+{
+    if (!acceptsNamelessCurves()) {
+        GTEST_SKIP() << refusesNamelessCurves;
+    }
+    expectReportedForCertificate(namelessCurveKey(), noNameText);
 }
 
 TEST(PKCS12Load, CertificateOnOtherCurveReportsBothPrefixes)

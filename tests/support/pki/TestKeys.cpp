@@ -8,9 +8,11 @@
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <stdexcept>
 
 namespace foundation::test {
 
@@ -185,6 +187,20 @@ KeyHandle namelessCurveKey(std::string const& name)
     return cached("nameless curve", name, [] { return generateOver(namelessCurve()); });
 }
 
+bool acceptsNamelessCurves()
+{
+    static bool const accepts = [] {
+        ErrorQueueMark const mark;
+        try {
+            namelessCurveKey();
+            return true;
+        } catch (std::runtime_error const&) {
+            return false;
+        }
+    }();
+    return accepts;
+}
+
 KeyHandle ed25519Key(std::string const& name)
 {
     return keyWithoutParameters(EVP_PKEY_ED25519, name);
@@ -235,6 +251,18 @@ std::string toPem(KeyHandle const& key, std::string const& passphrase)
 Bytes publicKeyDer(KeyHandle const& key)
 {
     return encodedBy(i2d_PUBKEY, key.get());
+}
+
+Bytes namelessCurveDer()
+{
+    auto const curve = own(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
+    auto const usual = uncompressed(curve.get(), EC_GROUP_get0_generator(curve.get()));
+    auto const other = otherGeneratorOf(curve.get());
+    auto encoding = publicKeyDer(explicitP256Key());
+    auto const place = std::search(encoding.begin(), encoding.end(), usual.begin(), usual.end());
+    require(place != encoding.end());
+    std::copy(other.begin(), other.end(), place);
+    return encoding;
 }
 
 Bytes privateKeyDer(KeyHandle const& key)

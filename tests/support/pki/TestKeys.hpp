@@ -20,8 +20,12 @@ KeyHandle p521Key(std::string const& name = "default");
 KeyHandle secp256k1Key(std::string const& name = "default");
 /// Returns a key on prime256v1 that encodes the curve as explicit parameters instead of a name.
 KeyHandle explicitP256Key(std::string const& name = "default");
-/// Returns a key with explicit parameters of a curve that has no name.
+/// Returns a key with explicit parameters of a curve that has no name. Throws if OpenSSL refuses such curves.
 KeyHandle namelessCurveKey(std::string const& name = "default");
+/// Whether OpenSSL accepts curves without a name. OpenSSL 4 does not, unless it is built with
+/// enable-ec_explicit_curves.
+bool acceptsNamelessCurves();
+constexpr char const refusesNamelessCurves[] = "This OpenSSL refuses curves without a name.";
 KeyHandle ed25519Key(std::string const& name = "default");
 KeyHandle ed448Key(std::string const& name = "default");
 KeyHandle x25519Key(std::string const& name = "default");
@@ -40,6 +44,8 @@ KeyHandle keyFrom(OSSL_PARAM_BLD& builder, char const* type, int selection);
 std::string toPem(KeyHandle const& key, std::string const& passphrase = "");
 /// Returns the SubjectPublicKeyInfo.
 Bytes publicKeyDer(KeyHandle const& key);
+/// Returns the SubjectPublicKeyInfo of a key on a curve without a name. Needs no support by OpenSSL.
+Bytes namelessCurveDer();
 /// Returns the PKCS#8 PrivateKeyInfo.
 Bytes privateKeyDer(KeyHandle const& key);
 

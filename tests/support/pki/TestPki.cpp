@@ -89,6 +89,25 @@ void addExtensions(X509* certificate, CertificateSpec const& spec)
     }
 }
 
+void setPublicKey(X509_PUBKEY* publicKey, Bytes const& encoding)
+{
+    ErrorQueueMark const mark;
+    auto const* position = encoding.data();
+    std::shared_ptr<X509_PUBKEY> const decoded(
+        d2i_X509_PUBKEY(nullptr, &position, static_cast<long>(encoding.size())), X509_PUBKEY_free);
+    ASN1_OBJECT* algorithm = nullptr;
+    unsigned char const* bits = nullptr;
+    int numBytes = 0;
+    X509_ALGOR* parameters = nullptr;
+    require(X509_PUBKEY_get0_param(&algorithm, &bits, &numBytes, &parameters, decoded.get()));
+    void const* value = nullptr;
+    int type = V_ASN1_UNDEF;
+    X509_ALGOR_get0(nullptr, &type, &value, parameters);
+    require(X509_PUBKEY_set0_param(
+        publicKey, OBJ_dup(algorithm), type, ASN1_STRING_dup(static_cast<ASN1_STRING const*>(value)),
+        static_cast<unsigned char*>(OPENSSL_memdup(bits, static_cast<std::size_t>(numBytes))), numBytes));
+}
+
 /// Rewrites the encoding of the public key. OpenSSL's cached key disappears when the certificate is parsed
 /// again.
 void spoilPublicKey(X509* certificate, PublicKeyFault fault)
@@ -97,6 +116,9 @@ void spoilPublicKey(X509* certificate, PublicKeyFault fault)
         return;
     }
     auto* const publicKey = changeable(X509_get_X509_PUBKEY(certificate));
+    if (fault == PublicKeyFault::NamelessCurve) {
+        return setPublicKey(publicKey, namelessCurveDer());
+    }
     ASN1_OBJECT* algorithm = nullptr;
     require(X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, publicKey));
     auto const chosen = own(

@@ -90,7 +90,9 @@ enum class PublicKeyFault
     /// The algorithm stays, but the key's bits are garbage.
     Undecodable,
     /// The algorithm is an unknown OID.
-    UnknownType
+    UnknownType,
+    /// The curve has no name. Some builds of OpenSSL decode such a key, see acceptsNamelessCurves.
+    NamelessCurve
 };
 
 struct CertificateSpec

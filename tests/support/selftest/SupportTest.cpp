@@ -74,6 +74,13 @@ std::string numberText(ASN1_INTEGER const* number)
     return text.get();
 }
 
+void expectSignsAndVerifies(KeyHandle const& key)
+{
+    auto const root = makeRoot("root", [&](CertificateSpec& spec) { spec.key = key; });
+    auto const leaf = makeLeaf(root, "leaf");
+    EXPECT_EQ(X509_verify(leaf.certificate.get(), root.key.get()), 1) << EVP_PKEY_get0_type_name(key.get());
+}
+
 } // namespace
 
 TEST(ExactThrow, AcceptsExactTypeAndText)
@@ -154,14 +161,24 @@ TEST(TestKeys, AreOfTheRequestedKind)
     };
     for (auto const& [key, type, bits] :
          {Row{p256Key(), "EC", 256}, Row{p384Key(), "EC", 384}, Row{p521Key(), "EC", 521},
-          Row{secp256k1Key(), "EC", 256}, Row{explicitP256Key(), "EC", 256},
-          Row{namelessCurveKey(), "EC", 256}, Row{rsaKey(1023), "RSA", 1023}, Row{rsaKey(1024), "RSA", 1024},
-          Row{rsaKey(), "RSA", 2048}, Row{rsaPssKey(1024), "RSA-PSS", 1024},
+          Row{secp256k1Key(), "EC", 256}, Row{explicitP256Key(), "EC", 256}, Row{rsaKey(1023), "RSA", 1023},
+          Row{rsaKey(1024), "RSA", 1024}, Row{rsaKey(), "RSA", 2048}, Row{rsaPssKey(1024), "RSA-PSS", 1024},
           Row{ed25519Key(), "ED25519", 256}, Row{ed448Key(), "ED448", 456}, Row{x25519Key(), "X25519", 253},
           Row{dsaKey(), "DSA", 2048}}) {
         EXPECT_TRUE(EVP_PKEY_is_a(key.get(), type)) << type;
         EXPECT_EQ(EVP_PKEY_get_bits(key.get()), bits) << type;
     }
+}
+
+TEST(TestKeys, KeyOnCurveWithoutNameSignsAndVerifies)
+{
+    if (!acceptsNamelessCurves()) {
+        GTEST_SKIP() << refusesNamelessCurves;
+    }
+    auto const key = namelessCurveKey();
+    EXPECT_TRUE(EVP_PKEY_is_a(key.get(), "EC"));
+    EXPECT_EQ(EVP_PKEY_get_bits(key.get()), 256);
+    expectSignsAndVerifies(key);
 }
 
 TEST(TestKeys, AreTheSameForTheSameNameOnly)
@@ -219,12 +236,9 @@ TEST(TestPki, OneMutationGivesOneError)
 TEST(TestPki, EveryKindOfKeySignsAndVerifies)
 {
     for (auto const& key :
-         {p256Key(), p384Key(), secp256k1Key(), explicitP256Key(), namelessCurveKey(), rsaKey(1024),
-          rsaPssKey(1024), ed25519Key(), ed448Key(), dsaKey()}) {
-        auto const root = makeRoot("root", [&](CertificateSpec& spec) { spec.key = key; });
-        auto const leaf = makeLeaf(root, "leaf");
-        EXPECT_EQ(X509_verify(leaf.certificate.get(), root.key.get()), 1)
-            << EVP_PKEY_get0_type_name(key.get());
+         {p256Key(), p384Key(), secp256k1Key(), explicitP256Key(), rsaKey(1024), rsaPssKey(1024),
+          ed25519Key(), ed448Key(), dsaKey()}) {
+        expectSignsAndVerifies(key);
     }
 }
 
@@ -246,6 +260,15 @@ TEST(TestPki, FaultyPublicKeyCannotBeRead)
         EXPECT_TRUE(queueIsEmpty());
         EXPECT_EQ(X509_get0_pubkey(root.certificate.get()), nullptr);
     }
+}
+
+TEST(TestPki, CurveWithoutNameCanBeReadIfOpenSSLAcceptsIt)
+{
+    CleanErrorQueue const clean;
+    auto const root =
+        makeRoot("root", [](CertificateSpec& spec) { spec.publicKeyFault = PublicKeyFault::NamelessCurve; });
+    EXPECT_TRUE(queueIsEmpty());
+    EXPECT_EQ(X509_get0_pubkey(root.certificate.get()) != nullptr, acceptsNamelessCurves());
 }
 
 TEST(TestPki, StoresNamesAsGiven)
