@@ -444,8 +444,12 @@ TEST(ToolkitCertificate, KeyUsagesHaveShortNamesOfOpenSSL)
     auto const* const method = X509V3_EXT_get_nid(NID_key_usage);
     std::vector<std::string> expected;
     std::string text;
+    std::set<int> bits;
     for (auto const* bit = static_cast<BIT_STRING_BITNAME const*>(method->usr_data); bit->lname != nullptr;
          ++bit) {
+        if (!bits.insert(bit->bitnum).second) {
+            continue; // OpenSSL 4 has a second name for a bit
+        }
         expected.emplace_back(bit->sname);
         text += (text.empty() ? "" : ",") + expected.back();
     }

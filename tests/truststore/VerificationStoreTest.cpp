@@ -49,18 +49,26 @@ CertificateAndKey const& further()
     return made;
 }
 
+/// Whether OpenSSL looks up certificates of other names too, as OpenSSL 4.0 does in a store whose entries
+/// were read. Verifications ignore them.
+bool isFoundByMistake(X509 const* certificate, X509_NAME const* name)
+{
+    return OPENSSL_VERSION_MAJOR >= 4 && X509_NAME_cmp(X509_get_subject_name(certificate), name) != 0;
+}
+
 /// Returns the certificates that OpenSSL finds for the name, in the order in which it tries them.
 std::vector<Bytes> foundIn(X509_STORE* store, std::string const& name)
 {
     auto const context = makeX509_STORE_CTX(X509_STORE_CTX_new());
     require(X509_STORE_CTX_init(context.get(), store, nullptr, nullptr));
-    auto const found =
-        makeX509Stack(X509_STORE_CTX_get1_certs(context.get(), makeName(commonName(name)).get()));
+    auto const subject = makeName(commonName(name));
+    auto const found = makeX509Stack(X509_STORE_CTX_get1_certs(context.get(), subject.get()));
     std::vector<Bytes> encodings;
     for (int index = 0; index < sk_X509_num(found.get()); ++index) {
         X509* const certificate = sk_X509_value(found.get(), index);
-        require(X509_up_ref(certificate));
-        encodings.push_back(toDer(own(certificate)));
+        if (!isFoundByMistake(certificate, subject.get())) {
+            encodings.push_back(toDer(share(certificate)));
+        }
     }
     return encodings;
 }
