@@ -1,8 +1,9 @@
 # The Debian packages of `cpack -G DEB`: one with what programs need to run, one with what they need to build. Both
 # contain the toolkit. The second also contains the static libraries if scripts/make-packages passes both builds to
-# CPack. A third one contains the documentation's site if FOUNDATION_CERTIFICATES_SITE names its folder.
+# CPack. A third one contains the documentation's site if FOUNDATION_CERTIFICATES_SITE names its folder. That script also
+# adds what every Debian package has to contain.
 set(CPACK_PACKAGE_NAME foundation-certificates)
-set(CPACK_PACKAGE_CONTACT "foundation::certificates maintainers <maintainers@foundation.invalid>")
+set(CPACK_PACKAGE_CONTACT "Foundation Certificates maintainers <maintainers@foundation.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -17,15 +18,17 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
     ${PROJECT_BINARY_DIR}/foundation/certificates ${PROJECT_BINARY_DIR}/foundation/log)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Certificates, chains, trust stores, validation, revocation lists, PKCS#7
-and PKCS#12 as values that can be copied, compared and printed; and the toolkit beside it.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Certificates, chains, trust stores, validation, revocation
+lists, PKCS#7 and PKCS#12 as values that can be copied, compared and printed;
+and the toolkit beside it.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfoundation-certificates-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${runtimePackage} (= ${PROJECT_VERSION}), libboost-log-dev, libssl-dev (>= 3.0)")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, libraries, the CMake package FoundationCertificates and the
-pkg-config files foundation-certificates and foundation-toolkit.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, libraries, the CMake package
+FoundationCertificates and the pkg-config files foundation-certificates and
+foundation-toolkit.")
 
 set(FOUNDATION_CERTIFICATES_SITE "" CACHE PATH "Folder of the documentation's site, from scripts/docs")
 if(FOUNDATION_CERTIFICATES_SITE)
@@ -34,8 +37,9 @@ if(FOUNDATION_CERTIFICATES_SITE)
     set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME ${documentationPackage})
     set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
     set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
-    set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "Guides and reference of foundation::certificates as web pages:
-/usr/share/doc/${documentationPackage}/html/index.html.")
+    set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "Guides and reference of
+foundation::certificates as web pages in
+/usr/share/doc/${documentationPackage}/html.")
     install(DIRECTORY ${FOUNDATION_CERTIFICATES_SITE}/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${documentationPackage}/html
         COMPONENT documentation)
 endif()
