@@ -1,4 +1,6 @@
+#include "support/Text.hpp"
 #include "support/allocation/AllocationFailure.hpp"
+#include "support/pki/TestBundles.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/toolkit/IssuanceOperations.hpp"
 #include "support/toolkit/Paths.hpp"
@@ -6,13 +8,21 @@
 #include "support/toolkit/ToolkitOperations.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/toolkit/CertificateReader.hpp>
 #include <foundation/toolkit/TLSPeer.hpp>
 
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/pkcs12.h>
 #include <openssl/x509.h>
 
+#include <cstdlib>
 #include <exception>
 #include <functional>
+#include <iostream>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -192,6 +202,21 @@ bool expects(SSL* connection, std::string const& hostOrAddress, std::size_t firs
     }
 }
 
+/// Reads a bundle without some of OpenSSL's memory. Returns the failure, or the exception's text.
+std::string failureWithout(std::size_t firstRefused, std::string const& bundle)
+{
+    std::istringstream stream(bundle);
+    CertificateReader reader(stream, "source");
+    reader.withPassphrase("secret");
+    try {
+        constexpr std::size_t numRefusals = 16;
+        Shortage const shortage(Memory::OpenSSL, firstRefused, numRefusals);
+        return reader.next()->failure;
+    } catch (X509CertificateException const& failure) {
+        return failure.what();
+    }
+}
+
 Mutation withCheapKey(Mutation const& mutate)
 {
     return [mutate](CertificateSpec& spec) {
@@ -251,6 +276,31 @@ TEST(ExpectPeerShortage, IsReportedOrNamesAreCompared)
             }
         }
         EXPECT_GT(numFailures, 0U);
+    }
+}
+
+// A process loads the legacy provider once, so each shortage has a process of its own.
+TEST(LegacyProviderDeathTest, ShortageIsNoDamage)
+{
+    Pkcs12Spec spec;
+    spec.passphrase = "secret";
+    spec.certificate = makeRoot("a").certificate;
+    spec.certificateCipher = NID_pbe_WithSHA1And40BitRC2_CBC;
+    auto const parsed = makePkcs12(spec);
+    auto const bundle = asText(toDer(parsed));
+    // OpenSSL stays unusable if it runs out of memory for its first provider.
+    require(PKCS12_verify_mac(parsed.get(), "secret", -1));
+    auto const run = [&](std::size_t firstRefused) {
+        auto const failure = failureWithout(firstRefused, bundle);
+        // OpenSSL can also stay without the provider's ciphers.
+        std::shared_ptr<EVP_CIPHER> const cipher(
+            EVP_CIPHER_fetch(nullptr, "RC2-40-CBC", nullptr), EVP_CIPHER_free);
+        std::cerr << failure;
+        std::_Exit(failure.empty() || beginsWith(failure, "Internal error: ") || cipher == nullptr ? 0 : 1);
+    };
+    constexpr std::size_t numAllocations = 1500;
+    for (std::size_t firstRefused = 0; firstRefused < numAllocations; firstRefused += 31) {
+        EXPECT_EXIT(run(firstRefused), testing::ExitedWithCode(0), "") << firstRefused;
     }
 }
 
