@@ -23,6 +23,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <utility>
@@ -358,6 +359,7 @@ std::vector<std::string> Certificate::getExtendedKeyUsages() const
     RAIIOpenSSLErrorRemover const errors(false);
     auto const usages = extendedKeyUsagesOf(x509.get());
     std::vector<std::string> oids;
+    oids.reserve(static_cast<std::size_t>(std::max(0, sk_ASN1_OBJECT_num(usages.get()))));
     for (int index = 0; index < sk_ASN1_OBJECT_num(usages.get()); ++index) {
         oids.push_back(oidToString(sk_ASN1_OBJECT_value(usages.get(), index)));
     }

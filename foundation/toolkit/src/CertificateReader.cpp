@@ -15,7 +15,7 @@ namespace {
 
 void wipe(std::string& secret)
 {
-    OPENSSL_cleanse(&secret[0], secret.size());
+    OPENSSL_cleanse(secret.data(), secret.size());
 }
 
 } // namespace

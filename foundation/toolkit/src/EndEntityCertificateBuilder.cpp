@@ -117,6 +117,7 @@ SecretString makePrivateKey(KeyChoice choice)
     throw InvalidArgument("Unknown choice of key.");
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface takes it by value
 EndEntityCertificateBuilder& EndEntityCertificateBuilder::withSubject(Attributes attributes)
 {
     RAIIOpenSSLErrorRemover const errors(false);
@@ -209,12 +210,12 @@ Certificate EndEntityCertificateBuilder::signBy(
     Certificate const& authority, SecretString const& authorityKey, CertificateRequest const& request) const
 {
     RAIIOpenSSLErrorRemover const errors(false);
+    EndEntityCertificateBuilder builder(*this);
     if (!subject && !alternativeNames) {
-        return EndEntityCertificateBuilder(*this).fromRequest(request).signBy(
-            authority, authorityKey, request);
+        builder.fromRequest(request);
     }
     auto const key = keyOf(request.request.get());
-    return signedBy(contentsFor(key.get()), authority, authorityKey);
+    return signedBy(builder.contentsFor(key.get()), authority, authorityKey);
 }
 
 } // namespace foundation::toolkit

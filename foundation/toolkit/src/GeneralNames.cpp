@@ -13,6 +13,7 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -127,6 +128,7 @@ GENERAL_NAMEUPtr generalNameFrom(AlternativeName const& name)
 std::vector<AlternativeName> alternativeNamesFrom(GENERAL_NAMES const* names)
 {
     std::vector<AlternativeName> result;
+    result.reserve(static_cast<std::size_t>(std::max(0, sk_GENERAL_NAME_num(names))));
     for (int index = 0; index < sk_GENERAL_NAME_num(names); ++index) {
         result.push_back(asAlternativeName(sk_GENERAL_NAME_value(names, index)));
     }

@@ -15,6 +15,9 @@
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
+#include <algorithm>
+#include <cstddef>
+
 namespace foundation::toolkit {
 
 namespace {
@@ -36,6 +39,7 @@ ssl_ctx_st* requireContext(ssl_ctx_st* context)
 std::vector<Certificate> certificatesOf(STACK_OF(X509) const* stack)
 {
     std::vector<Certificate> certificates;
+    certificates.reserve(static_cast<std::size_t>(std::max(0, sk_X509_num(stack))));
     for (int index = 0; index < sk_X509_num(stack); ++index) {
         certificates.push_back(Certificate::fromX509(sk_X509_value(stack, index)));
     }

@@ -13,7 +13,7 @@ namespace {
 
 struct CodeWords
 {
-    int code;
+    int code = X509_V_OK;
     Words words;
 };
 

@@ -70,6 +70,16 @@ X509_STOREUPtr copyOf(X509_STORE* store, Represent const& represent)
     return copy;
 }
 
+/// Returns a further reference, or a duplicate if the certificate has trust settings. Null for null, and if
+/// out of memory.
+X509UPtr withoutTrustSettings(X509* certificate)
+{
+    if (certificate == nullptr) {
+        return makeX509(nullptr);
+    }
+    return hasTrustSettings(certificate) ? makeX509(X509_dup(certificate)) : furtherReference(certificate);
+}
+
 std::string writePEM(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
@@ -188,12 +198,10 @@ void TrustStoreImpl::addDERCertificate(ByteArray const& der)
 void TrustStoreImpl::addX509(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    if (certificate != nullptr && hasTrustSettings(certificate)) {
-        return addX509(makeX509(X509_dup(certificate)).get());
-    }
+    auto const added = withoutTrustSettings(certificate);
     beginChange();
     // Some releases of OpenSSL report a certificate that the store holds already. That is a success.
-    if (X509_STORE_add_cert(store(), certificate) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
+    if (X509_STORE_add_cert(store(), added.get()) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
         throw TrustStoreException("Failed to add certificate to store");
     }
 }

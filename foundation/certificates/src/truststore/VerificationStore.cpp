@@ -98,6 +98,7 @@ X509_LOOKUP_METHOD* makeLookUpMethod()
 /// Never destroyed: the program may validate while it ends.
 X509_LOOKUP_METHOD* lookUpMethod()
 {
+    // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): OpenSSL does not change it
     static X509_LOOKUP_METHOD* const method = makeLookUpMethod();
     return method;
 }

@@ -122,7 +122,7 @@ public:
     {}
     BundleMembers(BundleMembers const&) = delete;
     BundleMembers& operator=(BundleMembers const&) = delete;
-    ~BundleMembers() override { OPENSSL_cleanse(&ownPassphrase[0], ownPassphrase.size()); }
+    ~BundleMembers() override { OPENSSL_cleanse(ownPassphrase.data(), ownPassphrase.size()); }
 
     std::optional<Member> next() override
     {
