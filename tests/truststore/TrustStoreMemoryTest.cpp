@@ -1,4 +1,5 @@
 #include "support/allocation/AllocationFailure.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/operations/StoreHistory.hpp"
 #include "support/pki/TestCrl.hpp"
@@ -13,9 +14,14 @@
 #include <foundation/certificates/FreeFunctions.hpp>
 #include <foundation/certificates/TrustStore.hpp>
 
+#include <cstddef>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -211,3 +217,50 @@ FOUNDATION_TEST_ALLOCATION_FAILURE(
                              return withSystem({{systemRoots().soundFile}, {}});
                          },
                          additions(OnFailure::Rethrow)));
+
+TEST(TrustStoreOutOfMemory, ErrorQueueIsUnchanged)
+{
+    struct Row
+    {
+        std::string name;
+        std::function<void(TrustStore&)> run;
+    };
+    auto const certificate = load(root());
+    auto const other = load(expiredRoot());
+    X509CertificateChain chain;
+    chain.addCertificate(certificate);
+    std::vector<Row> const rows{
+        {"construction", [](TrustStore&) { TrustStore const made; }},
+        {"copy", [](TrustStore& store) { TrustStore const copy(store); }},
+        {"addCertificate", [&](TrustStore& store) { store.addCertificate(certificate); }},
+        {"addCertificates", [&](TrustStore& store) { store.addCertificates(chain); }},
+        {"getCertificates", [](TrustStore& store) { store.getCertificates(); }},
+        {"getPEMStrings", [](TrustStore& store) { store.getPEMStrings(); }},
+        {"getOpenSSLStore", [](TrustStore& store) { getOpenSSLStore(store); }},
+        {"copyOpenSSLStore", [](TrustStore& store) { copyOpenSSLStore(store); }},
+    };
+    std::size_t numRefused = 0;
+    for (Row const& row : rows) {
+        for (bool const isHandedOut : {false, true}) {
+            std::size_t allocation = 0;
+            do {
+                TrustStore store;
+                store.addCertificate(other);
+                auto const live = isHandedOut ? getOpenSSLStore(store) : nullptr;
+                CleanErrorQueue const clean;
+                auto const foreign = queueForeignError();
+                try {
+                    Shortage const shortage(Memory::OpenSSL, allocation);
+                    row.run(store);
+                } catch (std::exception const&) {
+                    // Which exception it is does not matter here.
+                }
+                EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign})
+                    << row.name << " without allocation " << allocation;
+                ++allocation;
+            } while (Shortage::hasOccurred());
+            numRefused += allocation - 1;
+        }
+    }
+    EXPECT_GT(numRefused, rows.size());
+}
