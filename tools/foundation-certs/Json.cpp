@@ -6,6 +6,7 @@ namespace foundation::tools {
 
 namespace {
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the records of the subcommands
 void makeValid(Json& value)
 {
     if (value.is_string()) {

@@ -19,10 +19,12 @@
 
 namespace foundation::tools {
 
-using toolkit::CertificateReader;
 using toolkit::ReadCertificate;
 
 namespace {
+
+/// How many bytes a thread collects before it passes them on.
+constexpr std::size_t shortReport = 65536;
 
 struct Input
 {
@@ -79,7 +81,7 @@ void read(Input const& input, Visitor const& visit, OrderedOutput& output)
         while (auto const found = reader.next()) {
             visit(*found, report);
             output.countResult();
-            if (report.output.size() + report.errors.size() > 64U * 1024) {
+            if (report.output.size() + report.errors.size() > shortReport) {
                 output.add(input.number, report);
             }
         }

@@ -11,8 +11,9 @@ namespace foundation::tools {
 
 namespace {
 
-constexpr std::size_t mostKeptBytes = 16U * 1024 * 1024;
-constexpr std::size_t largeReport = 256U * 1024;
+constexpr std::size_t kibibyte = 1024;
+constexpr std::size_t mostKeptBytes = 16 * kibibyte * kibibyte;
+constexpr std::size_t largeReport = 256 * kibibyte;
 
 std::size_t sizeOf(Report const& report)
 {

@@ -15,6 +15,7 @@ namespace {
 bool hasColour()
 {
     static bool const result = [] {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment
         char const* const refusal = std::getenv("NO_COLOR");
         return isTerminal(stdout) && (refusal == nullptr || *refusal == '\0');
     }();

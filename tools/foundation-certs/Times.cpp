@@ -19,7 +19,9 @@ namespace {
 using std::chrono::seconds;
 using std::chrono::system_clock;
 
-constexpr std::int64_t secondsPerDay = 86400;
+constexpr std::int64_t secondsPerMinute = 60;
+constexpr std::int64_t secondsPerHour = 60 * secondsPerMinute;
+constexpr std::int64_t secondsPerDay = 24 * secondsPerHour;
 
 std::string textOf(ASN1_TIME const* time)
 {
@@ -55,7 +57,7 @@ public:
     int number(std::size_t numDigits)
     {
         auto const digits = rest.substr(0, numDigits);
-        if (digits.size() != numDigits || digits.find_first_not_of("0123456789") != digits.npos) {
+        if (digits.size() != numDigits || digits.find_first_not_of("0123456789") != std::string_view::npos) {
             return -1;
         }
         int value = -1;
@@ -107,7 +109,7 @@ bool readOffset(Scanner& scanner, std::int64_t& offset)
     int const hours = scanner.number(2);
     bool const hasColon = scanner.skip(':');
     int const minutes = scanner.number(2);
-    offset = (hours * 60 + minutes) * (isWest ? -60 : 60);
+    offset = (hours * secondsPerHour + minutes * secondsPerMinute) * (isWest ? -1 : 1);
     return hasColon && isWithin(hours, 0, 23) && isWithin(minutes, 0, 59);
 }
 
@@ -137,7 +139,8 @@ bool readTime(std::string_view text, std::int64_t& result)
         !isWithin(minute, 0, 59) || !isWithin(second, 0, 60)) {
         return false;
     }
-    result = daysSince1970(year, month, day) * secondsPerDay + hour * 3600 + minute * 60 + second - offset;
+    result = daysSince1970(year, month, day) * secondsPerDay + hour * secondsPerHour +
+             minute * secondsPerMinute + second - offset;
     return true;
 }
 
@@ -147,9 +150,9 @@ std::int64_t secondsOfUnit(char unit)
     case 's':
         return 1;
     case 'm':
-        return 60;
+        return secondsPerMinute;
     case 'h':
-        return 3600;
+        return secondsPerHour;
     case 'd':
         return secondsPerDay;
     case 'w':
