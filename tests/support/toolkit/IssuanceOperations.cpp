@@ -112,7 +112,7 @@ AllowedOutcomes shortage(std::size_t stride = 1)
 template <class Object>
 Operation<Object> withManyAllocations(Operation<Object> const& operation)
 {
-    constexpr std::size_t stride = 37;
+    constexpr std::size_t stride = 73;
     return operation.withoutOpenSSLMemory(shortage(stride)).withoutHeap(withStride(stride));
 }
 
