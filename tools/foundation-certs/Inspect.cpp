@@ -9,8 +9,16 @@
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/toolkit/Explanation.hpp>
 
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace foundation::tools {
@@ -21,16 +29,52 @@ using toolkit::ReadCertificate;
 
 namespace {
 
-/// Returns why foundation::certificates refuses the certificate; empty if it accepts it.
-std::string refusalOf(Certificate const& certificate)
+/// Why foundation::certificates refuses certificates. That depends on the kind and the size of the key, so a
+/// certificate is loaded again only if its kind and size are new.
+class Refusals
 {
-    try {
-        static_cast<void>(certificate.toX509Certificate());
-        return {};
-    } catch (certificates::CertificateException const& refusal) {
-        return refusal.what();
+public:
+    /// Returns the reason; empty if the library accepts the certificate.
+    std::string reasonFor(Certificate const& certificate)
+    {
+        if (!hasOrdinaryKey(certificate)) {
+            return loadAgain(certificate);
+        }
+        std::lock_guard<std::mutex> const lock(mutex);
+        auto const [known, isNew] = reasons.try_emplace({certificate.getKeyKind(), certificate.getKeyBits()});
+        if (isNew) {
+            known->second = loadAgain(certificate);
+        }
+        return known->second;
     }
-}
+
+private:
+    static std::string loadAgain(Certificate const& certificate)
+    {
+        try {
+            static_cast<void>(certificate.toX509Certificate());
+            return {};
+        } catch (certificates::CertificateException const& refusal) {
+            return refusal.what();
+        }
+    }
+
+    /// Whether OpenSSL can decode the key, and it is no RSA key without an exponent.
+    static bool hasOrdinaryKey(Certificate const& certificate)
+    {
+        auto* const key = X509_get0_pubkey(certificate.getX509());
+        if (key == nullptr || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
+            return key != nullptr;
+        }
+        BIGNUM* exponent = nullptr;
+        bool const isRead = EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &exponent) == 1;
+        std::unique_ptr<BIGNUM, decltype(&BN_free)> const owned(exponent, &BN_free);
+        return isRead && BN_is_zero(exponent) == 0;
+    }
+
+    std::mutex mutex;
+    std::map<std::pair<std::string, int>, std::string> reasons;
+};
 
 std::vector<std::string> namesOf(Certificate const& certificate)
 {
@@ -114,13 +158,13 @@ Json recordOf(ReadCertificate const& found, std::string const& refusal)
     return record;
 }
 
-void inspectOne(bool json, ReadCertificate const& found, Report& report)
+void inspectOne(bool json, Refusals& refusals, ReadCertificate const& found, Report& report)
 {
     if (!found.certificate) {
         reportFailure(found, report);
         return;
     }
-    auto const refusal = refusalOf(*found.certificate);
+    auto const refusal = refusals.reasonFor(*found.certificate);
     report.output += json ? jsonLine(recordOf(found, refusal)) : described(found, refusal);
     if (!refusal.empty()) {
         report.status = worse(report.status, ExitStatus::Finding);
@@ -129,8 +173,9 @@ void inspectOne(bool json, ReadCertificate const& found, Report& report)
 
 ExitStatus inspect(InspectOptions const& options)
 {
+    Refusals refusals;
     return visitCertificates(options.inputs, [&](ReadCertificate const& found, Report& report) {
-        inspectOne(options.json, found, report);
+        inspectOne(options.json, refusals, found, report);
     });
 }
 

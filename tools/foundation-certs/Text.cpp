@@ -1,5 +1,6 @@
 #include "Text.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
@@ -72,12 +73,17 @@ std::string escaped(Character const& character)
     return buffer.data();
 }
 
-/// Returns the text with each character escaped for which the condition holds.
+/// Returns the text with each character escaped for which the condition holds. It holds for no printable
+/// ASCII character, which almost all texts consist of.
 template <class Condition>
 std::string escapedIf(std::string_view text, Condition const& condition)
 {
+    bool const isPlain =
+        std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; });
+    if (isPlain) {
+        return std::string(text);
+    }
     std::string result;
-    result.reserve(text.size());
     while (!text.empty()) {
         auto const character = decodeFirst(text);
         if (condition(character)) {
