@@ -4,8 +4,8 @@ build_packages=(build-essential cmake ninja-build pkg-config libssl-dev libboost
     nlohmann-json3-dev)
 # netbase has the names of services; iproute2 sets up network namespaces.
 demo_packages=(ca-certificates openssl iproute2 netbase)
-# Published test vectors are a package, too. gdb tests its printers.
-test_packages=(libgtest-dev ca-certificates openssl gdb iproute2 netbase python3-cryptography-vectors)
+# Published test vectors are a package, too. gdb tests its printers. GNU parallel runs foundation-certs in a test.
+test_packages=(libgtest-dev ca-certificates openssl gdb iproute2 netbase parallel python3-cryptography-vectors)
 # Other software, whose signatures and bundles the tests read.
 foreign_packages=(gnutls-bin libnss3-tools default-jdk-headless)
 # doxygen-awesome-css is the theme of the documentation's site. Chromium looks at its pages.

@@ -1,4 +1,5 @@
 #include "tools/FoundationCerts.hpp"
+#include "tools/JsonLines.hpp"
 
 #include <chrono>
 
@@ -48,4 +49,18 @@ TEST_F(Expiry, WithinSetsExitStatus)
     EXPECT_TRUE(beginsWith(expired.output, "   expired  ")) << expired.output;
 
     expectBadInput(foundationCerts({"expiry", "--within", "soon", soon}), "not a duration such as 30d: soon");
+}
+
+TEST_F(Expiry, WritesDocumentedJson)
+{
+    auto const run = foundationCerts({"expiry", "--json", fileWith("expired", -day), leafFile()});
+
+    EXPECT_EQ(run.exitStatus, 1);
+    auto const records = jsonLines(run.output, "expiry");
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].at("subject"), "CN=expired");
+    EXPECT_EQ(records[0].at("daysLeft"), -1);
+    EXPECT_EQ(records[0].at("expires"), true);
+    EXPECT_EQ(records[1].at("subject"), "CN=leaf");
+    EXPECT_EQ(records[1].at("expires"), false);
 }

@@ -1,10 +1,34 @@
 #include "tools/FoundationCerts.hpp"
+#include "tools/JsonLines.hpp"
 
+#include <foundation/certificates/X509Certificate.hpp>
+
+#include <cstdint>
+#include <exception>
+
+using namespace foundation::certificates;
 using namespace foundation::test;
 
 namespace {
 
-using Inspect = FoundationCerts;
+class Inspect : public FoundationCerts
+{
+protected:
+    /// Returns a file with a certificate whose only alternative name is the DNS name.
+    std::string fileWithName(std::string const& name) const
+    {
+        auto const size = static_cast<unsigned char>(name.size());
+        Bytes content = {0x30, static_cast<unsigned char>(size + 2), 0x82, size};
+        content.insert(content.end(), name.begin(), name.end());
+        auto const made = makeLeaf(intermediate, "leaf", [&](CertificateSpec& spec) {
+            spec.setRawExtension("subjectAltName", content);
+        });
+        return write("named.pem", made.pem());
+    }
+};
+
+/// ESC ], a line end, a byte that is not UTF-8, and the character that turns the direction of writing.
+constexpr char const hostileName[] = "a\x1b]0;b\nc\xff\u202e";
 
 } // namespace
 
@@ -28,4 +52,78 @@ TEST_F(Inspect, SaysWhatTheLibraryRefuses)
     EXPECT_EQ(run.exitStatus, 1);
     EXPECT_EQ(run.errors, "");
     EXPECT_TRUE(contains(run.output, "  Refused:          ")) << run.output;
+}
+
+TEST_F(Inspect, RefusesWhatTheLibraryRefuses)
+{
+    std::vector<CertificateAndKey> made;
+    for (auto const& key :
+         {rsaKey(), rsaKey(512), rsaPssKey(), p256Key(), explicitP256Key(), namelessCurveKey(), p384Key(),
+          ed25519Key(), ed448Key(), dsaKey()}) {
+        for (auto const* const name : {"first", "second"}) {
+            made.push_back(makeSelfSignedLeaf(name, [&](CertificateSpec& spec) { spec.key = key; }));
+        }
+    }
+    for (auto const fault : {PublicKeyFault::Undecodable, PublicKeyFault::UnknownType}) {
+        made.push_back(
+            makeSelfSignedLeaf("odd", [&](CertificateSpec& spec) { spec.publicKeyFault = fault; }));
+    }
+    auto const run = foundationCerts({"inspect", "--json", write("all.pem", toPemBundle(made))});
+
+    auto const records = jsonLines(run.output, "inspect");
+    ASSERT_EQ(records.size(), made.size());
+    for (std::size_t number = 0; number < made.size(); ++number) {
+        std::string reason;
+        try {
+            X509Certificate const loaded(made[number].der());
+        } catch (std::exception const& refusal) {
+            reason = refusal.what();
+        }
+        EXPECT_EQ(records[number].value("refused", ""), reason) << records[number];
+    }
+}
+
+TEST_F(Inspect, WritesDocumentedJson)
+{
+    auto const file = write("both.pem", leaf.pem() + intermediate.pem());
+    auto const run = foundationCerts({"inspect", "--json", file});
+
+    EXPECT_EQ(run.exitStatus, 1);
+    auto const records = jsonLines(run.output, "inspect");
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].at("index"), 1);
+    EXPECT_EQ(records[0].at("subject"), "CN=leaf");
+    EXPECT_EQ(records[0].at("alternativeNames"), nlohmann::json({"DNS:leaf.example"}));
+    EXPECT_FALSE(records[0].contains("refused"));
+    EXPECT_EQ(records[1].at("keyKind"), "secp384r1");
+    EXPECT_NE(records[1].at("refused"), "");
+}
+
+TEST_F(Inspect, EscapesNamesForTerminals)
+{
+    auto const run = foundationCerts({"inspect", fileWithName(hostileName)});
+
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_TRUE(contains(run.output, "  Names:            DNS:a\\x1b]0;b\\nc\\xff\\u202e\n")) << run.output;
+}
+
+TEST_F(Inspect, EscapesOnlyInvalidBytesInJson)
+{
+    auto const run = foundationCerts({"inspect", "--json", fileWithName(hostileName)});
+
+    EXPECT_EQ(run.exitStatus, 0);
+    auto const records = jsonLines(run.output, "inspect");
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].at("alternativeNames"), nlohmann::json({"DNS:a\x1b]0;b\nc\\xff\u202e"}));
+}
+
+TEST_F(Inspect, ShowsTimesThatTheClockCannotHold)
+{
+    constexpr std::int64_t endOf9999 = 253402300799;
+    auto const made =
+        makeRoot("eternal", [](CertificateSpec& spec) { spec.notAfter = TimeSpec::at(endOf9999); });
+    auto const run = foundationCerts({"inspect", write("eternal.pem", made.pem())});
+
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_TRUE(contains(run.output, " to 9999-12-31T23:59:59Z\n")) << run.output;
 }

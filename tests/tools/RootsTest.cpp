@@ -1,6 +1,6 @@
-#include "tools/FoundationCerts.hpp"
-
 #include "support/system/ScopedVariable.hpp"
+#include "tools/FoundationCerts.hpp"
+#include "tools/JsonLines.hpp"
 
 #include <chrono>
 
@@ -24,4 +24,20 @@ TEST_F(Roots, SaysWhatIsKeptAndDropped)
     EXPECT_TRUE(beginsWith(run.output, "CN=root, until ")) << run.output;
     EXPECT_TRUE(contains(run.output, "\nDropped: Certificate (CN: old) expired ")) << run.output;
     EXPECT_TRUE(endsWith(run.output, "\n1 trusted, 1 dropped\n")) << run.output;
+
+    auto const records =
+        jsonLines(foundationCerts({"roots", "--usage", "signing", "--json"}).output, "roots");
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].at("subject"), "CN=root");
+    EXPECT_EQ(records[1].at("kept"), false);
+}
+
+TEST_F(Roots, ReportsMissingRoots)
+{
+    ScopedVariable const file("SSL_CERT_FILE", pathOf("missing.pem"));
+    auto const run = foundationCerts({"roots"});
+
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_EQ(run.output, "");
+    EXPECT_TRUE(beginsWith(run.errors, "foundation-certs: Failed to ")) << run.errors;
 }

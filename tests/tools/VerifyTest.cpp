@@ -1,4 +1,5 @@
 #include "tools/FoundationCerts.hpp"
+#include "tools/JsonLines.hpp"
 
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestBundles.hpp"
@@ -131,6 +132,7 @@ TEST_F(Verify, WritesJSON)
         run.output, R"({"schema":"foundation-certs/verify/1","source":")" + signedData +
                         R"(","signatureValid":true,"reason":"","signers":[{"valid":true,"status":"Valid",)"))
         << run.output;
+    EXPECT_EQ(jsonLines(run.output, "verify").size(), 1U);
 }
 
 TEST_F(Verify, RefusesUnreadableInput)
