@@ -227,6 +227,15 @@ TEST_F(Doctor, FindsAllFaultsAtOnce)
     }
 }
 
+TEST_F(Doctor, FindsFaultsOfLeafBesideOneThatCannotBeTolerated)
+{
+    auto const odd = intermediateWith([](CertificateSpec& spec) { spec.removeExtension("keyUsage"); });
+    auto const result = runAgainst(leafWith(odd), {odd}, {"--host", "other.example"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(contains(result.output, "1. A CA of the chain has no key usage.\n")) << result.output;
+    EXPECT_TRUE(contains(result.output, "2. The certificate is for another host name.\n")) << result.output;
+}
+
 TEST_F(Doctor, FindsOtherPurpose)
 {
     auto const client = leafWith(

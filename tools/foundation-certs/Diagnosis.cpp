@@ -82,19 +82,18 @@ PathResult findFaults(
     }
 }
 
-/// Reports the faults of a CA of the chain that do not depend on the other certificates, such as its dates.
+/// Reports the faults of a member of the chain that do not depend on the others, such as its dates.
 void findFaultsOfMember(
-    std::vector<Certificate> const& chain, std::size_t depth,
+    std::vector<Certificate> const& chain, std::size_t depth, PathOptions options,
     std::function<void(PathResult const&)> const& report)
 {
-    PathOptions options;
     options.allowTrustedIntermediate = true;
-    options.minimumSecurityLevel = tlsSecurityLevel;
+    options.purpose = Purpose::Any;
     std::vector<Certificate> const itself{chain[depth]};
     findFaults(chain[depth], {}, PathValidator(itself), options, [&](PathResult fault) {
         fault.errorDepth = static_cast<int>(depth);
         fault.chain = chain;
-        if (fault.errorCode == X509_V_ERR_EE_KEY_TOO_SMALL) {
+        if (depth > 0 && fault.errorCode == X509_V_ERR_EE_KEY_TOO_SMALL) {
             fault.errorCode = X509_V_ERR_CA_KEY_TOO_SMALL;
         }
         report(fault);
@@ -207,8 +206,10 @@ Diagnosis diagnose(std::vector<Certificate> const& given, PathValidator const& r
     Diagnosis diagnosis;
     auto const add = [&](PathResult const& fault) { addFinding(diagnosis.findings, fault); };
     diagnosis.chain = findFaults(leafOf(given), given, roots, options, add).chain;
-    for (std::size_t depth = 1; depth < diagnosis.chain.size(); ++depth) {
-        findFaultsOfMember(diagnosis.chain, depth, add);
+    for (std::size_t depth = 0; depth < diagnosis.chain.size(); ++depth) {
+        findFaultsOfMember(diagnosis.chain, depth, options, add);
+        options.host.reset(); // only the leaf has to match
+        options.address.reset();
     }
     if (!isInOrder(given, diagnosis.chain)) {
         diagnosis.findings.push_back(wrongOrder(given, diagnosis.chain));
