@@ -305,8 +305,8 @@ std::optional<PathResult> verifyOnce(
         return std::nullopt;
     }
     bool const isPurposeChecked = settings.options.purpose != Purpose::CodeSigning;
-    bool const isValid = verified == 1 && (isPurposeChecked || checkCodeSigning(context));
-    return resultOf(context, isValid, leaf);
+    bool const isAccepted = verified == 1 && (isPurposeChecked || checkCodeSigning(context));
+    return resultOf(context, isAccepted, leaf);
 }
 
 bool isValid(std::optional<PathResult> const& result)
@@ -357,7 +357,7 @@ PathResult PathValidator::validate(
         attempts.push_back(verifyOnce(store.get(), leaf, intermediates, settings));
         return isValid(attempts.back());
     });
-    auto& last = attempts.back();
+    auto const& last = attempts.back();
     // One of two failed attempts may have run out of memory. A failure counts only if both are alike.
     if (!isValid(last) && !areAlike(attempts.front(), last)) {
         throw X509CertificateException(outOfMemoryText);
@@ -365,7 +365,7 @@ PathResult PathValidator::validate(
     if (!last) {
         throw X509CertificateException(noVerdictText);
     }
-    return std::move(*last);
+    return *last;
 }
 
 } // namespace foundation::toolkit

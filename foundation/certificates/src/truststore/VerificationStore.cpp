@@ -83,7 +83,7 @@ int findBySubject(X509_LOOKUP* lookUp, X509_LOOKUP_TYPE type, X509_NAME const* s
 
 void releaseState(X509_LOOKUP* lookUp)
 {
-    std::unique_ptr<LookUpState> const state(static_cast<LookUpState*>(X509_LOOKUP_get_method_data(lookUp)));
+    std::default_delete<LookUpState>()(static_cast<LookUpState*>(X509_LOOKUP_get_method_data(lookUp)));
 }
 
 X509_LOOKUP_METHOD* makeLookUpMethod()

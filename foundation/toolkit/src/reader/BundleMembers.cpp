@@ -140,10 +140,12 @@ public:
     }
 
 private:
+    using Bags = STACK_OF(PKCS12_SAFEBAG);
+
     /// A place in a list of bags that something else owns.
     struct Position
     {
-        STACK_OF(PKCS12_SAFEBAG) const* bags;
+        Bags const* bags;
         int index;
     };
 
@@ -179,7 +181,7 @@ private:
         }
         PKCS12_SAFEBAG* const bag = sk_PKCS12_SAFEBAG_value(position.bags, position.index);
         std::optional<Member> member;
-        STACK_OF(PKCS12_SAFEBAG) const* inside = nullptr;
+        Bags const* inside = nullptr;
         if (PKCS12_SAFEBAG_get_nid(bag) == NID_safeContentsBag) {
             inside = PKCS12_SAFEBAG_get0_safes(bag);
         } else if (PKCS12_SAFEBAG_get_bag_nid(bag) == NID_x509Certificate) {
