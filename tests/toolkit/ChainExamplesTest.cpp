@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,22 @@ protected:
     TemporaryFolder const folder;
 };
 
+class ExpiryMonitorExample : public ChainExample
+{
+protected:
+    std::string certificateWith(std::string const& name, std::chrono::hours left) const
+    {
+        auto const made =
+            makeRoot(name, [&](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(left); });
+        return write(name + ".pem", made.pem());
+    }
+
+    static ProgramRun monitor(std::vector<std::string> const& arguments)
+    {
+        return runProgram(EXPIRY_MONITOR_PROGRAM, arguments);
+    }
+};
+
 class ChainDoctorExample : public ChainExample
 {
 protected:
@@ -67,7 +84,51 @@ protected:
     }
 };
 
+using std::chrono::hours;
+
 } // namespace
+
+TEST_F(ExpiryMonitorExample, ReportsWhatExpiresSoon)
+{
+    auto const expired = certificateWith("a", hours(-1));
+    auto const soon = certificateWith("b", hours(24 * 5 + 1));
+    certificateWith("c", hours(24 * 40));
+    auto const run = monitor({folder.path().string()});
+    EXPECT_EQ(run.exitStatus, 1);
+    EXPECT_EQ(run.output, expired + " #1: CN=a expired\n" + soon + " #1: CN=b expires in 5 days\n");
+    EXPECT_EQ(run.errors, "");
+}
+
+TEST_F(ExpiryMonitorExample, UsesGivenNumberOfDays)
+{
+    auto const soon = certificateWith("b", hours(24 * 5 + 1));
+    EXPECT_EQ(monitor({"--within", "5", soon}).exitStatus, 0);
+    EXPECT_EQ(monitor({"--within", "6", soon}).exitStatus, 1);
+}
+
+TEST_F(ExpiryMonitorExample, ReportsUnreadableFileAndContinues)
+{
+    auto const unreadable = write("a.pem", "no certificate");
+    auto const soon = certificateWith("b", hours(24));
+    auto const run = monitor({unreadable, soon});
+    EXPECT_EQ(run.exitStatus, 2);
+    EXPECT_TRUE(contains(run.output, "CN=b")) << run.output;
+    EXPECT_TRUE(beginsWith(run.errors, "expiry_monitor: " + unreadable + ": ")) << run.errors;
+}
+
+TEST_F(ExpiryMonitorExample, ReadsCertificatesWithAnyKey)
+{
+    EXPECT_EQ(monitor({chain()}).exitStatus, 0);
+}
+
+TEST_F(ExpiryMonitorExample, RefusesWrongUsage)
+{
+    expectUsage(EXPIRY_MONITOR_PROGRAM, "Usage: expiry_monitor ");
+    for (auto const& arguments : std::vector<std::vector<std::string>>{
+             {}, {"--within"}, {"--within", "many", "a"}, {"--within", "-1", "a"}, {"--unknown", "a"}}) {
+        expectWrongUsage(EXPIRY_MONITOR_PROGRAM, arguments);
+    }
+}
 
 TEST_F(ChainDoctorExample, ShowsValidChain)
 {
