@@ -1,5 +1,5 @@
 #include "support/Text.hpp"
-#include "support/pki/TestKeys.hpp"
+#include "support/pki/MixedChain.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/RunProgram.hpp"
 #include "support/system/TemporaryFolder.hpp"
@@ -14,10 +14,11 @@ using namespace foundation::test;
 
 namespace {
 
-/// A P-256 leaf under a P-384 intermediate under an RSA root.
-class ChainExample : public testing::Test
+class ChainExample : public testing::Test, protected MixedChain
 {
 protected:
+    ChainExample() : MixedChain("DNS:leaf.example") {}
+
     std::string write(std::string const& name, std::string const& content) const
     {
         return folder.write(name, content).string();
@@ -41,12 +42,6 @@ protected:
         EXPECT_TRUE(beginsWith(run.output, beginning)) << run.output;
     }
 
-    CertificateAndKey const root = makeRoot("root", [](CertificateSpec& spec) { spec.key = rsaKey(); });
-    CertificateAndKey const intermediate =
-        makeIntermediate(root, "intermediate", [](CertificateSpec& spec) { spec.key = p384Key(); });
-    CertificateAndKey const leaf = makeLeaf(intermediate, "leaf", [](CertificateSpec& spec) {
-        spec.setExtension("subjectAltName", "DNS:leaf.example");
-    });
     TemporaryFolder const folder;
 };
 

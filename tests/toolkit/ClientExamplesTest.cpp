@@ -1,6 +1,6 @@
 #include "support/openssl/TLSServer.hpp"
+#include "support/pki/MixedChain.hpp"
 #include "support/pki/TestBundles.hpp"
-#include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/RunProgram.hpp"
 #include "support/system/TemporaryFolder.hpp"
@@ -15,9 +15,11 @@ using namespace foundation::test;
 
 namespace {
 
-class TLSClientExample : public testing::Test
+class TLSClientExample : public testing::Test, protected MixedChain
 {
 protected:
+    TLSClientExample() : MixedChain("IP:127.0.0.1,DNS:www.example.org") {}
+
     ProgramRun connect(std::string const& host, CertificateAndKey const& trusted) const
     {
         TLSServer const server(makeTLSServer(leaf.certificate, leaf.key, {intermediate.certificate}));
@@ -25,12 +27,6 @@ protected:
         return runProgram(TLS_CLIENT_PROGRAM, {host, server.port(), "--roots", roots});
     }
 
-    CertificateAndKey const root = makeRoot("root", [](CertificateSpec& spec) { spec.key = rsaKey(); });
-    CertificateAndKey const intermediate =
-        makeIntermediate(root, "intermediate", [](CertificateSpec& spec) { spec.key = p384Key(); });
-    CertificateAndKey const leaf = makeLeaf(intermediate, "leaf", [](CertificateSpec& spec) {
-        spec.setExtension("subjectAltName", "IP:127.0.0.1,DNS:www.example.org");
-    });
     TemporaryFolder const folder;
 };
 

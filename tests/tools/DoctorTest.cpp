@@ -1,6 +1,7 @@
 #include "tools/FoundationCerts.hpp"
 
 #include "support/openssl/TLSServer.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <algorithm>
 

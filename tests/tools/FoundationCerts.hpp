@@ -1,7 +1,7 @@
 #pragma once
 
 #include "support/Text.hpp"
-#include "support/pki/TestKeys.hpp"
+#include "support/pki/MixedChain.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/RunProgram.hpp"
 #include "support/system/TemporaryFolder.hpp"
@@ -27,10 +27,12 @@ inline void expectBadInput(ProgramRun const& run, std::string const& message)
     EXPECT_EQ(run.errors, "foundation-certs: " + message + "\n");
 }
 
-/// A folder of files, and a P-256 leaf under a P-384 intermediate under an RSA root.
-class FoundationCerts : public testing::Test
+/// A folder of files, and a chain.
+class FoundationCerts : public testing::Test, protected MixedChain
 {
 protected:
+    FoundationCerts() : MixedChain("DNS:leaf.example") {}
+
     template <class Content>
     std::string write(std::string const& name, Content const& content) const
     {
@@ -42,12 +44,6 @@ protected:
     std::string intermediateFile() const { return write("intermediate.pem", intermediate.pem()); }
     std::string leafFile() const { return write("leaf.pem", leaf.pem()); }
 
-    CertificateAndKey const root = makeRoot("root", [](CertificateSpec& spec) { spec.key = rsaKey(); });
-    CertificateAndKey const intermediate =
-        makeIntermediate(root, "intermediate", [](CertificateSpec& spec) { spec.key = p384Key(); });
-    CertificateAndKey const leaf = makeLeaf(intermediate, "leaf", [](CertificateSpec& spec) {
-        spec.setExtension("subjectAltName", "DNS:leaf.example");
-    });
     TemporaryFolder const folder;
 };
 

@@ -1,6 +1,8 @@
 #include "tools/FoundationCerts.hpp"
 #include "tools/JsonLines.hpp"
 
+#include "support/pki/TestKeys.hpp"
+
 #include <foundation/certificates/X509Certificate.hpp>
 
 #include <cstdint>

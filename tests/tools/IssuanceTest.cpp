@@ -1,5 +1,7 @@
 #include "tools/FoundationCerts.hpp"
 
+#include "support/pki/TestKeys.hpp"
+
 #include <foundation/toolkit/Issuance.hpp>
 #include <foundation/toolkit/PathValidation.hpp>
 

@@ -3,6 +3,7 @@
 
 #include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestBundles.hpp"
+#include "support/pki/TestKeys.hpp"
 
 #include <openssl/err.h>
 #include <openssl/pkcs7.h>
