@@ -53,7 +53,7 @@ TEST_F(Expiry, WithinSetsExitStatus)
 
 TEST_F(Expiry, WritesDocumentedJson)
 {
-    auto const run = foundationCerts({"expiry", "--json", fileWith("expired", -day), leafFile()});
+    auto const run = foundationCerts({"expiry", "--json", fileWith("expired", -day / 2), leafFile()});
 
     EXPECT_EQ(run.exitStatus, 1);
     auto const records = jsonLines(run.output, "expiry");

@@ -110,10 +110,12 @@ TEST_F(ManyInputs, GNUParallelSpreadsThemOverHosts)
     std::filesystem::permissions(ssh, std::filesystem::perms::owner_all);
     auto const files = writeFiles(100);
 
+    // Without SHELL, GNU parallel takes its parent process for the shell; it keeps files in HOME.
     auto const run = runProgram(
-        "parallel",
-        {"--will-cite", "--keep-order", "--pipe", "--block", "1k", "--ssh", ssh, "--sshlogin", "1/one,1/two",
-         FOUNDATION_CERTS_PROGRAM, "inspect", "--json", "--jobs", "1", "--from", "-"},
+        "env",
+        {"SHELL=/bin/sh", "HOME=" + folder.path().string(), "parallel", "--will-cite", "--keep-order",
+         "--pipe", "--block", "1k", "--ssh", ssh, "--sshlogin", "1/one,1/two", FOUNDATION_CERTS_PROGRAM,
+         "inspect", "--json", "--jobs", "1", "--from", "-"},
         asList(files));
 
     EXPECT_GT(run.exitStatus, 0); // the number of parts with a finding
