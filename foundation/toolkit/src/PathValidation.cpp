@@ -148,9 +148,7 @@ struct Settings
         if (purpose != 0) {
             require(X509_VERIFY_PARAM_set_purpose(parameters, purpose));
         }
-        if (time) {
-            X509_VERIFY_PARAM_set_time(parameters, *time);
-        }
+        X509_VERIFY_PARAM_set_time(parameters, time);
         if (options.host) {
             X509_VERIFY_PARAM_set_hostflags(
                 parameters, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
@@ -164,7 +162,8 @@ struct Settings
     PathOptions const& options;
     unsigned long flags;
     int purpose;
-    std::optional<std::time_t> time;
+    /// One time for all dates, even if the clock is set meanwhile.
+    std::time_t time = std::time(nullptr);
     ByteArray address;
 
 private:

@@ -15,6 +15,7 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -32,6 +33,7 @@ constexpr char const noContextText[] = "Internal Error: error creating X509_STOR
 constexpr char const parameterFlagsText[] = "Failed to set the flags to X509 parameters";
 
 constexpr int progressIndex = 0;
+constexpr unsigned long noFlags = 0;
 
 TrustStore loadSystemTrustStore()
 {
@@ -238,6 +240,9 @@ void addCRLs(X509_STORE* store, X509CertificateImpl::CRLs const& crls)
 int verifyOnce(Verification const& verification, X509* leaf, unsigned long flags, Progress& progress)
 {
     prepare(verification, leaf, flags, progress);
+    // One time for all dates. Otherwise a clock that is set back meanwhile could validate a chain that is
+    // valid at no time.
+    X509_STORE_CTX_set_time(verification.context.get(), noFlags, std::time(nullptr));
     int const result = X509_verify_cert(verification.context.get());
     throwIfIncomplete(verification.store.get());
     return result;
