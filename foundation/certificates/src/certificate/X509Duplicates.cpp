@@ -27,7 +27,6 @@ bool hasEqualNamesOnly(X509* certificate)
 X509UPtr sharedOrDuplicated(X509Certificate const& certificate)
 {
     auto shared = X509Access::share(certificate);
-    // Not duplicateX509Of, which would clear the error queue.
     return mayBeShared(shared.get()) ? std::move(shared) : x509FromDER(certificate.getAsBytes());
 }
 
@@ -87,13 +86,12 @@ X509UPtr forVerification(X509* certificate)
     return isReadCompletely(certificate) ? furtherReference(certificate) : makeX509(X509_dup(certificate));
 }
 
-X509UPtr duplicateX509Of(X509Certificate const& certificate)
+X509UPtr readableX509Of(X509Certificate const& certificate)
 {
-    ByteArray const der = certificate.getAsBytes();
+    auto x509 = sharedOrDuplicated(certificate);
     RAIIOpenSSLErrorRemover const errors(true);
-    auto duplicate = x509FromDER(der);
-    throwIfNull<X509CertificateException>(duplicate.get(), noContentText);
-    return duplicate;
+    throwIfNull<X509CertificateException>(x509.get(), noContentText);
+    return x509;
 }
 
 X509StackUPtr stackOf(std::vector<X509Certificate> const& certificates)

@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// Copies of a certificate's OpenSSL object, made from its DER form. They are for code that changes the
-/// object or passes it on. X509Access shares the object instead, if mayBeShared allows it.
+/// Copies of a certificate's OpenSSL object, made from its DER form, for what X509Access may not share.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
@@ -45,11 +44,11 @@ ByteArray encodingOf(X509* certificate);
 /// Whether both certificates have the same DER form.
 bool haveSameEncoding(X509* left, X509* right);
 
-/// Returns a duplicate of the certificate, never null. Clears OpenSSL's error queue, as loading a certificate
-/// does.
+/// Returns the certificate's object, never null: a further reference if mayBeShared allows it, otherwise a
+/// duplicate. The object must not be changed. Clears OpenSSL's error queue, as loading a certificate does.
 /// @throws X509CertificateException "Error: X509Certificate is uninitialized.", "Error: X509Certificate has
 ///     no content."
-X509UPtr duplicateX509Of(X509Certificate const& certificate);
+X509UPtr readableX509Of(X509Certificate const& certificate);
 
 /// Returns a stack of the certificates in their order, for one verification. The stack shares those that
 /// mayBeShared allows, and has duplicates of the others: each verification must find the errors of invalid

@@ -109,7 +109,7 @@ BIGNUMUPtr serialNumber(ASN1_INTEGER const* serial)
 
 BIGNUMUPtr serialNumberOf(X509Certificate const& certificate)
 {
-    return serialNumber(X509_get0_serialNumber(duplicateX509Of(certificate).get()));
+    return serialNumber(X509_get0_serialNumber(readableX509Of(certificate).get()));
 }
 
 /// Returns the CRL's entry for the serial number; status `NotRevoked` if it has none.

@@ -64,9 +64,9 @@ void appendNamesOf(DIST_POINT const* point, std::vector<std::string>& uris)
 std::vector<std::string>
 X509CertificateImpl::getCRLDistributionPoints(X509Certificate const& certificate) const
 {
-    auto const duplicate = duplicateX509Of(certificate);
+    auto const readable = readableX509Of(certificate);
     auto const points = makeDIST_POINTStack(
-        static_cast<STACK_OF(DIST_POINT)*>(extensionOf(duplicate.get(), NID_crl_distribution_points)));
+        static_cast<STACK_OF(DIST_POINT)*>(extensionOf(readable.get(), NID_crl_distribution_points)));
     std::vector<std::string> uris;
     for (int index = 0; index < sk_DIST_POINT_num(points.get()); ++index) {
         appendNamesOf(sk_DIST_POINT_value(points.get(), index), uris);

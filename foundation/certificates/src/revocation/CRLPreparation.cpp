@@ -22,7 +22,7 @@ using Options = CertificateValidationOptions;
 /// Returns the key that signs the CRL of the level below. With a null key, no CRL passes the check.
 EVP_PKEYUPtr publicKeyOfIssuer(X509Certificate const& issuer)
 {
-    return makeEVP_PKEY(X509_get_pubkey(duplicateX509Of(issuer).get()));
+    return makeEVP_PKEY(X509_get_pubkey(readableX509Of(issuer).get()));
 }
 
 std::string downloadFailedAt(std::size_t level)
