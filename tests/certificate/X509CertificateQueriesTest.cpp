@@ -544,6 +544,19 @@ TEST(OidToString, WritesDigitsAndNeverAName)
     EXPECT_EQ(oidToString(own(OBJ_txt2obj(longOid, 1)).get()), longOid);
 }
 
+TEST(OidToString, WritesTextsOfEachLength)
+{
+    std::string text = "2.999";
+    while (text.size() < 300) {
+        text += text.size() % 2 == 0 ? ".1" : ".23";
+        EXPECT_EQ(oidToString(own(OBJ_txt2obj(text.c_str(), 1)).get()), text);
+    }
+    for (std::size_t const length : {126U, 127U, 128U, 129U}) {
+        auto const digits = "2.999." + std::string(length - 6, '7');
+        EXPECT_EQ(oidToString(own(OBJ_txt2obj(digits.c_str(), 1)).get()), digits) << length;
+    }
+}
+
 TEST(OidToString, RefusesObjectWithoutNumbers)
 {
     EXPECT_THROWS_EXACTLY(X509CertificateException, "OID has invalid length: 0", oidToString(nullptr));

@@ -165,9 +165,13 @@ X509Certificate::TimePoint asn1TimeToTimePoint(ASN1_TIME const* time)
 
 std::string oidToString(ASN1_OBJECT const* object)
 {
-    int const length = OBJ_obj2txt(nullptr, 0, object, 1);
+    std::array<char, 128> shortText{};
+    int const length = OBJ_obj2txt(shortText.data(), static_cast<int>(shortText.size()), object, 1);
     if (length < 1) {
         throw X509CertificateException("OID has invalid length: " + std::to_string(length));
+    }
+    if (length < static_cast<int>(shortText.size())) {
+        return std::string(shortText.data(), static_cast<std::size_t>(length));
     }
     std::string text(static_cast<std::size_t>(length) + 1, '\0');
     int const written = OBJ_obj2txt(text.data(), length + 1, object, 1);
