@@ -127,11 +127,7 @@ TrustStoreImpl::~TrustStoreImpl() = default;
 void TrustStoreImpl::addCertificate(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    if (!isHandedOut() && mayBeShared(certificate)) {
-        addX509(certificate);
-    } else {
-        addX509(makeX509(X509_dup(certificate)).get());
-    }
+    addShared(certificate);
 }
 
 void TrustStoreImpl::addCertificates(X509CertificateChain const& chain)
@@ -139,7 +135,7 @@ void TrustStoreImpl::addCertificates(X509CertificateChain const& chain)
     for (X509Certificate const& certificate : chain.getCertificates()) {
         RAIIOpenSSLErrorRemover const errors(false);
         if (certificate.isCACertificate()) {
-            addCertificate(X509Access::share(certificate).get());
+            addShared(X509Access::share(certificate).get());
         }
     }
 }
@@ -192,18 +188,13 @@ void TrustStoreImpl::addDERCertificate(ByteArray const& der)
     if (certificate == nullptr) {
         throw TrustStoreException(parseFailedText(der));
     }
-    addX509(certificate.get());
+    addEntry(certificate.get());
 }
 
 void TrustStoreImpl::addX509(X509* certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    auto const added = withoutTrustSettings(certificate);
-    beginChange();
-    // Some releases of OpenSSL report a certificate that the store holds already. That is a success.
-    if (X509_STORE_add_cert(store(), added.get()) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
-        throw TrustStoreException("Failed to add certificate to store");
-    }
+    addEntry(withoutTrustSettings(certificate).get());
 }
 
 X509* TrustStoreImpl::x509At(unsigned index) const
@@ -256,6 +247,24 @@ StoreEntries TrustStoreImpl::readEntries() const
 X509_STORE* TrustStoreImpl::store() const
 {
     return content->store.get();
+}
+
+void TrustStoreImpl::addShared(X509* certificate)
+{
+    if (!isHandedOut() && mayBeShared(certificate)) {
+        addEntry(certificate);
+    } else {
+        addEntry(makeX509(X509_dup(certificate)).get());
+    }
+}
+
+void TrustStoreImpl::addEntry(X509* certificate)
+{
+    beginChange();
+    // Some releases of OpenSSL report a certificate that the store holds already. That is a success.
+    if (X509_STORE_add_cert(store(), certificate) != 1 && !isAlreadyThere(ERR_peek_last_error())) {
+        throw TrustStoreException("Failed to add certificate to store");
+    }
 }
 
 void TrustStoreImpl::beginChange()

@@ -94,6 +94,11 @@ private:
     bool isHandedOut() const;
     StoreEntries readEntries() const;
     X509_STORE* store() const;
+    /// Adds a reference, or a duplicate if the certificate may not be shared. May leave errors in OpenSSL's
+    /// queue.
+    void addShared(X509* certificate);
+    /// Adds a reference. May leave errors in OpenSSL's queue.
+    void addEntry(X509* certificate);
     /// Prepares a change: ends the sharing with copies, and drops the reading.
     void beginChange();
 
