@@ -67,23 +67,42 @@ bool namesPrime256v1(OSSL_PARAM const* parameters)
     return group != nullptr && parameterText(*group) == prime256v1Name;
 }
 
-std::optional<PublicKeyInfo> rsaKeyIn(OSSL_PARAM const* parameters, std::uint64_t bits)
+std::optional<PublicKeyInfo> exportedKey(EVP_PKEY* key, KeyType type)
 {
-    ByteArray const exponent = numberIn(parameters, OSSL_PKEY_PARAM_RSA_E);
-    ByteArray const modulus = numberIn(parameters, OSSL_PKEY_PARAM_RSA_N);
-    if (exponent.empty() || modulus.empty()) {
+    OSSL_PARAM* exported = nullptr;
+    if (EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &exported) != 1 || exported == nullptr) {
         return std::nullopt;
     }
-    return PublicKeyInfo(bits, exponent, modulus);
+    auto const parameters = makeOSSL_PARAMUPtr(exported);
+    // After the export, because OpenSSL crashes on the size of a key without a curve.
+    int const bits = EVP_PKEY_get_bits(key);
+    if (bits < 1) {
+        return std::nullopt;
+    }
+    auto const size = static_cast<std::uint64_t>(bits);
+    if (type == KeyType::RSA) {
+        ByteArray const exponent = numberIn(exported, OSSL_PKEY_PARAM_RSA_E);
+        ByteArray const modulus = numberIn(exported, OSSL_PKEY_PARAM_RSA_N);
+        bool const isComplete = !exponent.empty() && !modulus.empty();
+        return isComplete ? std::make_optional<PublicKeyInfo>(size, exponent, modulus) : std::nullopt;
+    }
+    ByteArray const point = octetsIn(exported, OSSL_PKEY_PARAM_PUB_KEY);
+    bool const isComplete = !point.empty() && namesPrime256v1(exported);
+    return isComplete ? std::make_optional<PublicKeyInfo>(size, point, EllipticCurve::Prime256v1)
+                      : std::nullopt;
 }
 
-std::optional<PublicKeyInfo> eccKeyIn(OSSL_PARAM const* parameters, std::uint64_t bits, EllipticCurve curve)
+std::optional<PublicKeyInfo> rawEd25519Key(EVP_PKEY* key)
 {
-    ByteArray const point = octetsIn(parameters, OSSL_PKEY_PARAM_PUB_KEY);
-    if (point.empty() || (curve == EllipticCurve::Prime256v1 && !namesPrime256v1(parameters))) {
+    ByteArray bytes(32);
+    std::size_t length = bytes.size();
+    if (EVP_PKEY_get_raw_public_key(key, bytes.data(), &length) != 1 || length != bytes.size()) {
         return std::nullopt;
     }
-    return PublicKeyInfo(bits, point, curve);
+    int const bits = EVP_PKEY_get_bits(key);
+    return bits < 1 ? std::nullopt
+                    : std::make_optional<PublicKeyInfo>(
+                          static_cast<std::uint64_t>(bits), bytes, EllipticCurve::Ed25519);
 }
 
 EllipticCurve curveOfECKey(EVP_PKEY* key)
@@ -134,25 +153,17 @@ EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key)
 std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key)
 {
     RAIIOpenSSLErrorRemover const errors(false);
-    // In this order, because OpenSSL crashes on the export of a key without a kind, and on the size of a key
-    // without a curve.
-    int const kind = key == nullptr ? EVP_PKEY_NONE : EVP_PKEY_get_base_id(key);
-    bool const isAccepted = kind == EVP_PKEY_RSA || kind == EVP_PKEY_EC || kind == EVP_PKEY_ED25519;
-    OSSL_PARAM* exported = nullptr;
-    if (!isAccepted || EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &exported) != 1 || exported == nullptr) {
+    // OpenSSL crashes on the export of a key without a kind.
+    switch (key == nullptr ? EVP_PKEY_NONE : EVP_PKEY_get_base_id(key)) {
+    case EVP_PKEY_RSA:
+        return exportedKey(key, KeyType::RSA);
+    case EVP_PKEY_EC:
+        return exportedKey(key, KeyType::ECC);
+    case EVP_PKEY_ED25519:
+        return rawEd25519Key(key);
+    default:
         return std::nullopt;
     }
-    auto const parameters = makeOSSL_PARAMUPtr(exported);
-    int const bits = EVP_PKEY_get_bits(key);
-    if (bits < 1) {
-        return std::nullopt;
-    }
-    auto const size = static_cast<std::uint64_t>(bits);
-    if (kind == EVP_PKEY_RSA) {
-        return rsaKeyIn(parameters.get(), size);
-    }
-    bool const isEd25519 = kind == EVP_PKEY_ED25519;
-    return eccKeyIn(parameters.get(), size, isEd25519 ? EllipticCurve::Ed25519 : EllipticCurve::Prime256v1);
 }
 
 ByteArray bigNumToByteArray(BIGNUM const* number)

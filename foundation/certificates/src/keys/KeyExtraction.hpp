@@ -27,8 +27,8 @@ KeyType sanityCheckEVPKey(EVP_PKEY* key);
 /// @throws UnsupportedEllipticCurve "ECC-based key is not using supported ECC Curve. Curve: " and its name
 EllipticCurve getECCCurveFromEVPKey(EVP_PKEY* key);
 
-/// Returns the record of a public key. Reads all its numbers by one export, which is much cheaper than one
-/// read for each. Returns nothing if any step fails or the key is not accepted. Leaves OpenSSL's error queue
+/// Returns the record of a public key. Reads all its numbers by one call, which is much cheaper than one for
+/// each. Returns nothing if any step fails or the key is not accepted. Leaves OpenSSL's error queue
 /// as it is.
 std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key);
 
