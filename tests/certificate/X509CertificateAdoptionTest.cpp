@@ -138,9 +138,13 @@ TEST(X509CertificateAdoption, FailsAsDuplicateDoes)
 
 TEST(X509CertificateAdoption, LeavesErrorQueueOnSuccess)
 {
-    auto const made = makeRoot("root");
-    auto const expected = failureToDuplicate(parseDer(made.der()));
-    EXPECT_EQ(expected.thrown, "");
-    EXPECT_EQ(expected.queue.size(), 1U);
-    EXPECT_EQ(failureToAdopt(parseDer(made.der())), expected);
+    auto const unreadable = [](CertificateSpec& spec) {
+        spec.setRawExtension("basicConstraints", {0x30, 0x05, 0x01});
+    };
+    for (auto const& made : {makeRoot("root"), makeRoot("unreadable", unreadable)}) {
+        auto const expected = failureToDuplicate(parseDer(made.der()));
+        EXPECT_EQ(expected.thrown, "");
+        EXPECT_EQ(expected.queue.size(), 1U);
+        EXPECT_EQ(failureToAdopt(parseDer(made.der())), expected);
+    }
 }

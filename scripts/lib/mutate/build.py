@@ -1,10 +1,13 @@
 """The build that mutants are put into: its compile and link commands, its test programs and its headers' users."""
+import glob
 import json
 import os
+import re
 import resource
 import shlex
 import signal
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -13,16 +16,17 @@ LONGEST = 600 # seconds for one run of a program
 
 class Program:
     """A test program, with the time that it takes without a mutant."""
-    def __init__(self, entry, folder):
+    def __init__(self, entry, command, folder):
         self.name = entry["name"]
-        self.command = entry["command"]
+        self.command = command
         self.folder = folder
         properties = {item["name"]: item["value"] for item in entry["properties"]}
         self.directory = properties["WORKING_DIRECTORY"]
         self.environment = dict(item.split("=", 1) for item in properties.get("ENVIRONMENT", []))
         self.needs_lock = "RESOURCE_LOCK" in properties
         self.lock = threading.Lock()
-        self.seconds = 0 # 0: not measured yet
+        self.seconds = 0 # of processor time; 0: not measured yet
+        self.elapsed = 0
         self.fails_always = False
 
 
@@ -50,9 +54,10 @@ class Build:
             self.links[library] = shlex.split(link.removeprefix(": && ").removesuffix(" && :"))
         tests = json.loads(subprocess.run(["ctest", "--test-dir", folder, "--show-only=json-v1"],
                                           check=True, capture_output=True, text=True).stdout)["tests"]
-        # A test without a program has not been built.
-        self.programs = [Program(entry, folders.get(entry["name"], "documentation")) for entry in tests
-                         if os.path.exists(entry.get("command", [""])[0])]
+        commands = self.commands_of_tests()
+        self.programs = [Program(entry, commands[entry["name"]], folders.get(entry["name"], "documentation"))
+                         for entry in tests if entry["name"] in commands]
+        self.building = threading.Lock()
         self.users = self.users_of_headers()
         # A network of its own lets programs that serve on fixed ports run at the same time.
         self.own_network = ["unshare", "--net", "sh", "-c", 'ip link set lo up; exec "$@"', "sh"]
@@ -65,7 +70,16 @@ class Build:
             with open(self.record) as record:
                 known = json.load(record)
             for program in self.programs:
-                program.seconds = known.get(program.name, 0)
+                program.seconds, program.elapsed = known.get(program.name, (0, 0))
+
+    def commands_of_tests(self):
+        """Returns the command of each test. CTest prints only those of programs that exist."""
+        commands = {}
+        for path in glob.glob(f"{self.folder}/tests/**/CTestTestfile.cmake", recursive=True):
+            with open(path) as file:
+                for name, command in re.findall(r"^add_test\(\[=\[(.*?)\]=\] (.*)\)$", file.read(), re.MULTILINE):
+                    commands[name] = shlex.split(command)
+        return commands
 
     def users_of_headers(self):
         """Returns for each header of the libraries the sources that include it."""
@@ -137,52 +151,76 @@ class Build:
             return False
 
     def passes(self, program, folder, deadline):
-        """Runs the program with the libraries of the folder. A program that takes much longer than it does without
-        a mutant counts as failed. One that fails without a mutant counts as passed."""
-        limit = LONGEST if not program.seconds else 10 * program.seconds + 20
-        start = time.monotonic()
-        passed = program.fails_always or self.execute(program, folder, min(deadline.left(), limit), folder)
-        if passed:
-            self.note_time(program, time.monotonic() - start)
-        if passed or deadline.passed():
+        """Runs the program with the libraries of the folder. It has failed if it fails twice, because the machine's
+        load can make a test fail once, or if it takes much longer than without a mutant. A program that fails without
+        a mutant counts as passed."""
+        self.measure(program, deadline)
+        if program.fails_always or deadline.passed():
             return True
+        for _ in range(2):
+            passed, is_stuck = self.execute(program, folder, deadline, folder)[:2]
+            if passed or deadline.passed():
+                return True
+            if is_stuck:
+                break
+        return False
+
+    def measure(self, program, deadline):
+        """Builds the program and measures how long it takes without a mutant, unless that has been done."""
         with program.lock:
-            if not program.seconds:
-                start = time.monotonic()
-                program.fails_always = not self.execute(program, None, LONGEST, folder)
-                self.note_time(program, time.monotonic() - start)
-        return program.fails_always
+            if program.seconds or program.fails_always or deadline.passed():
+                return
+            target = os.path.relpath(program.command[0], self.folder)
+            with self.building:
+                subprocess.run(["ninja", "-C", self.folder, target], check=True, stdout=subprocess.DEVNULL)
+            with tempfile.TemporaryDirectory(prefix="measured-", ignore_cleanup_errors=True) as folder:
+                passed, _, seconds, elapsed = self.execute(program, None, deadline, folder)
+            if passed:
+                program.seconds, program.elapsed = max(0.01, seconds), elapsed
+                with self.record_lock, open(self.record, "w") as record:
+                    json.dump({each.name: (each.seconds, each.elapsed) for each in self.programs if each.seconds},
+                              record)
+            else:
+                program.fails_always = not deadline.passed()
 
-    def note_time(self, program, seconds):
-        if not program.seconds and not program.fails_always:
-            program.seconds = seconds
-            with self.record_lock, open(self.record, "w") as record:
-                json.dump({each.name: each.seconds for each in self.programs if each.seconds}, record)
-
-    def execute(self, program, libraries, seconds, folder):
+    def execute(self, program, libraries, deadline, folder):
+        """Runs the program. Returns whether it passes, whether it was stopped because it took too long, its processor
+        time and the time that it took."""
         temporary = f"{folder}/tmp"
         os.makedirs(temporary, exist_ok=True)
         environment = {**os.environ, **program.environment, "TMPDIR": temporary, "GTEST_FAIL_FAST": "1"}
         if libraries:
             environment["LD_LIBRARY_PATH"] = libraries
+        # Processor time does not depend on the machine's load. The other limit is for programs that wait for ever.
+        processor_limit = int(5 * program.seconds) + 10 if program.seconds else LONGEST
+        limit = min(deadline.left(), 10 * program.elapsed + 60 if program.seconds else LONGEST)
 
-        def limit():
+        def set_up():
+            os.setpgrp() # to be stopped with its children; a session of its own would have a priority of its own
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            resource.setrlimit(resource.RLIMIT_CPU, (processor_limit, processor_limit))
             resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
             resource.setrlimit(resource.RLIMIT_DATA, (4 << 30, 4 << 30)) # for endless loops that allocate
 
         lock = self.network if program.needs_lock and not self.own_network else threading.Lock()
         with lock:
+            start = time.monotonic()
             process = subprocess.Popen([*self.own_network, *program.command], cwd=program.directory, env=environment,
                                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                       stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=limit)
-            try:
-                return process.wait(seconds) == 0
-            except subprocess.TimeoutExpired:
-                return False
-            finally:
-                try:
-                    os.killpg(process.pid, signal.SIGKILL) # its children too
-                except ProcessLookupError:
-                    pass
-                process.wait()
+                                       stderr=subprocess.DEVNULL, preexec_fn=set_up)
+            timer = threading.Timer(limit, self.kill, [process.pid])
+            timer.start()
+            _, status, usage = os.wait4(process.pid, 0)
+            timer.cancel()
+            process.returncode = os.waitstatus_to_exitcode(status)
+            self.kill(process.pid) # its children too
+            elapsed = time.monotonic() - start
+            return (process.returncode == 0, process.returncode == -signal.SIGKILL,
+                    usage.ru_utime + usage.ru_stime, elapsed)
+
+    @staticmethod
+    def kill(group):
+        try:
+            os.killpg(group, signal.SIGKILL)
+        except ProcessLookupError:
+            pass

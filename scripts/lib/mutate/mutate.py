@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""mutate.py BUILD [N] [--seed S] [--range GIT-RANGE] [--minutes M] [--kind KIND] [FILE...]: see scripts/mutate."""
+"""mutate.py BUILD [N] [OPTION...] [FILE...]: see scripts/mutate."""
 import argparse
 import concurrent.futures
 import hashlib
@@ -16,8 +16,10 @@ import time
 import generator
 from build import Build
 
-AT_ONCE = 8 # survivors in one library
-SLOW = 10 # seconds: slower programs run only for survivors of the others
+LIKELIEST = 5 # programs that a mutant runs alone
+AT_ONCE = 16 # survivors in one library
+BATCH = 96 # mutants that are decided before the next ones
+SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
 # These look at the locks and the error queue of every operation.
 GUARD_PROGRAMS = ("LockOrderTest", "ErrorQueueTest")
 
@@ -52,11 +54,18 @@ def candidates(build, file):
 
 
 def changed_lines(git_range):
-    """Returns the numbers of the lines that the range has changed, for each file of the libraries."""
+    """Returns the numbers of the lines that the range has changed, for each file of the libraries. Returns None if a
+    shallow clone does not have the range."""
     diff = subprocess.run(["git", "diff", "--unified=0", "--no-prefix", git_range, "--", "foundation"],
-                          check=True, capture_output=True, text=True).stdout
+                          capture_output=True, text=True)
+    if diff.returncode != 0:
+        shallow = subprocess.run(["git", "rev-parse", "--is-shallow-repository"], capture_output=True, text=True)
+        if shallow.stdout.strip() != "true":
+            sys.exit(diff.stderr)
+        print(f"This shallow clone does not have {git_range}. Mutants of all lines are taken instead.")
+        return None
     lines = {}
-    for line in diff.splitlines():
+    for line in diff.stdout.splitlines():
         if line.startswith("+++ "):
             of_file = lines.setdefault(line[4:], set())
         elif hunk := re.match(r"@@ -\S+ \+(\d+)(?:,(\d+))? @@", line):
@@ -84,14 +93,29 @@ def read_equivalents(file):
 
 
 class Run:
-    def __init__(self, build, deadline, workers):
+    def __init__(self, build, deadline, workers, record):
         self.build = build
         self.deadline = deadline
         self.workers = workers
+        self.record = record
         self.sources = {}
         self.kills = {}
         self.outcomes = {}
         self.printing = threading.Lock()
+
+    def key(self, mutant):
+        """Returns what names the mutant in the file of results. A changed file's mutants have no results."""
+        content = hashlib.sha256(self.source(mutant.file)).hexdigest()[:16]
+        return " ".join(json.dumps(word) for word in (mutant.file, content, mutant.start, mutant.end, mutant.text))
+
+    def continue_with(self, mutants):
+        """Takes the results of the file for mutants that need not run again. Returns the other mutants."""
+        if self.record and os.path.exists(self.record):
+            with open(self.record) as record:
+                known = dict(reversed(line.rstrip("\n").split("\t")) for line in record)
+            self.outcomes = {mutant: known[self.key(mutant)] for mutant in mutants
+                             if known.get(self.key(mutant)) in ("killed", "no code")}
+        return [mutant for mutant in mutants if mutant not in self.outcomes]
 
     def source(self, file):
         if file not in self.sources:
@@ -107,10 +131,14 @@ class Run:
     def note(self, mutant, outcome, detail=""):
         with self.printing:
             self.outcomes[mutant] = outcome
+            if self.record:
+                with open(self.record, "a") as record:
+                    print(outcome, self.key(mutant), sep="\t", file=record)
             print(f"[{len(self.outcomes)}] {outcome}{detail}: {self.describe(mutant)}", flush=True)
 
-    def own_programs(self, mutant):
-        """Returns the programs that belong to the mutant: those of its file's folder, the likeliest first."""
+    def likeliest_programs(self, mutant):
+        """Returns the programs that notice the mutant most likely, of those that noticed others of its file and those
+        of its folder."""
         file = mutant.file
         stem = re.sub(r"Impl$", "", os.path.splitext(os.path.basename(file))[0])
         folder = re.sub(r"^foundation/(certificates/)?(src/|include/foundation/certificates/)?", "",
@@ -120,12 +148,13 @@ class Run:
                            if os.path.basename(other) == os.path.basename(file).replace(".hpp", ".cpp")), "base")
         folder = {"log": "base"}.get(folder.split("/")[0], folder.split("/")[0])
         own = [program for program in self.build.programs
-               if program.folder.split("/")[0] == folder and program.seconds < SLOW]
+               if program.seconds < SLOW and (program.folder.split("/")[0] == folder or
+                                              (file, program.name) in self.kills)]
         if mutant.kind == "guard":
             own += [program for program in self.build.programs if program.name in GUARD_PROGRAMS]
-        return sorted(own, key=lambda program: (-self.kills.get((file, program.name), 0),
-                                                mutant.kind != "guard" or program.name not in GUARD_PROGRAMS, not program.name.startswith(stem),
-                                                program.seconds or SLOW))
+        return sorted(own, key=lambda program: (
+            -self.kills.get((file, program.name), 0), mutant.kind != "guard" or program.name not in GUARD_PROGRAMS,
+            not program.name.startswith(stem), program.seconds or SLOW))[:LIKELIEST]
 
     def in_folder(self, function):
         with tempfile.TemporaryDirectory(prefix="mutant-", ignore_cleanup_errors=True) as folder:
@@ -146,7 +175,8 @@ class Run:
                 return program
         return None
 
-    def judge(self, mutant, programs, outcome_if_passed):
+    def survives(self, mutant, programs):
+        """Whether the mutant passes the programs. Notes the outcome if not."""
         killer = self.in_folder(lambda folder: self.killer([mutant], programs, folder))
         if self.deadline.passed():
             self.note(mutant, "undecided")
@@ -156,21 +186,16 @@ class Run:
             key = mutant.file, killer.name
             self.kills[key] = self.kills.get(key, 0) + 1
             self.note(mutant, "killed", f" by {killer.name}")
-        elif outcome_if_passed:
-            self.note(mutant, outcome_if_passed)
         else:
-            return mutant
-        return None
+            return True
+        return False
 
-    def all_programs(self, group, folder):
-        """Returns the programs that fail with all mutants of the group at once, of all programs."""
+    def failing(self, pool, group, programs, folder):
+        """Returns those of the programs that fail with all mutants of the group at once."""
         if self.killer(group, [], folder) is False:
-            return self.build.programs
-        programs = sorted(self.build.programs, key=lambda program: program.seconds or SLOW)
-        with concurrent.futures.ThreadPoolExecutor(self.workers) as pool:
-            passed = list(pool.map(
-                lambda item: self.deadline.passed() or
-                self.build.passes(item[1], self.own_copy(folder, item[0]), self.deadline), enumerate(programs)))
+            return programs
+        passed = pool.map(lambda item: self.build.passes(item[1], self.own_copy(folder, item[0]), self.deadline),
+                          enumerate(programs))
         return [program for program, ok in zip(programs, passed) if not ok]
 
     @staticmethod
@@ -183,28 +208,64 @@ class Run:
                 os.symlink(f"{folder}/{name}", f"{own}/{name}")
         return own
 
+    def survives_likeliest(self, mutant):
+        if self.deadline.passed():
+            self.note(mutant, "not reached")
+            return False
+        return self.survives(mutant, self.likeliest_programs(mutant))
+
+    @staticmethod
+    def next_group(mutants):
+        """Takes from the list mutants that fit into one library."""
+        group = []
+        for mutant in list(mutants):
+            overlaps = any(other.file == mutant.file and other.start < mutant.end and mutant.start < other.end
+                           for other in group)
+            if len(group) < AT_ONCE and not overlaps:
+                group.append(mutant)
+                mutants.remove(mutant)
+        return group
+
+    def survivors_of(self, pool, mutants, programs):
+        """Returns the mutants that pass the programs. Many share a library and so a run of each program."""
+        passing = []
+        while mutants:
+            group = self.next_group(mutants)
+            failing = self.in_folder(lambda folder: self.failing(pool, group, programs, folder))
+            if self.deadline.passed():
+                for mutant in group:
+                    self.note(mutant, "undecided", ", passed the likeliest tests")
+            elif failing:
+                passing += [mutant for mutant, survives in zip(
+                    group, pool.map(lambda mutant: self.survives(mutant, failing), group)) if survives]
+            else:
+                passing += group
+        return passing
+
     def mutate(self, mutants):
         with concurrent.futures.ThreadPoolExecutor(self.workers) as pool:
-            left = list(filter(None, pool.map(
-                lambda mutant: self.judge(mutant, self.own_programs(mutant), None), mutants)))
-            while left:
-                group = []
-                for mutant in list(left):
-                    overlaps = any(other.file == mutant.file and other.start < mutant.end and
-                                   mutant.start < other.end for other in group)
-                    if len(group) < AT_ONCE and not overlaps:
-                        group.append(mutant)
-                        left.remove(mutant)
-                failing = [] if self.deadline.passed() else self.in_folder(
-                    lambda folder: self.all_programs(group, folder))
-                if not failing or self.deadline.passed():
-                    for mutant in group:
-                        if self.deadline.passed():
-                            self.note(mutant, "undecided", ", passed the tests of its folder")
-                        else:
-                            self.note(mutant, "SURVIVED")
-                else:
-                    list(pool.map(lambda mutant: self.judge(mutant, failing, "SURVIVED"), group))
+            for start in range(0, len(mutants), BATCH):
+                batch = mutants[start:start + BATCH]
+                left = [mutant for mutant, survives in zip(batch, pool.map(self.survives_likeliest, batch)) if survives]
+                for is_slow in (False, True):
+                    programs = sorted((program for program in self.build.programs
+                                       if (program.seconds >= SLOW) == is_slow), key=lambda program: program.seconds)
+                    left = self.survivors_of(pool, left, programs)
+                for mutant in left:
+                    self.note(mutant, "SURVIVED")
+
+    def print_summary(self, known):
+        """Prints the outcomes of each kind. `known` counts the equivalents, by kind."""
+        print("\n==== Summary")
+        columns = ("killed", "SURVIVED", "undecided", "not reached", "no code")
+        counts = {kind: [0] * len(columns) for kind in {*known, *(mutant.kind for mutant in self.outcomes)}}
+        for mutant, outcome in self.outcomes.items():
+            counts[mutant.kind][columns.index(outcome)] += 1
+        for kind, row in [*sorted(counts.items()), ("all", [sum(column) for column in zip(*counts.values())])]:
+            judged = max(1, row[0] + row[1])
+            equivalents = sum(known.values()) if kind == "all" else known.get(kind, 0)
+            print(f"{kind:10} {100 * row[0] / judged:5.1f} % killed: " + ", ".join(
+                f"{count} {column}" for count, column in zip([*row, equivalents], [*columns, "equivalent"]) if count))
 
 
 def main():
@@ -215,6 +276,7 @@ def main():
     parser.add_argument("--range")
     parser.add_argument("--minutes", type=float)
     parser.add_argument("--kind", action="append")
+    parser.add_argument("--continue", dest="record")
     arguments = parser.parse_intermixed_args()
     files = arguments.words
     number = int(files.pop(0)) if files and files[0].isdigit() else None
@@ -224,10 +286,10 @@ def main():
     lines = changed_lines(arguments.range) if arguments.range else None
     files = files or sorted(
         file for file in {*build.commands, *build.users}
-        if file.startswith("foundation/") and (not arguments.range or file in lines))
+        if file.startswith("foundation/") and (lines is None or file in lines))
     equivalents = read_equivalents(f"{os.path.dirname(__file__)}/equivalents")
-    run = Run(build, deadline, os.cpu_count())
-    mutants, known = [], 0
+    run = Run(build, deadline, os.cpu_count(), arguments.record)
+    mutants, known = [], {}
     with concurrent.futures.ThreadPoolExecutor(run.workers) as pool:
         for found in pool.map(lambda file: candidates(build, file), files):
             for mutant in found:
@@ -237,27 +299,24 @@ def main():
                 if lines is not None and mutant.line(source) not in lines.get(mutant.file, ()):
                     continue
                 if (mutant.file, *mutant.change(source)) in equivalents:
-                    known += 1
+                    known[mutant.kind] = known.get(mutant.kind, 0) + 1
                 else:
                     mutants.append(mutant)
     random.Random(arguments.seed).shuffle(mutants)
     chosen = mutants[:number]
-    print(f"{len(chosen)} of {len(mutants)} mutants in {len(files)} files; {known} known equivalents; "
+    left = run.continue_with(chosen)
+    print(f"{len(left)} of {len(mutants)} mutants in {len(files)} files; {sum(known.values())} known equivalents; "
           f"seed {arguments.seed}", flush=True)
-    run.mutate(chosen)
+    run.mutate(left)
 
     unused = sorted(program.name for program in build.programs if program.fails_always)
     if unused:
         print(f"Not used, because they fail without a mutant: {', '.join(unused)}")
-    count = {outcome: list(run.outcomes.values()).count(outcome)
-             for outcome in ("killed", "SURVIVED", "no code", "undecided")}
     survivors = [mutant for mutant in chosen if run.outcomes[mutant] == "SURVIVED"]
     for mutant in survivors:
         print(f"\nSURVIVED: {run.describe(mutant)}")
-    judged = max(1, count["killed"] + count["SURVIVED"])
-    print(f"\n==== Summary\n{count['killed']} killed ({100 * count['killed'] / judged:.1f} %), "
-          f"{count['SURVIVED']} survived, {known} known equivalents left out, {count['no code']} did not compile, "
-          f"{count['undecided']} undecided; seed {arguments.seed}")
+    run.print_summary(known)
+    print(f"seed {arguments.seed}")
     sys.exit(1 if survivors else 0)
 
 
