@@ -20,8 +20,8 @@ LIKELIEST = 5 # programs that a mutant runs alone
 AT_ONCE = 16 # survivors in one library
 BATCH = 96 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
-# These look at the locks and the error queue of every operation.
-GUARD_PROGRAMS = ("LockOrderTest", "ErrorQueueTest")
+# These look at the locks and at the error queue of every operation.
+LOCK_PROGRAM, SCOPE_PROGRAM = "LockOrderTest", "ErrorQueueTest"
 
 
 class Deadline:
@@ -150,11 +150,12 @@ class Run:
         own = [program for program in self.build.programs
                if program.seconds < SLOW and (program.folder.split("/")[0] == folder or
                                               (file, program.name) in self.kills)]
+        own.sort(key=lambda program: (-self.kills.get((file, program.name), 0), not program.name.startswith(stem),
+                                      program.seconds or SLOW))
         if mutant.kind == "guard":
-            own += [program for program in self.build.programs if program.name in GUARD_PROGRAMS]
-        return sorted(own, key=lambda program: (
-            -self.kills.get((file, program.name), 0), mutant.kind != "guard" or program.name not in GUARD_PROGRAMS,
-            not program.name.startswith(stem), program.seconds or SLOW))[:LIKELIEST]
+            name = LOCK_PROGRAM if "lock" in mutant.change(self.source(file))[0].lower() else SCOPE_PROGRAM
+            own[:0] = [program for program in self.build.programs if program.name == name]
+        return own[:LIKELIEST]
 
     def in_folder(self, function):
         with tempfile.TemporaryDirectory(prefix="mutant-", ignore_cleanup_errors=True) as folder:
@@ -286,7 +287,7 @@ def main():
     lines = changed_lines(arguments.range) if arguments.range else None
     files = files or sorted(
         file for file in {*build.commands, *build.users}
-        if file.startswith("foundation/") and (lines is None or file in lines))
+        if file.startswith("foundation/") and file in (lines if lines is not None else {file}))
     equivalents = read_equivalents(f"{os.path.dirname(__file__)}/equivalents")
     run = Run(build, deadline, os.cpu_count(), arguments.record)
     mutants, known = [], {}
