@@ -70,7 +70,7 @@ TEST_F(TemporaryCRLFileTest, IsNotSharedBetweenThreads)
     EXPECT_EQ(temporaryFiles().size(), static_cast<std::size_t>(numThreads * numFilesEach));
 }
 
-TEST_F(TemporaryCRLFileTest, HoldsLastWrittenContent)
+TEST_F(TemporaryCRLFileTest, HoldsEachByteThatIsWritten)
 {
     std::string const everyByte = [] {
         std::string bytes;
@@ -79,9 +79,8 @@ TEST_F(TemporaryCRLFileTest, HoldsLastWrittenContent)
         }
         return bytes;
     }();
-    TemporaryCRLFile const file;
-
     for (auto const& content : {everyByte + everyByte, everyByte, std::string(), std::string("\r\n")}) {
+        TemporaryCRLFile const file;
         file.write(content);
         EXPECT_EQ(contentOfFile(file.name()), content);
     }

@@ -88,7 +88,8 @@ TemporaryCRLFile::~TemporaryCRLFile()
 
 void TemporaryCRLFile::write(std::string const& content) const
 {
-    std::ofstream file(fileName, std::ios::binary);
+    // Opened without truncation. On ext4, closing a truncated file starts to write it to the disk.
+    std::ofstream file(fileName, std::ios::binary | std::ios::in);
     file.write(content.data(), static_cast<std::streamsize>(content.size()));
     file.close();
 }

@@ -19,7 +19,7 @@ public:
 
     /// Returns the whole path in the system's narrow encoding.
     std::string const& name() const { return fileName; }
-    /// Replaces the file's content.
+    /// Writes the content into the empty file. Must be called at most once.
     void write(std::string const& content) const;
 
 private:
