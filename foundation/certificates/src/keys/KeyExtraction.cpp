@@ -92,11 +92,13 @@ std::optional<PublicKeyInfo> exportedKey(EVP_PKEY* key, KeyType type)
                       : std::nullopt;
 }
 
-std::optional<PublicKeyInfo> rawEd25519Key(EVP_PKEY* key)
+std::optional<PublicKeyInfo> ed25519Key(EVP_PKEY* key)
 {
     ByteArray bytes(32);
-    std::size_t length = bytes.size();
-    if (EVP_PKEY_get_raw_public_key(key, bytes.data(), &length) != 1 || length != bytes.size()) {
+    std::size_t length = 0;
+    int const isRead =
+        EVP_PKEY_get_octet_string_param(key, OSSL_PKEY_PARAM_PUB_KEY, bytes.data(), bytes.size(), &length);
+    if (isRead != 1 || length != bytes.size()) {
         return std::nullopt;
     }
     int const bits = EVP_PKEY_get_bits(key);
@@ -160,7 +162,7 @@ std::optional<PublicKeyInfo> readPublicKeyInfo(EVP_PKEY* key)
     case EVP_PKEY_EC:
         return exportedKey(key, KeyType::ECC);
     case EVP_PKEY_ED25519:
-        return rawEd25519Key(key);
+        return ed25519Key(key);
     default:
         return std::nullopt;
     }

@@ -212,7 +212,8 @@ public:
     /// @throws X509CertificateException "Failed to get the public exponent for the public key" if OpenSSL
     ///     runs out of memory
     ByteArray getPublicExponent() const;
-    /// Returns the numbers of the public key (`EVP_PKEY_todata`; for Ed25519 `EVP_PKEY_get_raw_public_key`).
+    /// Returns the numbers of the public key (`EVP_PKEY_todata`; for Ed25519
+    /// `EVP_PKEY_get_octet_string_param`).
     /// @throws X509CertificateException as getModulus and getPublicExponent do
     /// @throws CertificateException for an elliptic-curve key if OpenSSL runs out of memory: "Could not
     ///     extract public key information from EVP_PKEY", "Failed to extract public point from public
