@@ -517,6 +517,17 @@ TEST(ToolkitCertificate, ExtensionsThatAreMissingOrUnreadableAnswerNothing)
     }
 }
 
+TEST(ToolkitCertificate, InvalidExtensionHidesNoKeyIdentifier)
+{
+    auto const certificate = leafWith([](CertificateSpec& spec) {
+        spec.setExtension("subjectKeyIdentifier", "01:AB:cd");
+        constexpr unsigned char noUsage[] = {0x03, 0x02, 0x06, 0x00}; // OpenSSL calls the certificate invalid
+        spec.setRawExtension("keyUsage", Bytes(std::begin(noUsage), std::end(noUsage)), true);
+    });
+    EXPECT_EQ(certificate.getSubjectKeyIdentifier(), "01abcd");
+    EXPECT_EQ(certificate.getAuthorityKeyIdentifier(), loaded(root()).getSubjectKeyIdentifier());
+}
+
 TEST(ToolkitCertificate, IsCAAsOpenSSLSays)
 {
     EXPECT_TRUE(loaded(root()).isCA());

@@ -3,6 +3,7 @@
 #include "Asn1Strings.hpp"
 #include "CertificateAccess.hpp"
 #include "GeneralNames.hpp"
+#include "IssuanceHandles.hpp"
 #include "PeerName.hpp"
 #include "certificate/Extensions.hpp"
 #include "certificate/NamesAndTimes.hpp"
@@ -330,12 +331,18 @@ std::string Certificate::getSHA256Fingerprint() const
 
 std::string Certificate::getSubjectKeyIdentifier() const
 {
-    return hexEncode(asBytes(X509_get0_subject_key_id(x509.get())));
+    RAIIOpenSSLErrorRemover const errors(false);
+    auto const identifier =
+        makeASN1_STRING(static_cast<ASN1_OCTET_STRING*>(extensionOf(x509.get(), NID_subject_key_identifier)));
+    return hexEncode(asBytes(identifier.get()));
 }
 
 std::string Certificate::getAuthorityKeyIdentifier() const
 {
-    return hexEncode(asBytes(X509_get0_authority_key_id(x509.get())));
+    RAIIOpenSSLErrorRemover const errors(false);
+    auto const authority = makeAUTHORITY_KEYID(
+        static_cast<AUTHORITY_KEYID*>(extensionOf(x509.get(), NID_authority_key_identifier)));
+    return authority == nullptr ? "" : hexEncode(asBytes(authority->keyid));
 }
 
 std::vector<std::string> Certificate::getKeyUsages() const

@@ -1,8 +1,9 @@
 #pragma once
 
 /// @file
-/// The owning handles of OpenSSL objects that only the making of keys, requests and certificates uses. As in
-/// libcrypto/OpenSSLHandles.hpp, each object that OpenSSL returns goes into a handle in the same statement.
+/// The owning handles of OpenSSL objects that only the toolkit uses, most of them to make keys, requests and
+/// certificates. As in libcrypto/OpenSSLHandles.hpp, each object that OpenSSL returns goes into a handle in
+/// the same statement.
 
 #include "libcrypto/OpenSSLHandles.hpp"
 
