@@ -8,6 +8,8 @@ demo_packages=(ca-certificates openssl iproute2 netbase)
 test_packages=(libgtest-dev ca-certificates openssl gdb iproute2 netbase parallel python3-cryptography-vectors)
 # Other software, whose signatures and bundles the tests read.
 foreign_packages=(gnutls-bin libnss3-tools default-jdk-headless)
+# Another parser, and certificates that other software is tested with. debian-archive-keyring: for source packages.
+corpora_packages=(ca-certificates debian-archive-keyring golang-src python3-cryptography python3-cryptography-vectors)
 # doxygen-awesome-css is the theme of the documentation's site. Chromium looks at its pages.
 docs_packages=(doxygen doxygen-awesome-css python3)
 site_packages=(chromium fonts-dejavu-core python3)
