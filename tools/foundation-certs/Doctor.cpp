@@ -84,10 +84,9 @@ void addDoctor(CLI::App& program, Action& action)
         "Prints all faults of a TLS server's chain, and what mends them. Fetches nothing but that chain");
     command
         .add_option(
-            "CERTIFICATE|HOST:PORT", options->target,
-            "File with the server's certificate and its intermediates, in the order in which the server "
-            "sends them, "
-            "or the address of a TLS server")
+            "TARGET", options->target,
+            "HOST:PORT of a TLS server, or a file with its certificate and intermediates, in the order in "
+            "which it sends them")
         ->required();
     addTrustOptions(command, options->trust);
     command
