@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <optional>
 #include <stdexcept>
@@ -148,10 +149,10 @@ FILE* openForReading(char const* path)
 
 FILE* openStream(char const* path, char const* mode, char const* name)
 {
-    if (mode[0] != 'r' || !fault) {
-        return original(&::fopen, name)(path, mode);
-    }
-    return failingWithNull(SystemFunction::OpenStream, [&] { return openForReading(path); });
+    return failingWithNull(SystemFunction::OpenStream, [&] {
+        bool const isOnlyRead = mode[0] == 'r' && std::strchr(mode, '+') == nullptr;
+        return fault && isOnlyRead ? openForReading(path) : original(&::fopen, name)(path, mode);
+    });
 }
 
 std::time_t secondsAhead(clockid_t clock)

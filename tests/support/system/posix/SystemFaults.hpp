@@ -12,7 +12,7 @@ namespace foundation::test {
 enum class SystemFunction
 {
     Open,       ///< open
-    OpenStream, ///< fopen for reading, and mkstemp
+    OpenStream, ///< fopen and mkstemp
     OpenFolder, ///< opendir
     ListFolder, ///< readdir
     Read,       ///< read
