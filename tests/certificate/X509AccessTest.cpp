@@ -1,6 +1,7 @@
 #include "certificate/X509Access.hpp"
 
 #include "support/assertions/ExactThrow.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/TestPki.hpp"
 
@@ -8,6 +9,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -41,4 +43,17 @@ TEST(X509Access, RefusesACertificateThatWasMovedFrom)
     auto const target = std::move(certificate);
     EXPECT_THROWS_EXACTLY(
         X509CertificateException, "Error: X509Certificate is uninitialized.", X509Access::share(certificate));
+}
+
+TEST(X509CertificateEncoding, FailureLeavesErrorQueue)
+{
+    auto const root = makeRoot("root");
+    auto const implementation = X509Access::implementationWith(root.certificate.get());
+    X509_ALGOR const* algorithm = nullptr;
+    X509_get0_signature(nullptr, &algorithm, root.certificate.get());
+    X509_ALGOR_set0(const_cast<X509_ALGOR*>(algorithm), nullptr, V_ASN1_UNDEF, nullptr);
+    CleanErrorQueue const clean;
+    auto const foreign = queueForeignError();
+    EXPECT_TRUE(implementation.encoding().empty());
+    EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }

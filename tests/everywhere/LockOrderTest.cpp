@@ -1,3 +1,5 @@
+#include "truststore/TrustStoreImpl.hpp"
+
 #include "support/Text.hpp"
 #include "support/operations/OperationTable.hpp"
 #include "support/operations/StoreHistory.hpp"
@@ -248,6 +250,15 @@ TEST_F(LockOrder, IsTheSameWithEveryHistoryOfTheStore)
         expectAsDocumented(wholeTable());
         expectAsDocumented(betweenTwo(others));
     }
+}
+
+TEST(SharedContent, IsReadUnderItsLock)
+{
+    TrustStoreImpl store;
+    store.trustedCertificates();
+    LockRecorder const recorder;
+    store.trustedCertificates();
+    EXPECT_EQ(recorder.othersLocked(), 1U);
 }
 
 TEST_F(LockOrder, CircleIsDetected)

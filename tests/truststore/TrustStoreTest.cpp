@@ -437,6 +437,10 @@ TEST(TrustStoreErrorQueue, ErrorQueueIsUnchanged)
     addCrl(withCrl, makeCrl(pki()["root"]));
     TrustStore const withUnencodable;
     require(X509_STORE_add_cert(getOpenSSLStore(withUnencodable).get(), unencodableCertificate("x").get()));
+    TrustStoreImpl withUndecodableKey;
+    withUndecodableKey.addX509(makeRoot("undecodable", [](CertificateSpec& spec) {
+                                   spec.publicKeyFault = PublicKeyFault::Undecodable;
+                               }).certificate.get());
     std::vector<std::pair<std::string, std::function<void()>>> const operations = {
         {"construct", [] { TrustStore const made; }},
         {"copy", [&] { TrustStore const copy(store); }},
@@ -451,6 +455,7 @@ TEST(TrustStoreErrorQueue, ErrorQueueIsUnchanged)
         {"size", [&] { store.size(); }},
         {"getCertificates", [&] { store.getCertificates(); }},
         {"getCertificates that fails", [&] { withCrl.getCertificates(); }},
+        {"getCertificates that fails because of a key", [&] { withUndecodableKey.getCertificates(); }},
         {"getPEMStrings", [&] { store.getPEMStrings(); }},
         {"getPEMStrings that fails", [&] { withUnencodable.getPEMStrings(); }},
         {"addDERCertificate that fails",

@@ -285,9 +285,9 @@ def main():
     build = Build(os.getcwd(), os.path.abspath(arguments.build))
 
     lines = changed_lines(arguments.range) if arguments.range else None
-    files = files or sorted(
-        file for file in {*build.commands, *build.users}
-        if file.startswith("foundation/") and file in (lines if lines is not None else {file}))
+    files = files or sorted(file for file in {*build.commands, *build.users} if file.startswith("foundation/"))
+    if lines is not None:
+        files = [file for file in files if file in lines]
     equivalents = read_equivalents(f"{os.path.dirname(__file__)}/equivalents")
     run = Run(build, deadline, os.cpu_count(), arguments.record)
     mutants, known = [], {}

@@ -55,6 +55,7 @@ void LockRecorder::forget()
 {
     taken.clear();
     nested.clear();
+    others = 0;
 }
 
 std::string const* LockRecorder::nameOf(void const* mutex) const
@@ -71,6 +72,7 @@ void LockRecorder::onLock(void const* mutex)
 {
     auto const* const name = nameOf(mutex);
     if (name == nullptr) {
+        ++others;
         return;
     }
     taken.insert(*name);

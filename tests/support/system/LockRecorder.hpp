@@ -21,7 +21,7 @@ public:
     LockRecorder(LockRecorder const&) = delete;
     LockRecorder& operator=(LockRecorder const&) = delete;
 
-    /// Names an object. Only locks within named objects are recorded.
+    /// Names an object. Only locks within named objects are recorded. The others are counted.
     template <typename Object>
     void watch(Object const& object, std::string name)
     {
@@ -33,6 +33,8 @@ public:
     /// Returns the name of the held lock and of the taken lock, for each lock that was taken while another
     /// was held.
     std::set<Nesting> const& nestings() const { return nested; }
+    /// Returns how often a lock was taken that is in no named object.
+    std::size_t othersLocked() const { return others; }
     void forget();
 
     void onLock(void const* mutex);
@@ -52,6 +54,7 @@ private:
     std::vector<void const*> held;
     std::set<std::string> taken;
     std::set<Nesting> nested;
+    std::size_t others = 0;
 };
 
 } // namespace foundation::test

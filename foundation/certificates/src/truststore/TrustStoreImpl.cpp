@@ -211,7 +211,6 @@ X509_STOREUPtr TrustStoreImpl::copyStore() const
 std::shared_ptr<X509_STORE> TrustStoreImpl::handOutStore()
 {
     if (!isHandedOut()) {
-        RAIIOpenSSLErrorRemover const errors(false);
         auto reader = std::make_unique<LiveStoreReader>();
         content = std::make_shared<Content>(copyStore());
         isContentShared = false;
