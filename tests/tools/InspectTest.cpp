@@ -5,6 +5,9 @@
 
 #include <foundation/certificates/X509Certificate.hpp>
 
+#include <openssl/x509.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 
@@ -28,6 +31,25 @@ protected:
         return write("named.pem", made.pem());
     }
 };
+
+/// Replaces the exponent of the certificate's RSA key by 0, and appends bytes to the key.
+void removeExponent(X509* certificate, Bytes const& appended)
+{
+    constexpr std::ptrdiff_t sizeOfExponent = 5; // 2, 3, 1, 0, 1
+    constexpr std::size_t sizeOfSequence = 3;    // the position of the low byte
+    auto const* const bits = X509_get0_pubkey_bitstr(certificate);
+    auto const* const begin = ASN1_STRING_get0_data(bits);
+    Bytes key(begin, begin + ASN1_STRING_length(bits) - sizeOfExponent);
+    key.insert(key.end(), {2, 1, 0});
+    key.at(sizeOfSequence) = static_cast<unsigned char>(key.at(sizeOfSequence) - 2);
+    key.insert(key.end(), appended.begin(), appended.end());
+    auto* const owned = static_cast<unsigned char*>(OPENSSL_memdup(key.data(), key.size()));
+    ASSERT_EQ(
+        X509_PUBKEY_set0_param(
+            X509_get_X509_PUBKEY(certificate), OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr, owned,
+            static_cast<int>(key.size())),
+        1);
+}
 
 /// ESC ], a line end, a byte that is not UTF-8, and the character that turns the direction of writing.
 constexpr char const hostileName[] = "a\x1b]0;b\nc\xff\u202e";
@@ -69,6 +91,12 @@ TEST_F(Inspect, RefusesWhatTheLibraryRefuses)
     for (auto const fault : {PublicKeyFault::Undecodable, PublicKeyFault::UnknownType}) {
         made.push_back(
             makeSelfSignedLeaf("odd", [&](CertificateSpec& spec) { spec.publicKeyFault = fault; }));
+    }
+    for (auto const& appended : {Bytes{}, Bytes{1}}) {
+        made.push_back(makeSelfSignedLeaf("no exponent", [&](CertificateSpec& spec) {
+            spec.key = rsaKey();
+            spec.beforeSigning = [&](X509* certificate) { removeExponent(certificate, appended); };
+        }));
     }
     auto const run = foundationCerts({"inspect", "--json", write("all.pem", toPemBundle(made))});
 

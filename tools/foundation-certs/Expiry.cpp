@@ -48,12 +48,12 @@ std::string lineOf(Entry const& entry, long daysLeft, bool expires)
 std::string recordOf(Entry const& entry, long daysLeft, bool expires)
 {
     auto record = newRecord("expiry");
-    record["source"] = entry.source;
-    record["index"] = entry.index;
-    record["subject"] = entry.subject;
-    record["notAfter"] = entry.endText;
-    record["daysLeft"] = daysLeft;
-    record["expires"] = expires;
+    record.addText("source", entry.source);
+    record.addNumber("index", entry.index);
+    record.addText("subject", entry.subject);
+    record.addText("notAfter", entry.endText);
+    record.addNumber("daysLeft", daysLeft);
+    record.addBoolean("expires", expires);
     return jsonLine(record);
 }
 

@@ -9,8 +9,7 @@
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/toolkit/Explanation.hpp>
 
-#include <openssl/bn.h>
-#include <openssl/core_names.h>
+#include <openssl/asn1.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
@@ -59,17 +58,24 @@ private:
         }
     }
 
-    /// Whether OpenSSL can decode the key, and it is no RSA key without an exponent.
+    /// Whether OpenSSL can decode the key, and it is certainly no RSA key without an exponent.
     static bool hasOrdinaryKey(Certificate const& certificate)
     {
-        auto* const key = X509_get0_pubkey(certificate.getX509());
+        auto const* const key = X509_get0_pubkey(certificate.getX509());
         if (key == nullptr || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
             return key != nullptr;
         }
-        BIGNUM* exponent = nullptr;
-        bool const isRead = EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &exponent) == 1;
-        std::unique_ptr<BIGNUM, decltype(&BN_free)> const owned(exponent, &BN_free);
-        return isRead && BN_is_zero(exponent) == 0;
+        // An encoded RSA key ends with its exponent, unless other bytes follow. EVP_PKEY_get_bn_param needs
+        // more time than all extensions together.
+        auto const* const bits = X509_get0_pubkey_bitstr(certificate.getX509());
+        auto const* const begin = ASN1_STRING_get0_data(bits);
+        auto const* const end = begin + ASN1_STRING_length(bits);
+        auto const* content = begin;
+        long size = 0;
+        int tag = 0;
+        int tagClass = 0;
+        ASN1_get_object(&content, &size, &tag, &tagClass, end - begin);
+        return end - content == size && end[-1] != 0;
     }
 
     std::mutex mutex;
@@ -129,31 +135,31 @@ std::string described(ReadCertificate const& found, std::string const& refusal)
     return output;
 }
 
-Json recordOf(ReadCertificate const& found, std::string const& refusal)
+JsonObject recordOf(ReadCertificate const& found, std::string const& refusal)
 {
     auto const& certificate = *found.certificate;
     auto record = newRecord("inspect");
-    record["source"] = found.source;
-    record["index"] = found.index;
-    record["subject"] = certificate.getSubject();
-    record["issuer"] = certificate.getIssuer();
-    record["serialNumber"] = certificate.getSerialNumber();
-    record["notBefore"] = notBeforeOf(certificate);
-    record["notAfter"] = notAfterOf(certificate);
-    record["keyKind"] = certificate.getKeyKind();
-    record["keyBits"] = certificate.getKeyBits();
-    record["signatureAlgorithm"] = certificate.getSignatureAlgorithm();
-    record["isCA"] = certificate.isCA();
-    record["keyUsages"] = certificate.getKeyUsages();
-    record["extendedKeyUsages"] = certificate.getExtendedKeyUsages();
-    record["alternativeNames"] = namesOf(certificate);
-    record["subjectKeyIdentifier"] = certificate.getSubjectKeyIdentifier();
-    record["authorityKeyIdentifier"] = certificate.getAuthorityKeyIdentifier();
-    record["issuerURLs"] = certificate.getIssuerURLs();
-    record["crlURLs"] = certificate.getCRLURLs();
-    record["sha256"] = certificate.getSHA256Fingerprint();
+    record.addText("source", found.source);
+    record.addNumber("index", found.index);
+    record.addText("subject", certificate.getSubject());
+    record.addText("issuer", certificate.getIssuer());
+    record.addText("serialNumber", certificate.getSerialNumber());
+    record.addText("notBefore", notBeforeOf(certificate));
+    record.addText("notAfter", notAfterOf(certificate));
+    record.addText("keyKind", certificate.getKeyKind());
+    record.addNumber("keyBits", certificate.getKeyBits());
+    record.addText("signatureAlgorithm", certificate.getSignatureAlgorithm());
+    record.addBoolean("isCA", certificate.isCA());
+    record.addTexts("keyUsages", certificate.getKeyUsages());
+    record.addTexts("extendedKeyUsages", certificate.getExtendedKeyUsages());
+    record.addTexts("alternativeNames", namesOf(certificate));
+    record.addText("subjectKeyIdentifier", certificate.getSubjectKeyIdentifier());
+    record.addText("authorityKeyIdentifier", certificate.getAuthorityKeyIdentifier());
+    record.addTexts("issuerURLs", certificate.getIssuerURLs());
+    record.addTexts("crlURLs", certificate.getCRLURLs());
+    record.addText("sha256", certificate.getSHA256Fingerprint());
     if (!refusal.empty()) {
-        record["refused"] = refusal;
+        record.addText("refused", refusal);
     }
     return record;
 }

@@ -63,11 +63,11 @@ void printKept(Certificate const& root, RootsOptions const& options)
         return;
     }
     auto record = newRecord("roots");
-    record["usage"] = options.usage;
-    record["kept"] = true;
-    record["subject"] = root.getSubject();
-    record["notAfter"] = notAfterOf(root);
-    record["sha256"] = root.getSHA256Fingerprint();
+    record.addText("usage", options.usage);
+    record.addBoolean("kept", true);
+    record.addText("subject", root.getSubject());
+    record.addText("notAfter", notAfterOf(root));
+    record.addText("sha256", root.getSHA256Fingerprint());
     std::cout << jsonLine(record);
 }
 
@@ -78,9 +78,9 @@ void printDropped(std::string const& reason, RootsOptions const& options)
         return;
     }
     auto record = newRecord("roots");
-    record["usage"] = options.usage;
-    record["kept"] = false;
-    record["reason"] = reason;
+    record.addText("usage", options.usage);
+    record.addBoolean("kept", false);
+    record.addText("reason", reason);
     std::cout << jsonLine(record);
 }
 

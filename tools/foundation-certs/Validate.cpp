@@ -51,10 +51,10 @@ PathOptions pathOptionsOf(ValidateOptions const& options)
     return path;
 }
 
-Json recordOf(std::string const& source, PathResult const& result)
+JsonObject recordOf(std::string const& source, PathResult const& result)
 {
     auto record = newRecord("validate");
-    record["source"] = source;
+    record.addText("source", source);
     addVerdict(record, result);
     return record;
 }

@@ -30,21 +30,23 @@ std::string verdictLines(PathResult const& result)
     return text + "Advice: " + explanation.advice + "\n";
 }
 
-void addVerdict(Json& record, PathResult const& result)
+void addVerdict(JsonObject& record, PathResult const& result)
 {
     auto const explanation = explain(result);
-    record["valid"] = result.isValid();
-    record["status"] = std::string(toolkit::toString(result.status));
-    record["errorCode"] = explanation.errorCode;
-    record["errorDepth"] = explanation.depth;
-    record["errorSubject"] = explanation.subject;
-    record["message"] = explanation.message;
-    record["advice"] = explanation.advice;
-    record["chain"] = Json::array();
+    record.addBoolean("valid", result.isValid());
+    record.addText("status", toolkit::toString(result.status));
+    record.addNumber("errorCode", explanation.errorCode);
+    record.addNumber("errorDepth", explanation.depth);
+    record.addText("errorSubject", explanation.subject);
+    record.addText("message", explanation.message);
+    record.addText("advice", explanation.advice);
+    std::vector<JsonObject> chain;
     for (auto const& member : result.chain) {
-        record["chain"].push_back(
-            {{"subject", member.getSubject()}, {"sha256", member.getSHA256Fingerprint()}});
+        auto& object = chain.emplace_back();
+        object.addText("subject", member.getSubject());
+        object.addText("sha256", member.getSHA256Fingerprint());
     }
+    record.addObjects("chain", chain);
 }
 
 } // namespace foundation::tools

@@ -18,6 +18,6 @@ std::string chainLine(std::vector<toolkit::Certificate> const& chain);
 std::string verdictLines(toolkit::PathResult const& result);
 
 /// Adds the verdict's members to the object.
-void addVerdict(Json& record, toolkit::PathResult const& result);
+void addVerdict(JsonObject& record, toolkit::PathResult const& result);
 
 } // namespace foundation::tools

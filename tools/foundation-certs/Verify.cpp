@@ -56,19 +56,18 @@ std::string described(SignedFile const& signedFile, std::vector<PathResult> cons
     return text;
 }
 
-Json recordOf(
-    std::string const& source, SignedFile const& signedFile, std::vector<PathResult> const& verdicts)
+JsonObject
+recordOf(std::string const& source, SignedFile const& signedFile, std::vector<PathResult> const& verdicts)
 {
     auto record = newRecord("verify");
-    record["source"] = source;
-    record["signatureValid"] = signedFile.isValid;
-    record["reason"] = signedFile.reason;
-    record["signers"] = Json::array();
+    record.addText("source", source);
+    record.addBoolean("signatureValid", signedFile.isValid);
+    record.addText("reason", signedFile.reason);
+    std::vector<JsonObject> signers;
     for (auto const& verdict : verdicts) {
-        Json signer;
-        addVerdict(signer, verdict);
-        record["signers"].push_back(signer);
+        addVerdict(signers.emplace_back(), verdict);
     }
+    record.addObjects("signers", signers);
     return record;
 }
 
