@@ -78,7 +78,7 @@ void read(Input const& input, Visitor const& visit, OrderedOutput& output)
     Report report;
     try {
         auto reader = readerOf(input.path);
-        while (auto const found = reader.next()) {
+        for (auto found = reader.next(); found && !output.isStopped(); found = reader.next()) {
             visit(*found, report);
             output.countResult();
             if (report.output.size() + report.errors.size() > shortReport) {
@@ -90,6 +90,17 @@ void read(Input const& input, Visitor const& visit, OrderedOutput& output)
         report.status = ExitStatus::BadInput;
     }
     output.finish(input.number, report);
+}
+
+void readAll(Inputs& inputs, Visitor const& visit, OrderedOutput& output)
+{
+    while (output.waitForSpace()) {
+        auto const input = inputs.take();
+        if (!input) {
+            return;
+        }
+        read(*input, visit, output);
+    }
 }
 
 void checkUse(InputOptions const& options)
@@ -133,10 +144,10 @@ ExitStatus visitCertificates(InputOptions const& options, Visitor const& visit)
     Inputs inputs(options);
     OrderedOutput output;
     auto const work = [&] {
-        output.waitForSpace();
-        while (auto const input = inputs.take()) {
-            read(*input, visit, output);
-            output.waitForSpace();
+        try {
+            readAll(inputs, visit, output);
+        } catch (...) {
+            output.stop(std::current_exception());
         }
     };
     std::vector<std::thread> helpers;
@@ -144,8 +155,8 @@ ExitStatus visitCertificates(InputOptions const& options, Visitor const& visit)
         while (helpers.size() + 1 < numThreads(options)) {
             helpers.emplace_back(work);
         }
-    } catch (std::system_error const&) {
-        // The system allows no more threads: continue with those that run.
+    } catch (std::exception const&) {
+        // There is no memory for more threads, or the system allows none: continue with those that run.
     }
     work();
     for (auto& helper : helpers) {

@@ -31,7 +31,8 @@ using Visitor = std::function<void(toolkit::ReadCertificate const&, Report&)>;
 /// the inputs. The work is divided by paths: one thread reads a file or folder from start to end. Memory is
 /// bounded: a thread that is far ahead of the output waits. Shows the number of results on standard error if
 /// that is a terminal and standard output is not. An exception of the visitor ends the input that it was
-/// called for with an error line and BadInput. Returns the worst status.
+/// called for with an error line and BadInput. Another exception ends all inputs, and is thrown again after
+/// all threads have ended. Returns the worst status.
 ExitStatus visitCertificates(InputOptions const& options, Visitor const& visit);
 
 /// Adds the failure of a result without a certificate: a line for standard error and BadInput.

@@ -31,20 +31,23 @@ void append(Report& report, Report const& more)
 
 OrderedOutput::OrderedOutput() : hasProgress(isTerminal(stderr) && !isTerminal(stdout)) {}
 
-void OrderedOutput::waitForSpace()
+bool OrderedOutput::waitForSpace()
 {
     // The current input keeps nothing, so it is always possible to continue with it.
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return keptBytes < mostKeptBytes; });
+    changed.wait(lock, [&] { return failure || keptBytes < mostKeptBytes; });
+    return !failure;
 }
 
 void OrderedOutput::add(std::size_t input, Report& report)
 {
     std::unique_lock<std::mutex> lock(mutex);
     if (input != current && sizeOf(keptFor(input).report) + sizeOf(report) > largeReport) {
-        changed.wait(lock, [&] { return input == current; });
+        changed.wait(lock, [&] { return failure || input == current; });
     }
-    if (input == current) {
+    if (failure) {
+        report = Report();
+    } else if (input == current) {
         write(report);
     } else {
         keep(keptFor(input), report);
@@ -77,9 +80,27 @@ void OrderedOutput::countResult()
     }
 }
 
+void OrderedOutput::stop(std::exception_ptr exception)
+{
+    std::lock_guard<std::mutex> const lock(mutex);
+    if (!failure) {
+        failure = std::move(exception);
+    }
+    changed.notify_all();
+}
+
+bool OrderedOutput::isStopped()
+{
+    std::lock_guard<std::mutex> const lock(mutex);
+    return failure != nullptr;
+}
+
 ExitStatus OrderedOutput::end()
 {
     hideProgress();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw std::system_error(errno, std::generic_category(), "standard output");
     }

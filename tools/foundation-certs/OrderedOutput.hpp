@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <string>
 
@@ -27,15 +28,20 @@ class OrderedOutput
 public:
     OrderedOutput();
 
-    /// Waits while too much is kept. Call it before taking an input.
-    void waitForSpace();
-    /// Writes or keeps the report, and empties it. A large report of a later input waits for its turn.
+    /// Waits while too much is kept. Call it before taking an input. Returns false if the output was stopped.
+    bool waitForSpace();
+    /// Writes or keeps the report, and empties it. A large report of a later input waits for its turn. Drops
+    /// the report if the output was stopped.
     void add(std::size_t input, Report& report);
     /// Adds the last report of the input.
     void finish(std::size_t input, Report& report);
     /// Counts one result for the progress line.
     void countResult();
-    /// Removes the progress line and flushes standard output. Returns the worst status.
+    /// Stops the output because of an exception that ends more than one input. No thread waits any longer.
+    void stop(std::exception_ptr exception);
+    bool isStopped();
+    /// Removes the progress line and flushes standard output. Returns the worst status. Rethrows the first
+    /// exception that stopped the output.
     /// @throws std::system_error if standard output could not be written
     ExitStatus end();
 
@@ -57,6 +63,7 @@ private:
     std::deque<Kept> kept; ///< from the current input on
     std::size_t current = 0;
     std::size_t keptBytes = 0;
+    std::exception_ptr failure;
     ExitStatus status = ExitStatus::Good;
 
     bool const hasProgress;

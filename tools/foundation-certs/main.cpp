@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <iostream>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -41,6 +42,9 @@ int main(int argc, char** argv)
             throw std::runtime_error("standard output cannot be written");
         }
         return static_cast<int>(status);
+    } catch (std::bad_alloc const&) {
+        std::cerr << "foundation-certs: out of memory\n"; // without an allocation
+        return static_cast<int>(ExitStatus::BadInput);
     } catch (std::exception const& failure) {
         std::cerr << errorLine(failure.what());
         return static_cast<int>(ExitStatus::BadInput);
