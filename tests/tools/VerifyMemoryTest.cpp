@@ -1,30 +1,15 @@
 #include "tools/FoundationCerts.hpp"
+#include "tools/MeasuredRun.hpp"
 
 #include "support/pki/TestBundles.hpp"
 
 #include <openssl/pkcs7.h>
 
-#include <sys/resource.h>
-
 #include <filesystem>
-#include <fstream>
 
 using namespace foundation::test;
 
-namespace {
-
-/// Returns the most memory, in bytes, that a child process of this one has needed so far.
-long peakOfChildren()
-{
-    constexpr long bytesPerUnit = 1024;
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    return usage.ru_maxrss * bytesPerUnit;
-}
-
 using VerifyMemory = FoundationCerts;
-
-} // namespace
 
 TEST_F(VerifyMemory, DoesNotGrowWithDetachedContent)
 {
@@ -36,9 +21,9 @@ TEST_F(VerifyMemory, DoesNotGrowWithDetachedContent)
         leaf.certificate.get(), leaf.key.get(), nullptr, bio.get(), PKCS7_DETACHED | PKCS7_BINARY));
     auto const signature = write("signature.p7", toDer(signedData));
 
-    auto const peak = peakOfChildren();
-    auto const run = foundationCerts(
+    auto const measured = measuredRun(
         {"verify", "--content", content, "--chain", intermediateFile(), "--roots", rootFile(), signature});
-    EXPECT_EQ(run.exitStatus, 0) << run.output << run.errors;
-    EXPECT_LT(peakOfChildren() - peak, size / 2);
+    EXPECT_EQ(measured.run.exitStatus, 0) << measured.run.output << measured.run.errors;
+    EXPECT_GT(measured.peak, 0);
+    EXPECT_LT(measured.peak, size / 2);
 }
