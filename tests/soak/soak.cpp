@@ -50,7 +50,7 @@ constexpr int minRounds = 5;
 /// Caches and lazy initialization are complete after these.
 constexpr int numWarmUpRounds = 2;
 /// The allocator takes some memory for each new thread that comes first to its own part of the heap.
-constexpr std::int64_t memoryTolerance = 32 * 1024;
+constexpr std::int64_t memoryTolerance = 16 * 1024;
 constexpr std::size_t mostDifferencesShown = 10;
 
 struct Arguments
