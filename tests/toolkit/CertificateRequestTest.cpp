@@ -355,3 +355,10 @@ TEST(CertificateRequest, KeepsErrorQueue)
     EXPECT_THROW(CertificateRequest::make({{"no", "a"}}, {}, testKey()), InvalidArgument);
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
 }
+
+TEST(CertificateRequest, NeedsKeyWhosePublicHalfVerifies)
+{
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The key cannot sign.",
+        CertificateRequest::make({{"CN", "device"}}, {}, SecretString(damagedKeyPem())));
+}

@@ -775,3 +775,9 @@ TEST(CertificateAuthority, NeedsKeyThatSigns)
         InvalidArgument, "The key cannot sign.",
         named().signBy(agreement.certificate, agreement.key, leafKey()));
 }
+
+TEST(EndEntityCertificate, NeedsKeyWhosePublicHalfVerifies)
+{
+    EXPECT_THROWS_EXACTLY(
+        InvalidArgument, "The key cannot sign.", named().signSelf(SecretString(damagedKeyPem())));
+}

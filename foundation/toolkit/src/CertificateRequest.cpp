@@ -100,7 +100,8 @@ void sign(X509_REQ* request, EVP_PKEY* key)
 {
     bool isSigned = false;
     auto const signing = [&] {
-        isSigned = X509_REQ_sign(request, key, digestFor(key)) > 0;
+        // A damaged key can sign what its public half does not verify.
+        isSigned = X509_REQ_sign(request, key, digestFor(key)) > 0 && X509_REQ_verify(request, key) == 1;
         return isSigned;
     };
     throwIfLacksMemoryFor<CertificateException>(signing, notMadeText);

@@ -146,7 +146,8 @@ void sign(X509* certificate, EVP_PKEY* key)
 {
     bool isSigned = false;
     auto const signing = [&] {
-        isSigned = X509_sign(certificate, key, digestFor(key)) > 0;
+        // A damaged key can sign what its public half does not verify.
+        isSigned = X509_sign(certificate, key, digestFor(key)) > 0 && X509_verify(certificate, key) == 1;
         return isSigned;
     };
     throwIfLacksMemoryFor<CertificateException>(signing, certificateNotMadeText);
