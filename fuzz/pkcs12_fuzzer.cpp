@@ -9,9 +9,11 @@
 #include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
+#include <foundation/toolkit/PrivateKeys.hpp>
 
 #include <openssl/core_names.h>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -223,6 +225,20 @@ void checkKey(PKCS12Certificate const& bundle, Contents const& contents)
     clearErrorQueue();
 }
 
+/// The key's text is of the key that OpenSSL finds.
+void checkKeyText(PKCS12Certificate const& bundle, Contents const& contents, std::string const& passphrase)
+{
+    std::string text;
+    bool const given = succeeds([&] { text = toolkit::privateKeyAsPEM(bundle, passphrase).view(); });
+    require(!given || contents.key != nullptr, "there is a text only if OpenSSL finds a key");
+    if (given) {
+        auto const bio = own(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+        auto const key = own(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+        require(EVP_PKEY_eq(key.get(), contents.key.get()) == 1, "the text is of the key that OpenSSL finds");
+    }
+    clearErrorQueue();
+}
+
 struct Question
 {
     std::string passphrase;
@@ -237,6 +253,7 @@ void checkContents(PKCS12Certificate const& bundle, ByteArray const& data, Quest
     checkCertificates(bundle, *contents);
     checkKey(bundle, *contents);
     if (question.isThorough) {
+        checkKeyText(bundle, *contents, question.passphrase);
         checkStream(bundle, data, question.passphrase);
         checkRoundTrip(bundle, question.passphrase);
         checkCopy(bundle);

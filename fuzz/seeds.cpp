@@ -22,11 +22,13 @@ constexpr Target targets[] = {
     {"crl", foundation::fuzz::crlSeeds},
     {"distribution_points", foundation::fuzz::distributionPointsSeeds},
     {"encodings", foundation::fuzz::encodingsSeeds},
+    {"hierarchy", foundation::fuzz::hierarchySeeds},
     {"http", foundation::fuzz::httpSeeds},
     {"path", foundation::fuzz::pathSeeds},
     {"pkcs12", foundation::fuzz::pkcs12Seeds},
     {"pkcs7", foundation::fuzz::pkcs7Seeds},
     {"request", foundation::fuzz::requestSeeds},
+    {"texts", foundation::fuzz::textsSeeds},
     {"trust_store", foundation::fuzz::trustStoreSeeds},
 };
 

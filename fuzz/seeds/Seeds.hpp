@@ -18,11 +18,13 @@ Seeds chainSeeds();
 Seeds crlSeeds();
 Seeds distributionPointsSeeds();
 Seeds encodingsSeeds();
+Seeds hierarchySeeds();
 Seeds httpSeeds();
 Seeds pathSeeds();
 Seeds pkcs12Seeds();
 Seeds pkcs7Seeds();
 Seeds requestSeeds();
+Seeds textsSeeds();
 Seeds trustStoreSeeds();
 
 /// Returns DER certificates with different keys, names, times, serial numbers and extensions. Some are

@@ -44,6 +44,14 @@ namespace request_option {
 constexpr unsigned signsAnew = 0x01;
 } // namespace request_option
 
+/// The last byte of an input for the target of texts: which reader gets the rest.
+namespace text_option {
+constexpr unsigned name = 0;
+constexpr unsigned report = 1;
+constexpr unsigned key = 2;
+constexpr unsigned count = 3;
+} // namespace text_option
+
 /// A container and a text, such as a passphrase. In the input they are followed by the text's length and the
 /// options, one byte each.
 struct ContainerInput

@@ -1,14 +1,13 @@
 #include "foreign/corpora/Verdicts.hpp"
 
-#include "support/assertions/ValidationVerdict.hpp"
+#include "support/differential/ValidationOutcomes.hpp"
 #include "support/openssl/Encoding.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
-#include "support/openssl/ReferenceValidator.hpp"
+#include "support/operations/ExpectedVerdicts.hpp"
+#include "support/pki/TestCrl.hpp"
+#include "support/pki/TestPki.hpp"
 
-#include <foundation/certificates/X509Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
-#include <foundation/toolkit/Certificate.hpp>
-#include <foundation/toolkit/PathValidation.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -117,24 +116,6 @@ TrustStore trustStoreWith(Handles const& anchors)
     return store;
 }
 
-ReferenceVerdict verdictOf(
-    X509Certificate const& leaf, X509CertificateChain const& chain, Options const& options,
-    TrustStore const& store)
-{
-    ReferenceVerdict verdict;
-    try {
-        auto const results = leaf.validateCertificate(chain, options, store);
-        verdict.status = static_cast<int>(results.getCertificateChainStatus());
-        verdict.text = results.getValidationErrorString();
-        if (auto const root = results.getRootCertificate()) {
-            verdict.root = root->getAsBytes();
-        }
-    } catch (std::exception const& failure) {
-        verdict.failure = failure.what();
-    }
-    return verdict;
-}
-
 /// Compares validateCertificate with the reference.
 void compareValidations(Group const& group, Verdicts& verdicts)
 {
@@ -156,49 +137,6 @@ void compareValidations(Group const& group, Verdicts& verdicts)
                 verdictOf(loaded, chain, optionsWith(tolerances), trustStore), validator.validate());
         }
     }
-}
-
-/// Returns the encodings of a valid chain, which has no other text.
-template <class Chain, class Encode>
-std::string textOf(Chain const& chain, Encode const& encode)
-{
-    std::string text;
-    for (auto const& member : chain) {
-        text += hexEncode(encode(member)) + " ";
-    }
-    return text;
-}
-
-ReferenceVerdict verdictOf(ReferenceOutcome const& outcome)
-{
-    ReferenceVerdict verdict;
-    if (outcome.result < 0) {
-        verdict.failure = "Internal error: OpenSSL could not verify the certificate.";
-    } else if (outcome.result == 1) {
-        verdict.text = textOf(outcome.chain, [](X509Handle const& member) { return toDer(member); });
-    } else {
-        verdict.status = static_cast<int>(expectedStatus(outcome.code));
-        verdict.text = expectedText(outcome.code, outcome.depth, outcome.subject);
-    }
-    return verdict;
-}
-
-ReferenceVerdict verdictOf(
-    PathValidator const& validator, Certificate const& leaf, std::vector<Certificate> const& intermediates,
-    PathOptions const& options)
-{
-    ReferenceVerdict verdict;
-    try {
-        auto const result = validator.validate(leaf, intermediates, options);
-        verdict.status = static_cast<int>(result.status);
-        verdict.text = result.text;
-        if (result.isValid()) {
-            verdict.text = textOf(result.chain, [](Certificate const& member) { return member.getAsDER(); });
-        }
-    } catch (std::exception const& failure) {
-        verdict.failure = failure.what();
-    }
-    return verdict;
 }
 
 /// Returns the middle of the certificate's validity, when its own chain is most often valid, too.

@@ -1,7 +1,8 @@
 #include "support/openssl/ReferenceValidator.hpp"
 
-#include "support/assertions/ValidationVerdict.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
+#include "support/operations/ExpectedVerdicts.hpp"
+#include "support/pki/TestPki.hpp"
 
 #include <openssl/err.h>
 #include <openssl/pkcs7.h>

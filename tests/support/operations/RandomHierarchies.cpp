@@ -27,28 +27,6 @@ KeyHandle anyKey(Dice& dice)
     }
 }
 
-std::vector<Mutation> const& certificateFaults()
-{
-    static std::vector<Mutation> const faults = {
-        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); },
-        [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
-        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); },
-        [](CertificateSpec& spec) { spec.damagedSignature = true; },
-        [](CertificateSpec& spec) { spec.signingKey = p256Key("unrelated"); },
-        [](CertificateSpec& spec) { spec.issuer = commonName("unrelated"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:TRUE,pathlen:0"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:FALSE"); },
-        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "CA:TRUE"); },
-        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,digitalSignature"); },
-        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,keyCertSign"); },
-        [](CertificateSpec& spec) {
-            spec.setRawExtension("1.3.6.1.4.1.99999.7", {5, 0}, true);
-        },
-        [](CertificateSpec& spec) { spec.removeExtension("subjectKeyIdentifier"); },
-    };
-    return faults;
-}
-
 std::string uriOf(std::size_t level)
 {
     return "http://127.0.0.1/" + std::to_string(level) + ".crl";
@@ -158,6 +136,28 @@ void dealCrls(Dice& dice, Hierarchy& hierarchy)
 }
 
 } // namespace
+
+std::vector<Mutation> const& certificateFaults()
+{
+    static std::vector<Mutation> const faults = {
+        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); },
+        [](CertificateSpec& spec) { spec.notBefore = TimeSpec::fromNow(1h); },
+        [](CertificateSpec& spec) { spec.notAfter = TimeSpec::unreadable(); },
+        [](CertificateSpec& spec) { spec.damagedSignature = true; },
+        [](CertificateSpec& spec) { spec.signingKey = p256Key("unrelated"); },
+        [](CertificateSpec& spec) { spec.issuer = commonName("unrelated"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:TRUE,pathlen:0"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "critical,CA:FALSE"); },
+        [](CertificateSpec& spec) { spec.setExtension("basicConstraints", "CA:TRUE"); },
+        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,digitalSignature"); },
+        [](CertificateSpec& spec) { spec.setExtension("keyUsage", "critical,keyCertSign"); },
+        [](CertificateSpec& spec) {
+            spec.setRawExtension("1.3.6.1.4.1.99999.7", {5, 0}, true);
+        },
+        [](CertificateSpec& spec) { spec.removeExtension("subjectKeyIdentifier"); },
+    };
+    return faults;
+}
 
 Hierarchy makeHierarchy(Dice& dice)
 {

@@ -15,6 +15,9 @@
 /// Random hierarchies of certificates with random faults.
 namespace foundation::test {
 
+/// Returns changes of a certificate that a validation notices.
+std::vector<Mutation> const& certificateFaults();
+
 /// All that a validation gets to see.
 struct Hierarchy
 {
