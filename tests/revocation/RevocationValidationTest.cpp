@@ -272,6 +272,21 @@ TEST_F(RevocationValidation, StoredCrlRevokesWithoutDetails)
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), "");
 }
 
+TEST_F(RevocationValidation, CrlErrorHasNoDetailsOfRevokedLeaf)
+{
+    auto const notYetValid = [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(1h); };
+    serve(pki.leafCrl({revoke(pki.leaf, januaryDate)}, notYetValid), pki.caCrl());
+
+    auto const results = validate(CheckCRL::LeafOnly, DownloadCRL::BestEffort);
+
+    EXPECT_EQ(results.getCertificateChainStatus(), Status::CRLError);
+    EXPECT_EQ(results.getValidationErrorString(), report(X509_V_ERR_CRL_NOT_YET_VALID, 0, "CN=leaf"));
+    auto const revocation = results.getCertificateRevocationResults();
+    EXPECT_EQ(revocation.getRevocationStatus(), RevocationStatus::NotRevoked);
+    EXPECT_EQ(revocation.getRevocationDateString(), "");
+    EXPECT_EQ(revocation.getRevokedSerialNumberString(), "");
+}
+
 TEST_F(RevocationValidation, StoredCrlIsIgnoredAfterFailedDownload)
 {
     addCrl(trustStore, pki.leafCrl({revoke(pki.leaf)}));

@@ -193,7 +193,7 @@ class Build:
             environment["LD_LIBRARY_PATH"] = libraries
         # Processor time does not depend on the machine's load. The other limit is for programs that wait for ever.
         processor_limit = int(5 * program.seconds) + 10 if program.seconds else LONGEST
-        limit = min(deadline.left(), 10 * program.elapsed + 60 if program.seconds else LONGEST)
+        limit = min(deadline.left(), 5 * program.elapsed + 30 if program.seconds else LONGEST)
 
         def set_up():
             os.setpgrp() # to be stopped with its children; a session of its own would have a priority of its own

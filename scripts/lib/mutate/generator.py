@@ -195,6 +195,8 @@ class Generator:
             return
         canonical = result.get_canonical()
         text = self.text(value)
+        if text == "std::nullopt": # {} is the same
+            return
         if canonical.kind == TypeKind.BOOL:
             if not self.has_operator(value):
                 self.replace("result", value, f"!({text})")

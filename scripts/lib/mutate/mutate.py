@@ -18,6 +18,7 @@ from build import Build
 
 LIKELIEST = 5 # programs that a mutant runs alone
 AT_ONCE = 16 # survivors in one library
+NEAR = 1000 # bytes: mutants that are nearer to each other can hide each other, and share no library
 BATCH = 96 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
 # These look at the locks and at the error queue of every operation.
@@ -99,7 +100,7 @@ class Run:
         self.workers = workers
         self.record = record
         self.sources = {}
-        self.kills = {}
+        self.kills = {} # by program, and by file and program
         self.outcomes = {}
         self.printing = threading.Lock()
 
@@ -151,7 +152,7 @@ class Run:
                if program.seconds < SLOW and (program.folder.split("/")[0] == folder or
                                               (file, program.name) in self.kills)]
         own.sort(key=lambda program: (-self.kills.get((file, program.name), 0), not program.name.startswith(stem),
-                                      program.seconds or SLOW))
+                                      -self.kills.get(program.name, 0), program.seconds or SLOW))
         if mutant.kind == "guard":
             name = LOCK_PROGRAM if "lock" in mutant.change(self.source(file))[0].lower() else SCOPE_PROGRAM
             own[:0] = [program for program in self.build.programs if program.name == name]
@@ -184,8 +185,8 @@ class Run:
         elif killer is False:
             self.note(mutant, "no code")
         elif killer is not None:
-            key = mutant.file, killer.name
-            self.kills[key] = self.kills.get(key, 0) + 1
+            for key in ((mutant.file, killer.name), killer.name):
+                self.kills[key] = self.kills.get(key, 0) + 1
             self.note(mutant, "killed", f" by {killer.name}")
         else:
             return True
@@ -220,9 +221,9 @@ class Run:
         """Takes from the list mutants that fit into one library."""
         group = []
         for mutant in list(mutants):
-            overlaps = any(other.file == mutant.file and other.start < mutant.end and mutant.start < other.end
-                           for other in group)
-            if len(group) < AT_ONCE and not overlaps:
+            is_near = any(other.file == mutant.file and other.start < mutant.end + NEAR and
+                          mutant.start < other.end + NEAR for other in group)
+            if len(group) < AT_ONCE and not is_near:
                 group.append(mutant)
                 mutants.remove(mutant)
         return group
@@ -263,9 +264,9 @@ class Run:
         for mutant, outcome in self.outcomes.items():
             counts[mutant.kind][columns.index(outcome)] += 1
         for kind, row in [*sorted(counts.items()), ("all", [sum(column) for column in zip(*counts.values())])]:
-            judged = max(1, row[0] + row[1])
+            share = f"{100 * row[0] / (row[0] + row[1]):5.1f} % killed" if row[0] + row[1] else "no result"
             equivalents = sum(known.values()) if kind == "all" else known.get(kind, 0)
-            print(f"{kind:10} {100 * row[0] / judged:5.1f} % killed: " + ", ".join(
+            print(f"{kind:10} {share:>14}: " + ", ".join(
                 f"{count} {column}" for count, column in zip([*row, equivalents], [*columns, "equivalent"]) if count))
 
 
