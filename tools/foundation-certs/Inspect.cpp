@@ -69,13 +69,13 @@ private:
         // more time than all extensions together.
         auto const* const bits = X509_get0_pubkey_bitstr(certificate.getX509());
         auto const* const begin = ASN1_STRING_get0_data(bits);
-        auto const* const end = begin + ASN1_STRING_length(bits);
+        int const length = ASN1_STRING_length(bits);
         auto const* content = begin;
         long size = 0;
         int tag = 0;
         int tagClass = 0;
-        ASN1_get_object(&content, &size, &tag, &tagClass, end - begin);
-        return end - content == size && end[-1] != 0;
+        ASN1_get_object(&content, &size, &tag, &tagClass, length);
+        return content - begin + size == length && begin[length - 1] != 0;
     }
 
     std::mutex mutex;
