@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/Text.hpp"
+#include "support/assertions/ProgramRuns.hpp"
 #include "support/pki/MixedChain.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/RunProgram.hpp"
@@ -19,12 +20,16 @@ inline ProgramRun foundationCerts(std::vector<std::string> const& arguments, std
     return runProgram(FOUNDATION_CERTS_PROGRAM, arguments, input);
 }
 
+/// Expects success without output.
+inline void expectSilence(ProgramRun const& run)
+{
+    expectSuccess(run, "");
+}
+
 /// Expects an error: one line on standard error with the program's name, no output, and status 2.
 inline void expectBadInput(ProgramRun const& run, std::string const& message)
 {
-    EXPECT_EQ(run.exitStatus, 2);
-    EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "foundation-certs: " + message + "\n");
+    expectFailure(run, 2, "foundation-certs: " + message + "\n");
 }
 
 /// A folder of files, and a chain.
