@@ -107,6 +107,7 @@ def name_attributes(name):
 
 
 def common_name(name, whose):
+    check_order(name)
     names = name.get_attributes_for_oid(NameOID.COMMON_NAME)
     return names[-1].value if names else {"failure": f"{whose} name has no CN."}
 
