@@ -129,7 +129,7 @@ std::vector<std::pair<int, bool>> extensionsOf(X509Handle const& certificate)
 {
     std::vector<std::pair<int, bool>> extensions;
     for (int index = 0; index < X509_get_ext_count(certificate.get()); ++index) {
-        X509_EXTENSION* const extension = X509_get_ext(certificate.get(), index);
+        auto* const extension = X509_get_ext(certificate.get(), index);
         extensions.emplace_back(
             OBJ_obj2nid(X509_EXTENSION_get_object(extension)), X509_EXTENSION_get_critical(extension) == 1);
     }
