@@ -165,7 +165,7 @@ public:
     ///     certificate needs a subject."; about the key: "The text holds no private key that can be read
     ///     without a passphrase.", "The key is of a kind that certificates are not made for.", "The key is
     ///     too weak.", "The key has explicit curve parameters.", "The key is not that of the request.", "The
-    ///     key cannot sign."
+    ///     key cannot sign.", also for a damaged key whose two halves do not match
     Certificate signSelf(SecretString const& privateKey) const;
     /// Returns a certificate for the key that is signed by the authority.
     /// @param authority the CA's certificate
