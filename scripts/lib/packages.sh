@@ -22,7 +22,7 @@ fuzz_packages=(clang libclang-rt-dev)
 compiler_packages=(clang libc++-dev libc++abi-dev googletest)
 # Compilers, sources and headers for Windows programs, and Wine.
 windows_packages=(cmake ninja-build make perl g++-mingw-w64-x86-64-posix dpkg-dev libboost-dev libboost-log-dev
-    googletest wine wine64 ca-certificates netbase)
+    googletest wine wine64 ca-certificates netbase libcli11-dev nlohmann-json3-dev)
 # QEMU, and roots of other architectures. The compiler's package names its architecture.
 cross_packages=(cmake ninja-build qemu-user mmdebstrap)
 bench_packages=(libbenchmark-dev libgnutls28-dev ca-certificates netbase)

@@ -28,6 +28,13 @@ build_openssl() {
     cp apps/openssl.exe "$2/bin"
 }
 
+# CLI11 and nlohmann-json are only headers, so Debian's packages fit. The compiler must not see the other headers there.
+build_headers() {
+    mkdir -p "$2/include" "$2/share/cmake"
+    cp -r /usr/include/CLI /usr/include/nlohmann "$2/include"
+    cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$2/share/cmake"
+}
+
 # start_wine: creates a temporary Windows for the following programs. It ends with the script.
 start_wine() {
     WINEPREFIX=$(mktemp -d)
