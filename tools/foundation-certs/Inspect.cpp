@@ -75,7 +75,7 @@ private:
         int tag = 0;
         int tagClass = 0;
         ASN1_get_object(&content, &size, &tag, &tagClass, length);
-        return content - begin + size == length && begin[length - 1] != 0;
+        return length > 0 && content - begin + size == length && begin[length - 1] != 0;
     }
 
     std::mutex mutex;
