@@ -1,7 +1,12 @@
 #include "support/allocation/Shortage.hpp"
+#include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
+
+#include "certificate/X509Duplicates.hpp"
+
+#include <foundation/certificates/Exceptions.hpp>
 
 #include <gtest/gtest.h>
 
@@ -143,4 +148,35 @@ TEST(Validation, ShortageNeverLeadsToFallbackStore)
     ASSERT_EQ(validate(*makeStore()), Status::Expired);
 
     expectNeverValid(validate, makeStore);
+}
+
+TEST(Validation, ShortageNeverDropsGivenChain)
+{
+    auto const root = makeRoot("root", withCheapKey({}));
+    auto const expired = makeIntermediate(
+        root, "ca", withCheapKey([](CertificateSpec& spec) { spec.notAfter = TimeSpec::fromNow(-1h); }));
+    auto const renewed = makeIntermediate(root, "ca", withCheapKey({}));
+    auto const leaf = load(makeLeaf(expired, "leaf", withCheapKey({})));
+    auto const chain = chainOf({expired});
+    // Without the chain, the issuer is unknown. That leads to the fallback store, which has the renewed one.
+    auto const options = optionsWith(
+        {}, Options::CheckCRL::None, Options::DownloadCRL::None,
+        std::make_shared<TrustStore const>(storeOf({root, renewed})));
+    auto const validate = [&](TrustStore const& store) {
+        return leaf.validateCertificate(chain, options, store).getCertificateChainStatus();
+    };
+    auto const makeStore = [&] { return std::make_shared<TrustStore const>(storeOf({root})); };
+    ASSERT_EQ(validate(*makeStore()), Status::Expired);
+
+    expectNeverValid(validate, makeStore, 40);
+}
+
+TEST(StackOfCertificates, ThrowsIfItCannotBeMade)
+{
+    std::vector<X509Certificate> const certificates{load(makeRoot("root", withCheapKey({})))};
+    EXPECT_EQ(sk_X509_num(stackOf(certificates).get()), 1);
+
+    Shortage const shortage(Memory::OpenSSL, 0, 1);
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Error: X509Certificate has no content.", stackOf(certificates));
 }

@@ -99,7 +99,7 @@ X509StackUPtr stackOf(std::vector<X509Certificate> const& certificates)
     auto stack = makeX509Stack(sk_X509_new_null());
     for (auto const& certificate : certificates) {
         auto x509 = sharedOrDuplicated(certificate);
-        if (x509 == nullptr || sk_X509_push(stack.get(), x509.get()) == 0) {
+        if (x509 == nullptr || sk_X509_push(stack.get(), x509.get()) < 1) {
             throw X509CertificateException(noContentText);
         }
         static_cast<void>(x509.release()); // the stack owns it now; a failed push would not have

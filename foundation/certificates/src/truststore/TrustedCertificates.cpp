@@ -70,8 +70,7 @@ TrustedCertificates::TrustedCertificates(
         });
     for (X509UPtr& certificate : certificates) {
         isReadCompletely(certificate.get()); // now, so that no verification changes a shared certificate
-        throwIfZero<TrustStoreException>(
-            static_cast<std::size_t>(sk_X509_push(bySubject.get(), certificate.get())), noMemoryText);
+        throwIfBelowOne<TrustStoreException>(sk_X509_push(bySubject.get(), certificate.get()), noMemoryText);
         static_cast<void>(certificate.release()); // the stack owns it now; a failed push would not have
     }
 }

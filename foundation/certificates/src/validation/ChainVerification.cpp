@@ -89,7 +89,7 @@ X509StackUPtr untrustedStack(std::vector<X509Certificate> const& certificates, X
         auto const shared = X509Access::share(certificate);
         auto untrusted = shared.get() == leaf && isSelfIssued(leaf) ? makeX509(X509_dup(leaf))
                                                                     : forVerification(shared.get());
-        if (untrusted == nullptr || sk_X509_push(stack.get(), untrusted.get()) == 0) {
+        if (untrusted == nullptr || sk_X509_push(stack.get(), untrusted.get()) < 1) {
             throw X509CertificateException("Error: X509Certificate has no content.");
         }
         static_cast<void>(untrusted.release()); // the stack owns it now; a failed push would not have
