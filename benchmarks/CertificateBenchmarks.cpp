@@ -317,8 +317,7 @@ void addTextQueries()
         "Queries that return text",
         "OpenSSL's side also returns a `std::string`, or a vector or map of them. The name of the signature\n"
         "algorithm is a lookup of some nanoseconds. The cost of the handle's lock is visible there. The row\n"
-        "below includes a lock in OpenSSL's time. OpenSSL writes an object identifier twice, the first time\n"
-        "to find its length.");
+        "below includes a lock in OpenSSL's time.");
     addQuery("subject", queryTarget, FOUNDATION_BENCHMARK_QUERY(getSubjectName), [](X509* x) {
         return bareName(X509_get_subject_name(x));
     });
@@ -373,8 +372,8 @@ void addOtherQueries()
         "\n"
         "OpenSSL's side of the key record reads both RSA numbers by one `EVP_PKEY_get_params`, and the "
         "bytes\n"
-        "of other public keys. The library calls `EVP_PKEY_todata`, which exports the whole key: for P-256\n"
-        "also the parameters of the curve. Equality compares whole encodings.\n"
+        "of other public keys. For RSA and P-256 the library calls `EVP_PKEY_todata`, which exports the\n"
+        "whole key: for P-256 also the parameters of the curve. Equality compares whole encodings.\n"
         "`X509_cmp` compares SHA-1 digests that OpenSSL computed earlier, and the signed parts as they were\n"
         "read. It encodes nothing, so it takes some nanoseconds, and the locks of both handles are visible.");
     addQuery(
