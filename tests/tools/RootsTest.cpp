@@ -32,6 +32,16 @@ TEST_F(Roots, SaysWhatIsKeptAndDropped)
     EXPECT_EQ(records[1].at("kept"), false);
 }
 
+TEST_F(Roots, SucceedsIfNoneIsDropped)
+{
+    ScopedVariable const file("SSL_CERT_FILE", rootFile());
+    auto const run = foundationCerts({"roots"});
+
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_TRUE(endsWith(run.output, "\n1 trusted, 0 dropped\n")) << run.output;
+}
+
 TEST_F(Roots, ReportsMissingRoots)
 {
     ScopedVariable const file("SSL_CERT_FILE", pathOf("missing.pem"));
