@@ -14,9 +14,9 @@ configure() {
     cmake --preset "$1" -B "build/$2" "${@:3}"
 }
 
-# compile FOLDER [CMake option...]: builds build/FOLDER.
+# compile FOLDER [CMake option...]: builds build/FOLDER. In CI it prints only what went wrong, so that a log stays short.
 compile() {
-    cmake --build "build/$1" -j "$jobs" "${@:2}"
+    cmake --build "build/$1" -j "$jobs" "${@:2}" ${CI:+-- --quiet}
 }
 
 # run_tests FOLDER [CTest option...]: runs the tests of build/FOLDER. A test that names no limit has ten minutes.

@@ -32,7 +32,7 @@ part() {
     printf -- '---- %s: %s after %d s\n' "$title" "$outcome" $((SECONDS - start))
     printf '%-32s %s, %4d s\n' "$title" "$outcome" $((SECONDS - start)) >"$own.summary"
     if grep -q '^==== Summary' "$own.log"; then
-        sed '1,/^==== Summary/d; s/^/    /' "$own.log" >>"$own.summary"
+        sed '1,/^==== Summary/d; /^==== Why it failed/,$d; /^$/d; s/^/    /' "$own.log" >>"$own.summary"
     else
         grep -E 'tests passed, .* out of|^Total Test time|^\s+[0-9]+ - .*\(.*\)$' "$own.log" |
             sed 's/^/    /' >>"$own.summary" || true
@@ -48,13 +48,22 @@ parts_beside() {
     part_number=1000
 }
 
-# end_of_parts: waits for the parallel parts, prints the summary and exits: with 1 if a part failed.
+# end_of_parts: waits for the parallel parts, prints the summary and exits: with 1 if a part failed. Then it also prints
+# what the failed parts said.
 end_of_parts() {
     wait
     cat "$part_folder"/*.output 2>/dev/null
     printf '\n==== Summary after %d s\n' "$SECONDS"
     cat "$part_folder"/*.summary
-    if compgen -G "$part_folder/*.failed" >/dev/null; then
-        exit 1
-    fi
+    local failed own
+    failed=$(compgen -G "$part_folder/*.failed") || exit 0
+    for own in ${failed//.failed/}; do
+        printf '\n==== Why it failed: %s\n' "$(head -n 1 "$own.summary")"
+        # What tests, compilers and sanitizers print of a failure, and how the part ended.
+        grep -aE -A 8 ': Failure$|\*\*\*(Failed|Timeout|Exception)|: (fatal )?error: |^SUMMARY: |^WARNING: Thread' \
+            "$own.log" | head -n 60 || true
+        echo "..."
+        tail -n 15 "$own.log"
+    done
+    exit 1
 }
