@@ -119,7 +119,8 @@ TEST_F(ManyInputs, GNUParallelSpreadsThemOverHosts)
         asList(files));
 
     EXPECT_GT(run.exitStatus, 0); // the number of parts with a finding
-    EXPECT_EQ(run.errors, "");
+    // GNU parallel warns of slow machines, so standard error may hold something.
+    SCOPED_TRACE(run.errors);
     expectAll(run.output, files);
 }
 #endif

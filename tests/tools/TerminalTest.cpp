@@ -22,6 +22,7 @@ protected:
 
 TEST_F(ProgramOnTerminal, ShowsColour)
 {
+    ScopedVariable const noRefusal("NO_COLOR", "");
     EXPECT_TRUE(beginsWith(inspection(), "\033[1m" + leafFile() + " #1: CN=leaf\033[0m\r\n"));
     EXPECT_FALSE(contains(foundationCerts({"inspect", leafFile()}).output, "\033"));
 

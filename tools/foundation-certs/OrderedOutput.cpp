@@ -12,7 +12,7 @@ namespace foundation::tools {
 namespace {
 
 constexpr std::size_t kibibyte = 1024;
-constexpr std::size_t mostKeptBytes = 16 * kibibyte * kibibyte;
+constexpr std::size_t mostKeptBytes = 4 * kibibyte * kibibyte;
 constexpr std::size_t largeReport = 256 * kibibyte;
 
 std::size_t sizeOf(Report const& report)
