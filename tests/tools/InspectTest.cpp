@@ -46,8 +46,8 @@ void removeExponent(X509* certificate, Bytes const& appended)
     auto* const owned = static_cast<unsigned char*>(OPENSSL_memdup(key.data(), key.size()));
     ASSERT_EQ(
         X509_PUBKEY_set0_param(
-            X509_get_X509_PUBKEY(certificate), OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr, owned,
-            static_cast<int>(key.size())),
+            changeable(X509_get_X509_PUBKEY(certificate)), OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL,
+            nullptr, owned, static_cast<int>(key.size())),
         1);
 }
 
