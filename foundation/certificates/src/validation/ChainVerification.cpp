@@ -75,20 +75,14 @@ leafFirst(X509CertificateImpl const& handle, X509* leaf, X509CertificateChain co
     return certificates;
 }
 
-bool isSelfIssued(X509* certificate)
-{
-    return X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
-}
-
-/// Returns the certificates as a stack that shares them. A self-issued leaf is duplicated there: OpenSSL must
-/// find it as its own issuer, and never takes the object that it looks for the issuer of.
-X509StackUPtr untrustedStack(std::vector<X509Certificate> const& certificates, X509* leaf)
+/// Returns the certificates as a stack for one verification. A self-issued leaf that is not self-signed is
+/// duplicated there, as forVerification does: OpenSSL must find it as its own issuer, and never takes the
+/// object that it looks for the issuer of.
+X509StackUPtr untrustedStack(std::vector<X509Certificate> const& certificates)
 {
     auto stack = makeX509Stack(sk_X509_new_null());
     for (auto const& certificate : certificates) {
-        auto const shared = X509Access::share(certificate);
-        auto untrusted = shared.get() == leaf && isSelfIssued(leaf) ? makeX509(X509_dup(leaf))
-                                                                    : forVerification(shared.get());
+        auto untrusted = forVerification(X509Access::share(certificate).get());
         if (untrusted == nullptr || sk_X509_push(stack.get(), untrusted.get()) < 1) {
             throw X509CertificateException("Error: X509Certificate has no content.");
         }
@@ -328,7 +322,7 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
     throwIfNull<X509CertificateException>(context, noContextText);
     verification.store = privateStoreOf(trustStore);
     auto certificates = leafFirst(*this, leaf, chain);
-    verification.untrusted = untrustedStack(certificates, leaf);
+    verification.untrusted = untrustedStack(certificates);
     CRLs crls;
     bool const crlsReady = prepareCRLs(
         options.downloadCRL, options.checkCRL, crls, certificates, verification.store, chain, trustStore);
@@ -339,7 +333,7 @@ X509CertificateImpl::ValidationRun X509CertificateImpl::verifyAgainstStore(
 
     Progress progress{options};
     int const verifyResult = verify(verification, leaf, flags, progress, hasFallback, [&] {
-        verification.renew(privateStoreOf(trustStore), untrustedStack(leafFirst(*this, leaf, chain), leaf));
+        verification.renew(privateStoreOf(trustStore), untrustedStack(leafFirst(*this, leaf, chain)));
         if (crlsReady) {
             addCRLs(verification.store.get(), crls);
         }
