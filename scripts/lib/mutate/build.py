@@ -7,11 +7,14 @@ import resource
 import shlex
 import signal
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 
-LONGEST = 600 # seconds for one run of a program
+LONGEST = 600 # seconds of processor time for one run of a program
+WAITING = 60 # seconds: a program that uses less than IDLE seconds of processor time in them waits
+IDLE = 0.3
 
 
 class Program:
@@ -24,6 +27,8 @@ class Program:
         self.directory = properties["WORKING_DIRECTORY"]
         self.environment = dict(item.split("=", 1) for item in properties.get("ENVIRONMENT", []))
         self.needs_lock = "RESOURCE_LOCK" in properties
+        # Tests of threads, waiting times and connections can fail because of the machine's load.
+        self.depends_on_load = self.needs_lock or bool({"slow", "threads"} & set(properties.get("LABELS", ())))
         self.lock = threading.Lock()
         self.seconds = 0 # of processor time; 0: not measured yet
         self.elapsed = 0
@@ -36,15 +41,6 @@ class Build:
         self.folder = folder
         with open(f"{folder}/compile_commands.json") as commands:
             entries = json.load(commands)
-        self.commands = {}
-        folders = {}
-        for entry in entries:
-            file = os.path.relpath(entry["file"], root)
-            if file.startswith("foundation/"):
-                self.commands[file] = shlex.split(entry["command"])
-            elif file.startswith("tests/"):
-                name = os.path.splitext(os.path.basename(file))[0]
-                folders[name] = os.path.dirname(file)[len("tests/"):]
         self.links = {}
         for library in ("certificates", "log", "toolkit"):
             commands = subprocess.run(
@@ -52,6 +48,17 @@ class Build:
                 check=True, capture_output=True, text=True).stdout.splitlines()
             link, = (line for line in commands if " -shared " in line and f"libfoundation_{library}.so" in line)
             self.links[library] = shlex.split(link.removeprefix(": && ").removesuffix(" && :"))
+        linked = set().union(*self.links.values())
+        self.commands = {}
+        folders = {}
+        for entry in entries:
+            file = os.path.relpath(entry["file"], root)
+            command = shlex.split(entry["command"])
+            if file.startswith("foundation/") and command[command.index("-o") + 1] in linked: # not in a program
+                self.commands[file] = command
+            elif file.startswith("tests/"):
+                name = os.path.splitext(os.path.basename(file))[0]
+                folders[name] = os.path.dirname(file)[len("tests/"):]
         tests = json.loads(subprocess.run(["ctest", "--test-dir", folder, "--show-only=json-v1"],
                                           check=True, capture_output=True, text=True).stdout)["tests"]
         commands = self.commands_of_tests()
@@ -94,6 +101,17 @@ class Build:
                     users.setdefault(path, []).append(paths[0])
         return users
 
+    def files(self, paths):
+        """Returns the libraries' files that the paths name, or that are in a folder of that name."""
+        files = {file for file in {*self.commands, *self.users} if file.startswith("foundation/")}
+        found = set()
+        for path in paths:
+            named = {file for file in files if f"{file}/".startswith(f"{path.rstrip('/')}/")}
+            if not named:
+                sys.exit(f"The libraries are not built from {path}.")
+            found |= named
+        return sorted(found)
+
     def options(self, file):
         """Returns the preprocessor's options for a file: for a header those of a source that includes it."""
         source = file if file in self.commands else self.users[file][0]
@@ -104,9 +122,9 @@ class Build:
                 options += [word, following]
         return options + (["-xc++"] if file.endswith(".hpp") else [])
 
-    def compile_and_link(self, changed, folder, deadline):
-        """Builds the libraries with the changed files, a map of names and contents, in the folder. Returns whether
-        they compile."""
+    def compile_and_link(self, changed, users, folder, deadline):
+        """Builds the libraries with the changed files, a map of names and contents, in the folder. `users` has the
+        sources that are compiled for changed headers. Returns whether they compile."""
         sources = set()
         includes = []
         for file, content in changed.items():
@@ -114,7 +132,7 @@ class Build:
                 sources.add(file)
                 path = f"{folder}/source/{file}"
             else:
-                sources.update(self.users[file])
+                sources.update(users[file])
                 root = next(root for root in ("/include/", "/src/") if root in file)
                 path = f"{folder}/include/{file.split(root, 1)[1]}"
                 includes = [f"-I{folder}/include"]
@@ -163,7 +181,10 @@ class Build:
                 return True
             if is_stuck:
                 break
-        return False
+        return program.depends_on_load and not self.execute(program, None, deadline, folder)[0]
+
+    def build_programs(self):
+        subprocess.run(["ninja", "-C", self.folder], check=True)
 
     def measure(self, program, deadline):
         """Builds the program and measures how long it takes without a mutant, unless that has been done."""
@@ -176,29 +197,31 @@ class Build:
             with tempfile.TemporaryDirectory(prefix="measured-", ignore_cleanup_errors=True) as folder:
                 passed, _, seconds, elapsed = self.execute(program, None, deadline, folder)
             if passed:
-                program.seconds, program.elapsed = max(0.01, seconds), elapsed
-                with self.record_lock, open(self.record, "w") as record:
-                    json.dump({each.name: (each.seconds, each.elapsed) for each in self.programs if each.seconds},
-                              record)
+                self.keep_time(program, seconds, elapsed)
             else:
                 program.fails_always = not deadline.passed()
 
-    def execute(self, program, libraries, deadline, folder):
+    def keep_time(self, program, seconds, elapsed):
+        with self.record_lock:
+            program.seconds, program.elapsed = max(0.01, seconds), elapsed
+            with open(self.record, "w") as record:
+                json.dump({each.name: (each.seconds, each.elapsed) for each in self.programs if each.seconds}, record)
+
+    def execute(self, program, libraries, deadline, folder, variables={}):
         """Runs the program. Returns whether it passes, whether it was stopped because it took too long, its processor
         time and the time that it took."""
         temporary = f"{folder}/tmp"
         os.makedirs(temporary, exist_ok=True)
-        environment = {**os.environ, **program.environment, "TMPDIR": temporary, "GTEST_FAIL_FAST": "1"}
+        environment = {**os.environ, **program.environment, **variables, "TMPDIR": temporary, "GTEST_FAIL_FAST": "1"}
         if libraries:
             environment["LD_LIBRARY_PATH"] = libraries
-        # Processor time does not depend on the machine's load. The other limit is for programs that wait for ever.
-        processor_limit = int(5 * program.seconds) + 10 if program.seconds else LONGEST
-        limit = min(deadline.left(), 5 * program.elapsed + 30 if program.seconds else LONGEST)
+        # Processor time does not depend on the machine's load.
+        limit = int(5 * program.seconds) + 10 if program.seconds else LONGEST
 
         def set_up():
             os.setpgrp() # to be stopped with its children; a session of its own would have a priority of its own
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-            resource.setrlimit(resource.RLIMIT_CPU, (processor_limit, processor_limit))
+            resource.setrlimit(resource.RLIMIT_CPU, (limit, limit))
             resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
             resource.setrlimit(resource.RLIMIT_DATA, (4 << 30, 4 << 30)) # for endless loops that allocate
 
@@ -208,15 +231,49 @@ class Build:
             process = subprocess.Popen([*self.own_network, *program.command], cwd=program.directory, env=environment,
                                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                        stderr=subprocess.DEVNULL, preexec_fn=set_up)
-            timer = threading.Timer(limit, self.kill, [process.pid])
-            timer.start()
+            ended = threading.Event()
+            watch = threading.Thread(target=self.stop_waiting, args=[process.pid, program, deadline, ended])
+            watch.start()
             _, status, usage = os.wait4(process.pid, 0)
-            timer.cancel()
+            ended.set()
+            watch.join()
             process.returncode = os.waitstatus_to_exitcode(status)
             self.kill(process.pid) # its children too
             elapsed = time.monotonic() - start
             return (process.returncode == 0, process.returncode == -signal.SIGKILL,
                     usage.ru_utime + usage.ru_stime, elapsed)
+
+    def stop_waiting(self, group, program, deadline, ended):
+        """Stops a program at the deadline, and one that waits although it should have ended. One that only runs slowly
+        goes on."""
+        patience = 5 * program.elapsed + 30 if program.seconds else LONGEST
+        start = active = time.monotonic()
+        used = 0
+        while not ended.wait(5):
+            now = time.monotonic()
+            used_now = self.processor_time(group)
+            if abs(used_now - used) > IDLE:
+                used, active = used_now, now
+            if deadline.passed() or now > max(start + patience, active + WAITING):
+                self.kill(group)
+
+    @staticmethod
+    def processor_time(ancestor):
+        """Returns the processor time of a process and its descendants, also of those that have ended."""
+        times, parents = {}, {}
+        for path in glob.glob("/proc/[0-9]*/stat"):
+            try:
+                with open(path) as stat:
+                    fields = stat.read().rpartition(")")[2].split()
+            except OSError:
+                continue # it has ended
+            process = int(path.split("/")[2])
+            parents[process] = int(fields[1])
+            times[process] = sum(map(int, fields[11:15]))
+
+        def belongs(process):
+            return process == ancestor or process in parents and belongs(parents[process])
+        return sum(time for process, time in times.items() if belongs(process)) / os.sysconf("SC_CLK_TCK")
 
     @staticmethod
     def kill(group):

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """mutate.py BUILD [N] [OPTION...] [FILE...]: see scripts/mutate."""
 import argparse
+import collections
 import concurrent.futures
 import hashlib
 import json
@@ -15,12 +16,14 @@ import time
 
 import generator
 from build import Build
+from coverage import Coverage
 
-LIKELIEST = 5 # programs that a mutant runs alone
+ALONE = 4 # seconds of processor time: the likeliest programs run for a single mutant
 AT_ONCE = 16 # survivors in one library
 NEAR = 1000 # bytes: mutants that are nearer to each other can hide each other, and share no library
 BATCH = 96 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
+MANY = 200 # mutants for which it is worth it to measure what each program executes
 # These look at the locks and at the error queue of every operation.
 LOCK_PROGRAM, SCOPE_PROGRAM = "LockOrderTest", "ErrorQueueTest"
 
@@ -96,11 +99,14 @@ def read_equivalents(file):
 class Run:
     def __init__(self, build, deadline, workers, record):
         self.build = build
+        self.coverage = None
         self.deadline = deadline
         self.workers = workers
         self.record = record
         self.sources = {}
-        self.kills = {} # by program, and by file and program
+        self.runs = collections.Counter() # by file and program
+        self.kills = collections.Counter()
+        self.passed = collections.defaultdict(set) # the programs that did not notice the mutant
         self.outcomes = {}
         self.printing = threading.Lock()
 
@@ -113,9 +119,14 @@ class Run:
         """Takes the results of the file for mutants that need not run again. Returns the other mutants."""
         if self.record and os.path.exists(self.record):
             with open(self.record) as record:
-                known = dict(reversed(line.rstrip("\n").split("\t")) for line in record)
-            self.outcomes = {mutant: known[self.key(mutant)] for mutant in mutants
-                             if known.get(self.key(mutant)) in ("killed", "no code")}
+                known = {key: (outcome, *killer) for outcome, key, *killer in
+                         (line.rstrip("\n").split("\t") for line in record)}
+            for mutant in mutants:
+                outcome, *killer = known.get(self.key(mutant), ("",))
+                if outcome in ("killed", "no code"):
+                    self.outcomes[mutant] = outcome
+                    for name in killer:
+                        self.count(mutant, name, True)
         return [mutant for mutant in mutants if mutant not in self.outcomes]
 
     def source(self, file):
@@ -129,17 +140,48 @@ class Run:
         before, after = mutant.change(source)
         return f"{mutant.file}:{mutant.line(source)} ({mutant.kind})\n- {before}\n+ {after}"
 
-    def note(self, mutant, outcome, detail=""):
+    def note(self, mutant, outcome, detail="", killer=None):
         with self.printing:
             self.outcomes[mutant] = outcome
             if self.record:
                 with open(self.record, "a") as record:
-                    print(outcome, self.key(mutant), sep="\t", file=record)
+                    print(outcome, self.key(mutant), *([killer.name] if killer else []), sep="\t", file=record)
+            if killer:
+                detail = f" by {killer.name}"
             print(f"[{len(self.outcomes)}] {outcome}{detail}: {self.describe(mutant)}", flush=True)
 
+    def count(self, mutant, name, is_killed):
+        with self.printing:
+            self.runs[mutant.file, name] += 1
+            self.kills[mutant.file, name] += is_killed
+
+    def measure_coverage(self, pool):
+        """Finds out what each program executes."""
+        self.build.build_programs()
+        self.coverage = Coverage(self.build)
+        for measure in (self.coverage.measure, self.build.measure):
+            for _ in pool.map(lambda program: measure(program, self.deadline), self.build.programs):
+                pass
+
+    def executed_lines(self, mutant):
+        source = self.source(mutant.file)
+        first = mutant.line(source)
+        return self.coverage.lines_of(mutant.file, first, first + source.count(b"\n", mutant.start, mutant.end))
+
+    def programs_of(self, mutant):
+        """Returns the programs that can notice the mutant, because they execute its lines, and have not run yet."""
+        lines = self.executed_lines(mutant) if self.coverage else []
+        return [program for program in self.build.programs if program not in self.passed[mutant] and
+                (not self.coverage or self.coverage.executes(program, mutant.file, lines))]
+
+    def users_of(self, mutant):
+        """Returns the sources whose copies of the header's functions the programs execute."""
+        users = self.build.users.get(mutant.file, ())
+        return self.coverage and self.coverage.sources_of(mutant.file, self.executed_lines(mutant)) or users
+
     def likeliest_programs(self, mutant):
-        """Returns the programs that notice the mutant most likely, of those that noticed others of its file and those
-        of its folder."""
+        """Returns the programs that notice the mutant most likely for their time, judged by the other mutants of its
+        file and by the programs' names and folders."""
         file = mutant.file
         stem = re.sub(r"Impl$", "", os.path.splitext(os.path.basename(file))[0])
         folder = re.sub(r"^foundation/(certificates/)?(src/|include/foundation/certificates/)?", "",
@@ -148,15 +190,23 @@ class Run:
             folder = next((os.path.dirname(other).split("/src/")[1] for other in self.build.commands
                            if os.path.basename(other) == os.path.basename(file).replace(".hpp", ".cpp")), "base")
         folder = {"log": "base"}.get(folder.split("/")[0], folder.split("/")[0])
-        own = [program for program in self.build.programs
-               if program.seconds < SLOW and (program.folder.split("/")[0] == folder or
-                                              (file, program.name) in self.kills)]
-        own.sort(key=lambda program: (-self.kills.get((file, program.name), 0), not program.name.startswith(stem),
-                                      -self.kills.get(program.name, 0), program.seconds or SLOW))
+        own = None
         if mutant.kind == "guard":
-            name = LOCK_PROGRAM if "lock" in mutant.change(self.source(file))[0].lower() else SCOPE_PROGRAM
-            own[:0] = [program for program in self.build.programs if program.name == name]
-        return own[:LIKELIEST]
+            own = LOCK_PROGRAM if "lock" in mutant.change(self.source(file))[0].lower() else SCOPE_PROGRAM
+
+        def value(program):
+            expected = 0.1
+            if program.folder.split("/")[0] == folder:
+                expected = 0.9 if program.name.startswith(stem) else 0.5
+            share = (self.kills[file, program.name] + expected) / (self.runs[file, program.name] + 1)
+            return share / (0.1 + (program.seconds or 1)) + (100 if program.name == own else 0)
+        likeliest, seconds = [], 0
+        for program in sorted(self.programs_of(mutant), key=value, reverse=True):
+            seconds += 0.1 + (program.seconds or 1)
+            if seconds > ALONE:
+                break
+            likeliest.append(program)
+        return likeliest
 
     def in_folder(self, function):
         with tempfile.TemporaryDirectory(prefix="mutant-", ignore_cleanup_errors=True) as folder:
@@ -165,16 +215,22 @@ class Run:
     def killer(self, mutants, programs, folder):
         """Returns the first of the programs that fails with the mutants; None if all pass; False if they do not
         compile."""
-        changed = {}
+        changed, users = {}, {}
         for mutant in sorted(mutants, key=lambda mutant: -mutant.start): # so that the places before stay valid
             changed[mutant.file] = mutant.applied_to(changed.get(mutant.file, self.source(mutant.file)))
-        if not self.build.compile_and_link(changed, folder, self.deadline):
+            users.setdefault(mutant.file, set()).update(self.users_of(mutant))
+        if not self.build.compile_and_link(changed, users, folder, self.deadline):
             return False
         for program in programs:
+            passes = self.build.passes(program, folder, self.deadline)
             if self.deadline.passed():
                 return None
-            if not self.build.passes(program, folder, self.deadline):
+            for mutant in mutants:
+                self.count(mutant, program.name, not passes)
+            if not passes:
                 return program
+            for mutant in mutants:
+                self.passed[mutant].add(program)
         return None
 
     def survives(self, mutant, programs):
@@ -185,9 +241,7 @@ class Run:
         elif killer is False:
             self.note(mutant, "no code")
         elif killer is not None:
-            for key in ((mutant.file, killer.name), killer.name):
-                self.kills[key] = self.kills.get(key, 0) + 1
-            self.note(mutant, "killed", f" by {killer.name}")
+            self.note(mutant, "killed", killer=killer)
         else:
             return True
         return False
@@ -214,6 +268,9 @@ class Run:
         if self.deadline.passed():
             self.note(mutant, "not reached")
             return False
+        if not self.programs_of(mutant):
+            self.note(mutant, "SURVIVED", ", no test executes it")
+            return False
         return self.survives(mutant, self.likeliest_programs(mutant))
 
     @staticmethod
@@ -228,33 +285,33 @@ class Run:
                 mutants.remove(mutant)
         return group
 
-    def survivors_of(self, pool, mutants, programs):
-        """Returns the mutants that pass the programs. Many share a library and so a run of each program."""
+    def survivors_of(self, pool, mutants, is_slow):
+        """Returns the mutants that pass the slow or the other programs. Many share a library and so a run of each
+        program."""
         passing = []
         while mutants:
             group = self.next_group(mutants)
+            able = {mutant: {program for program in self.programs_of(mutant) if (program.seconds >= SLOW) == is_slow}
+                    for mutant in group}
+            programs = sorted(set().union(*able.values()), key=lambda program: program.seconds)
             failing = self.in_folder(lambda folder: self.failing(pool, group, programs, folder))
             if self.deadline.passed():
                 for mutant in group:
                     self.note(mutant, "undecided", ", passed the likeliest tests")
-            elif failing:
-                passing += [mutant for mutant, survives in zip(
-                    group, pool.map(lambda mutant: self.survives(mutant, failing), group)) if survives]
             else:
-                passing += group
+                own = [[program for program in failing if program in able[mutant]] for mutant in group]
+                passing += [mutant for mutant, survives in zip(group, pool.map(
+                    lambda mutant, programs: not programs or self.survives(mutant, programs), group, own)) if survives]
         return passing
 
-    def mutate(self, mutants):
-        with concurrent.futures.ThreadPoolExecutor(self.workers) as pool:
-            for start in range(0, len(mutants), BATCH):
-                batch = mutants[start:start + BATCH]
-                left = [mutant for mutant, survives in zip(batch, pool.map(self.survives_likeliest, batch)) if survives]
-                for is_slow in (False, True):
-                    programs = sorted((program for program in self.build.programs
-                                       if (program.seconds >= SLOW) == is_slow), key=lambda program: program.seconds)
-                    left = self.survivors_of(pool, left, programs)
-                for mutant in left:
-                    self.note(mutant, "SURVIVED")
+    def mutate(self, pool, mutants):
+        for start in range(0, len(mutants), BATCH):
+            batch = mutants[start:start + BATCH]
+            left = [mutant for mutant, survives in zip(batch, pool.map(self.survives_likeliest, batch)) if survives]
+            for is_slow in (False, True):
+                left = self.survivors_of(pool, left, is_slow)
+            for mutant in left:
+                self.note(mutant, "SURVIVED")
 
     def print_summary(self, known):
         """Prints the outcomes of each kind. `known` counts the equivalents, by kind."""
@@ -286,7 +343,7 @@ def main():
     build = Build(os.getcwd(), os.path.abspath(arguments.build))
 
     lines = changed_lines(arguments.range) if arguments.range else None
-    files = files or sorted(file for file in {*build.commands, *build.users} if file.startswith("foundation/"))
+    files = build.files(files or ["foundation"])
     if lines is not None:
         files = [file for file in files if file in lines]
     equivalents = read_equivalents(f"{os.path.dirname(__file__)}/equivalents")
@@ -309,7 +366,10 @@ def main():
     left = run.continue_with(chosen)
     print(f"{len(left)} of {len(mutants)} mutants in {len(files)} files; {sum(known.values())} known equivalents; "
           f"seed {arguments.seed}", flush=True)
-    run.mutate(left)
+    with concurrent.futures.ThreadPoolExecutor(run.workers) as pool:
+        if len(left) >= MANY:
+            run.measure_coverage(pool)
+        run.mutate(pool, left)
 
     unused = sorted(program.name for program in build.programs if program.fails_always)
     if unused:
