@@ -361,6 +361,16 @@ TEST_F(CRLDownload, ReportsEmptyBodyForEveryBadAnswer)
     EXPECT_EQ(target.numConnections(), 0u);
 }
 
+TEST_F(CRLDownload, EmptyBodyIsNotParsed)
+{
+    ScriptedServer const server("127.0.0.2", 80, {answerWith("HTTP/1.0 200 OK\r\n\r\n")});
+    CleanErrorQueue const clean;
+    Download download(root);
+
+    EXPECT_FALSE(download.run(leaf, DownloadCRL::BestEffort));
+    EXPECT_TRUE(queueIsEmpty());
+}
+
 TEST_F(CRLDownload, ReportsEmptyBodyWithoutConnection)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith(makeCrl(root))});

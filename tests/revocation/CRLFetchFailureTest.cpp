@@ -2,6 +2,7 @@
 
 #include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <gtest/gtest.h>
@@ -57,8 +58,10 @@ TEST_F(CRLFetchFailure, ThrowsOnlyIfCrlIsRequired)
         return X509CertificateImpl().downloadCRL(leaf, store, crls, mode, issuerKey);
     };
 
+    CleanErrorQueue const clean;
     EXPECT_FALSE(download(DownloadCRL::None));
     EXPECT_FALSE(download(DownloadCRL::BestEffort));
+    EXPECT_TRUE(queueIsEmpty()); // nothing was parsed
     EXPECT_THROWS_EXACTLY(
         X509CertificateException,
         "CRL Download Error: Unable to get Certificate Revocation List HTTP data. nothing at "
