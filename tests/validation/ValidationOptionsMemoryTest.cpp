@@ -224,6 +224,7 @@ Failures unfinished()
     return validationUnfinished() +
            Failures{
                failure<std::bad_alloc>(std::bad_alloc().what()),
+               failure<TrustStoreException>("Failed to add CRL to store"),
                failureBeginning<X509CertificateException>("CRL Download Error: "),
                failureBeginning<X509CertificateException>("CRL Verification Error: "),
                failure<X509CertificateException>("Internal error: Unable to get serial number."),

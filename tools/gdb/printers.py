@@ -6,7 +6,9 @@ The printers read memory only. They call no function of the program, so they tak
 for a core file. They need the debug information of the program, but none of the libraries. Instead they know:
 - A handle's first pointer points to its implementation, and that one's first pointer to what it holds.
 - OpenSSL keeps the bytes of a parsed certificate's TBSCertificate in x509_st, as pointer, length and a flag for changes.
-- An x509_store_st holds a stack of x509_object_st, which are a kind and a pointer.
+- An x509_store_st holds a stack of x509_object_st, which are a kind and a pointer. With OpenSSL 4 it holds a hash table
+  instead until it is asked for its entries, as a TrustStore does and a PathValidator does not. The printers do not read
+  that table.
 Each of these is checked before it is used. What does not fit is shown as "cannot be read".
 """
 
@@ -214,6 +216,12 @@ def store_entries(store):
     """Returns the addresses of the store's certificates, and the number of its CRLs."""
     word = void_pointer().sizeof
     stack = pointer_at(store + word)
+    # OpenSSL 3 has the stack, a list of methods, parameters, and a function that nobody sets. OpenSSL 4 has the hash
+    # table in front of them.
+    if pointer_at(store + 4 * word) != 0:
+        if stack != 0:
+            raise Unreadable
+        stack = pointer_at(store + 2 * word)
     count, room = integer_at(stack, "int"), integer_at(stack + 2 * word + size_of("int"), "int")
     if not 0 <= count <= min(room, MOST_ENTRIES):
         raise Unreadable

@@ -131,7 +131,7 @@ struct Settings
             time = secondsOf(*options.time);
         }
         if (options.host) {
-            requireHost(*options.host);
+            requireHostForVerification(*options.host);
         }
         if (options.address) {
             address = requireAddress(*options.address);

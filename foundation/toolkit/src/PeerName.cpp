@@ -1,6 +1,9 @@
 #include "PeerName.hpp"
 
 #include "AddressText.hpp"
+#include "CertificateAccess.hpp"
+#include "libcrypto/OpenSSLHandles.hpp"
+#include "libcrypto/OutOfMemory.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
 
@@ -10,7 +13,7 @@ namespace foundation::toolkit {
 
 namespace {
 
-using foundation::certificates::InvalidArgument;
+using namespace foundation::certificates;
 
 bool isASCII(std::string const& text)
 {
@@ -41,6 +44,24 @@ std::string const& requireHost(std::string const& host)
     }
     if (host.front() == '.') {
         throw InvalidArgument("The host name begins with a dot.");
+    }
+    return host;
+}
+
+std::string const& requireHostForVerification(std::string const& host)
+{
+    requireHost(host);
+    bool isAccepted = false;
+    throwIfLacksMemoryFor<X509CertificateException>(
+        [&] {
+            auto const parameters = makeX509_VERIFY_PARAM(X509_VERIFY_PARAM_new());
+            isAccepted = parameters != nullptr &&
+                         X509_VERIFY_PARAM_set1_host(parameters.get(), host.data(), host.size()) == 1;
+            return isAccepted;
+        },
+        outOfMemoryText);
+    if (!isAccepted) {
+        throw InvalidArgument("OpenSSL refuses the host name.");
     }
     return host;
 }

@@ -80,7 +80,7 @@ std::string const& requireShortHost(std::string const& host)
     if (requireHost(host).size() > TLSEXT_MAXLEN_host_name) {
         throw InvalidArgument("The host name is longer than 255 characters.");
     }
-    return host;
+    return requireHostForVerification(host);
 }
 
 } // namespace

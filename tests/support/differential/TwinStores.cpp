@@ -183,7 +183,7 @@ void TwinStores::renew()
 Twins TwinStores::newTwins()
 {
     Twins made;
-    made.reference = own(X509_STORE_new());
+    made.reference = makeStore();
     for (int left = dice.below(3); left > 0; --left) {
         made.delivered.push_back(pki.any().made.der());
     }

@@ -284,10 +284,17 @@ X509Handle duplicateOf(X509Handle const& certificate)
     return own(X509_dup(certificate.get()));
 }
 
+StoreHandle makeStore()
+{
+    auto store = own(X509_STORE_new());
+    X509_STORE_get0_objects(store.get());
+    return store;
+}
+
 StoreHandle duplicateOf(StoreHandle const& store)
 {
     ErrorQueueMark const mark;
-    auto copy = own(X509_STORE_new());
+    auto copy = makeStore();
     auto* const entries = X509_STORE_get0_objects(store.get());
     for (int index = 0; index < sk_X509_OBJECT_num(entries); ++index) {
         auto* const entry = sk_X509_OBJECT_value(entries, index);

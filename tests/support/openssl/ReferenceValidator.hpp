@@ -45,6 +45,10 @@ struct ReferenceVerification
 
 std::ostream& operator<<(std::ostream& out, ReferenceVerification const& verification);
 
+/// Makes an empty store that keeps its entries in the order of OpenSSL 3. OpenSSL 4 keeps a hash table until
+/// it is asked for the entries.
+StoreHandle makeStore();
+
 /// A store that only its entries count of: not its flags, callbacks and look-ups, and not the trust settings
 /// of its certificates. Returns a new store with duplicates of the certificates, in the same order, and with
 /// the same CRLs.

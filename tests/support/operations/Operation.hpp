@@ -4,6 +4,8 @@
 #include "support/operations/Objects.hpp"
 #include "support/operations/Rendering.hpp"
 
+#include <openssl/opensslv.h>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -86,6 +88,8 @@ struct Operation
     {
         return with([](Operation& row) { row.foreignErrors = ForeignErrors::Go; });
     }
+    /// For an operation with a passphrase: the code for PBES2 of OpenSSL 4.0 removes one mark too many.
+    Operation usesPassphrase() const { return OPENSSL_VERSION_MAJOR >= 4 ? dropsForeignErrors() : *this; }
     Operation costly() const
     {
         return with([](Operation& row) { row.isCostly = true; });

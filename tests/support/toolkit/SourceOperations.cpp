@@ -157,7 +157,7 @@ std::vector<Operation<NoObject>> const& readerOperations()
         readingText("PEM", makeRoot("a").pem() + makeRoot("b").pem()),
         readingText("DER", asText(makeRoot("a").der())),
         readingText("PKCS7", signedData()),
-        readingText("PKCS12", asText(toDer(makePkcs12(makeRoot("a"), "secret")))),
+        readingText("PKCS12", asText(toDer(makePkcs12(makeRoot("a"), "secret")))).usesPassphrase(),
         readingFolder(),
     };
     return table;

@@ -76,7 +76,8 @@ public:
     /// source.
     CertificateReader& withPassphrase(std::string passphrase);
 
-    /// Returns the next result; nothing at the end. Leaves OpenSSL's error queue as it was.
+    /// Returns the next result; nothing at the end. Leaves OpenSSL's error queue as it was, but for bundles
+    /// with OpenSSL 4.0: its own code for passphrases (PBES2) removes earlier entries.
     /// @throws X509CertificateException "Internal error: OpenSSL ran out of memory.", "Internal error: Unable
     ///     to read the certificate's extensions." if OpenSSL runs out of memory. The next call repeats the
     ///     step that failed.

@@ -2,7 +2,8 @@
 
 /// @file
 /// Private keys as text that is wiped. The text is PKCS#8 in PEM form, which OpenSSL and most servers read.
-/// The functions leave OpenSSL's error queue as it was.
+/// The functions leave OpenSSL's error queue as it was, but for OpenSSL 4.0: its own code for passphrases
+/// (PBES2) removes earlier entries.
 
 #include <foundation/certificates/PKCS12Certificate.hpp>
 #include <foundation/toolkit/export.hpp>

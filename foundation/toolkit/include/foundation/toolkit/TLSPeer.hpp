@@ -80,6 +80,8 @@ requirePeerCertificate(ssl_ctx_st* context, std::vector<Certificate> const& root
 /// @throws InvalidArgument "The host name is empty.", "The host name contains a NUL character.", "The host
 ///     name is not ASCII. Write an international name in its A-labels.", "The host name begins with a dot.",
 ///     "The host name is longer than 255 characters."
+/// @throws InvalidArgument "OpenSSL refuses the host name.": OpenSSL 4 takes only what can be a host name, so
+///     it refuses a dot at the end
 FOUNDATION_TOOLKIT_EXPORT void expectPeer(ssl_st* connection, std::string const& hostOrAddress);
 
 } // namespace foundation::toolkit
