@@ -24,6 +24,8 @@ make_cross_root() {
     as_root rm -rf "$cross_root" "$cross_root.packages"
     as_root mmdebstrap --quiet --mode=root --variant=extract --architectures="$1" --include="${cross_libraries[*]}" \
         --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr "$suite" "$cross_root" http://deb.debian.org/debian
+    # QEMU looks there first. Its device of pseudo-terminals does not belong to a file system of terminals.
+    as_root rm -rf "$cross_root/dev"
     echo "${cross_libraries[*]}" >"$cross_root.packages"
 }
 
