@@ -1,10 +1,12 @@
 """The build that mutants are put into: its compile and link commands, its test programs and its headers' users."""
+import atexit
 import glob
 import json
 import os
 import re
 import resource
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -65,6 +67,7 @@ class Build:
         self.programs = [Program(entry, commands[entry["name"]], folders.get(entry["name"], "documentation"))
                          for entry in tests if entry["name"] in commands]
         self.building = threading.Lock()
+        self.heads = None
         self.users = self.users_of_headers()
         # A network of its own lets programs that serve on fixed ports run at the same time.
         self.own_network = ["unshare", "--net", "sh", "-c", 'ip link set lo up; exec "$@"', "sh"]
@@ -130,7 +133,7 @@ class Build:
         for file, content in changed.items():
             if file.endswith(".cpp"):
                 sources.add(file)
-                path = f"{folder}/source/{file}"
+                path = f"{folder}/{file}"
             else:
                 sources.update(users[file])
                 root = next(root for root in ("/include/", "/src/") if root in file)
@@ -141,13 +144,10 @@ class Build:
                 output.write(content)
         objects = {}
         for source in sorted(sources):
-            command = [word for word in self.commands[source] if not word.startswith("-W") and word != "-g"]
-            at = command.index("-o")
-            objects[command[at + 1]] = f"{folder}/{len(objects)}.o"
-            command[at + 1] = objects[command[at + 1]]
-            if source in changed:
-                command[-1] = f"{folder}/source/{source}"
-            if not self.run([command[0], *includes, "-w", "-O0", *command[1:]], self.folder, deadline):
+            target = objects[self.object_of(source)] = f"{folder}/{len(objects)}.o"
+            path = f"{folder if source in changed else self.root}/{source}"
+            head = [] if includes else self.compiled_head(source, deadline)
+            if not self.run([*self.compiler(source, includes), *head, "-c", path, "-o", target], deadline):
                 return False
         for library, command in self.links.items():
             if any(word in objects for word in command):
@@ -156,14 +156,76 @@ class Build:
                 command[command.index("-o") + 1] = target
                 # Programs contain their own copies of a header's functions, which must not replace the mutant.
                 symbolic = ["-Wl,-Bsymbolic-functions"] if includes else []
-                if not self.run([*command, *symbolic], self.folder, deadline):
+                if not self.run([*command, "-s", *symbolic], deadline):
                     return False
         return True
 
+    def object_of(self, source):
+        command = self.commands[source]
+        return command[command.index("-o") + 1]
+
+    def compiler(self, source, includes=()):
+        """Returns the command that compiles the source, without files. clang++ takes less time than g++."""
+        words = self.commands[source]
+        options = [word for word in words[1:words.index("-o")] if not word.startswith("-W") and word != "-g"]
+        return ["clang++", *includes, *options, "-w", "-O0"]
+
+    def compile_heads(self):
+        """Makes compiled_head compile the includes of each source once."""
+        self.heads = f"{self.folder}/heads"
+        shutil.rmtree(self.heads, ignore_errors=True)
+        os.makedirs(self.heads)
+        atexit.register(shutil.rmtree, self.heads, ignore_errors=True)
+
+    def compiled_head(self, source, deadline):
+        """Returns the options that begin a source with its includes, compiled before. They take most of the time, and
+        included a second time they do nothing."""
+        if not self.heads:
+            return []
+        header = f"{self.heads}/{source.replace('/', '_')}.hpp"
+        with self.building:
+            if not os.path.exists(header):
+                with open(f"{self.root}/{source}") as content, open(header, "w") as output:
+                    output.write(self.head_of(content.read()))
+                self.run([*self.compiler(source), "-x", "c++-header", header, "-o", f"{header}.pch"], deadline)
+        return ["-include-pch", f"{header}.pch"] if os.path.exists(f"{header}.pch") else []
+
     @staticmethod
-    def run(command, folder, deadline):
+    def head_of(content):
+        """Returns the part of a source before its first statement."""
+        head, depth, end = content.splitlines(keepends=True), 0, 0
+        for number, line in enumerate(head, 1):
+            if line.startswith("#"):
+                depth += line.startswith("#if") - line.startswith("#endif")
+            elif line.strip() and not line.startswith("//"):
+                break
+            if depth == 0:
+                end = number
+        return "".join(head[:end])
+
+    def has_same_code(self, changed, folder, deadline):
+        """Whether the compiler makes the same code of the changed sources as of the originals."""
+        for source, content in changed.items():
+            path = f"{folder}/{source}"
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            objects = []
+            with open(f"{self.root}/{source}", "rb") as original:
+                versions = (original.read(), content)
+            for version in versions:
+                with open(path, "wb") as output:
+                    output.write(version)
+                if source not in self.commands or not self.run(
+                        [*self.compiler(source), "-O2", "-c", path, "-o", f"{path}.o"], deadline):
+                    return False
+                with open(f"{path}.o", "rb") as compiled:
+                    objects.append(compiled.read())
+            if objects[0] != objects[1]:
+                return False
+        return True
+
+    def run(self, command, deadline):
         try:
-            return subprocess.run(command, cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+            return subprocess.run(command, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, timeout=deadline.left()).returncode == 0
         except subprocess.TimeoutExpired:
             return False
