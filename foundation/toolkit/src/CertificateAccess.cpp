@@ -55,12 +55,6 @@ void throwIfStrengthLacksMemory(X509* certificate)
 
 } // namespace
 
-X509UPtr CertificateAccess::share(Certificate const& certificate)
-{
-    throwIfNotOne<X509CertificateException>(X509_up_ref(certificate.x509.get()), outOfMemoryText);
-    return makeX509(certificate.x509.get());
-}
-
 Certificate CertificateAccess::adopt(X509UPtr certificate)
 {
     RAIIOpenSSLErrorRemover const errors(false);

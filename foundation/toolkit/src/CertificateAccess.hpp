@@ -34,10 +34,6 @@ struct CertificateAccess
     /// it.
     static x509_st* get(Certificate const& certificate) { return certificate.x509.get(); }
 
-    /// Returns a further reference to the parsed certificate, never null.
-    /// @throws X509CertificateException "Internal error: OpenSSL ran out of memory."
-    static foundation::certificates::X509UPtr share(Certificate const& certificate);
-
     /// Returns a certificate that shares an object which nothing changes any more: it comes from a verified
     /// chain, a TLS connection or a loader. Reads its key and its extensions, so that no later step runs out
     /// of memory for them.

@@ -86,16 +86,10 @@ EllipticCurve PublicKeyInfo::getECCCurve() const
 
 bool PublicKeyInfo::operator==(PublicKeyInfo const& other) const
 {
-    if (keyType != other.keyType || keySize != other.keySize) {
-        return false;
-    }
-    switch (keyType) {
-    case KeyType::RSA:
-        return rsaPublicExponent == other.rsaPublicExponent && rsaModulus == other.rsaModulus;
-    case KeyType::ECC:
-        return eccPublicPoint == other.eccPublicPoint && eccCurve == other.eccCurve;
-    }
-    return true;
+    // The fields of the other kind are empty in both.
+    return keyType == other.keyType && keySize == other.keySize &&
+           rsaPublicExponent == other.rsaPublicExponent && rsaModulus == other.rsaModulus &&
+           eccPublicPoint == other.eccPublicPoint && eccCurve == other.eccCurve;
 }
 
 bool PublicKeyInfo::operator!=(PublicKeyInfo const& other) const
@@ -147,16 +141,8 @@ EllipticCurve PrivateKeyInfo::getECCCurve() const
 
 bool PrivateKeyInfo::operator==(PrivateKeyInfo const& other) const
 {
-    if (keyType != other.keyType) {
-        return false;
-    }
-    switch (keyType) {
-    case KeyType::RSA:
-        return rsaPrivateExponent == other.rsaPrivateExponent;
-    case KeyType::ECC:
-        return eccPrivateInteger == other.eccPrivateInteger && eccCurve == other.eccCurve;
-    }
-    return true;
+    return keyType == other.keyType && rsaPrivateExponent == other.rsaPrivateExponent &&
+           eccPrivateInteger == other.eccPrivateInteger && eccCurve == other.eccCurve;
 }
 
 bool PrivateKeyInfo::operator!=(PrivateKeyInfo const& other) const
