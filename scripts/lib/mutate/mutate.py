@@ -86,7 +86,8 @@ def read_equivalents(file):
         - before
         + after
         reason
-    with empty lines between the mutants and # at the start of a comment."""
+    with empty lines between the mutants and # at the start of a comment. An `after` of three dots means every change
+    of the line."""
     equivalents = {}
     with open(file) as content:
         text = "\n".join(line for line in content.read().splitlines() if not line.startswith("#"))
@@ -366,7 +367,8 @@ def main():
                     continue
                 if lines is not None and mutant.line(source) not in lines.get(mutant.file, ()):
                     continue
-                if (mutant.file, *mutant.change(source)) in equivalents:
+                before, after = mutant.change(source)
+                if (mutant.file, before, after) in equivalents or (mutant.file, before, "...") in equivalents:
                     known[mutant.kind] = known.get(mutant.kind, 0) + 1
                 else:
                     mutants.append(mutant)
