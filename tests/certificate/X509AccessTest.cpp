@@ -14,6 +14,30 @@
 using namespace foundation::certificates;
 using namespace foundation::test;
 
+namespace {
+
+void setSignatureAlgorithm(X509* certificate, int nid)
+{
+    X509_ALGOR const* algorithm = nullptr;
+    X509_get0_signature(nullptr, &algorithm, certificate);
+    auto* const object = nid == NID_undef ? nullptr : OBJ_nid2obj(nid);
+    X509_ALGOR_set0(const_cast<X509_ALGOR*>(algorithm), object, V_ASN1_UNDEF, nullptr);
+}
+
+/// OpenSSL cannot encode the certificate afterwards.
+void makeUnencodable(X509* certificate)
+{
+    setSignatureAlgorithm(certificate, NID_undef);
+}
+
+/// Gives the certificate another, shorter encoding.
+void shorten(X509* certificate)
+{
+    setSignatureAlgorithm(certificate, NID_ED25519);
+}
+
+} // namespace
+
 TEST(X509Access, SharesOneObjectAmongCopies)
 {
     auto const certificate = load(makeRoot("root"));
@@ -49,11 +73,51 @@ TEST(X509CertificateEncoding, FailureLeavesErrorQueue)
 {
     auto const root = makeRoot("root");
     auto const implementation = X509Access::implementationWith(root.certificate.get());
-    X509_ALGOR const* algorithm = nullptr;
-    X509_get0_signature(nullptr, &algorithm, root.certificate.get());
-    X509_ALGOR_set0(const_cast<X509_ALGOR*>(algorithm), nullptr, V_ASN1_UNDEF, nullptr);
+    makeUnencodable(root.certificate.get());
     CleanErrorQueue const clean;
     auto const foreign = queueForeignError();
     EXPECT_TRUE(implementation.encoding().empty());
     EXPECT_EQ(drainErrorQueue(), std::vector<unsigned long>{foreign});
+}
+
+TEST(X509CertificateEncoding, FailureIsReported)
+{
+    auto const root = makeRoot("root");
+    auto const implementation = X509Access::implementationWith(root.certificate.get());
+    EXPECT_EQ(implementation.encoding(), root.der());
+
+    makeUnencodable(root.certificate.get());
+    EXPECT_TRUE(implementation.encoding().empty());
+    EXPECT_THROWS_EXACTLY(
+        X509CertificateException, "Internal error: Could not serialize the X509 certificate.",
+        implementation.getAsBytes());
+}
+
+TEST(X509CertificateEncoding, UnexpectedSizeLeadsToSecondAttempt)
+{
+    auto const root = makeRoot("root");
+    auto const implementation = X509Access::implementationWith(root.certificate.get());
+    EXPECT_EQ(implementation.encoding(), root.der());
+
+    shorten(root.certificate.get());
+    EXPECT_TRUE(implementation.encoding().empty());
+    EXPECT_EQ(implementation.getAsBytes(), root.der());
+}
+
+TEST(X509CertificateEncoding, ComparisonWithoutItUsesFingerprint)
+{
+    auto const root = makeRoot("root");
+    X509Certificate const certificate(X509Access::implementationWith(root.certificate.get()));
+    auto const other = load(makeRoot("other"));
+    EXPECT_FALSE(certificate == other); // finds out the size of the encoding
+
+    shorten(root.certificate.get());
+    EXPECT_TRUE(certificate == load(root));
+    EXPECT_TRUE(load(root) == certificate);
+    EXPECT_FALSE(certificate == other);
+
+    makeUnencodable(root.certificate.get());
+    constexpr char const text[] = "Internal error: Unable to compute the SHA256 fingerprint.";
+    EXPECT_THROWS_EXACTLY(X509CertificateException, text, static_cast<void>(certificate == other));
+    EXPECT_THROWS_EXACTLY(X509CertificateException, text, static_cast<void>(other == certificate));
 }

@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -126,6 +127,71 @@ Bytes inIndefiniteForm(Bytes const& signedData)
     return joined({{0x30, 0x80}, type, {0xA0, 0x80}, body, {0, 0, 0, 0}});
 }
 
+Bytes objectIdentifier(int nid)
+{
+    Bytes encoding(static_cast<std::size_t>(i2d_ASN1_OBJECT(OBJ_nid2obj(nid), nullptr)));
+    unsigned char* position = encoding.data();
+    i2d_ASN1_OBJECT(OBJ_nid2obj(nid), &position);
+    return encoding;
+}
+
+/// Returns a sequence of the type and its content, which has the tag [0].
+Bytes typed(int nid, Bytes const& content)
+{
+    return derElement(sequenceTag, joined({objectIdentifier(nid), derElement(context0Tag, content)}));
+}
+
+/// Returns signed data with the bytes in place of its certificates.
+Bytes signedDataAround(Bytes const& certificates)
+{
+    return typed(
+        NID_pkcs7_signed, derElement(
+                              sequenceTag, joined(
+                                               {{0x02, 1, 1},
+                                                derElement(setTag, {}),
+                                                derElement(sequenceTag, objectIdentifier(NID_pkcs7_data)),
+                                                derElement(context0Tag, certificates),
+                                                derElement(setTag, {})})));
+}
+
+/// Returns unencrypted data, as bundles and their parts have it.
+Bytes plainData(Bytes const& content)
+{
+    return typed(NID_pkcs7_data, derElement(octetStringTag, content));
+}
+
+/// Returns a bundle without MAC that has the bytes in place of its parts.
+Bytes bundleAround(Bytes const& parts)
+{
+    return derElement(sequenceTag, joined({{0x02, 1, 3}, plainData(parts)}));
+}
+
+Bytes bagOf(CertificateAndKey const& certificate)
+{
+    return typed(NID_certBag, typed(NID_x509Certificate, derElement(octetStringTag, certificate.der())));
+}
+
+/// Returns a bag with bags inside.
+Bytes bagAround(Bytes const& bags)
+{
+    return typed(NID_safeContentsBag, derElement(sequenceTag, bags));
+}
+
+/// Returns an unencrypted bundle of one part.
+Bytes bundleOfBags(Bytes const& bags)
+{
+    return bundleAround(derElement(sequenceTag, plainData(derElement(sequenceTag, bags))));
+}
+
+/// Returns a bundle that was made without a passphrase, not even an empty one.
+std::string bundleWithoutPassphrase()
+{
+    constexpr int rounds = 16;
+    return asText(toDer(own(PKCS12_create(
+        nullptr, nullptr, nullptr, a().certificate.get(), nullptr, 0, NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
+        rounds, rounds, 0))));
+}
+
 /// Returns a bundle without certificates, whose MAC takes that many rounds. The MAC is not made.
 std::string bundleWithMacOf(int rounds)
 {
@@ -190,6 +256,13 @@ Row row(std::string name, Bytes const& content, Results results)
 {
     return {std::move(name), asText(content), std::move(results)};
 }
+
+/// Runs out of memory when it is read.
+class ShortBuffer : public std::streambuf
+{
+protected:
+    int_type underflow() override { throw std::bad_alloc(); }
+};
 
 /// Delivers a text again and again, up to a number of bytes.
 class RepeatingBuffer : public std::streambuf
@@ -338,6 +411,10 @@ TEST(CertificateReader, FindsCertificatesInSignedData)
         row("a damaged member last", withDamage(both, b().der()),
             {"1 CN=a", std::string("2 ") + notACertificate}),
         row("two structures", concatenated(both, both), {"1 CN=a", "2 CN=b", "3 CN=a", "4 CN=b"}),
+        row("a member of another kind, with a tag of three bytes",
+            signedDataAround(joined({{0xBF, 0x81, 0x01, 2, 5, 0}, a().der()})), {"1 CN=a"}),
+        row("a member with a wrong length", signedDataAround(joined({a().der(), {sequenceTag, 2, 5}})),
+            {"1 CN=a", "2 The PKCS#7 structure is damaged."}),
     });
 }
 
@@ -367,6 +444,7 @@ TEST(CertificateReader, FindsCertificatesInBundles)
         {"without key", bundle("secret", withoutKey), all, "secret"},
         {"without MAC", bundle("secret", noMac), all, "secret"},
         {"without encryption", bundle("", unencrypted), all},
+        {"made without any passphrase", bundleWithoutPassphrase(), {"1 CN=a"}},
         {"with an empty passphrase", bundle("", unchanged), all},
         {"in PEM", pemOf("PKCS12", asBytes(bundle("secret", unchanged))), all, "secret"},
         {"before a certificate",
@@ -385,6 +463,16 @@ TEST(CertificateReader, FindsCertificatesInBundles)
         {"with a damaged member",
          asText(withDamage(asBytes(bundle("", unencrypted)), a().der())),
          {std::string("1 ") + notACertificate, "2 CN=b"}},
+    });
+    expectResults({
+        row("with bags inside of bags",
+            bundleOfBags(
+                joined({bagOf(a()), bagAround(joined({bagAround(bagOf(b())), bagOf(a())})), bagOf(b())})),
+            {"1 CN=a", "2 CN=b", "3 CN=a", "4 CN=b"}),
+        row("with a part without content",
+            bundleAround(derElement(sequenceTag, contentInfoWithoutContent(NID_pkcs7_data))),
+            {"0 The PKCS#12 bundle is damaged."}),
+        row("with parts that cannot be read", bundleAround({5, 0}), {"0 The PKCS#12 bundle is damaged."}),
     });
 }
 
@@ -519,6 +607,14 @@ TEST(CertificateReader, StreamThatFailsHasOneResult)
     std::istream broken(&buffer);
     EXPECT_EQ(resultsOf(broken), Results{"0 The stream cannot be read: no disk"});
     EXPECT_TRUE(broken.good());
+}
+
+TEST(CertificateReader, ShortageInStreamIsNoResult)
+{
+    ShortBuffer buffer;
+    std::istream stream(&buffer);
+    CertificateReader reader(stream, "source");
+    EXPECT_THROW(reader.next(), std::bad_alloc);
 }
 
 TEST(CertificateReader, PassphraseCountsFromNextResultOn)

@@ -8,6 +8,8 @@
 namespace foundation::test {
 
 constexpr int sequenceTag = 0x30;
+constexpr int setTag = 0x31;
+constexpr int context0Tag = 0xA0;
 constexpr int octetStringTag = 0x04;
 constexpr int bitStringTag = 0x03;
 
