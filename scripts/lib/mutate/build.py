@@ -1,12 +1,11 @@
 """The build that mutants are put into: its compile and link commands, its test programs and its headers' users."""
-import atexit
 import glob
+import hashlib
 import json
 import os
 import re
 import resource
 import shlex
-import shutil
 import signal
 import subprocess
 import sys
@@ -171,22 +170,26 @@ class Build:
         return ["clang++", *includes, *options, "-w", "-O0"]
 
     def compile_heads(self):
-        """Makes compiled_head compile the includes of each source once."""
+        """Makes compiled_head compile the includes of each source once, until a header changes."""
         self.heads = f"{self.folder}/heads"
-        shutil.rmtree(self.heads, ignore_errors=True)
-        os.makedirs(self.heads)
-        atexit.register(shutil.rmtree, self.heads, ignore_errors=True)
+        os.makedirs(self.heads, exist_ok=True)
+        newest = max(os.path.getmtime(os.path.join(self.root, header)) for header in self.users)
+        for path in glob.glob(f"{self.heads}/*"):
+            if os.path.getmtime(path) < newest:
+                os.remove(path)
 
     def compiled_head(self, source, deadline):
         """Returns the options that begin a source with its includes, compiled before. They take most of the time, and
         included a second time they do nothing."""
         if not self.heads:
             return []
-        header = f"{self.heads}/{source.replace('/', '_')}.hpp"
+        with open(f"{self.root}/{source}") as content:
+            head = self.head_of(content.read())
+        header = f"{self.heads}/{hashlib.sha256((source + head).encode()).hexdigest()}.hpp"
         with self.building:
-            if not os.path.exists(header):
-                with open(f"{self.root}/{source}") as content, open(header, "w") as output:
-                    output.write(self.head_of(content.read()))
+            if not os.path.exists(f"{header}.pch"):
+                with open(header, "w") as output:
+                    output.write(head)
                 self.run([*self.compiler(source), "-x", "c++-header", header, "-o", f"{header}.pch"], deadline)
         return ["-include-pch", f"{header}.pch"] if os.path.exists(f"{header}.pch") else []
 

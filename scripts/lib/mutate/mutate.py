@@ -315,6 +315,8 @@ class Run:
         return passing
 
     def mutate(self, pool, mutants):
+        # Those that most likely survive come first.
+        mutants = sorted(mutants, key=lambda mutant: len(self.programs_of(mutant)))
         for start in range(0, len(mutants), BATCH):
             batch = mutants[start:start + BATCH]
             left = [mutant for mutant, survives in zip(batch, pool.map(self.survives_likeliest, batch)) if survives]
