@@ -315,3 +315,27 @@ TEST_F(InterruptedDownload, EndsWriteAtDeadline)
         EXPECT_LT(Clock::now() - begin, 10s);
     }
 }
+
+TEST_F(InterruptedDownload, EndsConnectAtDeadline)
+{
+    for (auto const& handlerFlags : allHandlerFlags) {
+        SCOPED_TRACE(handlerFlags.name);
+        LateServer const server(1s, 0ms);
+        SocketBuffer socket;
+        socket.expires_after(300ms);
+        Interruptions const interruptions(handlerFlags);
+
+        EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
+    }
+}
+
+TEST_F(InterruptedDownload, SendsNothingAfterDeadline)
+{
+    ScriptedServer const server(serverAddress, httpPort, {{waitForPeer()}});
+    SocketBuffer socket;
+    ASSERT_FALSE(socket.connectTo(serverAddress, "http"));
+    socket.expires_after(-1ms);
+
+    EXPECT_EQ(socket.sputc('x'), 'x'); // into the buffer
+    EXPECT_EQ(socket.pubsync(), -1);
+}

@@ -103,6 +103,15 @@ TEST_F(StandardErrorLog, WritesGivenSeveritiesOnly)
         written(), "foundation::certificates debug: message\nfoundation::certificates error: message\n");
 }
 
+TEST_F(StandardErrorLog, SeverityWithoutNameIsWrittenAsRecord)
+{
+    constexpr std::uint32_t unknown = everySeverity + 1;
+    logToStandardError(unknown);
+    record(static_cast<severity>(unknown), "message");
+
+    EXPECT_EQ(written(), "foundation::certificates record: message\n");
+}
+
 TEST_F(StandardErrorLog, WritesItsChannelOnly)
 {
     logToStandardError(everySeverity);

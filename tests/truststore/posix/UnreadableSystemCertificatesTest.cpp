@@ -209,6 +209,21 @@ TEST(UnreadableSystemCertificates, MemberOfFolderIsLoggedAndSkipped)
     }
 }
 
+TEST(UnreadableSystemCertificates, MemberWhoseLinkCannotBeFollowedIsLoggedAndSkipped)
+{
+    Locations const locations;
+    constexpr std::size_t tooLong = 300;
+    auto const link = fs::path(locations.firstFolder) / "link.pem";
+    fs::create_symlink(std::string(tooLong, 'a'), link);
+    std::string const reason = "Failed to read " + link.string();
+    LogCapture const log;
+    EXPECT_EQ(numDelivered(locations.folders()), 3U);
+    EXPECT_EQ(
+        log.messages(), std::vector<std::string>{
+                            "Exception caught: foundation::certificates::TrustStoreException: " + reason});
+    EXPECT_THROWS_EXACTLY(TrustStoreException, reason, numDelivered(locations.folders(), true));
+}
+
 // The shortage concerns the process and not one member. Skipping would leave out all members in silence.
 TEST(UnreadableSystemCertificates, ShortageIsReportedForMemberOfFolder)
 {
