@@ -129,7 +129,7 @@ public:
         socklen_t size = sizeof address;
         ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
         ::connect(filler, reinterpret_cast<sockaddr const*>(&address), size);
-        worker = std::thread([=] { serve(acceptDelay, readDelay); });
+        worker = std::thread([this, acceptDelay, readDelay] { serve(acceptDelay, readDelay); });
     }
     ~LateServer()
     {
