@@ -21,7 +21,7 @@ from coverage import Coverage
 ALONE = 4 # seconds of processor time: the likeliest programs run for a single mutant
 AT_ONCE = 16 # survivors in one library
 NEAR = 1000 # bytes: mutants that are nearer to each other can hide each other, and share no library
-BATCH = 96 # mutants that are decided before the next ones
+BATCH = 48 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
 MANY = 200 # mutants for which it is worth it to measure what each program executes
 # These look at the locks and at the error queue of every operation.
@@ -332,7 +332,8 @@ class Run:
         counts = {kind: [0] * len(columns) for kind in {*known, *(mutant.kind for mutant in self.outcomes)}}
         for mutant, outcome in self.outcomes.items():
             counts[mutant.kind][columns.index(outcome)] += 1
-        for kind, row in [*sorted(counts.items()), ("all", [sum(column) for column in zip(*counts.values())])]:
+        total = [sum(row[column] for row in counts.values()) for column in range(len(columns))]
+        for kind, row in [*sorted(counts.items()), ("all", total)]:
             share = f"{100 * row[0] / (row[0] + row[1]):5.1f} % killed" if row[0] + row[1] else "no result"
             equivalents = sum(known.values()) if kind == "all" else known.get(kind, 0)
             print(f"{kind:10} {share:>14}: " + ", ".join(
