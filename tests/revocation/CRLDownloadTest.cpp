@@ -361,7 +361,7 @@ TEST_F(CRLDownload, ReportsEmptyBodyForEveryBadAnswer)
     EXPECT_EQ(target.numConnections(), 0u);
 }
 
-TEST_F(CRLDownload, EmptyBodyIsNotParsed)
+TEST_F(CRLDownload, EmptyBodyQueuesNoError)
 {
     ScriptedServer const server("127.0.0.2", 80, {answerWith("HTTP/1.0 200 OK\r\n\r\n")});
     CleanErrorQueue const clean;

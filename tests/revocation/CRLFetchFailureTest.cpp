@@ -61,7 +61,7 @@ TEST_F(CRLFetchFailure, ThrowsOnlyIfCrlIsRequired)
     CleanErrorQueue const clean;
     EXPECT_FALSE(download(DownloadCRL::None));
     EXPECT_FALSE(download(DownloadCRL::BestEffort));
-    EXPECT_TRUE(queueIsEmpty()); // nothing was parsed
+    EXPECT_TRUE(queueIsEmpty());
     EXPECT_THROWS_EXACTLY(
         X509CertificateException,
         "CRL Download Error: Unable to get Certificate Revocation List HTTP data. nothing at "
