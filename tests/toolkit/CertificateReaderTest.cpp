@@ -412,7 +412,7 @@ TEST(CertificateReader, FindsCertificatesInSignedData)
             {"1 CN=a", std::string("2 ") + notACertificate}),
         row("two structures", concatenated(both, both), {"1 CN=a", "2 CN=b", "3 CN=a", "4 CN=b"}),
         row("a member of another kind, with a tag of three bytes",
-            signedDataAround(joined({{0xBF, 0x81, 0x01, 2, 5, 0}, a().der()})), {"1 CN=a"}),
+            signedDataAround(joined({{0xBF, 0x81, 0x05, 2, 5, 0}, a().der()})), {"1 CN=a"}),
         row("a member with a wrong length", signedDataAround(joined({a().der(), {sequenceTag, 2, 5}})),
             {"1 CN=a", "2 The PKCS#7 structure is damaged."}),
     });
