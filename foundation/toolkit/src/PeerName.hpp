@@ -15,8 +15,7 @@ namespace foundation::toolkit {
 ///     name is not ASCII. Write an international name in its A-labels.", "The host name begins with a dot."
 std::string const& requireHost(std::string const& host);
 
-/// Returns the host, which a verification of OpenSSL then takes. OpenSSL 4 takes only what can be a host
-/// name.
+/// Returns the host if OpenSSL takes it for a verification. OpenSSL 4 takes only what can be a host name.
 /// @throws InvalidArgument "OpenSSL refuses the host name.", and as requireHost does
 /// @throws X509CertificateException "Internal error: OpenSSL ran out of memory."
 std::string const& requireHostForVerification(std::string const& host);

@@ -127,8 +127,7 @@ public:
     /// A validation that fails runs twice, to tell a bad chain from running out of memory.
     /// @throws InvalidArgument as Certificate::matchesHost and Certificate::matchesAddress do
     /// @throws InvalidArgument "OpenSSL refuses the host name.": OpenSSL 4 takes only what can be a host
-    /// name,
-    ///     so it refuses a dot at the end
+    ///     name, so it refuses a dot at the end
     /// @throws InvalidArgument "The bytes are not a CRL in DER encoding."
     /// @throws InvalidArgument "The purpose is unknown.", "The kind of revocation check is unknown.", "The
     ///     security level is not between 0 and 5.", and on systems whose `time_t` has 32 bits "The time is
