@@ -56,7 +56,8 @@ std::unique_ptr<ByteArray> referenceDecoded(std::string text)
         if (value == std::string::npos && character != '=') {
             return nullptr;
         }
-        buffer = buffer << 6U | (character == '=' ? 0U : static_cast<unsigned>(value));
+        constexpr unsigned pending = 0xff; // the lowest bits, which are not in the output yet
+        buffer = (buffer & pending) << 6U | (character == '=' ? 0U : static_cast<unsigned>(value));
         bits += 6;
         if (bits >= 8) {
             bits -= 8;

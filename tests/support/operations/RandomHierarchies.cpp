@@ -57,7 +57,8 @@ std::vector<CertificateAndKey> makeMembers(Dice& dice)
         dice.oneIn(3) ? depth + 1 : static_cast<std::size_t>(dice.below(static_cast<int>(depth) + 1));
     std::vector<CertificateAndKey> members;
     std::optional<CertificateAndKey> issuer;
-    for (auto level = depth + 1; level-- > 0;) {
+    for (auto left = depth + 1; left > 0; --left) {
+        auto const level = left - 1;
         auto const& fault = level == faultyLevel ? dice.pick(certificateFaults()) : Mutation();
         issuer = makeMember(dice, level, depth, issuer, fault);
         members.insert(members.begin(), *issuer);
