@@ -118,9 +118,8 @@ TEST_F(ManyInputs, GNUParallelSpreadsThemOverHosts)
     };
     auto const files = writeFiles(100);
     auto const list = asList(files);
-    auto const trial = parallel({"cat"}, list);
-    if (trial.exitStatus != 0 || trial.output != list) {
-        GTEST_SKIP() << "GNU parallel is not installed, or cannot run commands here: " << trial.errors;
+    if (parallel({"cat"}, list).exitStatus == 127) {
+        GTEST_SKIP() << "GNU parallel is not installed.";
     }
 
     auto const run =
