@@ -78,6 +78,9 @@ std::unordered_map<std::string, std::string> nameAsRDNs(X509_NAME const* name)
     int const count = name == nullptr ? 0 : X509_NAME_entry_count(name);
     for (int index = 0; index < count; ++index) {
         X509_NAME_ENTRY const* entry = X509_NAME_get_entry(name, index);
+        if (entry == nullptr) {
+            continue;
+        }
         char const* key = OBJ_nid2sn(OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry)));
         auto value = valueOf(entry);
         if (key != nullptr && value) {

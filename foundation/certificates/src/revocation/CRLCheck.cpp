@@ -118,6 +118,9 @@ CertificateRevocationResults findEntry(X509_CRL* crl, BIGNUM const* wanted)
     auto* entries = crl == nullptr ? nullptr : X509_CRL_get_REVOKED(crl);
     for (int index = 0; index < sk_X509_REVOKED_num(entries); ++index) {
         X509_REVOKED const* entry = sk_X509_REVOKED_value(entries, index);
+        if (entry == nullptr) {
+            continue;
+        }
         ASN1_INTEGER const* serial = X509_REVOKED_get0_serialNumber(entry);
         if (BN_cmp(serialNumber(serial).get(), wanted) == 0) {
             return {
