@@ -17,7 +17,6 @@
 
 namespace foundation::tools {
 
-using toolkit::Certificate;
 using toolkit::PathOptions;
 
 namespace {
