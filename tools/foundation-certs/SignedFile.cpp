@@ -14,7 +14,9 @@
 #include <openssl/pem.h>
 #include <openssl/pkcs7.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
@@ -70,6 +72,7 @@ X509StackUPtr stackOf(std::vector<Certificate> const& certificates)
 std::vector<Certificate> certificatesOf(STACK_OF(X509) const* stack)
 {
     std::vector<Certificate> certificates;
+    certificates.reserve(static_cast<std::size_t>(std::max(0, sk_X509_num(stack))));
     for (int index = 0; index < sk_X509_num(stack); ++index) {
         certificates.push_back(Certificate::fromX509(sk_X509_value(stack, index)));
     }
@@ -122,7 +125,7 @@ SignedFile readSignedFile(
         return result;
     }
     auto const signers = makeBorrowingX509Stack(PKCS7_get0_signers(structure.get(), further.get(), flags));
-    result.signers = certificatesOf(signers.get());
+    result.signers = certificatesOf(throwIfNull<PKCS7CertificateException>(signers.get(), outOfMemory));
     return result;
 }
 
