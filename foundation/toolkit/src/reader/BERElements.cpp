@@ -1,5 +1,9 @@
 #include "reader/BERElements.hpp"
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
 namespace foundation::toolkit {
 
 namespace {
@@ -82,7 +86,7 @@ std::optional<BERHeader> readHeader(std::string_view bytes)
         bool const mayBeIndefinite = (header.tag & constructedBit) != 0;
         return cursor.hasAll() && mayBeIndefinite ? std::optional(header) : std::nullopt;
     }
-    std::size_t contentSize = length;
+    std::uint64_t contentSize = length;
     if ((length & longLengthBit) != 0) {
         contentSize = 0;
         auto numBytes = static_cast<std::size_t>(length & ~longLengthBit);
@@ -94,7 +98,8 @@ std::optional<BERHeader> readHeader(std::string_view bytes)
         }
     }
     header.size = cursor.numRead();
-    header.contentSize = contentSize;
+    constexpr std::uint64_t largest = std::numeric_limits<std::size_t>::max();
+    header.contentSize = static_cast<std::size_t>(std::min(contentSize, largest));
     return cursor.hasAll() ? std::optional(header) : std::nullopt;
 }
 

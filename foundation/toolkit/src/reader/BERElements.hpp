@@ -26,7 +26,8 @@ struct BERHeader
     /// The first byte of the tag.
     unsigned char tag = 0;
     std::size_t size = 0;
-    /// No value for the indefinite form, which an end-of-contents element ends.
+    /// No value for the indefinite form, which an end-of-contents element ends. A size that a system of 32
+    /// bits cannot hold is the largest that it can.
     std::optional<std::size_t> contentSize;
 };
 
