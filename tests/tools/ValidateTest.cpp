@@ -55,7 +55,7 @@ TEST_F(Validate, ChecksHostPurposeAndTime)
     EXPECT_EQ(validate({"--address", "192.0.2.1"}).exitStatus, 1);
     EXPECT_EQ(validate({"--purpose", "server"}).exitStatus, 0);
     EXPECT_EQ(validate({"--purpose", "code-signing"}).exitStatus, 1);
-    EXPECT_EQ(validate({"--at", "2200-01-01T00:00:00Z"}).exitStatus, 1);
+    EXPECT_EQ(validate({"--at", "2038-01-19T03:14:07Z"}).exitStatus, 1); // the last time with 32 bits
     EXPECT_EQ(validate({"--at", "2000-02-29T23:59:59.5+01:00"}).exitStatus, 1);
 }
 

@@ -9,6 +9,8 @@
 #include <foundation/toolkit/Explanation.hpp>
 
 #include <chrono>
+#include <cstdint>
+#include <limits>
 
 namespace foundation::toolkit {
 
@@ -219,7 +221,12 @@ std::vector<Operation<PathValidator>> const& pathValidatorOperations()
             "wrong purpose", [](PathOptions& options) { options.purpose = Purpose::CodeSigning; }, 61),
         validation(
             "expired",
-            [](PathOptions& options) { options.time = std::chrono::system_clock::time_point::max(); }, 61),
+            [](PathOptions& options) {
+                // the last time of systems with 32 bits
+                options.time =
+                    std::chrono::system_clock::from_time_t(std::numeric_limits<std::int32_t>::max());
+            },
+            61),
         validation(
             "missing CRL", [](PathOptions& options) { options.crls.pop_back(); }, 61),
     };
