@@ -46,6 +46,10 @@ class Mutant:
     def line(self, source):
         return source.count(b"\n", 0, self.start) + 1
 
+    def line_above(self, source):
+        end = max(0, source.rfind(b"\n", 0, self.start))
+        return " ".join(source[source.rfind(b"\n", 0, end) + 1:end].decode().split())
+
     def change(self, source):
         """The lines that change, before and after, each as one text with single blanks."""
         first = source.rfind(b"\n", 0, self.start) + 1

@@ -20,6 +20,7 @@ from coverage import Coverage
 
 ALONE = 4 # seconds of processor time: the likeliest programs run for a single mutant
 AT_ONCE = 16 # survivors in one library
+NEAR_LINES = 10 # at this distance another mutant's result says half as much
 NEAR = 1000 # bytes: mutants that are nearer to each other can hide each other, and share no library
 BATCH = 48 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
@@ -80,23 +81,29 @@ def changed_lines(git_range):
     return lines
 
 
-def read_equivalents(file):
-    """The list has for each mutant its file, the line before and after, and the reason:
+class Equivalents:
+    """The list of mutants that no test can notice. It has for each its file, the lines before and after, and the reason:
         foundation/a.cpp
         - before
         + after
         reason
     with empty lines between the mutants and # at the start of a comment. An `after` of three dots means every change
-    of the line."""
-    equivalents = {}
-    with open(file) as content:
-        text = "\n".join(line for line in content.read().splitlines() if not line.startswith("#"))
-    for block in filter(None, (block.strip() for block in text.split("\n\n"))):
-        name, before, after, *reason = block.splitlines()
-        if not before.startswith("- ") or not after.startswith("+ ") or not reason:
-            sys.exit(f"{file}: this entry has not the form of the list:\n{block}")
-        equivalents[name, before[2:], after[2:]] = " ".join(reason)
-    return equivalents
+    of the line. If the file has such a line more than once, the line above it comes first, after an equals sign."""
+    def __init__(self, file):
+        self.entries = set()
+        with open(file) as content:
+            text = "\n".join(line for line in content.read().splitlines() if not line.startswith("#"))
+        for block in filter(None, (block.strip() for block in text.split("\n\n"))):
+            name, *lines = block.splitlines()
+            above = lines.pop(0)[2:] if lines[0].startswith("= ") else None
+            if len(lines) < 3 or not lines[0].startswith("- ") or not lines[1].startswith("+ "):
+                sys.exit(f"{file}: this entry has not the form of the list:\n{block}")
+            self.entries.add((name, above, lines[0][2:], lines[1][2:]))
+
+    def contain(self, mutant, source):
+        before, after = mutant.change(source)
+        return any((mutant.file, above, before, change) in self.entries
+                   for above in (None, mutant.line_above(source)) for change in (after, "..."))
 
 
 class Run:
@@ -107,8 +114,7 @@ class Run:
         self.workers = workers
         self.record = record
         self.sources = {}
-        self.runs = collections.Counter() # by file and program
-        self.kills = collections.Counter()
+        self.runs = collections.defaultdict(list) # by file and program: each mutant's line, and whether it was noticed
         self.passed = collections.defaultdict(set) # the programs that did not notice the mutant
         self.outcomes = {}
         self.printing = threading.Lock()
@@ -160,8 +166,7 @@ class Run:
 
     def count(self, mutant, name, is_killed):
         with self.printing:
-            self.runs[mutant.file, name] += 1
-            self.kills[mutant.file, name] += is_killed
+            self.runs[mutant.file, name].append((mutant.line(self.source(mutant.file)), is_killed))
 
     def prepare(self, pool):
         """Does what takes a while and makes each of many mutants faster."""
@@ -189,10 +194,21 @@ class Run:
         users = self.build.users.get(mutant.file, ())
         return self.coverage and self.coverage.sources_of(mutant.file, self.executed_lines(mutant)) or users
 
+    def share_of_noticed(self, file, line, program, expected):
+        """Returns the share of the file's mutants that the program noticed. Near mutants count more, and `expected`
+        counts as one mutant."""
+        noticed, all_runs = expected, 1
+        for other_line, is_killed in self.runs[file, program.name]:
+            weight = NEAR_LINES / (NEAR_LINES + abs(line - other_line))
+            noticed += weight * is_killed
+            all_runs += weight
+        return noticed / all_runs
+
     def likeliest_programs(self, mutant):
         """Returns the programs that notice the mutant most likely for their time, judged by the other mutants of its
-        file and by the programs' names and folders."""
+        file, most of all by the near ones, and by the programs' names and folders."""
         file = mutant.file
+        line = mutant.line(self.source(file))
         stem = re.sub(r"Impl$", "", os.path.splitext(os.path.basename(file))[0])
         folder = re.sub(r"^foundation/(certificates/)?(src/|include/foundation/certificates/)?", "",
                         os.path.dirname(file))
@@ -208,7 +224,7 @@ class Run:
             expected = 0.01 if self.coverage and program not in self.coverage.executed else 0.1
             if program.folder.split("/")[0] == folder:
                 expected = 0.9 if program.name.startswith(stem) else 0.5
-            share = (self.kills[file, program.name] + expected) / (self.runs[file, program.name] + 1)
+            share = self.share_of_noticed(file, line, program, expected)
             return share / (0.1 + (program.seconds or 1)) + (100 if program.name == own else 0)
         likeliest, seconds = [], 0
         for program in sorted(self.programs_of(mutant), key=value, reverse=True):
@@ -359,7 +375,7 @@ def main():
     files = build.files(files or ["foundation"])
     if lines is not None:
         files = [file for file in files if file in lines]
-    equivalents = read_equivalents(f"{os.path.dirname(__file__)}/equivalents")
+    equivalents = Equivalents(f"{os.path.dirname(__file__)}/equivalents")
     run = Run(build, deadline, os.cpu_count(), arguments.record)
     mutants, known = [], {}
     with concurrent.futures.ThreadPoolExecutor(run.workers) as pool:
@@ -370,8 +386,7 @@ def main():
                     continue
                 if lines is not None and mutant.line(source) not in lines.get(mutant.file, ()):
                     continue
-                before, after = mutant.change(source)
-                if (mutant.file, before, after) in equivalents or (mutant.file, before, "...") in equivalents:
+                if equivalents.contain(mutant, source):
                     known[mutant.kind] = known.get(mutant.kind, 0) + 1
                 else:
                     mutants.append(mutant)
