@@ -1,5 +1,6 @@
 #include "support/Text.hpp"
 #include "support/allocation/AllocationFailure.hpp"
+#include "support/openssl/OpenSSLErrors.hpp"
 #include "support/operations/Loading.hpp"
 #include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"
@@ -8,8 +9,13 @@
 #include <foundation/certificates/PKCS7Certificate.hpp>
 #include <foundation/certificates/PKCS7CertificateImpl.hpp>
 
+#include <openssl/err.h>
+#include <openssl/pkcs7.h>
+
 #include <sstream>
 #include <utility>
+
+#include <dlfcn.h>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -103,11 +109,17 @@ std::string rendered(VerifiedLater const& made)
     return rendered(verify(subjectWith(made.data), {}));
 }
 
+OperationOn<Input> loadForVerification()
+{
+    return {
+        "DER bytes for a later verification",
+        [](auto& input) { return VerifiedLater{PKCS7Certificate(input.der)}; }, notLoaded};
+}
+
 std::vector<OperationOn<Input>> loads()
 {
     return {
-        {"DER bytes for a later verification",
-         [](auto& input) { return VerifiedLater{PKCS7Certificate(input.der)}; }, notLoaded},
+        loadForVerification(),
         {"DER bytes", [](auto& input) { return PKCS7Certificate(input.der); }, notLoaded},
         {"PEM bytes", [](auto& input) { return PKCS7Certificate(asBytes(input.pem)); }, notLoaded},
         {"PEM text", [](auto& input) { return PKCS7Certificate(input.pem); }, notLoaded, noText},
@@ -231,15 +243,62 @@ Pkcs7Handle untrustedData()
     return makeSignedData("content", makeLeaf(makeRoot("other root"), "signer"));
 }
 
+/// Returns signed data with a certificate that the structure does not share with the list of certificates.
+Pkcs7Handle withInvalidExtension()
+{
+    auto const invalid = makeLeaf(pki().ca, "invalid", [](CertificateSpec& spec) {
+        spec.setRawExtension("basicConstraints", asBytes("damaged"));
+    });
+    return makeSignedData("content", pki().signer, {invalid.certificate});
+}
+
+std::vector<SweptOperation> onInput(Pkcs7Handle const& data, std::vector<OperationOn<Input>> const& table)
+{
+    return operationsOn<Input>(
+        "from ",
+        [data] {
+            return Input{{}, toDer(data), toPem(data)};
+        },
+        table);
+}
+
+bool canEncodeSigners = true;
+
 } // namespace
 
+/// Replaces OpenSSL's function: calls it, or fails as it does without memory.
+int i2d_PKCS7_SIGNER_INFO(PKCS7_SIGNER_INFO const* signer, unsigned char** out)
+{
+    static auto* const original =
+        reinterpret_cast<decltype(&i2d_PKCS7_SIGNER_INFO)>(dlsym(RTLD_NEXT, "i2d_PKCS7_SIGNER_INFO"));
+    if (!canEncodeSigners) {
+        ERR_raise(ERR_LIB_ASN1, ERR_R_MALLOC_FAILURE);
+        return -1;
+    }
+    return original(signer, out);
+}
+
+TEST(PKCS7SignersShortage, SignersThatCannotBeEncodedComeInDerOrder)
+{
+    SignedDataSpec spec;
+    spec.content = "content";
+    spec.signers = {pki().signer, makeLeaf(pki().ca, "signer with a longer name")};
+    PKCS7Certificate const loaded(withTwoSignersReversed(makeSignedData(spec)));
+    auto const inDerOrder = loaded.getSignerCerts();
+    CleanErrorQueue const clean;
+
+    canEncodeSigners = false;
+    auto const found = loaded.getSignerCerts();
+    canEncodeSigners = true;
+
+    EXPECT_EQ(found.getNumCertificates(), 2U);
+    EXPECT_EQ(found, inDerOrder);
+    EXPECT_TRUE(queueIsEmpty());
+}
+
+FOUNDATION_TEST_ALLOCATION_FAILURE(Loads, onInput(pki().signedData, loads()));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
-    Loads, operationsOn<Input>(
-               "from ",
-               [] {
-                   return Input{{}, toDer(pki().signedData), toPem(pki().signedData)};
-               },
-               loads()));
+    LoadsInvalidExtension, onInput(withInvalidExtension(), {loadForVerification()}));
 FOUNDATION_TEST_ALLOCATION_FAILURE(
     Copies, operationsOn<PKCS7Certificate>(
                 "", [loaded = PKCS7Certificate(toDer(pki().signedData))] { return PKCS7Certificate(loaded); },

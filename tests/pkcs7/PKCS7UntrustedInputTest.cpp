@@ -8,6 +8,7 @@
 
 #include <foundation/certificates/Exceptions.hpp>
 #include <foundation/certificates/PKCS7Certificate.hpp>
+#include <foundation/certificates/PKCS7CertificateImpl.hpp>
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -259,16 +260,6 @@ void changeAttributes(PKCS7_SIGNER_INFO& signer)
     require(PKCS7_add0_attrib_signing_time(&signer, ASN1_TIME_set(nullptr, 0)));
 }
 
-Bytes encodingOf(PKCS7_SIGNER_INFO* signer)
-{
-    unsigned char* encoded = nullptr;
-    int const length = i2d_PKCS7_SIGNER_INFO(signer, &encoded);
-    require(length);
-    Bytes bytes(encoded, encoded + length);
-    OPENSSL_free(encoded);
-    return bytes;
-}
-
 enum class SignerOrder
 {
     Encoding, ///< as DER sorts the signers
@@ -290,13 +281,7 @@ Bytes twoSigners(SignerChange changeFirst, SignerChange changeSecond, SignerOrde
     bool const inOrder = order == SignerOrder::Encoding;
     (inOrder ? changeFirst : changeSecond)(*shorter);
     (inOrder ? changeSecond : changeFirst)(*longer);
-    auto const inDerOrder = joined({encodingOf(shorter), encodingOf(longer)});
-    auto whole = toDer(pkcs7);
-    auto const found = std::search(whole.begin(), whole.end(), inDerOrder.begin(), inDerOrder.end());
-    require(found != whole.end());
-    auto const wanted = inOrder ? inDerOrder : joined({encodingOf(longer), encodingOf(shorter)});
-    std::copy(wanted.begin(), wanted.end(), found);
-    return whole;
+    return inOrder ? toDer(pkcs7) : withTwoSignersReversed(pkcs7);
 }
 
 /// OpenSSL's error codes, oldest first.
@@ -382,7 +367,11 @@ TEST(PKCS7UntrustedInput, TypeWithoutBodyHasNoContent)
     EXPECT_TRUE(loaded.empty());
     EXPECT_EQ(loaded.getNumCertificates(), 0u);
     EXPECT_EQ(loaded.getSignedData(), ByteArray());
-    EXPECT_TRUE(loaded.getSignerCerts().empty());
+    {
+        CleanErrorQueue const clean;
+        EXPECT_TRUE(loaded.getSignerCerts().empty());
+        EXPECT_EQ(drainErrorQueue(), ErrorCodes{pkcs7Error(PKCS7_R_NO_SIGNERS)});
+    }
     for (auto const& content : {std::string(), std::string("content")}) {
         auto const results = verify(loaded, content);
         EXPECT_FALSE(results.getSignatureVerificationStatus());
@@ -543,6 +532,27 @@ TEST(PKCS7UntrustedInput, MistypedMessageDigestIsReportedInSignerOrder)
             useAll(loaded);
         }
     }
+}
+
+TEST(PKCS7UntrustedInput, AssignmentCopiesOwnStructureInDerOrder)
+{
+    auto const textOf = [](PKCS7CertificateImpl const& implementation) {
+        CleanErrorQueue const clean;
+        auto const results = implementation.verifySignature(X509CertificateChain(), trusted(), ByteArray());
+        return results.getValidationErrorString();
+    };
+    std::string const first = ERR_reason_error_string(wrongDigest().front());
+    std::string const firstInDerOrder = ERR_reason_error_string(wrongSignature().front());
+    PKCS7CertificateImpl target(twoSigners(changeDigest, changeAttributes, SignerOrder::Reversed));
+    EXPECT_EQ(textOf(target), first);
+
+    PKCS7CertificateImpl const withoutStructure;
+    target = withoutStructure;
+    EXPECT_EQ(textOf(target), first);
+
+    PKCS7CertificateImpl const other(toDer(makeSignedData("other", signer())));
+    target = other;
+    EXPECT_EQ(textOf(target), firstInDerOrder);
 }
 
 TEST(PKCS7UntrustedInput, SignersInAnotherOrderComeInDerOrder)

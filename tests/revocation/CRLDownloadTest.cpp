@@ -460,6 +460,27 @@ TEST_F(CRLDownload, RefusesCRLWithoutNextUpdate)
     expectFailure(leaf, noNextUpdateText);
 }
 
+TEST_F(CRLDownload, UnreadableExtensionQueuesErrorsOnce)
+{
+    auto const crl = makeCrl(root, {}, [](CrlSpec& spec) {
+        spec.extensions.push_back({"issuingDistributionPoint", "", asBytes("damaged"), true});
+    });
+    CleanErrorQueue const clean;
+    auto const bio = own(BIO_new(BIO_s_mem()));
+    auto const der = toDer(crl);
+    ASSERT_GT(BIO_write(bio.get(), der.data(), static_cast<int>(der.size())), 0);
+    drainErrorQueue();
+    ASSERT_TRUE(makeX509_CRL(d2i_X509_CRL_bio(bio.get(), nullptr)));
+    auto const errorsOfOpenSSL = drainErrorQueue();
+    ASSERT_FALSE(errorsOfOpenSSL.empty());
+    ScriptedServer const server("127.0.0.2", 80, {answerWith(crl)});
+    Download download(root);
+    drainErrorQueue();
+
+    EXPECT_TRUE(download.run(leaf, DownloadCRL::Required));
+    EXPECT_EQ(drainErrorQueue(), errorsOfOpenSSL);
+}
+
 TEST_F(CRLDownload, RefusesExpiredCRL)
 {
     struct

@@ -75,11 +75,19 @@ private:
     sigset_t before{};
 };
 
-/// Interrupts this thread a thousand times a second. All other threads must have blocked SIGALRM.
+/// Interrupts this thread a thousand times a second, or once after some milliseconds. All other threads must
+/// have blocked SIGALRM.
 class Interruptions
 {
 public:
-    explicit Interruptions(HandlerFlags const& handlerFlags)
+    enum class Number
+    {
+        Many,
+        One
+    };
+
+    explicit Interruptions(HandlerFlags const& handlerFlags, Number number = Number::Many)
+        : least(number == Number::Many ? minSignals : 1)
     {
         numSignals = 0;
         struct sigaction action = {};
@@ -90,53 +98,89 @@ public:
         sigemptyset(&alarm);
         sigaddset(&alarm, SIGALRM);
         pthread_sigmask(SIG_UNBLOCK, &alarm, &maskBefore);
-        setPeriod(1000);
+        if (number == Number::Many) {
+            setTimer(period, period);
+        } else {
+            setTimer(delayOfOne, 0);
+        }
     }
     ~Interruptions()
     {
-        setPeriod(0);
+        setTimer(0, 0);
         pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
         sigaction(SIGALRM, &actionBefore, nullptr);
-        EXPECT_GE(numSignals, minSignals);
+        EXPECT_GE(numSignals, least);
     }
     Interruptions(Interruptions const&) = delete;
     Interruptions& operator=(Interruptions const&) = delete;
 
 private:
-    static void setPeriod(suseconds_t microseconds)
+    // microseconds
+    static constexpr suseconds_t period = 1000;
+    static constexpr suseconds_t delayOfOne = 50000;
+
+    static void setTimer(suseconds_t first, suseconds_t following)
     {
         itimerval timer{};
-        timer.it_interval.tv_usec = microseconds;
-        timer.it_value.tv_usec = microseconds;
+        timer.it_value.tv_usec = first;
+        timer.it_interval.tv_usec = following;
         setitimer(ITIMER_REAL, &timer, nullptr);
     }
 
+    int least;
     struct sigaction actionBefore = {};
     sigset_t maskBefore{};
 };
 
-/// A server whose queue of connections is full at first, so that a client has to wait for its connection. It
-/// accepts after `acceptDelay`, reads after `readDelay` more, and answers one request.
-class LateServer
+/// Listens with a queue of connections that is full, so that a client has to wait for its connection.
+class FullListener
 {
 public:
-    LateServer(std::chrono::milliseconds acceptDelay, std::chrono::milliseconds readDelay)
-        : listener(listenAt(serverAddress, httpPort)),
-          filler(::socket(AF_INET, SOCK_STREAM, 0))
+    FullListener() : listener(listenAt(serverAddress, httpPort)), filler(::socket(AF_INET, SOCK_STREAM, 0))
     {
         ::listen(listener, 0);
         sockaddr_storage address{};
         socklen_t size = sizeof address;
         ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
         ::connect(filler, reinterpret_cast<sockaddr const*>(&address), size);
+    }
+    ~FullListener()
+    {
+        closeSocket(filler);
+        close();
+    }
+    FullListener(FullListener const&) = delete;
+    FullListener& operator=(FullListener const&) = delete;
+
+    SocketHandle handle() const { return listener; }
+
+    void close()
+    {
+        if (isOpen) {
+            closeSocket(listener);
+            isOpen = false;
+        }
+    }
+
+private:
+    SocketHandle listener;
+    SocketHandle filler;
+    bool isOpen = true;
+};
+
+/// Accepts connections from a full queue after `acceptDelay`, reads after `readDelay` more, and answers one
+/// request.
+class LateServer
+{
+public:
+    LateServer(std::chrono::milliseconds acceptDelay, std::chrono::milliseconds readDelay)
+    {
         worker = std::thread([this, acceptDelay, readDelay] { serve(acceptDelay, readDelay); });
     }
     ~LateServer()
     {
-        ::shutdown(listener, SHUT_RDWR); // wakes a thread that still waits for a connection
+        ::shutdown(queue.handle(), SHUT_RDWR); // wakes a thread that still waits for a connection
         end();
-        closeSocket(filler);
-        closeSocket(listener);
     }
     LateServer(LateServer const&) = delete;
     LateServer& operator=(LateServer const&) = delete;
@@ -150,7 +194,7 @@ public:
 
     bool hasFurtherConnection() const
     {
-        pollfd waiting{listener, POLLIN, 0};
+        pollfd waiting{queue.handle(), POLLIN, 0};
         return ::poll(&waiting, 1, 0) != 0;
     }
 
@@ -158,8 +202,8 @@ private:
     void serve(std::chrono::milliseconds acceptDelay, std::chrono::milliseconds readDelay)
     {
         std::this_thread::sleep_for(acceptDelay);
-        closeSocket(acceptFrom(listener));
-        auto const connection = acceptFrom(listener);
+        closeSocket(acceptFrom(queue.handle()));
+        auto const connection = acceptFrom(queue.handle());
         std::this_thread::sleep_for(readDelay);
         std::string const endOfRequest = "\r\n\r\n";
         for (std::string bytes = receiveSome(connection); !bytes.empty(); bytes = receiveSome(connection)) {
@@ -181,8 +225,7 @@ private:
         }
     }
 
-    SocketHandle listener;
-    SocketHandle filler;
+    FullListener queue;
     std::string received;
     std::thread worker;
 };
@@ -313,7 +356,35 @@ TEST_F(InterruptedDownload, EndsWriteAtDeadline)
 
         EXPECT_GE(Clock::now() - begin, 300ms);
         EXPECT_LT(Clock::now() - begin, 10s);
+
+        // So does the first flush of a few bytes for which there is no room.
+        constexpr auto limit = 100ms;
+        constexpr std::streamsize few = 100;
+        int result = 0;
+        Clock::duration needed{};
+        while (needed < limit) {
+            auto const beginOfFlush = Clock::now();
+            socket.expires_after(limit);
+            ASSERT_EQ(socket.sputn(bytes.data(), few), few);
+            result = socket.pubsync();
+            needed = Clock::now() - beginOfFlush;
+        }
+        EXPECT_EQ(result, -1);
     }
+}
+
+TEST_F(InterruptedDownload, EndsWriteWithTheConnection)
+{
+    std::string const bytes = "\r\n\r\n" + std::string(maxBuffered, 'x');
+    ScriptedServer const server(serverAddress, httpPort, {{readRequest(), reset()}});
+    SocketBuffer socket;
+    ASSERT_FALSE(socket.connectTo(serverAddress, "http"));
+    auto const begin = Clock::now();
+    socket.expires_after(30s);
+
+    EXPECT_LT(socket.sputn(bytes.data(), maxBuffered), static_cast<std::streamsize>(maxBuffered));
+
+    EXPECT_LT(Clock::now() - begin, 10s);
 }
 
 TEST_F(InterruptedDownload, EndsConnectAtDeadline)
@@ -327,6 +398,35 @@ TEST_F(InterruptedDownload, EndsConnectAtDeadline)
 
         EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
     }
+}
+
+TEST_F(InterruptedDownload, EndsConnectAtDeadlineAfterOneSignal)
+{
+    for (auto const& handlerFlags : allHandlerFlags) {
+        SCOPED_TRACE(handlerFlags.name);
+        LateServer const server(1s, 0ms);
+        SocketBuffer socket;
+        socket.expires_after(300ms);
+        Interruptions const interruption(handlerFlags, Interruptions::Number::One);
+
+        EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
+    }
+}
+
+TEST_F(InterruptedDownload, ReportsRefusalOfInterruptedConnect)
+{
+    FullListener queue;
+    std::thread closing([&] {
+        std::this_thread::sleep_for(200ms);
+        queue.close();
+    });
+    SocketBuffer socket;
+    socket.expires_after(30s);
+    {
+        Interruptions const interruption(allHandlerFlags[0], Interruptions::Number::One);
+        EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::connection_refused);
+    }
+    closing.join();
 }
 
 TEST_F(InterruptedDownload, SendsNothingAfterDeadline)

@@ -35,6 +35,9 @@ Pkcs7Handle withTamperedContent(Pkcs7Handle const& signedData);
 /// Returns a copy in which the last bit of the first signature is flipped.
 Pkcs7Handle withDamagedSignature(Pkcs7Handle const& signedData);
 
+/// Returns the encoding with its two signers in reverse, which BER allows and DER does not.
+Bytes withTwoSignersReversed(Pkcs7Handle const& signedData);
+
 /// Make the other content types. Recipients of enveloped data need RSA keys.
 Pkcs7Handle makePlainData(std::string const& content);
 Pkcs7Handle makeDigestedData(std::string const& content);

@@ -6,6 +6,8 @@
 
 #include <openssl/pem.h>
 
+#include <algorithm>
+
 namespace foundation::test {
 
 namespace {
@@ -94,6 +96,24 @@ Pkcs7Handle withDamagedSignature(Pkcs7Handle const& signedData)
     auto const copy = parsedAgain(signedData);
     flipLastBit(sk_PKCS7_SIGNER_INFO_value(copy->d.sign->signer_info, 0)->enc_digest);
     return parsedAgain(copy);
+}
+
+Bytes withTwoSignersReversed(Pkcs7Handle const& signedData)
+{
+    auto whole = toDer(signedData);
+    auto const parsed = parsePkcs7(whole);
+    auto const encodingOf = [&](int index) {
+        return encodedBy(
+            i2d_PKCS7_SIGNER_INFO, sk_PKCS7_SIGNER_INFO_value(parsed->d.sign->signer_info, index));
+    };
+    auto const first = encodingOf(0);
+    auto const second = encodingOf(1);
+    auto const both = joined({first, second});
+    auto const found = std::search(whole.begin(), whole.end(), both.begin(), both.end());
+    require(found != whole.end());
+    auto const reversed = joined({second, first});
+    std::copy(reversed.begin(), reversed.end(), found);
+    return whole;
 }
 
 Pkcs7Handle makePlainData(std::string const& content)
