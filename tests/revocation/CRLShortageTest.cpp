@@ -1,17 +1,25 @@
 #include "certificate/X509CertificateImpl.hpp"
 
 #include "support/allocation/Shortage.hpp"
+#include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
+#include "support/operations/Loading.hpp"
+#include "support/pki/Revocable.hpp"
 #include "support/pki/TestCrl.hpp"
 #include "support/pki/TestKeys.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/ScriptedServer.hpp"
 
+#include <foundation/certificates/Exceptions.hpp>
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <exception>
+#include <memory>
+
+#include <dlfcn.h>
 
 using namespace foundation::certificates;
 using namespace foundation::test;
@@ -31,7 +39,18 @@ int verifyWithCRLs(X509_STORE* store, CertificateAndKey const& leaf)
 class CRLDownload : public LeavesNoTrace
 {};
 
+constexpr int noCall = -1;
+int callWithoutMemory = noCall; // of the function below, counted from 0
+
 } // namespace
+
+/// Replaces OpenSSL's function: calls it, or fails as it does without memory.
+int X509_STORE_add_crl(X509_STORE* store, X509_CRL* crl)
+{
+    static auto* const original =
+        reinterpret_cast<decltype(&X509_STORE_add_crl)>(dlsym(RTLD_NEXT, "X509_STORE_add_crl"));
+    return callWithoutMemory-- == 0 ? 0 : original(store, crl);
+}
 
 // A CRL for CAs alone does not cover a leaf. Out of memory, OpenSSL reads it as a CRL for all certificates.
 TEST_F(CRLDownload, ShortageDoesNotWidenScopeOfCRL)
@@ -75,4 +94,25 @@ TEST_F(CRLDownload, ShortageDoesNotWidenScopeOfCRL)
         } while (Shortage::hasOccurred());
         EXPECT_GT(allocation, 50U);
     }
+}
+
+// A bad signature leads to the fallback store only if a second verification, in a new store, finds it again.
+TEST_F(CRLDownload, SecondVerificationFailsIfNewStoreTakesNoCRL)
+{
+    Revocable const damaged([](CertificateSpec& spec) { spec.damagedSignature = true; });
+    HttpFileServer const server("127.0.0.1", filesOf(damaged.leafCrl(), damaged.caCrl()));
+    auto const store = storeOf({damaged.root});
+    auto const options = optionsWith(
+        {}, Options::CheckCRL::LeafOnly, Options::DownloadCRL::Required, std::make_shared<TrustStore>(store));
+    auto const leaf = load(damaged.leaf);
+    auto const chain = chainOf({damaged.ca, damaged.root});
+    ASSERT_EQ(
+        leaf.validateCertificate(chain, options, store).getCertificateChainStatus(),
+        CertificateChainStatus::BadSignature);
+
+    callWithoutMemory = 1; // the first one adds the CRL that was downloaded
+    EXPECT_THROWS_EXACTLY(
+        TrustStoreException, "Failed to add CRL to store", leaf.validateCertificate(chain, options, store));
+    EXPECT_LT(callWithoutMemory, 0);
+    callWithoutMemory = noCall;
 }

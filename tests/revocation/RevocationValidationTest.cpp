@@ -272,6 +272,20 @@ TEST_F(RevocationValidation, StoredCrlRevokesWithoutDetails)
     EXPECT_EQ(revocation.getRevokedSerialNumberString(), "");
 }
 
+TEST_F(RevocationValidation, StoredCrlRevokesInCopyOfStore)
+{
+    serve(pki.leafCrl(), pki.caCrl());
+    addCrl(trustStore, pki.leafCrl({revoke(pki.leaf)}, [](CrlSpec& spec) {
+        spec.thisUpdate = TimeSpec::fromNow(-1min);
+    }));
+    TrustStore const copy(trustStore);
+    trustStore = copy;
+
+    auto const results = validate(CheckCRL::WholeChain, DownloadCRL::Required);
+
+    EXPECT_EQ(results.getCertificateChainStatus(), Status::Revoked);
+}
+
 TEST_F(RevocationValidation, CrlErrorHasNoDetailsOfRevokedLeaf)
 {
     auto const notYetValid = [](CrlSpec& spec) { spec.thisUpdate = TimeSpec::fromNow(1h); };
@@ -507,4 +521,20 @@ TEST_F(RevocationValidation, FallbackDownloadsAllCrlsAgain)
 
     // Without a root the first run stops below it: one CRL there, two in the second run.
     EXPECT_EQ(server->numConnections(), 3U);
+}
+
+TEST_F(RevocationValidation, BadSignatureWithCrlsUsesFallback)
+{
+    Revocable const damaged([](CertificateSpec& spec) { spec.damagedSignature = true; });
+    serve(damaged.leafCrl(), damaged.caCrl());
+    auto const fallback = std::make_shared<TrustStore>(storeOf({damaged.root}));
+    auto const options = optionsWith({}, CheckCRL::LeafOnly, DownloadCRL::Required, fallback);
+
+    auto const results =
+        load(damaged.leaf)
+            .validateCertificate(chainOf({damaged.ca, damaged.root}), options, storeOf({damaged.root}));
+
+    EXPECT_EQ(results.getCertificateChainStatus(), Status::BadSignature);
+    EXPECT_EQ(results.getValidationErrorString(), report(X509_V_ERR_CERT_SIGNATURE_FAILURE, 0, "CN=leaf"));
+    EXPECT_EQ(server->numConnections(), 2U);
 }
