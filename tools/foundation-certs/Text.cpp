@@ -30,7 +30,7 @@ Character decodeFirst(std::string_view text)
         {{0x80, 0x00, 0}, {0xe0, 0xc0, 0x80}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}}};
     unsigned const lead = static_cast<unsigned char>(text[0]);
     for (std::size_t size = 1; size <= forms.size() && size <= text.size(); ++size) {
-        auto const& form = forms[size - 1];
+        Form const& form = forms[size - 1];
         if ((lead & form.mask) != form.lead) {
             continue;
         }
