@@ -11,6 +11,7 @@ struct Text { char const* characters; };
 bool isLocked(int which);
 void open(int which);
 void close(int which);
+void lock_free(int which);
 
 bool both(int first, unsigned flags)
 {
@@ -20,6 +21,7 @@ bool both(int first, unsigned flags)
     }
     open(first);
     close(first);
+    lock_free(first + 1);
     return first < 0 && flags == (4U | flags);
 }
 

@@ -14,6 +14,8 @@ OTHER_OPERATOR = {
 # A change of one of these also negates the condition or result that it is the outermost operator of.
 NEGATING = {"==", "!=", "&&", "||"}
 GUARDS = re.compile(r"lock_guard|unique_lock|scoped_lock|Lock\b|RAIIOpenSSLErrorRemover|ErrorMark|ErrorScope|Guard\b")
+# These calls stay: the sanitizers notice leaks, and reserved memory only saves time.
+MEMORY_CALLS = re.compile(r"(\w+(\.|->))?(reserve|\w+_free(_all)?)\(")
 CONDITIONALS = {CursorKind.IF_STMT, CursorKind.WHILE_STMT, CursorKind.CONDITIONAL_OPERATOR}
 # Statements that can be removed. Declarations cannot, except guards.
 REMOVABLE = {
@@ -98,6 +100,8 @@ class Generator:
 
     def visit(self, cursor, function):
         kind = cursor.kind
+        if kind == CursorKind.CALL_EXPR and self.manages_memory(cursor):
+            return
         children = list(cursor.get_children())
         if kind in (CursorKind.FUNCTION_DECL, CursorKind.CXX_METHOD, CursorKind.FUNCTION_TEMPLATE,
                     CursorKind.CONVERSION_FUNCTION):
@@ -211,6 +215,9 @@ class Generator:
         elif canonical.kind == TypeKind.RECORD:
             self.replace("result", value, "{}")
 
+    def manages_memory(self, statement):
+        return MEMORY_CALLS.match(self.text(statement))
+
     def end_of_statement(self, statement):
         """Returns the offset behind the semicolon; None without one."""
         following = self.tokens_between(statement.extent.end.offset, len(self.source))[:1]
@@ -218,7 +225,7 @@ class Generator:
 
     def removal(self, statement):
         end = self.end_of_statement(statement)
-        if statement.kind in REMOVABLE and end:
+        if statement.kind in REMOVABLE and end and not self.manages_memory(statement):
             self.add("statement", statement.extent.start.offset, end, ";")
 
     def statements(self, statements):
@@ -238,7 +245,7 @@ class Generator:
     def swap(self, first, second):
         end_of_first = self.end_of_statement(first)
         end = second.extent.end.offset if second.kind == CursorKind.DECL_STMT else self.end_of_statement(second)
-        if end_of_first and end:
+        if end_of_first and end and not self.manages_memory(first) and not self.manages_memory(second):
             start = first.extent.start.offset
             one = self.source[start:end_of_first].decode()
             other = self.source[second.extent.start.offset:end].decode()
