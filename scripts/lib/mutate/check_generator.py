@@ -21,6 +21,7 @@ bool both(int first, unsigned flags)
     }
     open(first);
     close(first);
+    int unused{};
     lock_free(first + 1);
     return first < 0 && flags == (4U | flags);
 }

@@ -236,11 +236,11 @@ class Generator:
                 variables = [child for child in statement.get_children() if child.kind == CursorKind.VAR_DECL]
                 if variables and GUARDS.search(variables[0].type.spelling):
                     self.replace("guard", statement, ";")
-            isCall = statement.kind in (CursorKind.CALL_EXPR, CursorKind.UNEXPOSED_EXPR) or (
-                statement.kind == CursorKind.DECL_STMT and previous is not None)
-            if isCall and previous is not None:
+            is_call = statement.kind in (CursorKind.CALL_EXPR, CursorKind.UNEXPOSED_EXPR)
+            declares_result = statement.kind == CursorKind.DECL_STMT and "(" in self.text(statement)
+            if previous is not None and (is_call or declares_result):
                 self.swap(previous, statement)
-            previous = statement if statement.kind in (CursorKind.CALL_EXPR, CursorKind.UNEXPOSED_EXPR) else None
+            previous = statement if is_call else None
 
     def swap(self, first, second):
         end_of_first = self.end_of_statement(first)
