@@ -1,3 +1,4 @@
+#include "support/Text.hpp"
 #include "support/allocation/Shortage.hpp"
 #include "support/assertions/ExactThrow.hpp"
 #include "support/assertions/ValidationVerdict.hpp"
@@ -9,6 +10,7 @@
 #include <foundation/certificates/Exceptions.hpp>
 
 #include <gtest/gtest.h>
+#include <openssl/stack.h>
 
 #include <chrono>
 #include <cstddef>
@@ -16,8 +18,11 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <dlfcn.h>
 
 // OpenSSL answers some questions wrong while memory is short, instead of failing. None of these answers may
 // make a certificate valid.
@@ -96,7 +101,44 @@ Mutation withCheapKey(Mutation const& mutate)
     };
 }
 
+constexpr int noPush = -1;
+int pushWithoutMemory = noPush; // of the function below, counted from 0
+
+/// Whether a call comes from the library and not from OpenSSL. False if nobody asks for a failure.
+bool isCalledByLibrary(void const* returnAddress)
+{
+    Dl_info caller{};
+    return pushWithoutMemory >= 0 && dladdr(returnAddress, &caller) != 0 &&
+           !contains(caller.dli_fname, "libcrypto");
+}
+
+/// Returns the text of the exception if this push finds no memory; empty if the operation succeeds.
+std::string failureWithout(int push, std::function<void()> const& operation)
+{
+    pushWithoutMemory = push;
+    std::string text;
+    try {
+        operation();
+    } catch (std::runtime_error const& failure) {
+        text = failure.what();
+    }
+    pushWithoutMemory = noPush;
+    return text;
+}
+
 } // namespace
+
+/// Replaces OpenSSL's function: calls it, or fails as it does without memory. OpenSSL's own calls do not
+/// count.
+int OPENSSL_sk_push(OPENSSL_STACK* stack, void const* element)
+{
+    static auto* const original =
+        reinterpret_cast<decltype(&OPENSSL_sk_push)>(dlsym(RTLD_NEXT, "OPENSSL_sk_push"));
+    if (isCalledByLibrary(__builtin_return_address(0)) && pushWithoutMemory-- == 0) {
+        return 0;
+    }
+    return original(stack, element);
+}
 
 TEST(Validation, ShortageNeverHidesFlawOfRoot)
 {
@@ -169,6 +211,32 @@ TEST(Validation, ShortageNeverDropsGivenChain)
     ASSERT_EQ(validate(*makeStore()), Status::Expired);
 
     expectNeverValid(validate, makeStore, 40);
+}
+
+TEST(Validation, ListThatCannotGrowIsAFailure)
+{
+    auto const root = makeRoot("root", withCheapKey({}));
+    auto const ca = makeIntermediate(root, "ca", withCheapKey({}));
+    auto const leaf = load(makeLeaf(ca, "leaf", withCheapKey({})));
+    auto const failureWithoutPush = [&](int push) {
+        auto const store = storeOf({root});
+        return failureWithout(push, [&] {
+            EXPECT_EQ(
+                leaf.validateCertificate(chainOf({ca}), Options(), store).getCertificateChainStatus(),
+                Status::Valid);
+        });
+    };
+
+    EXPECT_EQ(failureWithoutPush(0), "Failed to create X509_STORE");            // the root
+    EXPECT_EQ(failureWithoutPush(1), "Error: X509Certificate has no content."); // the leaf
+    EXPECT_EQ(failureWithoutPush(2), "Error: X509Certificate has no content."); // the intermediate
+    EXPECT_EQ(failureWithoutPush(3), "");
+}
+
+TEST(StackOfCertificates, ThrowsIfItCannotGrow)
+{
+    std::vector<X509Certificate> const certificates{load(makeRoot("root", withCheapKey({})))};
+    EXPECT_EQ(failureWithout(0, [&] { stackOf(certificates); }), "Error: X509Certificate has no content.");
 }
 
 TEST(StackOfCertificates, ThrowsIfItCannotBeMade)
