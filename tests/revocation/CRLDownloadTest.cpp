@@ -19,6 +19,7 @@
 #include <functional>
 #include <future>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -462,9 +463,16 @@ TEST_F(CRLDownload, RefusesCRLWithoutNextUpdate)
 
 TEST_F(CRLDownload, UnreadableExtensionQueuesErrorsOnce)
 {
-    auto const crl = makeCrl(root, {}, [](CrlSpec& spec) {
-        spec.extensions.push_back({"issuingDistributionPoint", "", asBytes("damaged"), true});
-    });
+    auto const makeUnreadable = [&] {
+        return makeCrl(root, {}, [](CrlSpec& spec) {
+            spec.extensions.push_back({"issuingDistributionPoint", "", asBytes("damaged"), true});
+        });
+    };
+    if (OPENSSL_VERSION_MAJOR >= 4) { // does not read such a CRL
+        EXPECT_THROW(makeUnreadable(), std::runtime_error);
+        return;
+    }
+    auto const crl = makeUnreadable();
     CleanErrorQueue const clean;
     auto const bio = own(BIO_new(BIO_s_mem()));
     auto const der = toDer(crl);
