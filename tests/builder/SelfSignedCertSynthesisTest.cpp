@@ -1,6 +1,7 @@
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
 #include "support/pki/SelfSigned.hpp"
+#include "support/pki/TestBundles.hpp"
 #include "support/system/RunProgram.hpp"
 #include "support/system/TemporaryFolder.hpp"
 
@@ -582,6 +583,15 @@ TEST(SelfSignedCertPKCS12, OnlyItsPassphraseOpensIt)
     EXPECT_THROWS_WITH_PREFIX(
         IncorrectPassphrase,
         "Input passphrase is incorrect. OpenSSL error message=", PKCS12Certificate(bytes, "other"));
+}
+
+TEST(SelfSignedCertPKCS12, HasRoundsAndAttributesOfOpenSSLsDefaults)
+{
+    auto const bytes = fastBuilder().withPrivateKeyPassphrase("secret").buildAndGetKeyBytesInPKCS12().second;
+    auto const key = keyOfBundle(bytes, "secret");
+    auto const bare = own(PKCS12_create("secret", "localhost", key.get(), nullptr, nullptr, 0, 0, 0, 0, 0));
+    // Only salts and what is encrypted differ, and not in size.
+    EXPECT_EQ(bytes.size(), toDer(bare).size());
 }
 
 TEST(SelfSignedCertPKCS12, EmptyPassphraseThatIsSetOpensIt)
