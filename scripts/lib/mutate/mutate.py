@@ -213,8 +213,9 @@ class Run:
         folder = re.sub(r"^foundation/(certificates/)?(src/|include/foundation/certificates/)?", "",
                         os.path.dirname(file))
         if "/include/" in file and not file.startswith("foundation/toolkit"):
-            folder = next((os.path.dirname(other).split("/src/")[1] for other in self.build.commands
-                           if os.path.basename(other) == os.path.basename(file).replace(".hpp", ".cpp")), "base")
+            source = os.path.basename(file).replace(".hpp", ".cpp")
+            folder = next((other.split("/src/")[1].removesuffix(source).rstrip("/") for other in self.build.commands
+                           if os.path.basename(other) == source), "") or "base"
         folder = {"log": "base"}.get(folder.split("/")[0], folder.split("/")[0])
         own = None
         if mutant.kind == "guard":
