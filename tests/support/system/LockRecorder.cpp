@@ -55,6 +55,7 @@ void LockRecorder::forget()
 {
     taken.clear();
     nested.clear();
+    locks = 0;
     others = 0;
 }
 
@@ -75,6 +76,7 @@ void LockRecorder::onLock(void const* mutex)
         ++others;
         return;
     }
+    ++locks;
     taken.insert(*name);
     for (auto const* const holder : held) {
         nested.insert({*nameOf(holder), *name});

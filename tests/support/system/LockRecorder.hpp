@@ -30,6 +30,8 @@ public:
 
     /// Returns the names of the objects whose locks were taken.
     std::set<std::string> const& locked() const { return taken; }
+    /// Returns how often locks of named objects were taken.
+    std::size_t numLocks() const { return locks; }
     /// Returns the name of the held lock and of the taken lock, for each lock that was taken while another
     /// was held.
     std::set<Nesting> const& nestings() const { return nested; }
@@ -54,6 +56,7 @@ private:
     std::vector<void const*> held;
     std::set<std::string> taken;
     std::set<Nesting> nested;
+    std::size_t locks = 0;
     std::size_t others = 0;
 };
 

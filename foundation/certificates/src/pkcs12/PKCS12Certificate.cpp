@@ -72,7 +72,6 @@ ByteArray PKCS12Certificate::getAsBytes() const
         return {};
     }
     std::lock_guard<std::mutex> const lock(mutex);
-    throwIfImplEmpty();
     return impl->getAsBytes();
 }
 

@@ -119,7 +119,6 @@ ByteArray PKCS7Certificate::getAsBytes() const
         return {};
     }
     std::lock_guard<std::mutex> const lock(mutex);
-    throwIfImplEmpty();
     return impl->getAsBytes();
 }
 
@@ -129,7 +128,6 @@ std::string PKCS7Certificate::getAsString() const
         return {};
     }
     std::lock_guard<std::mutex> const lock(mutex);
-    throwIfImplEmpty();
     return impl->getAsString();
 }
 
