@@ -34,6 +34,12 @@ void throwNested()
 struct OtherException
 {};
 
+template <typename Detail>
+struct ExceptionWith : std::exception
+{
+    char const* what() const noexcept override { return "with a detail"; }
+};
+
 class DiagnosticLogger : public testing::Test
 {
 protected:
@@ -249,6 +255,17 @@ TEST(CurrentExceptionChain, ShowsOnlyTypeOfOtherException)
         throw 42;
     } catch (int) {
         EXPECT_EQ(current_exception_chain_as_string(), "int");
+    }
+}
+
+TEST(CurrentExceptionChain, ShowsTypeOfTemplateInFull)
+{
+    try {
+        throw ExceptionWith<OtherException>();
+    } catch (std::exception const&) {
+        EXPECT_EQ(
+            current_exception_chain_as_string(),
+            "(anonymous namespace)::ExceptionWith<(anonymous namespace)::OtherException>: with a detail");
     }
 }
 
