@@ -1,5 +1,7 @@
 #include "support/system/posix/SystemFaults.hpp"
 
+#include "revocation/SocketBuffer.hpp"
+
 #include "support/Text.hpp"
 #include "support/assertions/Failures.hpp"
 #include "support/assertions/LeavesNoTrace.hpp"
@@ -340,6 +342,24 @@ TEST_F(SystemFaults, FailedCallsGiveNoWrongAnswer)
         }
         EXPECT_GT(numFaultyRuns, 0U);
     }
+}
+
+TEST_F(SystemFaults, FailedWaitEndsWriteBeforeItsDeadline)
+{
+    std::string const bytes(
+        1U << 23, 'x'); // more than the system's buffers take while the peer does not read
+    ScriptedServer const server("127.0.0.1", 80, {{wait(1h)}});
+    SocketBuffer socket;
+    ASSERT_FALSE(socket.connectTo("127.0.0.1", "http"));
+    socket.expires_after(30s);
+    auto const begin = std::chrono::steady_clock::now();
+    SystemFault const active({SystemFunction::Poll, ENOMEM}, 0, bytes.size());
+
+    auto const size = static_cast<std::streamsize>(bytes.size());
+    EXPECT_LT(socket.sputn(bytes.data(), size), size);
+
+    EXPECT_TRUE(SystemFault::hasOccurred());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
 }
 
 TEST_F(SystemFaults, FullDiskGivesNoWrongAnswer)
