@@ -90,8 +90,8 @@ AllowedOutcomes const notLoaded = failsWith(
     {failure<PKCS7CertificateException>(
          "Internal error: The given certificate data could not be written to a buffer."),
      failureBeginning<PKCS7CertificateException>("Error: Loading a certificate failed. Reason="),
-     failureBeginning<PKCS7CertificateException>(
-         "Error: Unable to parse X509 certificate(s) inside PKCS7 certificate.")},
+     failure<PKCS7CertificateException>("Error: Unable to parse X509 certificate(s) inside PKCS7 certificate."
+                                        "Error: X509Certificate has no content.")},
     7);
 AllowedOutcomes const noText = failsWith(
     failure<InvalidArgument>("The input PKCS7 certificate data string is invalid. Reason:std::bad_alloc"));
@@ -249,7 +249,7 @@ Pkcs7Handle withInvalidExtension()
     auto const invalid = makeLeaf(pki().ca, "invalid", [](CertificateSpec& spec) {
         spec.setRawExtension("basicConstraints", asBytes("damaged"));
     });
-    return makeSignedData("content", pki().signer, {invalid.certificate});
+    return makeSignedData("content", invalid);
 }
 
 std::vector<SweptOperation> onInput(Pkcs7Handle const& data, std::vector<OperationOn<Input>> const& table)
