@@ -386,27 +386,16 @@ TEST_F(InterruptedDownload, EndsWriteWithTheConnection)
 
 TEST_F(InterruptedDownload, EndsConnectAtDeadline)
 {
-    for (auto const& handlerFlags : allHandlerFlags) {
-        SCOPED_TRACE(handlerFlags.name);
-        LateServer const server(1s, 0ms);
-        SocketBuffer socket;
-        socket.expires_after(300ms);
-        Interruptions const interruptions(handlerFlags);
+    for (auto const number : {Interruptions::Number::Many, Interruptions::Number::One}) {
+        for (auto const& handlerFlags : allHandlerFlags) {
+            SCOPED_TRACE(handlerFlags.name);
+            LateServer const server(1s, 0ms);
+            SocketBuffer socket;
+            socket.expires_after(300ms);
+            Interruptions const interruptions(handlerFlags, number);
 
-        EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
-    }
-}
-
-TEST_F(InterruptedDownload, EndsConnectAtDeadlineAfterOneSignal)
-{
-    for (auto const& handlerFlags : allHandlerFlags) {
-        SCOPED_TRACE(handlerFlags.name);
-        LateServer const server(1s, 0ms);
-        SocketBuffer socket;
-        socket.expires_after(300ms);
-        Interruptions const interruption(handlerFlags, Interruptions::Number::One);
-
-        EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
+            EXPECT_EQ(socket.connectTo(serverAddress, "http"), boost::asio::error::timed_out);
+        }
     }
 }
 
