@@ -1,6 +1,7 @@
 #include "support/assertions/ExactThrow.hpp"
 #include "support/openssl/Handles.hpp"
 #include "support/openssl/OpenSSLErrors.hpp"
+#include "support/pki/TestBundles.hpp"
 #include "support/pki/TestPki.hpp"
 #include "support/system/LogCapture.hpp"
 #include "support/system/TemporaryFolder.hpp"
@@ -12,6 +13,7 @@
 #endif
 
 #include <foundation/certificates/Exceptions.hpp>
+#include <foundation/certificates/PKCS7Certificate.hpp>
 #include <foundation/certificates/X509CertificateChain.hpp>
 
 #include <openssl/err.h>
@@ -256,6 +258,23 @@ TEST(PEMBundle, ChainReadsSoundBlocksInOrder)
             SCOPED_TRACE(form.name);
             EXPECT_EQ(namesIn(X509CertificateChain(form.text)), form.sound);
         }
+    }
+}
+
+TEST(PEMBundle, CertificateMayHaveHighBytesAtLineEnds)
+{
+    for (BundleForm const& form : bundlesWithHighBytes()) {
+        SCOPED_TRACE(form.name);
+        EXPECT_EQ(X509Certificate(form.text).getSubjectCommonName(), form.sound.front());
+    }
+}
+
+TEST(PEMBundle, SignedDataMayHaveHighBytesAtLineEnds)
+{
+    auto const text = toPem(makeSignedData("content", makeRoot("a")));
+    for (auto const* const lineEnd : {"\xC3\xA4\n", "\xA0\r\n", " \x80\t\xFF \n"}) {
+        SCOPED_TRACE(lineEnd);
+        EXPECT_EQ(PKCS7Certificate(withLineEnds(text, lineEnd)).getCertificates().size(), 1U);
     }
 }
 
