@@ -51,7 +51,7 @@ std::vector<OperationOn<Refused>> refusals()
          [](auto& r) {
              std::ostringstream out;
              out << std::showbase;
-             prettyPrintBytes(r.input.bytes, "a label for the bytes", out);
+             prettyPrintBytes(r.input.bytes, "a label that is too long for a string's own room", out);
              auto const flags = out.flags();
              bool const areFlagsKept = (flags & std::ios::hex) == 0 && (flags & std::ios::showbase) != 0;
              return std::string(areFlagsKept ? "kept" : "changed");

@@ -2,7 +2,10 @@
 #include "tools/FoundationCerts.hpp"
 #include "tools/JsonLines.hpp"
 
+#include <chrono>
+
 using namespace foundation::test;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -67,9 +70,11 @@ TEST_F(Validate, RefusesWrongValues)
         expectBadInput(
             validate({"--at", time}), "not a time such as 2027-01-31T12:00:00Z: " + std::string(time));
     }
-    expectBadInput(
-        validate({"--at", "9999-12-31T23:59:59Z"}),
-        "a time that the system's clock cannot hold: 9999-12-31T23:59:59Z");
+    if (std::chrono::system_clock::duration(1) < 1us) { // otherwise the clock holds every time
+        expectBadInput(
+            validate({"--at", "9999-12-31T23:59:59Z"}),
+            "a time that the system's clock cannot hold: 9999-12-31T23:59:59Z");
+    }
     EXPECT_EQ(validate({"--purpose", "fun"}).exitStatus, 2);
     EXPECT_EQ(validate({"--crl-all"}).exitStatus, 2);
     EXPECT_EQ(validate({"--crl", pathOf("missing.crl")}).exitStatus, 2);

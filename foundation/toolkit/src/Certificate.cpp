@@ -85,16 +85,18 @@ X509UPtr parse(PEMBlock const& block)
 std::chrono::system_clock::time_point asTimePoint(ASN1_TIME const* time)
 {
     using Clock = std::chrono::system_clock;
-    using Ticks = X509Certificate::TimePoint::duration;
+    using std::chrono::duration_cast;
+    using std::chrono::seconds;
     RAIIOpenSSLErrorRemover const errors(false);
-    auto const ticks = asn1TimeToTimePoint(time).time_since_epoch();
-    if (ticks >= std::chrono::duration_cast<Ticks>(Clock::duration::max())) {
+    // Clocks differ in their ticks. All of them count whole seconds without an overflow.
+    auto const since1970 = duration_cast<seconds>(asn1TimeToTimePoint(time).time_since_epoch());
+    if (since1970 > duration_cast<seconds>(Clock::duration::max())) {
         return Clock::time_point::max();
     }
-    if (ticks <= std::chrono::duration_cast<Ticks>(Clock::duration::min())) {
+    if (since1970 < duration_cast<seconds>(Clock::duration::min())) {
         return Clock::time_point::min();
     }
-    return Clock::time_point(std::chrono::duration_cast<Clock::duration>(ticks));
+    return Clock::time_point(since1970);
 }
 
 std::string oidOrShortName(ASN1_OBJECT const* object)
