@@ -72,7 +72,11 @@ Options optionsFrom(std::vector<std::string> const& arguments)
 // Returns the whole days until the certificate expires; negative if it has expired.
 Days timeLeft(Certificate const& certificate)
 {
-    return std::chrono::floor<Days>(certificate.getNotAfter() - std::chrono::system_clock::now());
+    using std::chrono::floor;
+    using std::chrono::seconds;
+    // In the clock's own ticks, the difference of two distant times could overflow.
+    auto const now = floor<seconds>(std::chrono::system_clock::now());
+    return floor<Days>(floor<seconds>(certificate.getNotAfter()) - now);
 }
 
 std::string describe(Days left)

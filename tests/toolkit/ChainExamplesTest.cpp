@@ -94,6 +94,15 @@ TEST_F(ExpiryMonitorExample, ReportsWhatExpiresSoon)
     EXPECT_EQ(run.errors, "");
 }
 
+TEST_F(ExpiryMonitorExample, ReportsWhatEndedBeforeTheClockBegins)
+{
+    auto const old = makeRoot("old", [](CertificateSpec& spec) {
+        spec.notAfter = TimeSpec::raw(V_ASN1_GENERALIZEDTIME, "10000101000000Z");
+    });
+    auto const file = write("old.pem", old.pem());
+    EXPECT_EQ(monitor({file}).output, file + " #1: CN=old expired\n");
+}
+
 TEST_F(ExpiryMonitorExample, UsesGivenNumberOfDays)
 {
     auto const soon = certificateWith("b", hours(24 * 5 + 1));

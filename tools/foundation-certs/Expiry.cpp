@@ -77,8 +77,9 @@ ExitStatus expiry(ExpiryOptions const& options)
     std::sort(entries.begin(), entries.end());
     auto const now = Clock::now();
     for (auto const& entry : entries) {
-        bool const expires = entry.end < now + within;
-        auto const daysLeft = daysBetween(now, entry.end);
+        auto const left = secondsBetween(now, entry.end);
+        bool const expires = left < within;
+        auto const daysLeft = daysOf(left);
         std::cout << (options.json ? recordOf(entry, daysLeft, expires) : lineOf(entry, daysLeft, expires));
         status = worse(status, expires ? ExitStatus::Finding : ExitStatus::Good);
     }

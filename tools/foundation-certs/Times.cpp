@@ -201,13 +201,16 @@ seconds durationFrom(std::string const& text)
     return seconds(number * unit);
 }
 
-long daysBetween(system_clock::time_point from, system_clock::time_point to)
+seconds secondsBetween(system_clock::time_point from, system_clock::time_point to)
+{
+    return std::chrono::floor<seconds>(to).time_since_epoch() -
+           std::chrono::floor<seconds>(from).time_since_epoch();
+}
+
+long daysOf(seconds duration)
 {
     using Days = std::chrono::duration<long, std::ratio<secondsPerDay>>;
-    // Whole seconds first: the difference of two times at the ends of the clock would overflow.
-    auto const difference = std::chrono::floor<seconds>(to).time_since_epoch() -
-                            std::chrono::floor<seconds>(from).time_since_epoch();
-    return std::chrono::floor<Days>(difference).count();
+    return std::chrono::floor<Days>(duration).count();
 }
 
 } // namespace foundation::tools

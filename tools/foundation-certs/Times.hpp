@@ -22,7 +22,10 @@ std::chrono::system_clock::time_point timeFrom(std::string const& text);
 /// @throws std::runtime_error for another text, and above 1,000,000 days
 std::chrono::seconds durationFrom(std::string const& text);
 
-/// Returns the whole days from the one time to the other, rounded down.
-long daysBetween(std::chrono::system_clock::time_point from, std::chrono::system_clock::time_point to);
+/// Returns the whole seconds from the one time to the other. The clock's own ticks could overflow.
+std::chrono::seconds
+secondsBetween(std::chrono::system_clock::time_point from, std::chrono::system_clock::time_point to);
+/// Returns the whole days of the duration, rounded down.
+long daysOf(std::chrono::seconds duration);
 
 } // namespace foundation::tools
