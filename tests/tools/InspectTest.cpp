@@ -1,6 +1,8 @@
 #include "tools/FoundationCerts.hpp"
 #include "tools/JsonLines.hpp"
 
+#include "support/Text.hpp"
+#include "support/pki/Der.hpp"
 #include "support/pki/TestKeys.hpp"
 
 #include <foundation/certificates/X509Certificate.hpp>
@@ -22,9 +24,8 @@ protected:
     /// Returns a file with a certificate whose only alternative name is the DNS name.
     std::string fileWithName(std::string const& name) const
     {
-        auto const size = static_cast<unsigned char>(name.size());
-        Bytes content = {0x30, static_cast<unsigned char>(size + 2), 0x82, size};
-        content.insert(content.end(), name.begin(), name.end());
+        constexpr int dnsNameTag = 0x82;
+        auto const content = derElement(sequenceTag, derElement(dnsNameTag, asBytes(name)));
         auto const made = makeLeaf(intermediate, "leaf", [&](CertificateSpec& spec) {
             spec.setRawExtension("subjectAltName", content);
         });
