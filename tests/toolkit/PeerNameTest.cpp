@@ -1,5 +1,6 @@
 #include "support/Text.hpp"
 #include "support/assertions/ExactThrow.hpp"
+#include "support/pki/Der.hpp"
 #include "support/pki/TestPki.hpp"
 
 #include <foundation/certificates/Exceptions.hpp>
@@ -49,28 +50,20 @@ Certificate certificateFor(std::string const& names, std::string const& sections
                                 }).der());
 }
 
-/// Returns the DER encoding of one element with a short content.
-Bytes element(unsigned char tag, Bytes const& content)
-{
-    Bytes bytes = {tag, static_cast<unsigned char>(content.size())};
-    bytes.insert(bytes.end(), content.begin(), content.end());
-    return bytes;
-}
-
 Certificate certificateForRaw(Bytes const& names)
 {
     static auto const root = makeRoot("root");
     return Certificate::fromDER(makeLeaf(root, "leaf", [&](CertificateSpec& spec) {
-                                    spec.setRawExtension("subjectAltName", element(0x30, names));
+                                    spec.setRawExtension("subjectAltName", derElement(sequenceTag, names));
                                 }).der());
 }
 
-constexpr unsigned char tagOfDNS = 0x82;
-constexpr unsigned char tagOfAddress = 0x87;
+constexpr int tagOfDNS = 0x82;
+constexpr int tagOfAddress = 0x87;
 
 Certificate certificateForAddress(Bytes const& address)
 {
-    return certificateForRaw(element(tagOfAddress, address));
+    return certificateForRaw(derElement(tagOfAddress, address));
 }
 
 /// Returns the first alternative name as OpenSSL prints it. Its wording changes between versions.
@@ -144,7 +137,7 @@ TEST(ToolkitAlternativeNames, AddressOfOddLengthIsOther)
 TEST(ToolkitAlternativeNames, ValueKeepsNulCharacter)
 {
     std::string const name("good.example\0evil.example", 25);
-    auto const certificate = certificateForRaw(element(tagOfDNS, asBytes(name)));
+    auto const certificate = certificateForRaw(derElement(tagOfDNS, asBytes(name)));
     EXPECT_EQ(certificate.getAlternativeNames(), (std::vector<AlternativeName>{{Kind::DNS, name}}));
     EXPECT_FALSE(certificate.matchesHost("good.example"));
 }
