@@ -365,6 +365,7 @@ def main():
     parser.add_argument("--range")
     parser.add_argument("--minutes", type=float)
     parser.add_argument("--kind", action="append")
+    parser.add_argument("--required", type=float, default=100)
     parser.add_argument("--continue", dest="record")
     arguments = parser.parse_intermixed_args()
     files = arguments.words
@@ -409,7 +410,8 @@ def main():
         print(f"\nSURVIVED: {run.describe(mutant)}")
     run.print_summary(known)
     print(f"seed {arguments.seed}")
-    sys.exit(1 if survivors else 0)
+    noticed = sum(run.outcomes[mutant] == "killed" for mutant in chosen)
+    sys.exit(1 if 100 * noticed < arguments.required * (noticed + len(survivors)) else 0)
 
 
 main()
