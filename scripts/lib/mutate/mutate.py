@@ -24,7 +24,7 @@ NEAR_LINES = 10 # at this distance another mutant's result says half as much
 NEAR = 1000 # bytes: mutants that are nearer to each other can hide each other, and share no library
 BATCH = 48 # mutants that are decided before the next ones
 SLOW = 2 # seconds of processor time: slower programs run only for survivors of the others
-MANY = 200 # mutants for which it is worth it to measure what each program executes
+MANY = 100 # mutants for which it is worth it to measure what each program executes
 # These look at the locks and at the error queue of every operation.
 LOCK_PROGRAM, SCOPE_PROGRAM = "LockOrderTest", "ErrorQueueTest"
 # These replace functions of the library, which the library of a changed header does not allow.
